@@ -1,0 +1,70 @@
+// Buffered streams over a system handle, and making what they wrote durable.
+//
+// A stream owns its handle: closing the stream closes the file and so ends its lock. Reads and
+// writes pass the fault hook, are repeated after signals, and never report less than all of a write
+// as done. A stream is not locked against several threads: the registry handle that owns it serves
+// one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace platform {
+
+// What stands behind one stream; lives exactly as long as the stream is open.
+struct StreamBacking;
+
+enum class StreamUse {
+  Read,    // from the start
+  Append,  // writes go to the end of what the file holds; reading is possible too
+};
+
+// Makes a stream of an open handle and stores what stands behind it at `backing`. Returns null with
+// errno set, and the handle closed, when it cannot.
+std::FILE* openStream(std::intptr_t handle, StreamUse use, StreamBacking** backing);
+
+// Opens an existing plain file for reading, never through a symbolic link. Null with errno on
+// failure.
+std::FILE* openForReading(const char* path, StreamBacking** backing);
+
+struct FileAttributes {
+  std::uint32_t permissions;
+  std::uint32_t owner;
+  std::uint32_t group;
+};
+
+enum class PrivateFileStep { Create, SetAttributes };
+
+// Creates a file that must not exist yet, never through a symbolic link, open to its owner alone
+// from birth; then, before its first byte, gives it the owner, as far as the process may, and the
+// permissions of `attributes`. On failure returns null, errno and `step` tell why, and no file is
+// left.
+// `expectedSize` is about how many bytes will be written, for the buffer.
+std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
+                             std::uint64_t expectedSize, StreamBacking** backing,
+                             PrivateFileStep* step);
+
+// Bytes the file held when the stream was made.
+std::uint64_t streamSize(const StreamBacking* backing);
+
+// 64-bit positions. tellStream gives -1 and seekStream non-zero, both with errno, on failure.
+std::int64_t tellStream(std::FILE* stream);
+int seekStream(std::FILE* stream, std::int64_t position);
+
+// Writes out what is buffered and waits until it is on stable storage. Returns 0 or the system
+// error.
+int makeDurable(std::FILE* stream, StreamBacking* backing);
+
+// For an Append stream that must not keep what was written to it: drops what is buffered and cuts
+// the file back to the size it had. Returns 0 or the system error.
+int takeBack(std::FILE* stream, StreamBacking* backing);
+
+// Writes out what is buffered and closes. Returns 0 or the system error of the first step that
+// failed, EIO when the system named none; the stream is gone either way.
+int closeStream(std::FILE* stream, StreamBacking* backing);
+
+// Makes the names in the directory of `path` durable. Returns 0 or the system error.
+int syncDirectoryOf(const char* path);
+
+}  // namespace platform
