@@ -1,0 +1,132 @@
+#include "genreg/core/diagnostics.h"
+
+#include "genreg_codes.h"
+#include "sysservices/diagnostics.h"
+
+namespace genreg {
+namespace {
+
+const char* routineName(unsigned int probe) {
+  switch (probe) {
+#define GENREG_ROUTINE_NAME(identifier, number, name) \
+  case probeBase + (number):                          \
+    return name;
+    GENREG_ROUTINES(GENREG_ROUTINE_NAME)
+#undef GENREG_ROUTINE_NAME
+#define GENREG_PROBE_NAME(identifier, probe, name) \
+  case probe:                                      \
+    return name;
+    GENREG_SYSTEM_PROBES(GENREG_PROBE_NAME)
+#undef GENREG_PROBE_NAME
+    default:
+      return nullptr;
+  }
+}
+
+const char* codeName(unsigned int code) {
+  const GenRegReturnCode* row = genRegFindReturnCode(code);
+  return row == nullptr ? nullptr : row->name;
+}
+
+// The log's names are handed over before the first record instead of at load, where the library
+// does nothing.
+void handOverNames() noexcept {
+  static const bool done = (ossSetDiagnosticNames(routineName, codeName), true);
+  (void)done;
+}
+
+std::uint32_t traceThread() noexcept { return static_cast<std::uint32_t>(ossThreadID()); }
+
+constexpr LogValue none{nullptr, 0, 0};
+
+}  // namespace
+
+bool tracingOn() noexcept { return g_pGTCB != nullptr && g_pGTCB->enabled != 0; }
+
+LogValue text(const char* value) noexcept {
+  return {value, value == nullptr ? 0 : std::strlen(value), OSS_LOG_STRING};
+}
+LogValue number(const std::int32_t& value) noexcept {
+  return {&value, sizeof value, OSS_LOG_INT32};
+}
+LogValue number(const std::uint32_t& value) noexcept {
+  return {&value, sizeof value, OSS_LOG_INT32};
+}
+LogValue wide(const std::uint64_t& value) noexcept {
+  return {&value, sizeof value, OSS_LOG_UINT64};
+}
+
+unsigned int logFailure(Function function, unsigned int code, unsigned int point) noexcept {
+  handOverNames();
+  ossLog(0, probeOf(function), code, point, failureSeverity, 0);
+  return code;
+}
+
+Routine::Routine(Function function) noexcept : probe_(probeOf(function)), result_(0) {
+  if (!tracingOn()) return;
+  handOverNames();
+  _gtraceEntry(traceThread(), probe_);
+}
+
+Routine::~Routine() {
+  if (!tracingOn()) return;
+  handOverNames();
+  _gtraceExit(traceThread(), probe_, reinterpret_cast<std::uintptr_t>(&result_), 0);
+}
+
+void Routine::log(unsigned int code, unsigned int point, unsigned int count,
+                  const LogValue (&values)[3]) const noexcept {
+  handOverNames();
+  ossLog(0, probe_, code, point, failureSeverity, count, values[0].address, values[0].length,
+         values[0].type, values[1].address, values[1].length, values[1].type, values[2].address,
+         values[2].length, values[2].type);
+  if (!tracingOn()) return;
+  _gtraceErrorVar(traceThread(), probe_, point, 4, 0, count, 0, values[0].length, values[0].address,
+                  0, values[1].length, values[1].address, 0, values[2].length, values[2].address);
+}
+
+unsigned int Routine::fail(unsigned int code, unsigned int point) const noexcept {
+  log(code, point, 0, {none, none, none});
+  return code;
+}
+unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first) const noexcept {
+  log(code, point, 1, {first, none, none});
+  return code;
+}
+unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first,
+                           LogValue second) const noexcept {
+  log(code, point, 2, {first, second, none});
+  return code;
+}
+unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first, LogValue second,
+                           LogValue third) const noexcept {
+  log(code, point, 3, {first, second, third});
+  return code;
+}
+
+unsigned int Routine::failFrom(unsigned int calleeProbe, unsigned int calleeCode, unsigned int code,
+                               unsigned int point, unsigned int severity) const noexcept {
+  handOverNames();
+  ossLogRC(0, probe_, calleeProbe, calleeCode, code, point, severity, 0);
+  return code;
+}
+unsigned int Routine::failFrom(Function callee, unsigned int calleeCode, unsigned int code,
+                               unsigned int point, unsigned int severity) const noexcept {
+  return failFrom(probeOf(callee), calleeCode, code, point, severity);
+}
+
+unsigned int Routine::failSystem(int error, unsigned int code, unsigned int point,
+                                 const char* path) const noexcept {
+  handOverNames();
+  const unsigned int mapped = ossErrorMapSystem(probe_, point, OSS_SYSCALL_RUNTIME, error, 0);
+  const std::int32_t errorNumber = error;
+  return fail(code, point + 1, text(path), number(errorNumber), number(mapped));
+}
+
+void Routine::trace(unsigned int point, LogValue value) const noexcept {
+  if (!tracingOn()) return;
+  handOverNames();
+  _gtraceVar(traceThread(), probe_, point, 3, 1, 0, value.length, value.address);
+}
+
+}  // namespace genreg

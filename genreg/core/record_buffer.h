@@ -1,0 +1,57 @@
+// A block of memory from the system-services allocator that is released with its owner.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "sysservices/memory.h"
+
+namespace genreg {
+
+class RecordBuffer {
+ public:
+  RecordBuffer(const char* sourceFile, unsigned int sourceLine) noexcept
+      : sourceFile_(sourceFile), sourceLine_(sourceLine) {}
+  ~RecordBuffer() { (void)release(); }
+  RecordBuffer(const RecordBuffer&) = delete;
+  RecordBuffer& operator=(const RecordBuffer&) = delete;
+
+  // Makes room for `size` bytes. A buffer that must grow loses its contents. Returns the
+  // allocator's or, when only the smaller block's release failed, `freeFailed`'s code.
+  unsigned int reserve(std::uint64_t size) noexcept {
+    if (size <= capacity_) return 0;
+    void* larger = nullptr;
+    if (const unsigned int code =
+            _ossMemAlloc(&larger, 0, static_cast<std::size_t>(size), 1, sourceFile_, sourceLine_);
+        code != 0) {
+      return code;
+    }
+    const unsigned int freed = release();
+    data_ = larger;
+    capacity_ = size;
+    freeFailed_ = freed != 0;
+    return freed;
+  }
+
+  // Whether the last failure of reserve was the release of the smaller block.
+  bool freeFailed() const noexcept { return freeFailed_; }
+
+  // Gives the memory back; returns 0 or the allocator's code. Nothing is held afterwards.
+  unsigned int release() noexcept {
+    capacity_ = 0;
+    return _ossMemFree(&data_, 0, 0, sourceFile_, sourceLine_);
+  }
+
+  unsigned char* bytes() const noexcept { return static_cast<unsigned char*>(data_); }
+  void* data() const noexcept { return data_; }
+  std::uint64_t capacity() const noexcept { return capacity_; }
+
+ private:
+  void* data_ = nullptr;
+  std::uint64_t capacity_ = 0;
+  const char* sourceFile_;
+  unsigned int sourceLine_;
+  bool freeFailed_ = false;
+};
+
+}  // namespace genreg

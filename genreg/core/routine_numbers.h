@@ -1,0 +1,78 @@
+// Function numbers of the traced routines; a probe id is probeBase plus the number.
+#pragma once
+
+namespace genreg {
+
+constexpr unsigned int probeBase = 0x082A0000u;
+
+// Routines of this library: identifier, number, name in the log.
+#define GENREG_ROUTINES(ROUTINE)                                            \
+  ROUTINE(isFeatureSet, 2, "GenRegBase::isFeatureSet")                      \
+  ROUTINE(setFeature, 3, "GenRegBase::setFeature")                          \
+  ROUTINE(unsetFeature, 4, "GenRegBase::unsetFeature")                      \
+  ROUTINE(openScan, 5, "GenRegFile::OpenScan")                              \
+  ROUTINE(closeScan, 6, "GenRegFile::CloseScan")                            \
+  ROUTINE(rewindScan, 7, "GenRegFile::Rewind")                              \
+  ROUTINE(fileConstructor, 8, "GenRegFile::GenRegFile")                     \
+  ROUTINE(fileDestructor, 9, "GenRegFile::~GenRegFile")                     \
+  ROUTINE(closeRegFile, 11, "GenRegFile::CloseRegFile")                     \
+  ROUTINE(lockRegistry, 14, "GenRegFile::LockRegistry")                     \
+  ROUTINE(openRegFile, 15, "GenRegFile::OpenRegFile")                       \
+  ROUTINE(unlockRegistry, 17, "GenRegFile::UnlockRegistry")                 \
+  ROUTINE(getPosition, 19, "GenRegFile::getRegFilePosition")                \
+  ROUTINE(setPosition, 20, "GenRegFile::setRegFilePosition")                \
+  ROUTINE(getRegFilePath, 21, "GenRegFile::getRegFilePath")                 \
+  ROUTINE(getTempFilePath, 22, "GenRegFile::getTempFilePath")               \
+  ROUTINE(getCorruptFilePath, 23, "GenRegFile::getCorruptFilePath")         \
+  ROUTINE(getLockFilePath, 24, "GenRegFile::getLockFilePath")               \
+  ROUTINE(getBackupFilePath, 25, "GenRegFile::getBackupFilePath")           \
+  ROUTINE(encodeLength, 26, "EncodeLength")                                 \
+  ROUTINE(decodeLength, 27, "DecodeLength")                                 \
+  ROUTINE(binAdd, 28, "GenRegBin::Add")                                     \
+  ROUTINE(binDelete, 29, "GenRegBin::Delete")                               \
+  ROUTINE(binChange, 30, "GenRegBin::Change")                               \
+  ROUTINE(binGet, 31, "GenRegBin::Get")                                     \
+  ROUTINE(binGetNext, 32, "GenRegBin::GetNext")                             \
+  ROUTINE(binReadRecord, 33, "GenRegBin::ReadRecord")                       \
+  ROUTINE(binVerifyUpdate, 34, "GenRegBin::VerifyUpdate")                   \
+  ROUTINE(binWriteRecord, 35, "GenRegBin::WriteRecord")                     \
+  ROUTINE(binCheckHooks, 36, "GenRegBin::CheckHooks")                       \
+  ROUTINE(binVarValConstructor, 52, "GenRegBinVarVal::GenRegBinVarVal")     \
+  ROUTINE(binVarValDestructor, 53, "GenRegBinVarVal::~GenRegBinVarVal")     \
+  ROUTINE(binVarValPrintRecord, 54, "GenRegBinVarVal::PrintRecord")         \
+  ROUTINE(binVarValCompareRecord, 55, "GenRegBinVarVal::CompareRecord")     \
+  ROUTINE(binVarValValidateKey, 56, "GenRegBinVarVal::ValidateKey")         \
+  ROUTINE(binVarValGetRecordLength, 57, "GenRegBinVarVal::GetRecordLength") \
+  ROUTINE(binVarValGetRecordSize, 58, "GenRegBinVarVal::GetRecordSize")
+
+enum class Function : unsigned int {
+#define GENREG_FUNCTION(identifier, number, name) identifier = number,
+  GENREG_ROUTINES(GENREG_FUNCTION)
+#undef GENREG_FUNCTION
+};
+
+constexpr unsigned int probeOf(Function function) {
+  return probeBase + static_cast<unsigned int>(function);
+}
+
+// Probe ids of the system-services operations, as a failed callee is named in the log.
+#define GENREG_SYSTEM_PROBES(PROBE)                                \
+  PROBE(probeFileOpen, 0x081A0002u, "OSSHFile::open")              \
+  PROBE(probeFileClose, 0x081A0003u, "OSSHFile::close")            \
+  PROBE(probeFileLock, 0x081A0009u, "OSSHFile::lock")              \
+  PROBE(probeFileUnlock, 0x081A000Au, "OSSHFile::unlock")          \
+  PROBE(probeFileDelete, 0x081A0013u, "ossFileDelete")             \
+  PROBE(probeFileRename, 0x081A0016u, "ossFileRename")             \
+  PROBE(probeSetPermissions, 0x081A0018u, "ossFileSetPermissions") \
+  PROBE(probeDirectoryCreate, 0x081A0019u, "ossDirectoryCreate")   \
+  PROBE(probeDirectoryName, 0x081A001Bu, "ossDirectoryName")       \
+  PROBE(probeBaseName, 0x081A001Cu, "ossBaseName")                 \
+  PROBE(probeFileGetInfo, 0x081A001Fu, "ossFileGetInfoV9")         \
+  PROBE(probeMemAlloc, 0x081A0058u, "_ossMemAlloc")                \
+  PROBE(probeMemFree, 0x081A0059u, "_ossMemFree")
+
+#define GENREG_PROBE(identifier, probe, name) constexpr unsigned int identifier = probe;
+GENREG_SYSTEM_PROBES(GENREG_PROBE)
+#undef GENREG_PROBE
+
+}  // namespace genreg

@@ -1,0 +1,18 @@
+// zorgenreg64: small registries of configuration records in files, changed so that no committed
+// record is ever lost. This header gives the whole registry side.
+//
+// A flavour object (for instance GenRegBinVarVal) is one registry handle: construct it on a path,
+// then Add, Change, Delete and Get records, or walk them with OpenScan, GetNext and CloseScan. A
+// handle serves one thread at a time; handles, threads and processes coordinate through file locks.
+// No operation throws.
+#pragma once
+
+#include "genreg_binary.h"
+#include "genreg_binvarval.h"
+#include "genreg_codes.h"
+#include "genreg_handle.h"
+
+// Marks the library as one of the product's own; always 0, nothing in the library reads it.
+extern "C" {
+extern GENREG_API unsigned int sqlzThisIsAZORLibrary;
+}

@@ -1,0 +1,248 @@
+// The registry handle: record hooks, features, status, file names, scanning, update session.
+//
+// GenRegBase and GenRegFile are bases of every engine and flavour. Their fields are protected so
+// that a class derived from an engine or a flavour can fill, replace or clear a hook by its slot's
+// own name (GenRegFile::CompareRecord = nullptr).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "genreg_codes.h"
+#include "genreg_export.h"
+#include "sysservices/file_handle.h"
+
+// Features, switched with setFeature and unsetFeature.
+constexpr std::uint64_t GENREG_VERIFY_UPDATES = 1;          // check a new file against the old one
+constexpr std::uint64_t GENREG_ALLOW_DUPLICATES = 2;        // equal records may stand side by side
+constexpr std::uint64_t GENREG_PACKED_RECORDS = 4;          // records pass PackRecord, UnpackRecord
+constexpr std::uint64_t GENREG_BIG_ENDIAN_LENGTH = 8;       // binary length fields, high byte first
+constexpr std::uint64_t GENREG_GET_IN_SCAN = 16;            // Get may run while a scan is open
+constexpr std::uint64_t GENREG_NOTIFY_CHANGE = 32;          // call NotifyChange (binary engine)
+constexpr std::uint64_t GENREG_POST_UPDATE = 64;            // call PostUpdate
+constexpr std::uint64_t GENREG_JOIN_CONTINUED_LINES = 128;  // text engine: join "\" lines
+constexpr std::uint64_t GENREG_FEATURE_MAX = 128;
+
+// Bits of the status word.
+constexpr std::uint64_t GENREG_STATUS_IDLE = 0x1;
+constexpr std::uint64_t GENREG_STATUS_LOCKED = 0x10;     // the update lock is held
+constexpr std::uint64_t GENREG_STATUS_SCAN_OPEN = 0x40;  // OpenScan succeeded
+constexpr std::uint64_t GENREG_STATUS_SCAN_END = 0x80;   // GetNext met the end
+constexpr std::uint64_t GENREG_STATUS_READY = 0x100;     // all file names are set
+
+// Operation kinds, as OpenRegFile, CloseRegFile and NotifyChange take them.
+constexpr std::uint64_t GENREG_OP_READ = 1;
+constexpr std::uint64_t GENREG_OP_CHANGE = 2;
+constexpr std::uint64_t GENREG_OP_ADD = 4;
+constexpr std::uint64_t GENREG_OP_DELETE = 8;
+constexpr std::uint64_t GENREG_OP_VERIFY = 16;
+
+// Bits of a request to LockRegistry.
+constexpr std::uint64_t GENREG_LOCK_EXCLUSIVE = 1;
+constexpr std::uint64_t GENREG_LOCK_SHARED = 2;
+constexpr std::uint64_t GENREG_LOCK_WAIT = 4;
+constexpr std::uint64_t GENREG_LOCK_NOWAIT = 8;
+constexpr std::uint64_t GENREG_LOCK_CREATE_DIR = 16;
+
+// The mask that asks CompareRecord whether two records are equal in every field.
+constexpr std::uint64_t GENREG_ALL_FIELDS = 0xFFFFFFFFFFFFFFFFu;
+
+// Which engine a handle belongs to.
+constexpr std::uint64_t GENREG_ENGINE_BINARY = 1;
+constexpr std::uint64_t GENREG_ENGINE_TEXT = 2;
+
+constexpr std::size_t GENREG_PATH_SIZE = 260;  // bytes of a file name, terminator included
+constexpr std::size_t GENREG_PATH_MAX = 253;   // characters a registry path may have
+
+class GenRegBase;
+class GenRegFile;
+namespace platform {
+struct StreamBacking;
+}
+
+// Record hooks: plain functions of a flavour; a null slot means that the flavour has none. A hook
+// runs on the caller's thread, may be called while the update lock is held, and must therefore not
+// update the same registry.
+
+// 1 when `record` matches `key` in the fields that `mask` selects, else 0.
+using GenRegCompareHook = unsigned int (*)(std::uint64_t mask, void* record, void* key);
+// 0 when the key or record is acceptable for `mask`.
+using GenRegValidateHook = unsigned int (*)(std::uint64_t mask, void* keyOrRecord);
+// Dumps a record to standard output.
+using GenRegPrintHook = unsigned int (*)(void* record);
+// Called after a successful update; `kind` is a GENREG_OP_... value.
+using GenRegNotifyHook = unsigned int (*)(GenRegBase* handle, std::uint64_t kind, void* recordOrKey,
+                                          void* newRecord);
+using GenRegPostUpdateHook = unsigned int (*)();
+// Stored length in bytes of an unpacked (GetRecordLength) or packed (GetPackedLength) record.
+using GenRegLengthHook = unsigned int (*)(const void* record, std::uint64_t* length);
+// Bytes of one record in memory, 3 to 0x100000.
+using GenRegSizeHook = unsigned int (*)(std::uint64_t* size);
+
+// PackRecord and UnpackRecord have one form per engine; a slot takes a function of either form and
+// the engine calls its own.
+template <typename BinaryForm, typename TextForm>
+class GenRegFormHook {
+ public:
+  GenRegFormHook(std::nullptr_t = nullptr) noexcept : binary(nullptr), text(nullptr) {}
+  GenRegFormHook(BinaryForm hook) noexcept : binary(hook), text(nullptr) {}
+  GenRegFormHook(TextForm hook) noexcept : binary(nullptr), text(hook) {}
+  explicit operator bool() const noexcept { return binary != nullptr || text != nullptr; }
+
+  BinaryForm binary;
+  TextForm text;
+};
+
+// Binary: the record at *record becomes its stored form in the same buffer; `storedCopy` is null or
+// the stored bytes the record came from. Text: formats `record` into `text`, 2,048 bytes.
+using GenRegPackHook = GenRegFormHook<unsigned int (*)(void** record, void* storedCopy),
+                                      unsigned int (*)(void* record, char* text)>;
+// Binary: the stored form at *record becomes a record in the same buffer. Text: parses `line`.
+using GenRegUnpackHook =
+    GenRegFormHook<unsigned int (*)(void** record), unsigned int (*)(void* record, char* line)>;
+
+class GenRegBase {
+ public:
+  GENREG_API GenRegBase() noexcept;
+
+  // Sets every bit of `feature`. Returns 0, or GENREG_RC_BAD_FEATURE for 0 or a value above 128
+  // (nothing is changed then).
+  GENREG_API unsigned int setFeature(std::uint64_t feature) noexcept;
+
+  // Clears every bit of `feature`. Returns 0; GENREG_RC_BAD_FEATURE as setFeature;
+  // GENREG_RC_FEATURE_NOT_SET when none of the bits is set.
+  GENREG_API unsigned int unsetFeature(std::uint64_t feature) noexcept;
+
+  // True when any bit of `feature` is set.
+  GENREG_API bool isFeatureSet(std::uint64_t feature) const noexcept;
+
+ protected:
+  GenRegCompareHook CompareRecord;
+  GenRegValidateHook ValidateKey;
+  GenRegPrintHook PrintRecord;
+  GenRegNotifyHook NotifyChange;
+  GenRegPostUpdateHook PostUpdate;
+  std::uint64_t status;    // GENREG_STATUS_... bits
+  std::uint64_t features;  // GENREG_... feature bits
+};
+
+// The session routines of a handle. They are reached through this table so that a derived class can
+// call them although the library exports none of their names.
+struct GenRegSessionRoutines {
+  unsigned int (*lockRegistry)(GenRegFile& handle, std::uint64_t request);
+  unsigned int (*unlockRegistry)(GenRegFile& handle);
+  unsigned int (*openRegFile)(GenRegFile& handle, std::uint64_t kind);
+  unsigned int (*closeRegFile)(GenRegFile& handle, std::uint64_t kind);
+  unsigned int (*getPath)(const GenRegFile& handle, unsigned int which, char* buffer,
+                          std::uint64_t size);
+};
+
+class GenRegFile : public GenRegBase {
+ public:
+  GENREG_API GenRegFile() noexcept;
+  // Closes what is still open. The update lock, if held, ends with its handle; the lock file stays
+  // behind, which is harmless. Failures are logged.
+  GENREG_API ~GenRegFile();
+  GenRegFile(const GenRegFile&) = delete;
+  GenRegFile& operator=(const GenRegFile&) = delete;
+
+  // Opens a scan of all records under a shared lock, waiting for it. The scan sees the registry as
+  // it is now: an update that commits meanwhile replaces the file, not what the scan reads. Call it
+  // only while no scan is open. A registry that a crash left under its backup name is read there.
+  // Returns 0; GENREG_RC_OPEN_FAILED (missing file included); GENREG_RC_FILE_LOCK. After a failure
+  // no scan is open.
+  GENREG_API unsigned int OpenScan() noexcept;
+
+  // Ends the scan and its lock. Returns 0, also when none is open; GENREG_RC_CLOSE_FAILED (the scan
+  // is closed all the same).
+  GENREG_API unsigned int CloseScan() noexcept;
+
+  // Puts the scan back before the first record. Returns 0; GENREG_RC_NO_SCAN;
+  // GENREG_RC_REWIND_FAILED.
+  GENREG_API unsigned int Rewind() noexcept;
+
+  // Stores the scan's position, valid for this scan only. Returns 0; GENREG_RC_NO_SCAN;
+  // OSS_RC_NULL_ARGUMENT; GENREG_RC_GETPOS_FAILED.
+  GENREG_API unsigned int getRegFilePosition(std::int64_t* position) noexcept;
+
+  // Puts the scan back to a stored position; a scan at its end stays at its end until Rewind.
+  // Returns 0; GENREG_RC_NO_SCAN; OSS_RC_NULL_ARGUMENT; GENREG_RC_SETPOS_FAILED.
+  GENREG_API unsigned int setRegFilePosition(std::int64_t* position) noexcept;
+
+ protected:
+  // Takes the update lock. `request` combines GENREG_LOCK_... bits. Returns 0;
+  // GENREG_RC_BAD_ARGUMENT (neither lock type or neither wait); GENREG_RC_NOT_READY;
+  // GENREG_RC_ALREADY_LOCKED; GENREG_RC_CREATE_DIRECTORY; GENREG_RC_OPEN_LOCK_FAILED;
+  // GENREG_RC_BUSY; or the lock's own code. After a failure the lock file is closed.
+  unsigned int LockRegistry(std::uint64_t request) noexcept {
+    return session->lockRegistry(*this, request);
+  }
+
+  // Releases the update lock and removes the lock file unless another holder has it by then.
+  // Returns 0; GENREG_RC_UNLOCK_FILE_FAILED (the lock is still held); GENREG_RC_CLOSE_LOCK_FAILED;
+  // GENREG_RC_LOCK_DELETE_FAILED. The last two do not undo an update.
+  unsigned int UnlockRegistry() noexcept { return session->unlockRegistry(*this); }
+
+  // Opens the streams of one operation; see GENREG_OP_... Call it for an update only under the
+  // exclusive update lock. Returns 0; GENREG_RC_SCAN_OPEN; GENREG_RC_NO_FILE;
+  // GENREG_RC_OPEN_FAILED; GENREG_RC_FILE_LOCK; GENREG_RC_CREATE_DIRECTORY;
+  // GENREG_RC_CORRUPT_DELETE; GENREG_RC_CORRUPT_RENAME; GENREG_RC_FILE_INFO_OPEN;
+  // GENREG_RC_OPEN_TEMP_FAILED; GENREG_RC_TEMP_PERMISSIONS; GENREG_RC_BACKUP_RENAME_FAILED when a
+  // registry that a crash left under its backup name cannot be put back. After a failure nothing
+  // that the call opened is left open.
+  unsigned int OpenRegFile(std::uint64_t kind) noexcept {
+    return session->openRegFile(*this, kind);
+  }
+
+  // Closes the streams and, when kind and features say so, commits the temporary file. Returns 0;
+  // GENREG_RC_SCAN_OPEN; GENREG_RC_CLOSE_FAILED; GENREG_RC_CLOSE_TEMP_FAILED;
+  // GENREG_RC_BACKUP_RENAME_FAILED; GENREG_RC_COMMIT_RENAME_FAILED (the old content stands again);
+  // GENREG_RC_BACKUP_DELETE_FAILED (the update is committed).
+  unsigned int CloseRegFile(std::uint64_t kind) noexcept {
+    return session->closeRegFile(*this, kind);
+  }
+
+  // Copy a file name with its terminator into `buffer` of `size` bytes. Return 0;
+  // OSS_RC_BUFFER_TOO_SMALL (the buffer holds the empty text then); OSS_RC_NULL_ARGUMENT.
+  unsigned int getRegFilePath(char* buffer, std::uint64_t size) const noexcept {
+    return session->getPath(*this, 0, buffer, size);
+  }
+  unsigned int getTempFilePath(char* buffer, std::uint64_t size) const noexcept {
+    return session->getPath(*this, 1, buffer, size);
+  }
+  unsigned int getCorruptFilePath(char* buffer, std::uint64_t size) const noexcept {
+    return session->getPath(*this, 2, buffer, size);
+  }
+  unsigned int getLockFilePath(char* buffer, std::uint64_t size) const noexcept {
+    return session->getPath(*this, 3, buffer, size);
+  }
+  unsigned int getBackupFilePath(char* buffer, std::uint64_t size) const noexcept {
+    return session->getPath(*this, 4, buffer, size);
+  }
+
+  std::uint64_t engineKind;  // GENREG_ENGINE_...
+  GenRegLengthHook GetRecordLength;
+  GenRegSizeHook GetRecordSize;
+  char registryPath[GENREG_PATH_SIZE];
+  char backupPath[GENREG_PATH_SIZE];
+  char temporaryPath[GENREG_PATH_SIZE];
+  char corruptPath[GENREG_PATH_SIZE];
+  char lockPath[GENREG_PATH_SIZE];
+  OSSHFile lockFile;
+  OSSFileOpenParam lockFileOpenParam;
+  std::FILE* mainStream;              // the registry file
+  std::FILE* secondStream;            // the temporary file
+  std::uint64_t registryPermissions;  // 0 means octal 0600
+  std::uint64_t lockPermissions;      // 0 means octal 0600
+  GenRegPackHook PackRecord;
+  GenRegUnpackHook UnpackRecord;
+  GenRegLengthHook GetPackedLength;
+
+ private:
+  friend struct RegistryHandle;
+  const GenRegSessionRoutines* session;
+  platform::StreamBacking* mainBacking;    // what stands behind mainStream
+  platform::StreamBacking* secondBacking;  // what stands behind secondStream
+  bool appending;                          // mainStream was opened to be appended to in place
+};
