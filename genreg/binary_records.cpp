@@ -1,0 +1,223 @@
+// Reading and writing single records of a binary registry file. Every byte from disk that says how
+// long something is passes readRecord and is checked there before anything is allocated.
+#include <cstring>
+
+#include "genreg/binary_store.h"
+#include "genreg/core/registry_handle.h"
+
+using genreg::Function;
+using genreg::Routine;
+
+namespace {
+
+constexpr std::uint64_t afterLength(const RecordCursor& cursor) {
+  return cursor.offset + genreg::lengthWidth;
+}
+
+// Packing may make a record longer: every field carries a length, and fields that the library does
+// not know come from the replaced record.
+std::uint64_t packingRoom(std::uint64_t size, const LoadedRecord* replaced) {
+  constexpr std::uint64_t headerRoom = 256;
+  return 2 * size + headerRoom + (replaced == nullptr ? 0 : replaced->length);
+}
+
+}  // namespace
+
+unsigned int BinaryStore::checkHooks() const noexcept {
+  Routine routine(Function::binCheckHooks);
+  if (handle_.ValidateKey == nullptr) {
+    return routine.exit(routine.fail(GENREG_RC_NO_VALIDATE_HOOK, 10));
+  }
+  if (handle_.GetRecordSize == nullptr) {
+    return routine.exit(routine.fail(GENREG_RC_NO_SIZE_HOOK, 20));
+  }
+  if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::PackRecord.binary == nullptr) {
+    return routine.exit(routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 30));
+  }
+  if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::UnpackRecord.binary == nullptr) {
+    return routine.exit(routine.fail(GENREG_RC_NO_UNPACK_HOOK_PACKED, 40));
+  }
+  return routine.exit(GENREG_RC_OK);
+}
+
+unsigned int BinaryStore::validate(const Routine& routine, std::uint64_t mask,
+                                   void* keyOrRecord) const noexcept {
+  if (handle_.ValidateKey == nullptr) return routine.fail(GENREG_RC_NO_VALIDATE_HOOK, 10);
+  const unsigned int refused = handle_.ValidateKey(mask, keyOrRecord);
+  if (refused == 0) return GENREG_RC_OK;
+  return routine.fail(GENREG_RC_KEY_REJECTED, 20, genreg::number(refused));
+}
+
+unsigned int BinaryStore::recordSize(const Routine& routine, std::uint64_t* size) const noexcept {
+  *size = 0;
+  if (handle_.GetRecordSize == nullptr) return routine.fail(GENREG_RC_NO_SIZE_HOOK, 30);
+  (void)handle_.GetRecordSize(size);
+  if (*size < genreg::smallestRecord) {
+    return routine.fail(GENREG_RC_RECORD_TOO_SMALL, 40, genreg::wide(*size));
+  }
+  if (*size > genreg::largestRecord) {
+    return routine.fail(GENREG_RC_RECORD_TOO_LARGE, 50, genreg::wide(*size));
+  }
+  return GENREG_RC_OK;
+}
+
+unsigned int BinaryStore::allocate(const Routine& routine, LoadedRecord& record, std::uint64_t size,
+                                   unsigned int failed) const noexcept {
+  unsigned int code = record.stored.reserve(size);
+  if (code == 0 && has(GENREG_PACKED_RECORDS)) code = record.unpacked.reserve(size);
+  return code == 0 ? GENREG_RC_OK : routine.failFrom(genreg::probeMemAlloc, code, failed, 60);
+}
+
+RecordCursor BinaryStore::mainCursor() const noexcept {
+  const std::int64_t offset = platform::tellStream(handle_.mainStream);
+  return {handle_.mainStream, offset < 0 ? 0 : static_cast<std::uint64_t>(offset),
+          RegistryHandle::mainSize(handle_)};
+}
+
+RecordCursor BinaryStore::secondCursor() const noexcept {
+  return {handle_.secondStream, 0, RegistryHandle::secondSize(handle_)};
+}
+
+unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
+                                     std::uint64_t size) const noexcept {
+  Routine routine(Function::binReadRecord);
+  unsigned char field[genreg::lengthWidth] = {};
+  const std::size_t got = std::fread(field, 1, sizeof field, cursor.stream);
+  const std::uint32_t length = genreg::decodeLength(field, has(GENREG_BIG_ENDIAN_LENGTH));
+  record.length = length;
+  if (got < sizeof field) {
+    if (const std::int32_t error = std::ferror(cursor.stream); error != 0) {
+      return routine.exit(routine.fail(GENREG_RC_READ_LENGTH_FAILED, 10, genreg::number(error)));
+    }
+    if (got == 0) return routine.exit(GENREG_RC_END);
+  }
+  const std::uint64_t start = afterLength(cursor);
+  if (got < sizeof field || length < genreg::smallestRecord || length > genreg::largestRecord ||
+      start + length > cursor.size) {
+    return routine.exit(routine.fail(GENREG_RC_RECORD_PAST_EOF, 20, genreg::wide(start),
+                                     genreg::number(length), genreg::wide(cursor.size)));
+  }
+  if (const unsigned int code = record.stored.reserve(length > size ? length : size); code != 0) {
+    const bool freeing = record.stored.freeFailed();
+    return routine.exit(routine.failFrom(freeing ? genreg::probeMemFree : genreg::probeMemAlloc,
+                                         code, freeing ? GENREG_RC_WORK_FREE : GENREG_RC_WORK_ALLOC,
+                                         freeing ? 40 : 30));
+  }
+  if (std::fread(record.stored.bytes(), 1, length, cursor.stream) != length) {
+    const std::int32_t error = std::ferror(cursor.stream);
+    return routine.exit(routine.fail(GENREG_RC_READ_RECORD_FAILED, 50, genreg::number(error)));
+  }
+  // A record shorter than nominal must not show what an earlier, longer one left in the buffer.
+  if (length < size) std::memset(record.stored.bytes() + length, 0, size - length);
+  cursor.offset = start + length;
+  return routine.exit(GENREG_RC_OK);
+}
+
+unsigned int BinaryStore::unpack(const Routine& routine, LoadedRecord& record, std::uint64_t size,
+                                 unsigned int point) const noexcept {
+  if (!has(GENREG_PACKED_RECORDS)) return GENREG_RC_OK;
+  if (handle_.GenRegFile::UnpackRecord.binary == nullptr) {
+    return routine.fail(GENREG_RC_NO_UNPACK_HOOK_PACKED, point);
+  }
+  if (const unsigned int code =
+          record.unpacked.reserve(record.length > size ? record.length : size);
+      code != 0) {
+    return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, point + 1);
+  }
+  std::memset(record.unpacked.bytes(), 0, record.unpacked.capacity());
+  std::memcpy(record.unpacked.bytes(), record.stored.bytes(), record.length);
+  void* buffer = record.unpacked.data();
+  if (const unsigned int code = handle_.GenRegFile::UnpackRecord.binary(&buffer); code != 0) {
+    return routine.fail(GENREG_RC_UNPACK_FAILED, point + 2, genreg::number(code));
+  }
+  return GENREG_RC_OK;
+}
+
+unsigned int BinaryStore::load(const Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+                               std::uint64_t size, unsigned int readFailed,
+                               unsigned int point) const noexcept {
+  const unsigned int code = readRecord(cursor, record, size);
+  if (code == GENREG_RC_END) return code;
+  if (code != 0) return routine.failFrom(Function::binReadRecord, code, readFailed, point);
+  return unpack(routine, record, size, point + 1);
+}
+
+unsigned int BinaryStore::lengthHook() const noexcept {
+  if (has(GENREG_PACKED_RECORDS)) {
+    return handle_.GetPackedLength == nullptr ? GENREG_RC_NO_PACKED_LENGTH_HOOK : GENREG_RC_OK;
+  }
+  return handle_.GetRecordLength == nullptr ? GENREG_RC_NO_LENGTH_HOOK : GENREG_RC_OK;
+}
+
+unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes,
+                                     std::uint64_t length) const noexcept {
+  Routine routine(Function::binWriteRecord);
+  if (const unsigned int missing = lengthHook(); missing != 0) {
+    return routine.exit(routine.fail(missing, 10));
+  }
+  if (length < genreg::smallestRecord) {
+    return routine.exit(routine.fail(GENREG_RC_RECORD_TOO_SMALL, 20, genreg::wide(length)));
+  }
+  if (length > genreg::largestRecord) {
+    return routine.exit(routine.fail(GENREG_RC_RECORD_TOO_LARGE, 30, genreg::wide(length)));
+  }
+  unsigned char field[genreg::lengthWidth];
+  genreg::encodeLength(static_cast<std::uint32_t>(length), has(GENREG_BIG_ENDIAN_LENGTH), field);
+  if (std::fwrite(field, 1, sizeof field, stream) != sizeof field) {
+    const std::int32_t error = std::ferror(stream);
+    return routine.exit(routine.fail(GENREG_RC_WRITE_LENGTH_FAILED, 40, genreg::number(error)));
+  }
+  if (std::fwrite(bytes, 1, length, stream) != length) {
+    const std::int32_t error = std::ferror(stream);
+    return routine.exit(routine.fail(GENREG_RC_WRITE_RECORD_FAILED, 50, genreg::number(error)));
+  }
+  return routine.exit(GENREG_RC_OK);
+}
+
+// Packing works in a copy that is large enough: the hook replaces what it packs, and the caller's
+// record must still be one when the verification pass compares it, and afterwards.
+unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, const void* record,
+                                   const LoadedRecord* replaced, genreg::RecordBuffer& scratch,
+                                   std::uint64_t size, unsigned int writeFailed) const noexcept {
+  const void* bytes = record;
+  GenRegLengthHook lengthOf = handle_.GetRecordLength;
+  if (has(GENREG_PACKED_RECORDS)) {
+    if (handle_.GenRegFile::PackRecord.binary == nullptr) {
+      return routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 100);
+    }
+    const std::uint64_t room = packingRoom(size, replaced);
+    if (const unsigned int code = scratch.reserve(room); code != 0) {
+      return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 105);
+    }
+    std::memset(scratch.bytes(), 0, room);
+    std::memcpy(scratch.bytes(), record, size);
+    void* buffer = scratch.data();
+    void* previous = replaced == nullptr ? nullptr : replaced->stored.data();
+    if (const unsigned int code = handle_.GenRegFile::PackRecord.binary(&buffer, previous);
+        code != 0) {
+      return routine.fail(GENREG_RC_PACK_FAILED, 110, genreg::number(code));
+    }
+    bytes = scratch.data();
+    lengthOf = handle_.GetPackedLength;
+  }
+  std::uint64_t length = 0;
+  if (lengthOf != nullptr) (void)lengthOf(bytes, &length);
+  length = static_cast<std::uint32_t>(length);
+  // A flavour's length must not reach past what there is to write.
+  const std::uint64_t available = has(GENREG_PACKED_RECORDS) ? scratch.capacity() : size;
+  const unsigned int code = length > available && length <= genreg::largestRecord
+                                ? GENREG_RC_RECORD_TOO_LARGE
+                                : writeFrame(stream, bytes, length);
+  return code == 0 ? GENREG_RC_OK
+                   : routine.failFrom(Function::binWriteRecord, code, writeFailed, 120);
+}
+
+unsigned int BinaryStore::writeKept(const Routine& routine, std::FILE* stream,
+                                    const LoadedRecord& record) const noexcept {
+  if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::PackRecord.binary == nullptr) {
+    return routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 130);
+  }
+  const unsigned int code = writeFrame(stream, record.stored.data(), record.length);
+  return code == 0 ? GENREG_RC_OK
+                   : routine.failFrom(Function::binWriteRecord, code, GENREG_RC_COPY_FAILED, 140);
+}

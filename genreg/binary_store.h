@@ -1,0 +1,120 @@
+// The binary engine's inside: records read from and written to streams, and what the operations
+// share. The handle's hooks tell everything about a record's contents.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "genreg/core/diagnostics.h"
+#include "genreg/core/record_buffer.h"
+#include "genreg/record_framing.h"
+#include "genreg_binary.h"
+
+// Where the next record of a stream starts, counted so that no record costs a system call.
+struct RecordCursor {
+  std::FILE* stream;
+  std::uint64_t offset;
+  std::uint64_t size;  // bytes of the file
+};
+
+// One stored record as the engine holds it: its bytes as read and, with packed records, the record
+// they unpack to. Without packing both are the same memory.
+class LoadedRecord {
+ public:
+  explicit LoadedRecord(unsigned int line) noexcept
+      : stored("GenRegBin", line), unpacked("GenRegBin", line) {}
+
+  // First failure of giving both blocks back.
+  unsigned int release() noexcept {
+    const unsigned int first = stored.release();
+    const unsigned int second = unpacked.release();
+    return first != 0 ? first : second;
+  }
+
+  genreg::RecordBuffer stored;
+  genreg::RecordBuffer unpacked;
+  std::uint64_t length = 0;  // stored bytes
+};
+
+class BinaryStore {
+ public:
+  explicit BinaryStore(GenRegBin& handle) noexcept : handle_(handle) {}
+
+  GenRegBin& handle() const noexcept { return handle_; }
+  bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
+
+  // --- checks before an operation ---
+
+  // The hooks that Add and the verification pass need.
+  unsigned int checkHooks() const noexcept;
+  // ValidateKey is there and accepts.
+  unsigned int validate(const genreg::Routine& routine, std::uint64_t mask,
+                        void* keyOrRecord) const noexcept;
+  // The size of a record in memory, within its limits.
+  unsigned int recordSize(const genreg::Routine& routine, std::uint64_t* size) const noexcept;
+  // Room for one record of `size` bytes; `failed` is the operation's code when there is none.
+  unsigned int allocate(const genreg::Routine& routine, LoadedRecord& record, std::uint64_t size,
+                        unsigned int failed) const noexcept;
+
+  // --- records ---
+
+  RecordCursor mainCursor() const noexcept;
+  RecordCursor secondCursor() const noexcept;
+
+  // Reads the next record's bytes. GENREG_RC_END at the end of the file; GENREG_RC_RECORD_PAST_EOF
+  // for any damage: a length outside its limits or past the end, a torn length.
+  unsigned int readRecord(RecordCursor& cursor, LoadedRecord& record,
+                          std::uint64_t size) const noexcept;
+  // readRecord, then UnpackRecord into a buffer of its own. GENREG_RC_END, or the operation's code:
+  // `readFailed`, GENREG_RC_NO_UNPACK_HOOK_PACKED, GENREG_RC_UNPACK_FAILED.
+  unsigned int load(const genreg::Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+                    std::uint64_t size, unsigned int readFailed, unsigned int point) const noexcept;
+  unsigned int unpack(const genreg::Routine& routine, LoadedRecord& record, std::uint64_t size,
+                      unsigned int point) const noexcept;
+  // The record as the hooks take it.
+  void* record(const LoadedRecord& loaded) const noexcept {
+    return has(GENREG_PACKED_RECORDS) ? loaded.unpacked.data() : loaded.stored.data();
+  }
+
+  bool matches(std::uint64_t mask, void* record, void* key) const noexcept {
+    return handle_.CompareRecord(mask, record, key) == 1;
+  }
+  bool canCompare() const noexcept { return handle_.CompareRecord != nullptr; }
+
+  // Writes a caller's record, packed in `scratch` when records are packed; the caller's memory is
+  // only read. `replaced` is the stored record it takes the place of, or null.
+  // Returns `writeFailed`, GENREG_RC_NO_PACK_HOOK_PACKED or GENREG_RC_PACK_FAILED.
+  unsigned int writeNew(const genreg::Routine& routine, std::FILE* stream, const void* record,
+                        const LoadedRecord* replaced, genreg::RecordBuffer& scratch,
+                        std::uint64_t size, unsigned int writeFailed) const noexcept;
+  // Writes a stored record that the update keeps, byte for byte.
+  unsigned int writeKept(const genreg::Routine& routine, std::FILE* stream,
+                         const LoadedRecord& record) const noexcept;
+
+  // --- after an operation ---
+
+  // Copies a found record out, or says why it may not be.
+  unsigned int copyOut(const genreg::Routine& routine, const LoadedRecord& found,
+                       std::uint64_t size, void* record) const noexcept;
+  // NotifyChange and PostUpdate after an update that succeeded.
+  unsigned int notify(const genreg::Routine& routine, std::uint64_t kind, void* recordOrKey,
+                      void* newRecord) const noexcept;
+
+  // Compares the old and the new file and commits when they differ by exactly the operation.
+  unsigned int verifyUpdate(std::uint64_t kind, std::uint64_t mask, void* record,
+                            void* key) noexcept;
+
+  // The bodies of the operations.
+  unsigned int get(genreg::Routine& routine, std::uint64_t mask, void* key, void* record) noexcept;
+  unsigned int getNext(genreg::Routine& routine, std::uint64_t mask, void* key,
+                       void* record) noexcept;
+
+ private:
+  unsigned int search(genreg::Routine& routine, RecordCursor cursor, std::uint64_t mask, void* key,
+                      LoadedRecord& loaded, std::uint64_t size) const noexcept;
+  unsigned int lengthHook() const noexcept;
+  unsigned int writeFrame(std::FILE* stream, const void* bytes,
+                          std::uint64_t length) const noexcept;
+
+  GenRegBin& handle_;
+};
