@@ -1,0 +1,239 @@
+#include "bin_command.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include "genreg.h"
+#include "report.h"
+
+namespace zorreg {
+namespace {
+
+constexpr std::size_t nameLimit = sizeof(BinVarValRecord::Variable) - 1;
+
+// The words of one command line.
+struct Arguments {
+  std::string file;
+  std::string name;
+  std::string value;
+  std::optional<std::string> comment;
+  bool bigEndian = false;
+};
+
+template <std::size_t Size>
+void copyField(char (&field)[Size], const std::string& text) {
+  std::memset(field, 0, Size);
+  std::memcpy(field, text.data(), std::min(text.size(), Size - 1));
+}
+
+bool parseValue(const std::string& text, std::int32_t& value) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end;
+}
+
+// Why a name, value or comment cannot be stored; empty when it can.
+std::string complaint(const std::string& name, const std::string* value,
+                      const std::optional<std::string>& comment) {
+  std::int32_t number = 0;
+  const std::string limit = std::to_string(nameLimit);
+  if (name.empty()) return "a name must not be empty";
+  if (name.size() > nameLimit) return "'" + name + "': a name has at most " + limit + " bytes";
+  if (value != nullptr && !parseValue(*value, number)) {
+    return "'" + *value + "': a value is a whole number from -2147483648 to 2147483647";
+  }
+  if (comment && comment->size() > nameLimit) {
+    return "'" + *comment + "': a comment has at most " + limit + " bytes";
+  }
+  return {};
+}
+
+// A registry in which two records that differ in the comment alone are not equal, so that a change
+// of the comment is a change.
+class CommentedVarVal : public GenRegBinVarVal {
+ public:
+  CommentedVarVal(const char* path, unsigned int* code) : GenRegBinVarVal(path, code) {
+    withoutComments = GenRegFile::CompareRecord;
+    if (withoutComments != nullptr) GenRegFile::CompareRecord = compareWithComments;
+  }
+
+ private:
+  static unsigned int compareWithComments(std::uint64_t mask, void* record, void* key) {
+    const unsigned int same = withoutComments(mask, record, key);
+    if (same != 1 || mask != GENREG_ALL_FIELDS) return same;
+    const auto* left = static_cast<const BinVarValRecord*>(record);
+    const auto* right = static_cast<const BinVarValRecord*>(key);
+    return std::strncmp(left->Comment, right->Comment, sizeof left->Comment) == 0 ? 1 : 0;
+  }
+
+  static inline GenRegCompareHook withoutComments = nullptr;
+};
+
+// One registry of binary variables and what the verbs do with it.
+class BinRegistry {
+ public:
+  explicit BinRegistry(const Arguments& arguments)
+      : file_(arguments.file), registry_(file_.c_str(), &opened_) {
+    if (arguments.bigEndian) (void)registry_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
+  }
+
+  int opened() const { return opened_ == 0 ? exitDone : reportCode(opened_, file_); }
+
+  int get(const std::string& name) {
+    BinVarValRecord key = keyOf(name);
+    BinVarValRecord found;
+    const unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &found);
+    if (code != 0) return reportCode(code, file_);
+    std::printf("%d\n", found.Value);
+    return exitDone;
+  }
+
+  int set(const std::string& name, const std::string& value,
+          const std::optional<std::string>& comment) {
+    BinVarValRecord key = keyOf(name);
+    BinVarValRecord record;
+    unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &record);
+    if (code != 0 && code != GENREG_RC_NOT_FOUND && code != GENREG_RC_NO_FILE) {
+      return reportCode(code, file_);
+    }
+    const bool known = code == 0;
+    if (!known) record = key;
+    (void)parseValue(value, record.Value);
+    if (comment) copyField(record.Comment, *comment);
+    code = known ? registry_.Change(BINVARVAL_VARIABLE, &key, &record)
+                 : registry_.Add(BINVARVAL_VARIABLE, &record);
+    if (code == GENREG_RC_UNCHANGED) code = 0;
+    return code == 0 ? exitDone : reportCode(code, file_);
+  }
+
+  int unset(const std::string& name) {
+    BinVarValRecord key = keyOf(name);
+    unsigned int code = registry_.Delete(BINVARVAL_VARIABLE, &key);
+    if (code == GENREG_RC_OPEN_FOR_OPERATION && !std::filesystem::exists(file_)) {
+      code = GENREG_RC_NO_FILE;
+    }
+    return code == 0 ? exitDone : reportCode(code, file_);
+  }
+
+  int forEach(const std::function<void(BinVarValRecord&)>& visit) {
+    if (const unsigned int code = registry_.OpenScan(); code != 0) {
+      return reportCode(std::filesystem::exists(file_) ? code : GENREG_RC_NO_FILE, file_);
+    }
+    BinVarValRecord key{};
+    BinVarValRecord record;
+    unsigned int code = registry_.GetNext(0, &key, &record);
+    for (; code == 0; code = registry_.GetNext(0, &key, &record)) visit(record);
+    const unsigned int closed = registry_.CloseScan();
+    if (code == GENREG_RC_END) code = closed;
+    return code == 0 ? exitDone : reportCode(code, file_);
+  }
+
+  int importLines(std::istream& input) {
+    std::string line;
+    for (unsigned long number = 1; std::getline(input, line); ++number) {
+      std::istringstream words(line);
+      std::string name;
+      std::string value;
+      std::string rest;
+      if (!(words >> name) || name[0] == '#') continue;
+      words >> value;
+      std::string wrong = words >> rest ? "more than NAME VALUE" : complaint(name, &value, {});
+      if (!wrong.empty()) {
+        return reportUsage("standard input, line " + std::to_string(number) + ": " + wrong);
+      }
+      if (const int status = set(name, value, {}); status != exitDone) return status;
+    }
+    return exitDone;
+  }
+
+ private:
+  static BinVarValRecord keyOf(const std::string& name) {
+    BinVarValRecord key{};
+    copyField(key.Variable, name);
+    return key;
+  }
+
+  std::string file_;
+  unsigned int opened_ = 0;
+  CommentedVarVal registry_;
+};
+
+int list(BinRegistry& registry) {
+  return registry.forEach([](const BinVarValRecord& record) {
+    const std::string comment = printable(record.Comment, sizeof record.Comment);
+    std::printf("%-15s %11d%s%s\n", printable(record.Variable, sizeof record.Variable).c_str(),
+                record.Value, comment.empty() ? "" : "  ", comment.c_str());
+  });
+}
+
+int dump(BinRegistry& registry) {
+  return registry.forEach(
+      [](BinVarValRecord& record) { (void)GenRegBinVarVal::PrintRecord(&record); });
+}
+
+struct Verb {
+  const char* name;
+  const char* help;
+  bool takesName;
+  bool takesValue;
+  int (*run)(BinRegistry& registry, const Arguments& arguments);
+};
+
+constexpr Verb verbs[] = {
+    {"list", "print every variable: name, value, comment", false, false,
+     [](BinRegistry& registry, const Arguments&) { return list(registry); }},
+    {"get", "print the value of the first variable of that name", true, false,
+     [](BinRegistry& registry, const Arguments& a) { return registry.get(a.name); }},
+    {"set", "add a variable, or change every one of that name", true, true,
+     [](BinRegistry& registry, const Arguments& a) {
+       return registry.set(a.name, a.value, a.comment);
+     }},
+    {"unset", "delete every variable of that name", true, false,
+     [](BinRegistry& registry, const Arguments& a) { return registry.unset(a.name); }},
+    {"import", "set variables from lines of NAME VALUE on standard input", false, false,
+     [](BinRegistry& registry, const Arguments&) { return registry.importLines(std::cin); }},
+    {"dump", "print every record, field by field", false, false,
+     [](BinRegistry& registry, const Arguments&) { return dump(registry); }},
+};
+
+int runVerb(const Verb& verb, const Arguments& arguments) {
+  if (verb.takesName) {
+    const std::string wrong =
+        complaint(arguments.name, verb.takesValue ? &arguments.value : nullptr, arguments.comment);
+    if (!wrong.empty()) return reportUsage(wrong);
+  }
+  BinRegistry registry(arguments);
+  if (const int status = registry.opened(); status != exitDone) return status;
+  return verb.run(registry, arguments);
+}
+
+}  // namespace
+
+void addBinCommand(CLI::App& app, int& status) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* group = app.add_subcommand("bin", "a registry of binary variables");
+  group->add_option("FILE", arguments->file, "the registry file")->required();
+  group->add_flag("--big-endian", arguments->bigEndian, "length fields have their high byte first");
+  group->require_subcommand(1);
+  for (const Verb& verb : verbs) {
+    CLI::App* command = group->add_subcommand(verb.name, verb.help);
+    if (verb.takesName) {
+      command->add_option("NAME", arguments->name, "the variable's name")->required();
+    }
+    if (verb.takesValue) {
+      command->add_option("VALUE", arguments->value, "a whole number of 32 bits")->required();
+      command->add_option("--comment", arguments->comment, "free text, at most 15 bytes");
+    }
+    command->callback([&verb, arguments, &status] { status = runVerb(verb, *arguments); });
+  }
+}
+
+}  // namespace zorreg
