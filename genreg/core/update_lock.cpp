@@ -98,3 +98,10 @@ unsigned int RegistryHandle::unlockRegistry(GenRegFile& handle) {
   }
   return routine.exit(GENREG_RC_OK);
 }
+
+void RegistryHandle::dropUpdateLock(GenRegFile& handle) noexcept {
+  if ((handle.status & GENREG_STATUS_LOCKED) == 0) return;
+  (void)handle.lockFile.close();
+  handle.status &= ~GENREG_STATUS_LOCKED;
+  (void)ossFileDelete(handle.lockPath);
+}

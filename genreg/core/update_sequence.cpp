@@ -53,6 +53,7 @@ unsigned int runUpdate(GenRegFile& handle, Routine& routine, const UpdateKind& k
   }
   if (const unsigned int code = RegistryHandle::unlockRegistry(handle); code != 0) {
     cleanUp.note(routine.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230));
+    RegistryHandle::dropUpdateLock(handle);
   }
   outcome.note(cleanUp.code());
   return outcome.code();
