@@ -36,7 +36,7 @@ unsigned int BinaryStore::copyOut(const Routine& routine, const LoadedRecord& fo
 }
 
 // The first match from the cursor on: 0 with the record loaded, GENREG_RC_END, or a failure.
-unsigned int BinaryStore::search(Routine& routine, RecordCursor cursor, std::uint64_t mask,
+unsigned int BinaryStore::search(Routine& routine, RecordCursor& cursor, std::uint64_t mask,
                                  void* key, LoadedRecord& loaded,
                                  std::uint64_t size) const noexcept {
   for (;;) {
@@ -67,7 +67,8 @@ unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, v
     if (position < 0 || platform::seekStream(handle_.mainStream, 0) != 0) {
       return routine.fail(GENREG_RC_READ_FAILED, 70);
     }
-    outcome.note(search(routine, mainCursor(), mask, key, loaded, size));
+    RecordCursor cursor = mainCursor();
+    outcome.note(search(routine, cursor, mask, key, loaded, size));
     std::clearerr(handle_.mainStream);
     if (platform::seekStream(handle_.mainStream, position) != 0) {
       cleanUp.note(routine.fail(GENREG_RC_SETPOS_FAILED, 160));
@@ -78,7 +79,8 @@ unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, v
           code == GENREG_RC_NO_FILE ? GENREG_RC_NO_FILE : GENREG_RC_OPEN_FOR_OPERATION;
       return routine.failFrom(Function::openRegFile, code, own, 70, genreg::readOpenSeverity);
     }
-    outcome.note(search(routine, mainCursor(), mask, key, loaded, size));
+    RecordCursor cursor = mainCursor();
+    outcome.note(search(routine, cursor, mask, key, loaded, size));
     if (const unsigned int code = RegistryHandle::closeRegFile(handle_, GENREG_OP_READ);
         code != 0) {
       cleanUp.note(
@@ -114,9 +116,14 @@ unsigned int BinaryStore::getNext(Routine& routine, std::uint64_t mask, void* ke
   }
 
   Outcome outcome;
-  outcome.note(search(routine, mainCursor(), mask, key, loaded, size));
+  RecordCursor cursor = mainCursor();
+  outcome.note(search(routine, cursor, mask, key, loaded, size));
   if (outcome.ok()) {
     outcome.note(copyOut(routine, loaded, size, out));
+  } else if (outcome.code() == GENREG_RC_READ_FAILED) {
+    // Back to where the damage starts: what follows it must never be taken for a record.
+    std::clearerr(handle_.mainStream);
+    (void)platform::seekStream(handle_.mainStream, static_cast<std::int64_t>(cursor.offset));
   } else if (outcome.code() == GENREG_RC_END) {
     handle_.status |= GENREG_STATUS_SCAN_END;
     std::memset(out, 0, size);

@@ -10,6 +10,21 @@ using genreg::Routine;
 
 namespace {
 
+// The length field in the handle's byte order. The reversed order is a routine of its own in the
+// trace, since a registry read with the wrong one looks damaged.
+std::uint32_t readLength(const unsigned char (&field)[genreg::lengthWidth], bool bigEndian) {
+  if (!bigEndian) return genreg::decodeLength(field, false);
+  Routine routine(Function::decodeLength);
+  return genreg::decodeLength(field, true);
+}
+
+void writeLength(std::uint32_t length, bool bigEndian,
+                 unsigned char (&field)[genreg::lengthWidth]) {
+  if (!bigEndian) return genreg::encodeLength(length, false, field);
+  Routine routine(Function::encodeLength);
+  genreg::encodeLength(length, true, field);
+}
+
 constexpr std::uint64_t afterLength(const RecordCursor& cursor) {
   return cursor.offset + genreg::lengthWidth;
 }
@@ -83,7 +98,7 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
   Routine routine(Function::binReadRecord);
   unsigned char field[genreg::lengthWidth] = {};
   const std::size_t got = std::fread(field, 1, sizeof field, cursor.stream);
-  const std::uint32_t length = genreg::decodeLength(field, has(GENREG_BIG_ENDIAN_LENGTH));
+  const std::uint32_t length = readLength(field, has(GENREG_BIG_ENDIAN_LENGTH));
   record.length = length;
   if (got < sizeof field) {
     if (const std::int32_t error = std::ferror(cursor.stream); error != 0) {
@@ -162,7 +177,7 @@ unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes,
     return routine.exit(routine.fail(GENREG_RC_RECORD_TOO_LARGE, 30, genreg::wide(length)));
   }
   unsigned char field[genreg::lengthWidth];
-  genreg::encodeLength(static_cast<std::uint32_t>(length), has(GENREG_BIG_ENDIAN_LENGTH), field);
+  writeLength(static_cast<std::uint32_t>(length), has(GENREG_BIG_ENDIAN_LENGTH), field);
   if (std::fwrite(field, 1, sizeof field, stream) != sizeof field) {
     const std::int32_t error = std::ferror(stream);
     return routine.exit(routine.fail(GENREG_RC_WRITE_LENGTH_FAILED, 40, genreg::number(error)));

@@ -110,7 +110,7 @@ class BinaryStore {
                        void* record) noexcept;
 
  private:
-  unsigned int search(genreg::Routine& routine, RecordCursor cursor, std::uint64_t mask, void* key,
+  unsigned int search(genreg::Routine& routine, RecordCursor& cursor, std::uint64_t mask, void* key,
                       LoadedRecord& loaded, std::uint64_t size) const noexcept;
   unsigned int lengthHook() const noexcept;
   unsigned int writeFrame(std::FILE* stream, const void* bytes,

@@ -49,9 +49,14 @@ unsigned int RegistryHandle::lockFileOf(OSSHFile& file, std::uint32_t lockType) 
 int RegistryHandle::adoptMainStream(GenRegFile& handle, OSSHFile& file,
                                     platform::StreamUse use) noexcept {
   errno = 0;
-  handle.mainStream = platform::openStream(file.releaseFileHandle(), use, &handle.mainBacking);
-  if (handle.mainStream != nullptr) return 0;
-  return errno != 0 ? errno : EIO;
+  platform::StreamBacking* backing = nullptr;
+  std::FILE* stream = platform::openStream(file.releaseFileHandle(), use, &backing);
+  if (stream == nullptr) return errno != 0 ? errno : EIO;
+  // A caller that opens a second scan over an open one gives the first one up.
+  (void)closeMain(handle);
+  handle.mainStream = stream;
+  handle.mainBacking = backing;
+  return 0;
 }
 
 unsigned int GenRegFile::OpenScan() noexcept {
@@ -70,7 +75,7 @@ unsigned int GenRegFile::OpenScan() noexcept {
   if (error != 0) {
     return routine.exit(routine.failSystem(error, GENREG_RC_OPEN_FAILED, 30, registryPath));
   }
-  status |= GENREG_STATUS_SCAN_OPEN;
+  status = (status | GENREG_STATUS_SCAN_OPEN) & ~GENREG_STATUS_SCAN_END;
   return routine.exit(GENREG_RC_OK);
 }
 

@@ -142,6 +142,27 @@ std::FILE* wrap(int descriptor, StreamUse use, std::uint64_t size, std::uint64_t
   return stream;
 }
 
+// Gives a new file the owner, the group and the permissions of the file it is to replace. Only root
+// may give a file away, so the owner stays who it is when that is refused; but permissions meant
+// for one group must not be another's: without the group, its bits shrink to what everybody has.
+int setAttributes(int descriptor, const char* path, const FileAttributes& attributes) {
+  constexpr mode_t permissionBits = 07777;
+  struct stat created;
+  if (oss::systemCall("fstat", path, [&] { return ::fstat(descriptor, &created); }) != 0) {
+    return errno;
+  }
+  auto wanted = static_cast<mode_t>(attributes.permissions);
+  const bool sameGroup = created.st_gid == attributes.group;
+  if ((created.st_uid != attributes.owner || !sameGroup) &&
+      ::fchown(descriptor, attributes.owner, attributes.group) != 0 && !sameGroup &&
+      ::fchown(descriptor, created.st_uid, attributes.group) != 0) {
+    wanted &= ~((~wanted & S_IRWXO) << 3);
+  }
+  if ((created.st_mode & permissionBits) == wanted) return 0;
+  const int failed = oss::systemCall("fchmod", path, [&] { return ::fchmod(descriptor, wanted); });
+  return failed == 0 ? 0 : errno;
+}
+
 }  // namespace
 
 std::FILE* openStream(std::intptr_t handle, StreamUse use, StreamBacking** backing) {
@@ -171,15 +192,7 @@ std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
   }));
   if (descriptor < 0) return nullptr;
   *step = PrivateFileStep::SetAttributes;
-  // Only root may give a file away; anyone else's files are their own, which is as it should be.
-  if ((attributes.owner != ::geteuid() || attributes.group != ::getegid()) &&
-      ::fchown(descriptor, attributes.owner, attributes.group) != 0) {
-    errno = 0;
-  }
-  if (oss::systemCall("fchmod", path, [&] {
-        return ::fchmod(descriptor, static_cast<mode_t>(attributes.permissions));
-      }) != 0) {
-    const int error = errno;
+  if (const int error = setAttributes(descriptor, path, attributes); error != 0) {
     (void)::unlink(path);
     return failClosed(descriptor, error);
   }

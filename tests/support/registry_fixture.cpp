@@ -87,7 +87,8 @@ std::string RegistryTest::files() const {
   return joined;
 }
 
-FaultPlan::FaultPlan(unsigned long k, int fault, bool kill) : k_(k), fault_(fault), kill_(kill) {
+FaultPlan::FaultPlan(unsigned long k, int fault, bool kill, const char* only)
+    : k_(k), fault_(fault), kill_(kill), only_(only) {
   ossSetFaultHook(answer, this);
 }
 
@@ -95,6 +96,7 @@ FaultPlan::~FaultPlan() { ossSetFaultHook(nullptr, nullptr); }
 
 int FaultPlan::answer(const char* operation, const char*, void* context) {
   auto& plan = *static_cast<FaultPlan*>(context);
+  if (plan.only_ != nullptr && std::strcmp(plan.only_, operation) != 0) return 0;
   if (++plan.calls_ != plan.k_) return 0;
   if (plan.kill_) (void)::raise(SIGKILL);
   plan.operation_ = operation;

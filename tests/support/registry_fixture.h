@@ -18,7 +18,7 @@
 class TestRegistry : public GenRegBinVarVal {
  public:
   explicit TestRegistry(const std::string& path, std::uint64_t wanted = 0) noexcept
-      : GenRegBinVarVal(path.c_str(), &constructed) {
+      : GenRegBinVarVal(path.c_str(), nullptr) {
     if (wanted != 0) useFeatures(wanted);
   }
   // Exactly these features from now on.
@@ -44,8 +44,6 @@ class TestRegistry : public GenRegBinVarVal {
   using GenRegFile::PackRecord;
   using GenRegFile::UnpackRecord;
   GenRegCompareHook& compareHook() { return GenRegBase::CompareRecord; }
-
-  unsigned int constructed = 0xFFFFFFFFu;
 };
 
 BinVarValRecord variable(const std::string& name, std::int32_t value = 0,
@@ -86,10 +84,10 @@ class RegistryTest : public ::testing::Test {
 };
 
 // While it lives, system call number `k` (from 1) fails as `fault` says; 0 only counts. With
-// `kill`, the process dies right before it instead.
+// `kill`, the process dies right before it instead. With `only`, calls of that name alone count.
 class FaultPlan {
  public:
-  FaultPlan(unsigned long k, int fault, bool kill = false);
+  FaultPlan(unsigned long k, int fault, bool kill = false, const char* only = nullptr);
   ~FaultPlan();
   FaultPlan(const FaultPlan&) = delete;
   FaultPlan& operator=(const FaultPlan&) = delete;
@@ -103,6 +101,7 @@ class FaultPlan {
   unsigned long k_;
   int fault_;
   bool kill_;
+  const char* only_;
   unsigned long calls_ = 0;
   std::string operation_;
 };

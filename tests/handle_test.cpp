@@ -1,0 +1,152 @@
+// Construction, names, features and paths of a registry handle; the table of return codes.
+#include <cstring>
+#include <set>
+
+#include "support/registry_fixture.h"
+
+namespace {
+
+struct FeatureCase {
+  std::uint64_t before;
+  bool set;
+  std::uint64_t value;
+  unsigned int code;
+  std::uint64_t after;
+};
+
+TEST(Handle, FeaturesAreSetAndClearedWithinTheirRange) {
+  const FeatureCase cases[] = {
+      {0, true, 0, GENREG_RC_BAD_FEATURE, 0},
+      {0, true, 129, GENREG_RC_BAD_FEATURE, 0},
+      {0, true, 128, 0, 128},
+      {0, true, 3, 0, 3},
+      {16, true, 24, 0, 24},
+      {3, false, 0, GENREG_RC_BAD_FEATURE, 3},
+      {3, false, 129, GENREG_RC_BAD_FEATURE, 3},
+      {1, false, 2, GENREG_RC_FEATURE_NOT_SET, 1},
+      {1, false, 3, 0, 0},
+      {7, false, 2, 0, 5},
+      {0, true, ~0ull, GENREG_RC_BAD_FEATURE, 0},
+  };
+  for (const FeatureCase& row : cases) {
+    TestRegistry handle("r");
+    handle.useFeatures(row.before);
+    EXPECT_EQ(row.set ? handle.setFeature(row.value) : handle.unsetFeature(row.value), row.code);
+    for (std::uint64_t bit = 1; bit <= 128; bit *= 2) {
+      EXPECT_EQ(handle.isFeatureSet(bit), (row.after & bit) != 0) << row.value << " bit " << bit;
+    }
+  }
+}
+
+TEST(Handle, NamesFollowFromThePath) {
+  const struct {
+    std::string path, lock, backup;
+  } cases[] = {
+      {"prof.reg", ".prof.reg.lock", ".prof.reg.bkp"},
+      {"/data/prof.reg", "/data/.prof.reg.lock", "/data/.prof.reg.bkp"},
+      {"a/b/c", "a/b/.c.lock", "a/b/.c.bkp"},
+      {"./r", ".r.lock", ".r.bkp"},
+      {std::string(253, 'x'), "." + std::string(253, 'x') + ".lock",
+       "." + std::string(253, 'x') + ".bkp"},
+  };
+  for (const auto& row : cases) {
+    TestRegistry handle(row.path);
+    char name[GENREG_PATH_SIZE];
+    const auto read = [&](unsigned int (TestRegistry::*getter)(char*, std::uint64_t) const) {
+      EXPECT_EQ((handle.*getter)(name, sizeof name), 0u);
+      return std::string(name);
+    };
+    EXPECT_EQ(read(&TestRegistry::getRegFilePath), row.path);
+    EXPECT_EQ(read(&TestRegistry::getTempFilePath), row.path + ".tmp");
+    EXPECT_EQ(read(&TestRegistry::getCorruptFilePath), row.path + ".cor");
+    EXPECT_EQ(read(&TestRegistry::getLockFilePath), row.lock);
+    EXPECT_EQ(read(&TestRegistry::getBackupFilePath), row.backup);
+    EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
+    EXPECT_TRUE(handle.isFeatureSet(GENREG_VERIFY_UPDATES));
+    EXPECT_TRUE(handle.isFeatureSet(GENREG_ALLOW_DUPLICATES));
+  }
+}
+
+TEST(Handle, APathGetterTakesABufferOfExactlyTheLength) {
+  TestRegistry handle("/data/r");
+  char buffer[16];
+  std::memset(buffer, 'x', sizeof buffer);
+  EXPECT_EQ(handle.getRegFilePath(buffer, 8), 0u);
+  EXPECT_STREQ(buffer, "/data/r");
+  EXPECT_EQ(buffer[8], 'x');
+  EXPECT_EQ(handle.getRegFilePath(buffer, 7), OSS_RC_BUFFER_TOO_SMALL);
+  EXPECT_STREQ(buffer, "");
+  buffer[0] = 'x';
+  EXPECT_EQ(handle.getRegFilePath(buffer, 0), OSS_RC_BUFFER_TOO_SMALL);
+  EXPECT_EQ(buffer[0], 'x');
+  EXPECT_EQ(handle.getRegFilePath(nullptr, 8), OSS_RC_NULL_ARGUMENT);
+}
+
+TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
+  const struct {
+    const char* path;
+    unsigned int code;
+  } cases[] = {{nullptr, GENREG_RC_NO_ARGUMENT},
+               {"", GENREG_RC_NO_ARGUMENT},
+               {"/", GENREG_RC_BASE_NAME},
+               {nullptr, GENREG_RC_PATH_TOO_LONG}};
+  const std::string tooLong(254, 'x');
+  for (const auto& row : cases) {
+    const char* path = row.code == GENREG_RC_PATH_TOO_LONG ? tooLong.c_str() : row.path;
+    unsigned int code = 0;
+    GenRegBinVarVal handle(path, &code);
+    EXPECT_EQ(code, row.code);
+    BinVarValRecord record = variable("a");
+    EXPECT_NE(handle.Add(0, &record), 0u);
+    EXPECT_NE(handle.Change(0, &record, &record), 0u);
+    EXPECT_NE(handle.Delete(0, &record), 0u);
+    EXPECT_NE(handle.Get(0, &record, &record), 0u);
+    EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
+  }
+  GenRegBinVarVal withoutOutcome("", nullptr);
+}
+
+TEST(Handle, TracingIsAskedBeforeEachRecordAndFailuresAreLoggedWithoutIt) {
+  Diagnostics diagnostics;
+  TestRegistry handle("/nowhere/at/all/r");
+  EXPECT_TRUE(diagnostics.records.empty());
+  EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
+  EXPECT_GE(diagnostics.logs(0x082A0005u, GENREG_RC_OPEN_FAILED), 1u);
+  for (const auto& record : diagnostics.records) EXPECT_LE(record.kind, OSSRecordKind::LogCallee);
+
+  diagnostics.records.clear();
+  g_pGTCB->enabled = 1;
+  EXPECT_EQ(handle.CloseScan(), 0u);
+  g_pGTCB->enabled = 0;
+  ASSERT_EQ(diagnostics.records.size(), 2u);
+  EXPECT_EQ(diagnostics.records[0].kind, OSSRecordKind::Entry);
+  EXPECT_EQ(diagnostics.records[1].kind, OSSRecordKind::Exit);
+  EXPECT_EQ(diagnostics.records[1].probe, 0x082A0006u);
+
+  // Switched on by a hook in the middle of a Get: its exit is seen, its entry is not.
+  diagnostics.records.clear();
+  handle.ValidateKey = [](std::uint64_t, void*) -> unsigned int {
+    g_pGTCB->enabled = 1;
+    return 1;
+  };
+  BinVarValRecord record{};
+  EXPECT_EQ(handle.Get(0, &record, &record), GENREG_RC_KEY_REJECTED);
+  g_pGTCB->enabled = 0;
+  std::size_t entries = 0;
+  for (const auto& seen : diagnostics.records) entries += seen.kind == OSSRecordKind::Entry;
+  EXPECT_EQ(entries, 0u);
+  EXPECT_EQ(diagnostics.records.back().kind, OSSRecordKind::Exit);
+}
+
+TEST(ReturnCodes, EachValueAndNameStandsOnceAndLiesInItsRange) {
+  std::set<unsigned int> values;
+  std::set<std::string> names;
+  for (const GenRegReturnCode& row : genRegReturnCodes) {
+    EXPECT_TRUE(values.insert(row.value).second) << row.name;
+    EXPECT_TRUE(names.insert(row.name).second) << row.name;
+    EXPECT_EQ(row.value >> 16, 0x9000u) << row.name;
+    EXPECT_NE(*row.meaning, '\0') << row.name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,400 @@
+// The update session: locks, leftovers of earlier sessions, recovery, commit, hostile surroundings,
+// and the code that each failing step gives.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "support/operations.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string content(std::int32_t b = 2) {
+  return frame(variable("a", 1)) + frame(variable("b", b));
+}
+
+class SessionTest : public RegistryTest {
+ protected:
+  unsigned int permissionsOf(const std::string& name) const {
+    struct stat status {};
+    EXPECT_EQ(::stat(name.c_str(), &status), 0);
+    return status.st_mode & 07777u;
+  }
+};
+
+TEST_F(SessionTest, LockRequestsAreCheckedAndTheLockExcludes) {
+  TestRegistry handle(registry());
+  TestRegistry other(registry());
+  for (const std::uint64_t request : {0u, 16u, 1u, 2u, 4u, 8u}) {
+    EXPECT_EQ(handle.LockRegistry(request), GENREG_RC_BAD_ARGUMENT) << request;
+  }
+  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_SHARED | GENREG_LOCK_WAIT), GENREG_RC_OPEN_LOCK_FAILED)
+      << "a shared request creates no lock file";
+  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_SHARED | GENREG_LOCK_WAIT), 0u);
+  EXPECT_EQ(handle.LockRegistry(5), GENREG_RC_ALREADY_LOCKED);
+  EXPECT_EQ(other.LockRegistry(GENREG_LOCK_SHARED | GENREG_LOCK_NOWAIT), GENREG_RC_BUSY);
+  EXPECT_EQ(other.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT | GENREG_LOCK_NOWAIT),
+            GENREG_RC_BUSY);
+  EXPECT_EQ(other.status & GENREG_STATUS_LOCKED, 0u);
+  EXPECT_EQ(handle.UnlockRegistry(), 0u);
+  EXPECT_EQ(files(), "");
+  EXPECT_EQ(handle.UnlockRegistry(), GENREG_RC_UNLOCK_FILE_FAILED);
+  EXPECT_EQ(other.LockRegistry(5), 0u);
+  (void)std::remove(lockFile().c_str());
+  Diagnostics diagnostics;
+  EXPECT_EQ(other.UnlockRegistry(), 0u) << "somebody else deleted the lock file";
+  EXPECT_EQ(diagnostics.logs(0x082A0011u, GENREG_RC_LOCK_FILE_GONE), 1u);
+}
+
+TEST_F(SessionTest, ALockLeftByADeadHolderIsTakenOver) {
+  EXPECT_EQ(inChild([&] {
+              TestRegistry holder(registry());
+              return static_cast<int>(holder.LockRegistry(5));
+            }),
+            0);
+  EXPECT_EQ(files(), ".r.lock");
+  TestRegistry handle(registry());
+  EXPECT_EQ(add(handle), 0u);
+  EXPECT_EQ(files(), "r");
+}
+
+TEST_F(SessionTest, AHandleDestroyedUnderTheLockEndsIt) {
+  {
+    TestRegistry holder(registry());
+    ASSERT_EQ(holder.LockRegistry(5), 0u);
+  }
+  TestRegistry handle(registry());
+  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_NOWAIT), 0u);
+  EXPECT_EQ(handle.UnlockRegistry(), 0u);
+}
+
+TEST_F(SessionTest, TheFirstAddCreatesDirectoryAndFileForTheirOwnerAlone) {
+  const std::string directory = path("new");
+  TestRegistry handle(directory + "/r");
+  EXPECT_EQ(add(handle), 0u);
+  EXPECT_EQ(permissionsOf(directory), 0700u);
+  EXPECT_EQ(permissionsOf(directory + "/r"), 0600u);
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
+  TestRegistry deep(path("no/such/parent/r"));
+  Diagnostics diagnostics;
+  EXPECT_EQ(add(deep), GENREG_RC_LOCK_FAILED);
+  EXPECT_GE(diagnostics.logs(0x082A000Eu, GENREG_RC_CREATE_DIRECTORY), 1u);
+}
+
+TEST_F(SessionTest, AMissingRegistryIsToldApart) {
+  TestRegistry handle(registry());
+  EXPECT_EQ(get(handle), GENREG_RC_NO_FILE);
+  Diagnostics diagnostics;
+  EXPECT_EQ(change(handle), GENREG_RC_OPEN_FOR_OPERATION);
+  EXPECT_EQ(remove(handle), GENREG_RC_OPEN_FOR_OPERATION);
+  for (const auto& record : diagnostics.records) {
+    EXPECT_EQ(record.calleeCode, GENREG_RC_NO_FILE);
+    EXPECT_EQ(record.probe >> 16, 0x082Au);
+  }
+  EXPECT_EQ(files(), "");
+}
+
+// What an earlier session left behind, and what is there after the next update.
+struct Leftovers {
+  const char* name;
+  bool registry, backup, temporary, corrupt;
+  const char* after;
+  const char* corruptAfter;
+};
+
+TEST_F(SessionTest, LeftoversOfACrashAreRepairedByTheNextUpdate) {
+  const Leftovers cases[] = {
+      {"nothing", true, false, false, false, "r", ""},
+      {"an unfinished update", true, false, true, false, "r r.cor", "unfinished"},
+      {"one and an older one", true, false, true, true, "r r.cor", "unfinished"},
+      {"an older one", true, false, false, true, "r", ""},
+      {"a stale backup", true, true, false, false, "r", ""},
+      {"only the backup", false, true, false, false, "r", ""},
+      {"between the renames", false, true, true, true, "r r.cor", "unfinished"},
+  };
+  for (const Operation& operation :
+       {Operation{"Add", verified, false, add}, Operation{"Change", unverified, false, change},
+        Operation{"InPlace", unverified, false, add}}) {
+    for (const Leftovers& row : cases) {
+      SCOPED_TRACE(std::string(operation.name) + " after " + row.name);
+      fs::remove_all(directory_);
+      fs::create_directory(directory_);
+      if (row.registry) writeFile(registry(), content());
+      if (row.backup) writeFile(backup(), row.registry ? "stale" : content());
+      if (row.temporary) writeFile(temporary(), "unfinished");
+      if (row.corrupt) writeFile(corrupt(), "older");
+      TestRegistry handle(registry(), operation.features);
+      EXPECT_EQ(get(handle), 0u) << "a reader must find the committed content";
+      EXPECT_EQ(scan(handle), 0u);
+      EXPECT_EQ(exists(backup()), row.backup) << "a reader writes nothing";
+      EXPECT_EQ(operation.run(handle), 0u);
+      EXPECT_EQ(readFile(registry()),
+                operation.run == change ? content(22) : content() + frame(variable("new", 3)));
+      if (operation.name == std::string("InPlace")) continue;
+      EXPECT_EQ(files(), row.after);
+      EXPECT_EQ(readFile(corrupt()), row.corruptAfter);
+    }
+  }
+}
+
+TEST_F(SessionTest, ReadersNeedNoRightToWrite) {
+  writeFile(backup(), content());
+  (void)::chmod(backup().c_str(), 0444);
+  (void)::chmod(directory_.c_str(), 0555);
+  EXPECT_EQ(inChild([&] {
+              constexpr uid_t nobody = 65534;
+              if (::geteuid() == 0 && ::setuid(nobody) != 0) return 9;
+              TestRegistry handle(registry());
+              return get(handle) == 0 && scan(handle) == 0 ? 0 : 1;
+            }),
+            0);
+  (void)::chmod(directory_.c_str(), 0700);
+}
+
+TEST_F(SessionTest, TheNewFileHasThePermissionsOfTheOldOneAndIsNeverWider) {
+  for (const unsigned int permissions : {0600u, 0640u, 0400u, 0664u}) {
+    writeFile(registry(), content());
+    ASSERT_EQ(::chmod(registry().c_str(), permissions), 0);
+    static std::string watched;
+    static unsigned int widest;
+    watched = temporary();
+    widest = 0;
+    ossSetFaultHook(
+        [](const char*, const char*, void*) {
+          struct stat status {};
+          if (::stat(watched.c_str(), &status) == 0) widest |= status.st_mode & 07777u;
+          return 0;
+        },
+        nullptr);
+    TestRegistry handle(registry());
+    EXPECT_EQ(change(handle), 0u);
+    ossSetFaultHook(nullptr, nullptr);
+    EXPECT_EQ(permissionsOf(registry()), permissions);
+    EXPECT_EQ(widest & ~permissions & ~0600u, 0u);
+  }
+}
+
+TEST_F(SessionTest, AGroupThatCannotBeKeptGetsNoMoreThanEverybody) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to set the scene";
+  constexpr uid_t nobody = 65534;
+  writeFile(registry(), content());
+  ASSERT_EQ(::chmod(registry().c_str(), 0664), 0);
+  ASSERT_EQ(::chmod(directory_.c_str(), 0777), 0);
+  EXPECT_EQ(inChild([&] {
+              if (::setgid(nobody) != 0 || ::setuid(nobody) != 0) return 9;
+              TestRegistry handle(registry());
+              return static_cast<int>(change(handle) != 0);
+            }),
+            0);
+  EXPECT_EQ(permissionsOf(registry()), 0644u);
+}
+
+TEST_F(SessionTest, PlantedLinksPipesAndSecondNamesAreNotFollowed) {
+  const std::string victim = path("victim");
+  const auto link = [](const char* target, const std::string& name) {
+    ASSERT_EQ(::symlink(target, name.c_str()), 0);
+  };
+  const struct {
+    const char* name;
+    std::function<void()> plant;
+    unsigned int result;  // of a Change
+  } cases[] = {
+      {"link at the temporary name", [&] { link("victim", temporary()); }, 0},
+      {"link at the lock name", [&] { link("victim", lockFile()); }, GENREG_RC_LOCK_FAILED},
+      {"dangling lock", [&] { link("nowhere", lockFile()); }, GENREG_RC_LOCK_FAILED},
+      {"pipe at the lock name", [&] { ASSERT_EQ(::mkfifo(lockFile().c_str(), 0600), 0); },
+       GENREG_RC_LOCK_FAILED},
+      {"lock with a second name", [&] { ASSERT_EQ(::link(victim.c_str(), lockFile().c_str()), 0); },
+       GENREG_RC_LOCK_FAILED},
+      {"registry is a link",
+       [&] {
+         fs::rename(registry(), path("real"));
+         link("real", registry());
+       },
+       GENREG_RC_OPEN_FOR_OPERATION},
+      {"registry has a second name",
+       [&] { ASSERT_EQ(::link(registry().c_str(), path("second").c_str()), 0); },
+       GENREG_RC_OPEN_FOR_OPERATION},
+      {"registry is a pipe",
+       [&] {
+         fs::remove(registry());
+         ASSERT_EQ(::mkfifo(registry().c_str(), 0600), 0);
+       },
+       GENREG_RC_OPEN_FOR_OPERATION},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    fs::remove_all(directory_);
+    fs::create_directory(directory_);
+    writeFile(registry(), content());
+    writeFile(victim, "precious");
+    ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
+    row.plant();
+    TestRegistry handle(registry());
+    EXPECT_EQ(change(handle), row.result);
+    EXPECT_EQ(readFile(victim), "precious");
+    EXPECT_EQ(permissionsOf(victim), 0640u);
+    EXPECT_FALSE(exists(path("nowhere")));
+    (void)get(handle);  // must not block
+  }
+}
+
+TEST_F(SessionTest, ALongNameWithoutRoomForItsCompanionsCreatesNothing) {
+  const std::string name(252, 'n');
+  ASSERT_EQ(::chdir(directory_.c_str()), 0);
+  TestRegistry handle(name);
+  EXPECT_EQ(add(handle), GENREG_RC_LOCK_FAILED);
+  EXPECT_EQ(files(), "");
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(SessionTest, DescriptorsStayAboveTheStandardThreeAndOutOfChildren) {
+  writeFile(registry(), content());
+  EXPECT_EQ(inChild([&] {
+              ::close(0);
+              ::close(2);
+              TestRegistry handle(registry());
+              if (handle.OpenScan() != 0 || handle.LockRegistry(5) != 0) return 1;
+              if (::fcntl(0, F_GETFD) != -1 || ::fcntl(2, F_GETFD) != -1) return 2;
+              for (int descriptor = 3; descriptor < 64; ++descriptor) {
+                char target[512] = {};
+                const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
+                if (::readlink(name.c_str(), target, sizeof target - 1) <= 0) continue;
+                const bool ours = std::string(target).find(directory_) == 0;
+                if (ours && (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) return 3;
+              }
+              return 0;
+            }),
+            0);
+}
+
+TEST_F(SessionTest, AFullDiskLeavesTheRegistryAsItWas) {
+  std::string many;
+  for (int i = 0; i < 1000; ++i) many += frame(variable("v" + std::to_string(i), i));
+  writeFile(registry(), many);
+  EXPECT_EQ(inChild([&] {
+              const rlimit limit{8192, 8192};
+              (void)::signal(SIGXFSZ, SIG_IGN);
+              if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 9;
+              TestRegistry handle(registry());
+              return static_cast<int>(add(handle) == 0);
+            }),
+            0);
+  EXPECT_EQ(readFile(registry()), many);
+}
+
+// One failing system call, the code the operation gives for it, and the routine and code logged.
+struct FailingStep {
+  const char* call;
+  unsigned long nth;
+  unsigned int (*run)(TestRegistry& registry);
+  std::uint64_t features;
+  unsigned int result;
+  unsigned int function;
+  unsigned int logged;
+  bool committed;
+};
+
+constexpr unsigned int opening = GENREG_RC_OPEN_FOR_OPERATION;
+constexpr unsigned int closing = GENREG_RC_CLOSE_AFTER_OPERATION;
+constexpr unsigned int unlocking = GENREG_RC_UNLOCK_FAILED;
+constexpr unsigned int verifying = GENREG_RC_VERIFY_FAILED;
+
+TEST_F(SessionTest, EachFailingStepGivesItsCode) {
+  const FailingStep cases[] = {
+      {"malloc", 1, change, unverified, GENREG_RC_BUFFER_ALLOC, 30, GENREG_RC_BUFFER_ALLOC, false},
+      {"open", 1, change, unverified, GENREG_RC_LOCK_FAILED, 14, GENREG_RC_OPEN_LOCK_FAILED, false},
+      {"flock", 1, change, unverified, GENREG_RC_LOCK_FAILED, 14, OSS_RC_IO_ERROR, false},
+      {"open", 2, change, unverified, opening, 15, GENREG_RC_OPEN_FAILED, false},
+      {"flock", 2, change, unverified, opening, 15, GENREG_RC_FILE_LOCK, false},
+      {"fopen", 1, change, unverified, opening, 15, GENREG_RC_OPEN_FAILED, false},
+      {"unlink", 1, change, unverified, opening, 15, GENREG_RC_CORRUPT_DELETE, false},
+      {"rename", 1, change, unverified, opening, 15, GENREG_RC_CORRUPT_RENAME, false},
+      {"stat", 4, change, unverified, opening, 15, GENREG_RC_FILE_INFO_OPEN, false},
+      {"open", 3, change, unverified, opening, 15, GENREG_RC_OPEN_TEMP_FAILED, false},
+      {"fchmod", 1, change, unverified, opening, 15, GENREG_RC_TEMP_PERMISSIONS, false},
+      {"read", 1, change, unverified, GENREG_RC_READ_FAILED, 33, GENREG_RC_READ_LENGTH_FAILED,
+       false},
+      {"write", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
+      {"fsync", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
+      {"close", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_FAILED, false},
+      {"close", 2, change, unverified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
+      {"rename", 2, change, unverified, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED, false},
+      {"rename", 3, change, unverified, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false},
+      {"fsync", 2, change, unverified, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false},
+      {"unlink", 2, change, unverified, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
+      {"flock", 3, change, unverified, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
+      {"close", 4, change, unverified, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
+      {"unlink", 3, change, unverified, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
+      {"free", 3, change, unverified, GENREG_RC_BUFFER_FREE, 30, GENREG_RC_BUFFER_FREE, true},
+      {"malloc", 4, change, verified, verifying, 34, GENREG_RC_VERIFY_ALLOC_OLD, false},
+      {"malloc", 5, change, verified, verifying, 34, GENREG_RC_VERIFY_ALLOC_NEW, false},
+      {"open", 4, change, verified, verifying, 34, opening, false},
+      {"open", 5, change, verified, verifying, 15, GENREG_RC_OPEN_TEMP_FAILED, false},
+      {"read", 3, change, verified, verifying, 34, GENREG_RC_READ_FAILED, false},
+      {"read", 4, change, verified, verifying, 34, GENREG_RC_VERIFY_READ_NEW, false},
+      {"close", 3, change, verified, verifying, 34, closing, false},
+      {"fsync", 1, change, verified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
+      {"free", 5, change, verified, verifying, 34, GENREG_RC_VERIFY_FREE_NEW, true},
+      {"free", 6, change, verified, verifying, 34, GENREG_RC_VERIFY_FREE_OLD, true},
+      {"stat", 7, add, verified, GENREG_RC_FILE_INFO, 28, GENREG_RC_FILE_INFO, false},
+      {"lseek", 1, add, verified, GENREG_RC_SEEK_END_FAILED, 28, GENREG_RC_SEEK_END_FAILED, false},
+      {"write", 1, add, unverified, closing, 11, GENREG_RC_CLOSE_FAILED, false},
+      {"malloc", 1, get, verified, GENREG_RC_BUFFER_ALLOC, 31, GENREG_RC_BUFFER_ALLOC, false},
+      {"open", 1, get, verified, opening, 31, opening, false},
+      {"read", 1, get, verified, GENREG_RC_READ_FAILED, 31, GENREG_RC_READ_FAILED, false},
+      {"close", 1, get, verified, closing, 31, closing, false},
+      {"free", 2, get, verified, GENREG_RC_BUFFER_FREE, 31, GENREG_RC_BUFFER_FREE, false},
+      {"flock", 1, scan, verified, GENREG_RC_FILE_LOCK, 5, GENREG_RC_FILE_LOCK, false},
+      {"fopen", 1, scan, verified, GENREG_RC_OPEN_FAILED, 5, GENREG_RC_OPEN_FAILED, false},
+      {"malloc", 2, scan, verified, GENREG_RC_BUFFER_ALLOC, 32, GENREG_RC_BUFFER_ALLOC, false},
+      {"close", 1, scan, verified, GENREG_RC_CLOSE_FAILED, 6, GENREG_RC_CLOSE_FAILED, false},
+  };
+  for (const FailingStep& row : cases) {
+    SCOPED_TRACE(std::string(row.call) + " " + std::to_string(row.nth) + " in function " +
+                 std::to_string(row.function));
+    fs::remove_all(directory_);
+    fs::create_directory(directory_);
+    writeFile(registry(), content());
+    ASSERT_EQ(::chmod(registry().c_str(), 0640), 0);
+    if (row.call == std::string("rename")) writeFile(temporary(), "unfinished");
+    TestRegistry handle(registry(), row.features);
+    Diagnostics diagnostics;
+    {
+      FaultPlan plan(row.nth, EIO, false, row.call);
+      EXPECT_EQ(row.run(handle), row.result);
+    }
+    EXPECT_GE(diagnostics.logs(0x082A0000u + row.function, row.logged), 1u);
+    EXPECT_EQ(readFile(registry()), content(row.committed ? 22 : 2));
+    EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
+  }
+}
+
+TEST_F(SessionTest, ATemporaryFileThatCannotBeDeletedReplacesTheResult) {
+  writeFile(registry(), content());
+  TestRegistry handle(registry());
+  BinVarValRecord key = variable("absent");
+  FaultPlan plan(2, EACCES, false, "unlink");
+  EXPECT_EQ(handle.Delete(byName, &key), GENREG_RC_DELETE_TEMP_FAILED);
+}
+
+TEST_F(SessionTest, FailedPositioningGivesItsCode) {
+  writeFile(registry(), content());
+  TestRegistry handle(registry());
+  ASSERT_EQ(handle.OpenScan(), 0u);
+  std::int64_t position = 40;
+  {
+    FaultPlan plan(1, EIO, false, "lseek");
+    EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
+  }
+  ASSERT_EQ(handle.setRegFilePosition(&position), 0u);
+  FaultPlan plan(1, EIO, false, "lseek");
+  EXPECT_EQ(handle.Rewind(), GENREG_RC_REWIND_FAILED);
+  EXPECT_EQ(handle.CloseScan(), 0u);
+}
+
+}  // namespace
