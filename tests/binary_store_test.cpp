@@ -1,0 +1,532 @@
+// The binary engine: framing, damage, hooks, duplicates, packed records, verification.
+#include <cstring>
+
+#include "support/operations.h"
+
+namespace {
+
+using Code = unsigned int;
+
+class BinaryStoreTest : public RegistryTest {
+ protected:
+  Code getByName(TestRegistry& handle, const char* name, BinVarValRecord& record) {
+    BinVarValRecord key = variable(name);
+    return handle.Get(byName, &key, &record);
+  }
+};
+
+TEST_F(BinaryStoreTest, RecordsStandInTheFileByteForByte) {
+  TestRegistry handle(registry());
+  BinVarValRecord record = variable("PATH", -2, "text");
+  ASSERT_EQ(handle.Add(byName, &record), 0u);
+  const unsigned char expected[40] = {0x24, 0,    0,    0,    'P', 'A', 'T', 'H', 0, 0,
+                                      0,    0,    0,    0,    0,   0,   0,   0,   0, 0,
+                                      0xFE, 0xFF, 0xFF, 0xFF, 't', 'e', 'x', 't'};
+  EXPECT_EQ(readFile(registry()), std::string(reinterpret_cast<const char*>(expected), 40));
+  BinVarValRecord found;
+  EXPECT_EQ(getByName(handle, "Path", found), GENREG_RC_NOT_FOUND) << "names are case-sensitive";
+  EXPECT_EQ(found.Variable[0], '\0') << "a record that was not found is zero-filled";
+  EXPECT_EQ(getByName(handle, "PATH", found), 0u);
+  EXPECT_EQ(std::memcmp(&found, &record, sizeof record), 0);
+}
+
+TEST_F(BinaryStoreTest, MasksSelectWhatIsCompared) {
+  const std::string before = frame(variable("a", 1, "x")) + frame(variable("b", 1, "y"));
+  const struct {
+    std::uint64_t mask;
+    const char* name;
+    std::int32_t value;
+    std::int32_t found;  // 0: none
+    const char* comment;
+  } cases[] = {{0, "zzz", 9, 1, "x"},   {1, "b", 9, 1, "y"}, {2, "zzz", 1, 1, "x"},
+               {3, "b", 1, 1, "y"},     {3, "b", 2, 0, ""},  {~0ull, "a", 1, 1, "x"},
+               {0xF0, "zzz", 9, 1, "x"}};
+  for (const auto& row : cases) {
+    writeFile(registry(), before);
+    TestRegistry handle(registry());
+    BinVarValRecord key = variable(row.name, row.value, "ignored");
+    BinVarValRecord record;
+    EXPECT_EQ(handle.Get(row.mask, &key, &record), row.found != 0 ? 0u : GENREG_RC_NOT_FOUND);
+    EXPECT_EQ(record.Value, row.found);
+    EXPECT_STREQ(record.Comment, row.comment);
+  }
+}
+
+TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
+  const std::string good = frame(variable("a", 1));
+  std::string huge = frameBytes(0xFFFFFFF0u, "abc");
+  const struct {
+    const char* name;
+    std::string bytes;
+    Code reading;
+  } cases[] = {
+      {"empty file", "", GENREG_RC_NOT_FOUND},
+      {"length past the end", good + frameBytes(36, "short"), GENREG_RC_READ_FAILED},
+      {"huge length", good + huge, GENREG_RC_READ_FAILED},
+      {"length over the limit", good + frameBytes(0x100001, std::string(0x100001, 'x')),
+       GENREG_RC_READ_FAILED},
+      {"length 0", good + std::string(12, '\0'), GENREG_RC_READ_FAILED},
+      {"length 2", good + frameBytes(2, "ab"), GENREG_RC_READ_FAILED},
+      {"one stray byte", good + "\x24", GENREG_RC_READ_FAILED},
+      {"three stray bytes", good + std::string("\x24\0\0", 3), GENREG_RC_READ_FAILED},
+      {"length alone", good + frameBytes(36, ""), GENREG_RC_READ_FAILED},
+      {"smallest record", good + frameBytes(3, "abc"), GENREG_RC_NOT_FOUND},
+      {"largest record", good + frameBytes(0x100000, std::string(0x100000, 'x')),
+       GENREG_RC_NOT_FOUND},
+  };
+  for (const auto& row : cases) {
+    for (const std::uint64_t features : {verified, unverified}) {
+      SCOPED_TRACE(std::string(row.name) + ", features " + std::to_string(features));
+      writeFile(registry(), row.bytes);
+      TestRegistry handle(registry(), features);
+      BinVarValRecord record;
+      EXPECT_EQ(getByName(handle, "absent", record), row.reading);
+      const bool damaged = row.reading == GENREG_RC_READ_FAILED;
+      EXPECT_EQ(add(handle), damaged ? GENREG_RC_READ_FAILED : 0u);
+      EXPECT_EQ(readFile(registry()), row.bytes + (damaged ? "" : frame(variable("new", 3))));
+      EXPECT_EQ(remove(handle),
+                damaged ? GENREG_RC_READ_FAILED : (row.bytes.empty() ? GENREG_RC_NOT_FOUND : 0u));
+    }
+  }
+}
+
+TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
+  writeFile(registry(), frame(variable("long", 77, "commentcomment")) +
+                            frameBytes(5, std::string("shor\0", 5)) +
+                            frameBytes(50, std::string(50, 'w')));
+  TestRegistry handle(registry());
+  ASSERT_EQ(handle.OpenScan(), 0u);
+  BinVarValRecord key{};
+  BinVarValRecord record;
+  EXPECT_EQ(handle.GetNext(0, &key, &record), 0u);
+  EXPECT_EQ(handle.GetNext(0, &key, &record), 0u);
+  EXPECT_EQ(std::string(record.Variable), "shor");
+  EXPECT_EQ(record.Value, 0);
+  EXPECT_EQ(record.Comment[0], '\0');
+  EXPECT_EQ(handle.GetNext(0, &key, &record), 0u) << "a longer record is read whole";
+  EXPECT_EQ(std::string(record.Comment, 16), std::string(16, 'w'));
+  EXPECT_EQ(handle.GetNext(0, &key, &record), GENREG_RC_END);
+  EXPECT_EQ(handle.CloseScan(), 0u);
+}
+
+TEST_F(BinaryStoreTest, LengthFieldsFollowTheHandlesByteOrder) {
+  std::string reversed = frame(variable("a", 1));
+  reversed.replace(0, 4, std::string("\0\0\0\x24", 4));
+  writeFile(registry(), reversed);
+  TestRegistry handle(registry());
+  BinVarValRecord record;
+  EXPECT_EQ(getByName(handle, "a", record), GENREG_RC_READ_FAILED);
+  ASSERT_EQ(handle.setFeature(GENREG_BIG_ENDIAN_LENGTH), 0u);
+  EXPECT_EQ(getByName(handle, "a", record), 0u);
+  EXPECT_EQ(add(handle), 0u);
+  std::string added = frame(variable("new", 3));
+  added.replace(0, 4, std::string("\0\0\0\x24", 4));
+  EXPECT_EQ(readFile(registry()), reversed + added);
+}
+
+// One update on given records: its result and the records afterwards.
+struct UpdateCase {
+  const char* name;
+  std::uint64_t features;
+  std::vector<BinVarValRecord> before;
+  std::function<Code(TestRegistry&)> run;
+  Code result;
+  std::vector<BinVarValRecord> after;
+  const char* files;
+};
+
+TEST_F(BinaryStoreTest, UpdatesKeepTheRulesOfDuplicates) {
+  const auto addTo = [](std::uint64_t mask, BinVarValRecord record) {
+    return [=](TestRegistry& handle) mutable { return handle.Add(mask, &record); };
+  };
+  const auto changeTo = [](std::uint64_t mask, BinVarValRecord key, BinVarValRecord record) {
+    return [=](TestRegistry& handle) mutable { return handle.Change(mask, &key, &record); };
+  };
+  const auto removeAll = [](std::uint64_t mask, BinVarValRecord key) {
+    return [=](TestRegistry& handle) mutable { return handle.Delete(mask, &key); };
+  };
+  const BinVarValRecord a1 = variable("a", 1);
+  const BinVarValRecord a2 = variable("a", 2);
+  const BinVarValRecord a5 = variable("a", 5);
+  const BinVarValRecord b = variable("b", 1);
+  constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
+  const UpdateCase cases[] = {
+      {"unique add", unique, {b}, addTo(1, a1), 0, {b, a1}, "r"},
+      {"refused add", unique, {a1}, addTo(1, a2), GENREG_RC_DUPLICATE, {a1}, "r r.tmp"},
+      {"add of another value", unique, {a1}, addTo(3, a2), 0, {a1, a2}, "r"},
+      {"add twice", verified, {a1}, addTo(1, a1), 0, {a1, a1}, "r"},
+      {"add in place", unverified, {a1}, addTo(1, a1), 0, {a1, a1}, "r"},
+      {"unverified unique add", GENREG_NOTIFY_CHANGE, {b}, addTo(1, a1), 0, {b, a1}, "r"},
+      {"change one", unique, {a1, b}, changeTo(1, a1, a5), 0, {a5, b}, "r"},
+      {"change none", unique, {a1}, changeTo(1, b, a5), GENREG_RC_NOT_FOUND, {a1}, "r"},
+      {"change to itself", unique, {a1, b}, changeTo(1, a1, a1), GENREG_RC_UNCHANGED, {a1, b}, "r"},
+      {"change two", unique, {a1, a2}, changeTo(1, a1, a5), GENREG_RC_AMBIGUOUS, {a1, a2}, "r"},
+      {"change every", verified, {a1, b, a2}, changeTo(1, a1, a5), 0, {a5, b, a5}, "r"},
+      {"one equal already",
+       verified,
+       {a5, a1},
+       changeTo(1, a1, a5),
+       GENREG_RC_UNCHANGED,
+       {a5, a1},
+       "r"},
+      {"the same, unverified",
+       unverified,
+       {a5, a1},
+       changeTo(1, a1, a5),
+       GENREG_RC_UNCHANGED,
+       {a5, a5},
+       "r"},
+      {"change to the same twice",
+       unique,
+       {a5, a1},
+       changeTo(1, a1, a5),
+       GENREG_RC_UNCHANGED,
+       {a5, a1},
+       "r"},
+      {"change in an empty file", unique, {}, changeTo(1, a1, a5), GENREG_RC_NOT_FOUND, {}, "r"},
+      {"delete one", unique, {a1, b}, removeAll(1, a1), 0, {b}, "r"},
+      {"delete the last", unique, {b, a1}, removeAll(1, a1), 0, {b}, "r"},
+      {"delete the only one", unique, {a1}, removeAll(1, a1), 0, {}, "r"},
+      {"delete none", unique, {a1}, removeAll(1, b), GENREG_RC_NOT_FOUND, {a1}, "r"},
+      {"delete two", unique, {a1, b, a2}, removeAll(1, a1), GENREG_RC_AMBIGUOUS, {a1, b, a2}, "r"},
+      {"delete every", verified, {a1, b, a2, a1}, removeAll(1, a1), 0, {b}, "r"},
+      {"delete everything", verified, {a1, b, a2}, removeAll(0, a1), 0, {}, "r"},
+      {"failed unverified delete",
+       unverified,
+       {a1},
+       removeAll(1, b),
+       GENREG_RC_NOT_FOUND,
+       {a1},
+       "r r.tmp"},
+  };
+  const auto bytes = [](const std::vector<BinVarValRecord>& records) {
+    std::string joined;
+    for (const BinVarValRecord& record : records) joined += frame(record);
+    return joined;
+  };
+  for (const UpdateCase& row : cases) {
+    SCOPED_TRACE(row.name);
+    writeFile(registry(), bytes(row.before));
+    TestRegistry handle(registry(), row.features);
+    EXPECT_EQ(row.run(handle), row.result);
+    EXPECT_EQ(readFile(registry()), bytes(row.after));
+    EXPECT_EQ(files(), row.files);
+    (void)std::remove(temporary().c_str());
+  }
+}
+
+// --- hooks ---
+
+TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
+  using Break = void (*)(TestRegistry&);
+  const Break noValidate = [](TestRegistry& h) { h.ValidateKey = nullptr; };
+  const Break refuses = [](TestRegistry& h) {
+    h.ValidateKey = [](std::uint64_t, void*) -> Code { return 7; };
+  };
+  const Break noSize = [](TestRegistry& h) { h.GetRecordSize = nullptr; };
+  const Break noCompare = [](TestRegistry& h) { h.compareHook() = nullptr; };
+  const Break noLength = [](TestRegistry& h) { h.GetRecordLength = nullptr; };
+  const Break packedOnly = [](TestRegistry& h) { (void)h.setFeature(GENREG_PACKED_RECORDS); };
+  const Break tooSmall = [](TestRegistry& h) {
+    h.GetRecordSize = [](std::uint64_t* size) -> Code { return *size = 2, 0; };
+  };
+  const Break tooLarge = [](TestRegistry& h) {
+    h.GetRecordSize = [](std::uint64_t* size) -> Code { return *size = 0x100001, 0; };
+  };
+  const Break shortLength = [](TestRegistry& h) {
+    h.GetRecordLength = [](const void*, std::uint64_t* length) -> Code { return *length = 2, 0; };
+  };
+  const Break longLength = [](TestRegistry& h) {
+    h.GetRecordLength = [](const void*, std::uint64_t* length) -> Code { return *length = 37, 0; };
+  };
+  constexpr Code missing = GENREG_RC_HOOK_MISSING;
+  constexpr Code unpack = GENREG_RC_NO_UNPACK_HOOK_PACKED;
+  constexpr Code writeNew = GENREG_RC_WRITE_NEW_FAILED;
+  constexpr Code copy = GENREG_RC_COPY_FAILED;
+  const struct {
+    const char* name;
+    Break breakHook;
+    Code add, change, remove, get, scan;
+  } cases[] = {
+      {"no ValidateKey", noValidate, missing, GENREG_RC_NO_VALIDATE_HOOK,
+       GENREG_RC_NO_VALIDATE_HOOK, GENREG_RC_NO_VALIDATE_HOOK, GENREG_RC_NO_VALIDATE_HOOK},
+      {"refused", refuses, GENREG_RC_KEY_REJECTED, GENREG_RC_KEY_REJECTED, GENREG_RC_KEY_REJECTED,
+       GENREG_RC_KEY_REJECTED, GENREG_RC_KEY_REJECTED},
+      {"no GetRecordSize", noSize, missing, GENREG_RC_NO_SIZE_HOOK, GENREG_RC_NO_SIZE_HOOK,
+       GENREG_RC_NO_SIZE_HOOK, GENREG_RC_NO_SIZE_HOOK},
+      {"no CompareRecord", noCompare, GENREG_RC_VERIFY_FAILED, GENREG_RC_NO_COMPARE_HOOK,
+       GENREG_RC_NO_COMPARE_HOOK, GENREG_RC_NO_COMPARE_HOOK, GENREG_RC_NO_COMPARE_HOOK},
+      {"no GetRecordLength", noLength, copy, copy, copy, 0, 0},
+      {"packed without hooks", packedOnly, missing, unpack, unpack, unpack, unpack},
+      {"size 2", tooSmall, GENREG_RC_RECORD_TOO_SMALL, GENREG_RC_RECORD_TOO_SMALL,
+       GENREG_RC_RECORD_TOO_SMALL, GENREG_RC_RECORD_TOO_SMALL, GENREG_RC_RECORD_TOO_SMALL},
+      {"size 0x100001", tooLarge, GENREG_RC_RECORD_TOO_LARGE, GENREG_RC_RECORD_TOO_LARGE,
+       GENREG_RC_RECORD_TOO_LARGE, GENREG_RC_RECORD_TOO_LARGE, GENREG_RC_RECORD_TOO_LARGE},
+      {"length 2", shortLength, writeNew, copy, 0, 0, 0},
+      {"length past the record", longLength, writeNew, copy, 0, 0, 0},
+  };
+  const std::string before = frame(variable("a", 1)) + frame(variable("b", 2));
+  for (const auto& row : cases) {
+    const struct {
+      const char* name;
+      Code (*run)(TestRegistry&);
+      Code result;
+    } operations[] = {{"add", add, row.add},
+                      {"change", change, row.change},
+                      {"remove", remove, row.remove},
+                      {"get", get, row.get},
+                      {"scan", scan, row.scan}};
+    for (const auto& operation : operations) {
+      SCOPED_TRACE(std::string(row.name) + ", " + operation.name);
+      writeFile(registry(), before);
+      TestRegistry handle(registry());
+      row.breakHook(handle);
+      EXPECT_EQ(operation.run(handle), operation.result);
+      EXPECT_TRUE(operation.result == 0 || readFile(registry()) == before);
+      (void)handle.CloseScan();
+      EXPECT_EQ(handle.status & GENREG_STATUS_LOCKED, 0u);
+    }
+  }
+  TestRegistry handle(registry());
+  BinVarValRecord key{};
+  EXPECT_EQ(handle.Add(0, nullptr), OSS_RC_NULL_ARGUMENT);
+  EXPECT_EQ(handle.Change(0, &key, nullptr), OSS_RC_NULL_ARGUMENT);
+  EXPECT_EQ(handle.Get(0, &key, nullptr), OSS_RC_NULL_ARGUMENT);
+  EXPECT_EQ(handle.Get(byName, nullptr, &key), GENREG_RC_NOT_FOUND);
+  EXPECT_EQ(handle.Delete(byName, nullptr), GENREG_RC_NOT_FOUND);
+}
+
+std::vector<std::string> calls;  // of the hooks below, in order
+
+TEST_F(BinaryStoreTest, HooksAreToldOfAnUpdateThatSucceededInTheirOrder) {
+  const auto notify = [](Code answer) {
+    return answer == 0 ? GenRegNotifyHook([](GenRegBase*, std::uint64_t kind, void*, void* second) {
+      calls.push_back("notify " + std::to_string(kind) + (second == nullptr ? "" : " new"));
+      return 0u;
+    })
+                       : GenRegNotifyHook([](GenRegBase*, std::uint64_t kind, void*, void*) {
+                           calls.push_back("refuse " + std::to_string(kind));
+                           return 1u;
+                         });
+  };
+  const GenRegPostUpdateHook post = [] { return calls.emplace_back("post"), 5u; };
+  constexpr std::uint64_t told = verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE;
+  const struct {
+    Code (*run)(TestRegistry&);
+    Code answer;
+    GenRegPostUpdateHook post;
+    Code result;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {add, 0, post, 0, {"notify 4", "post"}},
+      {add, 1, post, 0, {"refuse 4", "post"}},
+      {change, 0, post, 0, {"notify 2 new", "post"}},
+      {change, 1, post, 0, {"refuse 2"}},
+      {remove, 0, post, 0, {"notify 8", "post"}},
+      {remove, 1, post, 0, {"refuse 8"}},
+      {add, 0, nullptr, GENREG_RC_NO_POST_UPDATE_HOOK, {"notify 4"}},
+      {get, 0, post, 0, {}},
+  };
+  for (const auto& row : cases) {
+    writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
+    TestRegistry handle(registry(), told);
+    handle.NotifyChange = notify(row.answer);
+    handle.PostUpdate = row.post;
+    calls.clear();
+    EXPECT_EQ(row.run(handle), row.result);
+    EXPECT_EQ(calls, row.calls);
+  }
+}
+
+TEST_F(BinaryStoreTest, RecordsBelowEightBytesAreStoredButNotReturned) {
+  TestRegistry handle(registry(), verified);
+  handle.GetRecordSize = [](std::uint64_t* size) -> Code { return *size = 4, 0; };
+  handle.GetRecordLength = [](const void*, std::uint64_t* length) -> Code {
+    return *length = 4, 0;
+  };
+  handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
+    return std::memcmp(left, right, 4) == 0;
+  };
+  char record[] = "abc";
+  char found[8] = "untouch";
+  EXPECT_EQ(handle.Add(1, record), 0u);
+  EXPECT_EQ(readFile(registry()), frameBytes(4, std::string("abc\0", 4)));
+  EXPECT_EQ(handle.Get(1, record, found), GENREG_RC_RECORD_TOO_LARGE);
+  EXPECT_STREQ(found, "untouch");
+}
+
+// Packed records: a record of 16 bytes is stored as its text up to the NUL, reversed bit by bit.
+Code flipPack(void** record, void* stored) {
+  auto* text = static_cast<char*>(*record);
+  if (std::strcmp(text, "refuse") == 0) return 9;
+  calls.push_back(stored == nullptr ? "pack"
+                                    : "pack over " + std::to_string(*static_cast<char*>(stored)));
+  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<char>(~text[i]);
+  return 0;
+}
+Code flipUnpack(void** record) {
+  auto* text = static_cast<unsigned char*>(*record);
+  if (text[0] == 'X') return 9;
+  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<unsigned char>(~text[i]);
+  return 0;
+}
+
+class PackedRegistry : public TestRegistry {
+ public:
+  explicit PackedRegistry(const std::string& path)
+      : TestRegistry(path, GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS) {
+    GetRecordSize = [](std::uint64_t* size) -> Code { return *size = 16, 0; };
+    GetPackedLength = [](const void*, std::uint64_t* length) -> Code { return *length = 16, 0; };
+    compareHook() = [](std::uint64_t mask, void* left, void* right) -> Code {
+      return std::strncmp(static_cast<char*>(left), static_cast<char*>(right),
+                          mask == GENREG_ALL_FIELDS ? 16 : 1) == 0;
+    };
+    PackRecord = flipPack;
+    UnpackRecord = flipUnpack;
+  }
+};
+
+std::string flipped(std::string text) {
+  text.resize(16, '\0');
+  for (char& byte : text) byte = static_cast<char>(~byte);
+  return frameBytes(16, text);
+}
+
+TEST_F(BinaryStoreTest, PackedRecordsAreConvertedOnlyInTheEnginesOwnMemory) {
+  PackedRegistry handle(registry());
+  char apple[16] = "apple";
+  char bread[16] = "bread";
+  char butter[16] = "butter";
+  char refused[16] = "refuse";
+  calls.clear();
+  EXPECT_EQ(handle.Add(1, apple), 0u);
+  EXPECT_EQ(handle.Add(1, bread), 0u);
+  EXPECT_STREQ(apple, "apple") << "the caller's record is still a record";
+  EXPECT_EQ(handle.Add(1, refused), GENREG_RC_PACK_FAILED);
+  EXPECT_STREQ(refused, "refuse");
+  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("bread"));
+  EXPECT_EQ(handle.Change(1, bread, butter), 0u);
+  EXPECT_EQ(calls.back(), "pack over " + std::to_string(~'b'))
+      << "with the stored bytes it replaces";
+  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("butter"));
+  char found[16];
+  EXPECT_EQ(handle.Get(1, bread, found), 0u);
+  EXPECT_STREQ(found, "butter");
+  EXPECT_EQ(handle.Delete(1, apple), 0u);
+  EXPECT_EQ(readFile(registry()), flipped("butter"));
+}
+
+TEST_F(BinaryStoreTest, ARecordThatCannotBeUnpackedFailsWhateverTouchesIt) {
+  writeFile(registry(), frameBytes(16, "X" + std::string(15, '\0')));
+  PackedRegistry handle(registry());
+  char key[16] = "apple";
+  char record[16] = "untouched";
+  EXPECT_EQ(handle.Get(1, key, record), GENREG_RC_UNPACK_FAILED);
+  EXPECT_EQ(handle.Add(1, key), GENREG_RC_UNPACK_FAILED);
+  EXPECT_EQ(handle.Delete(1, key), GENREG_RC_UNPACK_FAILED);
+  ASSERT_EQ(handle.OpenScan(), 0u);
+  EXPECT_EQ(handle.GetNext(1, key, record), GENREG_RC_UNPACK_FAILED);
+  EXPECT_EQ(record[0], '\0');
+  EXPECT_EQ(handle.CloseScan(), 0u);
+  handle.GetPackedLength = nullptr;
+  writeFile(registry(), "");
+  EXPECT_EQ(handle.Add(1, key), GENREG_RC_WRITE_NEW_FAILED);
+}
+
+// --- verification ---
+
+// The temporary file as somebody might have made it, and what the pass finds.
+struct Forgery {
+  const char* name;
+  Code (*run)(TestRegistry&);
+  std::string forged;
+  Code finding;
+};
+
+TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
+  const std::string a = frame(variable("a", 1));
+  const std::string b = frame(variable("b", 2));
+  const std::string b22 = frame(variable("b", 22));
+  const std::string a9 = frame(variable("a", 9));
+  const std::string added = frame(variable("new", 3));
+  const std::string other = frame(variable("other", 3));
+  std::string sameFields = a;
+  sameFields[30] = 'c';  // the comment takes no part in matching
+  const Forgery cases[] = {
+      {"change of another record", change, a9 + b22, GENREG_RC_VERIFY_CHANGED_KEY},
+      {
+          "change to something else",
+          change,
+          a + frame(variable("b", 3)),
+          GENREG_RC_VERIFY_UNEXPECTED,
+      },
+      {"change that lost a record", change, a, GENREG_RC_VERIFY_SHORT},
+      {"change that added one", change, a + b22 + added, GENREG_RC_VERIFY_UNEXPECTED},
+      {"change of nothing", change, a + b, GENREG_RC_VERIFY_NOTHING_CHANGED},
+      {"kept record touched", change, sameFields + b22, GENREG_RC_VERIFY_UNEXPECTED},
+      {"new file cannot be read", change, a + "torn", GENREG_RC_VERIFY_READ_NEW},
+      {"add that changed a record", add, a9 + b + added, GENREG_RC_VERIFY_ADD_CHANGED},
+      {"add of nothing", add, a + b, GENREG_RC_VERIFY_ADD_COUNT},
+      {"add of something else", add, a + b + other, GENREG_RC_VERIFY_ADD_RECORD},
+      {"add of two", add, a + b + added + added, GENREG_RC_VERIFY_ADD_TRAILING},
+      {"delete of another", remove, a, GENREG_RC_VERIFY_UNEXPECTED},
+      {"delete that changed one", remove, a9 + b, GENREG_RC_VERIFY_REMOVED_KEY},
+      {"delete that added one", remove, b + other, GENREG_RC_VERIFY_OLD_ENDED},
+      {"delete of nothing", remove, a + b, GENREG_RC_VERIFY_NOTHING_CHANGED},
+      {"delete of all", remove, "", GENREG_RC_VERIFY_UNEXPECTED},
+  };
+  for (const Forgery& row : cases) {
+    SCOPED_TRACE(row.name);
+    writeFile(registry(), a + b);
+    TestRegistry handle(registry(), verified);
+    // The temporary file is replaced at the moment it has been synced, before the pass opens it.
+    struct Forger {
+      std::string temporary, bytes;
+      int syncs = 0;
+    } forger{temporary(), row.forged};
+    ossSetFaultHook(
+        [](const char* call, const char*, void* context) {
+          auto& forging = *static_cast<Forger*>(context);
+          if (call == std::string("malloc") && exists(forging.temporary) && forging.syncs == 1) {
+            writeFile(forging.temporary, forging.bytes);
+          }
+          forging.syncs += call == std::string("fsync");
+          return 0;
+        },
+        &forger);
+    Diagnostics diagnostics;
+    EXPECT_EQ(row.run(handle), GENREG_RC_VERIFY_FAILED);
+    ossSetFaultHook(nullptr, nullptr);
+    EXPECT_EQ(diagnostics.logs(0x082A0022u, row.finding), 1u);
+    EXPECT_EQ(readFile(registry()), a + b);
+    EXPECT_EQ(readFile(temporary()), row.forged) << "what was refused stays to be looked at";
+    (void)std::remove(temporary().c_str());
+  }
+}
+
+TEST_F(BinaryStoreTest, AnInterruptedAppendInPlaceIsTakenBack) {
+  const std::string before = frame(variable("a", 1));
+  for (const char* call : {"write", "fsync"}) {
+    writeFile(registry(), before);
+    TestRegistry handle(registry(), unverified);
+    {
+      FaultPlan plan(1, ENOSPC, false, call);
+      EXPECT_EQ(add(handle), GENREG_RC_CLOSE_AFTER_OPERATION);
+    }
+    EXPECT_EQ(readFile(registry()), before);
+    EXPECT_EQ(add(handle), 0u);
+  }
+}
+
+TEST(BinVarVal, PrintsARecordInThreeLines) {
+  BinVarValRecord record = variable("name", -7, "text");
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(&record), 0u);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n");
+  Diagnostics diagnostics;
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
+  EXPECT_EQ(diagnostics.logs(0x082A0036u, GENREG_RC_NO_ARGUMENT), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+// Locks on a file that comes and goes, file operations, text to value, log lines.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <thread>
+
+#include "support/registry_fixture.h"
+#include "sysservices/file_system.h"
+#include "sysservices/memory.h"
+#include "sysservices/text.h"
+
+namespace {
+
+class ServicesTest : public RegistryTest {
+ protected:
+  unsigned int open(OSSHFile& file, const std::string& name, std::uint32_t mode) {
+    const OSSFileOpenParam param{
+        OSS_PARAM_LEVEL, name.c_str(), OSS_ACCESS_READ_WRITE, mode, 0, 0600, 0};
+    return file.open(&param);
+  }
+  unsigned int lock(OSSHFile& file, std::uint32_t type, std::uint32_t wait = OSS_LOCK_NOWAIT) {
+    const OSSFileLockParam param{OSS_PARAM_LEVEL, type, wait};
+    return file.lock(&param);
+  }
+};
+
+TEST_F(ServicesTest, LocksBelongToTheHandleAndEndWithIt) {
+  writeFile(registry(), "");
+  OSSHFile first;
+  OSSHFile second;
+  ASSERT_EQ(open(first, registry(), OSS_OPEN_EXISTING), 0u);
+  ASSERT_EQ(open(second, registry(), OSS_OPEN_APPEND), 0u);
+  EXPECT_EQ(lock(first, OSS_LOCK_SHARED), 0u);
+  EXPECT_EQ(lock(second, OSS_LOCK_SHARED), 0u);
+  EXPECT_EQ(lock(second, OSS_LOCK_EXCLUSIVE), OSS_RC_LOCK_BUSY);
+  EXPECT_EQ(first.close(), 0u);
+  EXPECT_EQ(lock(second, OSS_LOCK_EXCLUSIVE), 0u);
+  EXPECT_EQ(open(first, path("missing"), OSS_OPEN_EXISTING), OSS_RC_FILE_NOT_FOUND);
+  EXPECT_EQ(open(first, directory_, OSS_OPEN_EXISTING), OSS_RC_NOT_A_FILE);
+  EXPECT_EQ(open(first, registry(), 3), OSS_RC_BAD_PARAMETER);
+  EXPECT_EQ(lock(second, 3), OSS_RC_BAD_PARAMETER);
+  EXPECT_EQ(first.unlock() != 0, true);
+}
+
+TEST_F(ServicesTest, ALockGrantedOnARemovedFileIsTakenAtTheName) {
+  OSSHFile holder;
+  OSSHFile waiter;
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
+  ASSERT_EQ(open(waiter, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(::unlink(lockFile().c_str()), 0);
+  ASSERT_EQ(holder.close(), 0u);
+  ASSERT_EQ(lock(waiter, OSS_LOCK_EXCLUSIVE), 0u);
+  OSSHFile third;
+  ASSERT_EQ(open(third, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  EXPECT_EQ(lock(third, OSS_LOCK_EXCLUSIVE), OSS_RC_LOCK_BUSY) << "two holders at once";
+}
+
+TEST_F(ServicesTest, ALockFileIsRemovedOnlyByWhoeverCanLockIt) {
+  EXPECT_EQ(ossFileDelete(lockFile().c_str()), OSS_RC_FILE_NOT_FOUND);
+  OSSHFile holder;
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
+  EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
+  EXPECT_TRUE(exists(lockFile())) << "the name belongs to the holder";
+  ASSERT_EQ(holder.unlock(), 0u);
+  EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
+  EXPECT_FALSE(exists(lockFile()));
+  ASSERT_EQ(holder.close(), 0u);
+}
+
+TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesTellWhatWasMissing) {
+  writeFile(path("a"), "a");
+  writeFile(path("b"), "b");
+  EXPECT_EQ(ossFileRename(path("a").c_str(), path("b").c_str()), OSS_RC_FILE_EXISTS);
+  EXPECT_EQ(ossFileRename(path("c").c_str(), path("d").c_str()), OSS_RC_FILE_NOT_FOUND);
+  EXPECT_EQ(readFile(path("b")), "b");
+  EXPECT_EQ(ossFileRename(path("a").c_str(), path("c").c_str()), 0u);
+  EXPECT_EQ(ossFileDelete(path("c").c_str()), 0u);
+  EXPECT_EQ(ossFileDelete(path("c").c_str()), OSS_RC_FILE_NOT_FOUND);
+  EXPECT_EQ(ossFileSetPermissions(path("b").c_str(), 0440), 0u);
+  const std::string b = path("b");
+  const OSSFileInfoRequest request{OSS_PARAM_LEVEL, b.c_str()};
+  OSSFileInfo info{};
+  EXPECT_EQ(ossFileGetInfoV9(&request, &info), 0u);
+  EXPECT_EQ(info.size, 1u);
+  EXPECT_EQ(info.permissions, 0440u);
+  EXPECT_EQ(ossFileDelete(nullptr), OSS_RC_NULL_ARGUMENT);
+}
+
+TEST(Names, BaseAndDirectoryOfAPath) {
+  const struct {
+    const char* path;
+    const char* base;
+    const char* directory;
+  } cases[] = {{"r", "r", "."},   {"a/r", "r", "a"},  {"/r", "r", "/"},  {"/a/b/r", "r", "/a/b"},
+               {"./r", "r", "."}, {"a//r", "r", "a"}, {"a/b/", "b", "a"}};
+  char name[260];
+  for (const auto& row : cases) {
+    EXPECT_EQ(ossBaseName(row.path, name, sizeof name), 0u);
+    EXPECT_STREQ(name, row.base) << row.path;
+    EXPECT_EQ(ossDirectoryName(row.path, name, sizeof name), 0u);
+    EXPECT_STREQ(name, row.directory) << row.path;
+  }
+  EXPECT_EQ(ossBaseName("/", name, sizeof name), OSS_RC_BAD_PARAMETER);
+  EXPECT_EQ(ossBaseName("a/long", name, 4), OSS_RC_BUFFER_TOO_SMALL);
+  EXPECT_EQ(ossBaseName("a/long", name, 5), 0u);
+}
+
+TEST(Text, OnlyAWholeNumberInRangeEndsAtTheTerminator) {
+  const struct {
+    const char* text;
+    bool isUnsigned, isSigned;
+    std::uint64_t asUnsigned;
+    std::int64_t asSigned;
+  } cases[] = {
+      {"0", true, true, 0, 0},
+      {" 42", true, true, 42, 42},
+      {"+7", true, true, 7, 7},
+      {"-7", false, true, 0, -7},
+      {"18446744073709551615", true, false, ~0ull, 0},
+      {"18446744073709551616", false, false, 0, 0},
+      {"-9223372036854775808", false, true, 0, INT64_MIN},
+      {"-9223372036854775809", false, false, 0, 0},
+      {"", false, false, 0, 0},
+      {" ", false, false, 0, 0},
+      {"12x", false, false, 0, 0},
+      {"0x10", false, false, 0, 0},
+  };
+  for (const auto& row : cases) {
+    char* end = nullptr;
+    EXPECT_EQ(ossStrToUint64(row.text, &end, 10), row.asUnsigned) << row.text;
+    EXPECT_EQ(end != nullptr && *end == '\0', row.isUnsigned) << row.text;
+    EXPECT_EQ(ossStrToSint64(row.text, &end, 10), row.asSigned) << row.text;
+    EXPECT_EQ(end != nullptr && *end == '\0', row.isSigned) << row.text;
+  }
+  bool flag = false;
+  EXPECT_EQ(ossStrToBoolean("TRUE", &flag), 0u);
+  EXPECT_TRUE(flag);
+  EXPECT_EQ(ossStrToBoolean("No", &flag), 0u);
+  EXPECT_FALSE(flag);
+  for (const char* text : {"", "tru", "2"}) {
+    EXPECT_NE(ossStrToBoolean(text, &flag), 0u) << text;
+  }
+}
+
+TEST_F(ServicesTest, ALogLineTellsRoutineCodeStepAndValues) {
+  const std::string log = path("log");
+  EXPECT_EQ(inChild([&] {
+              (void)::setenv("ZOROSSE_LOG", log.c_str(), 1);
+              TestRegistry handle(path("no\nfile"));
+              return static_cast<int>(handle.OpenScan() != GENREG_RC_OPEN_FAILED);
+            }),
+            0);
+  const std::string lines = readFile(log);
+  for (const char* part :
+       {"probe=0x082A0005", "code=0x900001BF", "point=10", "severity=2",
+        "routine=GenRegFile::OpenScan", "name=GENREG_RC_OPEN_FAILED", "callee=0x081A0002",
+        "calleename=OSS_RC_FILE_NOT_FOUND", "no\\x0afile"}) {
+    EXPECT_NE(lines.find(part), std::string::npos) << part << " in " << lines;
+  }
+  for (std::size_t start = 0; start < lines.size(); start = lines.find('\n', start) + 1) {
+    EXPECT_EQ(lines.compare(start, 5, "time="), 0) << "one record, one line";
+  }
+}
+
+TEST_F(ServicesTest, EveryErrorNumberGivesAFailureCode) {
+  Diagnostics diagnostics;
+  for (int error = 0; error < 140; ++error) {
+    EXPECT_EQ(ossErrorMapSystem(1, 2, OSS_SYSCALL_RUNTIME, error, 0) >> 16, 0x9000u);
+  }
+  EXPECT_EQ(diagnostics.records.size(), 140u);
+}
+
+TEST(Memory, AnAllocationThatFailsLeavesNullAndAReleaseLeavesNull) {
+  void* block = &block;
+  {
+    FaultPlan plan(1, ENOMEM);
+    EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 1), OSS_RC_NO_MEMORY);
+  }
+  EXPECT_EQ(block, nullptr);
+  EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 2), 0u);
+  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 3), 0u);
+  EXPECT_EQ(block, nullptr);
+  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 4), 0u);
+}
+
+}  // namespace
