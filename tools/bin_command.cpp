@@ -96,22 +96,27 @@ class BinRegistry {
     return exitDone;
   }
 
+  // Adds or changes, whichever it takes: when another writer adds or deletes the name between the
+  // look and the update, it looks again, so that no name ever stands twice.
   int set(const std::string& name, const std::string& value,
           const std::optional<std::string>& comment) {
     BinVarValRecord key = keyOf(name);
-    BinVarValRecord record;
-    unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &record);
-    if (code != 0 && code != GENREG_RC_NOT_FOUND && code != GENREG_RC_NO_FILE) {
-      return reportCode(code, file_);
+    for (;;) {
+      BinVarValRecord record;
+      unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &record);
+      if (code != 0 && code != GENREG_RC_NOT_FOUND && code != GENREG_RC_NO_FILE) {
+        return reportCode(code, file_);
+      }
+      const bool known = code == 0;
+      if (!known) record = key;
+      (void)parseValue(value, record.Value);
+      if (comment) copyField(record.Comment, *comment);
+      code = known ? registry_.Change(BINVARVAL_VARIABLE, &key, &record) : addOnce(record);
+      if (code == 0 || code == GENREG_RC_UNCHANGED) return exitDone;
+      if (code != GENREG_RC_NOT_FOUND && code != GENREG_RC_DUPLICATE) {
+        return reportCode(code, file_);
+      }
     }
-    const bool known = code == 0;
-    if (!known) record = key;
-    (void)parseValue(value, record.Value);
-    if (comment) copyField(record.Comment, *comment);
-    code = known ? registry_.Change(BINVARVAL_VARIABLE, &key, &record)
-                 : registry_.Add(BINVARVAL_VARIABLE, &record);
-    if (code == GENREG_RC_UNCHANGED) code = 0;
-    return code == 0 ? exitDone : reportCode(code, file_);
   }
 
   int unset(const std::string& name) {
@@ -155,6 +160,14 @@ class BinRegistry {
   }
 
  private:
+  // Adds a record whose name no other record has; else GENREG_RC_DUPLICATE.
+  unsigned int addOnce(BinVarValRecord& record) {
+    (void)registry_.unsetFeature(GENREG_ALLOW_DUPLICATES);
+    const unsigned int code = registry_.Add(BINVARVAL_VARIABLE, &record);
+    (void)registry_.setFeature(GENREG_ALLOW_DUPLICATES);
+    return code;
+  }
+
   static BinVarValRecord keyOf(const std::string& name) {
     BinVarValRecord key{};
     copyField(key.Variable, name);
