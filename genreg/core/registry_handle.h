@@ -39,8 +39,8 @@ struct RegistryHandle {
   static std::FILE* main(const GenRegFile& handle) noexcept { return handle.mainStream; }
   static std::FILE* second(const GenRegFile& handle) noexcept { return handle.secondStream; }
 
-  // After an unlock that failed: ends the lock with its handle, or the handle's next update would be
-  // refused and every other writer would wait for ever. Nothing to do when the lock is not held.
+  // After an unlock that failed: ends the lock with its handle, or the handle's next update would
+  // be refused and every other writer would wait for ever. Nothing to do when the lock is not held.
   static void dropUpdateLock(GenRegFile& handle) noexcept;
 
   // Asks for the registry file's size. Returns ossFileGetInfoV9's code.

@@ -34,22 +34,6 @@ int openFlags(std::uint32_t openMode) {
   }
 }
 
-enum class Standing { AtName, Replaced, Unknown };
-
-// Whether the open file is the one that its path names now.
-Standing standing(int descriptor, const char* path) {
-  struct stat opened;
-  struct stat named;
-  if (oss::systemCall("fstat", path, [&] { return ::fstat(descriptor, &opened); }) != 0) {
-    return Standing::Unknown;
-  }
-  if (oss::systemCall("stat", path, [&] { return ::lstat(path, &named); }) != 0) {
-    return errno == ENOENT ? Standing::Replaced : Standing::Unknown;
-  }
-  const bool same = opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-  return same ? Standing::AtName : Standing::Replaced;
-}
-
 }  // namespace
 
 OSSHFile::OSSHFile() noexcept : handle_(-1), openMode_(0), permissions_(0), error_(0), path_{} {}
@@ -112,15 +96,15 @@ unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {
     if (openMode_ != OSS_OPEN_LOCK_FILE) return OSS_RC_OK;
     // The previous holder removes the lock file's name while it holds the lock; whoever is granted
     // the removed file must start over at the name, or it would not exclude those who did.
-    switch (standing(descriptor, path_)) {
-      case Standing::AtName:
+    switch (oss::standing(descriptor, path_)) {
+      case oss::Standing::AtName:
         return OSS_RC_OK;
-      case Standing::Unknown: {
+      case oss::Standing::Unknown: {
         const int error = errno;
         (void)unlock();
         return fail(error);
       }
-      case Standing::Replaced:
+      case oss::Standing::Replaced:
         (void)close();
         if (const unsigned int code = reopen(); code != OSS_RC_OK) return code;
     }

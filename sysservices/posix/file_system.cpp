@@ -67,6 +67,22 @@ unsigned int removeName(const char* path) {
   return outcome(oss::systemCall("unlink", path, [&] { return ::unlink(path); }));
 }
 
+// Takes the lock of an open lock file, without waiting, and removes its name if it still stands
+// there.
+unsigned int removeWhileLocked(int descriptor, const char* path) {
+  if (oss::systemCall("flock", path, [&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
+    return errno == EWOULDBLOCK ? OSS_RC_OK : fail(errno);
+  }
+  switch (oss::standing(descriptor, path)) {
+    case oss::Standing::AtName:
+      return removeName(path);
+    case oss::Standing::Replaced:
+      return OSS_RC_OK;
+    default:
+      return fail(errno);
+  }
+}
+
 // Removes a lock file while holding its lock. Were the name removed without it, a waiter that has
 // just been granted the lock would go on beside the next process, which finds the name free,
 // creates a new file and locks that.
@@ -80,17 +96,7 @@ unsigned int removeLockFile(const char* path) {
   const int descriptor = oss::aboveStandard(oss::systemCall(
       "open", path, [&] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
   if (descriptor < 0) return fail(errno);
-  unsigned int code = OSS_RC_OK;
-  struct stat named;
-  if (oss::systemCall("flock", path, [&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
-    if (errno != EWOULDBLOCK) code = fail(errno);
-  } else if (oss::systemCall("fstat", path, [&] { return ::fstat(descriptor, &status); }) != 0) {
-    code = fail(errno);
-  } else if (oss::systemCall("stat", path, [&] { return ::lstat(path, &named); }) != 0) {
-    code = fail(errno);
-  } else if (status.st_dev == named.st_dev && status.st_ino == named.st_ino) {
-    code = removeName(path);
-  }
+  const unsigned int code = removeWhileLocked(descriptor, path);
   // The name is gone or left to its holder by now: a failed close changes nothing of that.
   (void)oss::closeDescriptor(descriptor);
   return code;

@@ -2,6 +2,7 @@
 #include "sysservices/posix/system_call.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "sysservices/file_handle.h"
@@ -24,6 +25,19 @@ int aboveStandard(int descriptor) noexcept {
   ::close(descriptor);
   errno = error;
   return moved;
+}
+
+Standing standing(int descriptor, const char* path) noexcept {
+  struct stat opened;
+  struct stat named;
+  if (systemCall("fstat", path, [&] { return ::fstat(descriptor, &opened); }) != 0) {
+    return Standing::Unknown;
+  }
+  if (systemCall("stat", path, [&] { return ::lstat(path, &named); }) != 0) {
+    return errno == ENOENT ? Standing::Replaced : Standing::Unknown;
+  }
+  const bool same = opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  return same ? Standing::AtName : Standing::Replaced;
 }
 
 int syncDirectoryOf(const char* path) noexcept {

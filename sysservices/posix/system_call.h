@@ -31,6 +31,10 @@ int closeDescriptor(int descriptor) noexcept;
 // finds a registry file in its place. Returns the descriptor, or -1 with errno (it is closed then).
 int aboveStandard(int descriptor) noexcept;
 
+// Whether an open file is the one that a path names now. Unknown leaves errno.
+enum class Standing { AtName, Replaced, Unknown };
+Standing standing(int descriptor, const char* path) noexcept;
+
 // Makes the names in the directory that holds `path` durable. Returns 0 or the error number.
 int syncDirectoryOf(const char* path) noexcept;
 
