@@ -48,9 +48,9 @@ unsigned int BinaryStore::search(Routine& routine, RecordCursor& cursor, std::ui
 }
 
 unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, void* out) noexcept {
-  if (out == nullptr) return routine.fail(OSS_RC_NULL_ARGUMENT, 5);
   std::uint64_t size = 0;
   if (const unsigned int code = validate(routine, mask, key); code != 0) return code;
+  if (out == nullptr) return routine.fail(OSS_RC_NULL_ARGUMENT, 25);
   if (const unsigned int code = recordSize(routine, &size); code != 0) return code;
   LoadedRecord loaded(__LINE__);
   if (const unsigned int code = allocate(routine, loaded, size, GENREG_RC_BUFFER_ALLOC);
@@ -58,35 +58,15 @@ unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, v
     return code;
   }
 
-  const bool inScan = (handle_.status & GENREG_STATUS_SCAN_OPEN) != 0 && has(GENREG_GET_IN_SCAN);
   Outcome outcome;
   Outcome cleanUp;
-  if (inScan) {
-    // Seeks the stream itself: the scan's own state, its end included, stays as it is.
-    const std::int64_t position = platform::tellStream(handle_.mainStream);
-    if (position < 0 || platform::seekStream(handle_.mainStream, 0) != 0) {
-      return routine.fail(GENREG_RC_READ_FAILED, 70);
-    }
-    RecordCursor cursor = mainCursor();
-    outcome.note(search(routine, cursor, mask, key, loaded, size));
-    std::clearerr(handle_.mainStream);
-    if (platform::seekStream(handle_.mainStream, position) != 0) {
-      cleanUp.note(routine.fail(GENREG_RC_SETPOS_FAILED, 160));
-    }
-  } else {
-    if (const unsigned int code = RegistryHandle::openRegFile(handle_, GENREG_OP_READ); code != 0) {
-      const unsigned int own =
-          code == GENREG_RC_NO_FILE ? GENREG_RC_NO_FILE : GENREG_RC_OPEN_FOR_OPERATION;
-      return routine.failFrom(Function::openRegFile, code, own, 70, genreg::readOpenSeverity);
-    }
-    RecordCursor cursor = mainCursor();
-    outcome.note(search(routine, cursor, mask, key, loaded, size));
-    if (const unsigned int code = RegistryHandle::closeRegFile(handle_, GENREG_OP_READ);
-        code != 0) {
-      cleanUp.note(
-          routine.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 170));
-    }
+  if (const unsigned int code = beginSearch(routine, GENREG_RC_NO_FILE, genreg::readOpenSeverity);
+      code != 0) {
+    return code;
   }
+  RecordCursor cursor = mainCursor();
+  outcome.note(search(routine, cursor, mask, key, loaded, size));
+  cleanUp.note(endSearch(routine));
 
   if (outcome.ok()) {
     outcome.note(copyOut(routine, loaded, size, out));
@@ -103,9 +83,9 @@ unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, v
 
 unsigned int BinaryStore::getNext(Routine& routine, std::uint64_t mask, void* key,
                                   void* out) noexcept {
-  if ((handle_.status & GENREG_STATUS_SCAN_OPEN) == 0) return routine.fail(GENREG_RC_NO_SCAN, 5);
-  if (out == nullptr) return routine.fail(OSS_RC_NULL_ARGUMENT, 6);
+  if (!inScan()) return routine.fail(GENREG_RC_NO_SCAN, 5);
   if (const unsigned int code = validate(routine, mask, key); code != 0) return code;
+  if (out == nullptr) return routine.fail(OSS_RC_NULL_ARGUMENT, 25);
   if ((handle_.status & GENREG_STATUS_SCAN_END) != 0) return GENREG_RC_END;
   std::uint64_t size = 0;
   if (const unsigned int code = recordSize(routine, &size); code != 0) return code;

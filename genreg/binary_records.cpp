@@ -39,41 +39,14 @@ std::uint64_t packingRoom(std::uint64_t size, const LoadedRecord* replaced) {
 }  // namespace
 
 unsigned int BinaryStore::checkHooks() const noexcept {
-  Routine routine(Function::binCheckHooks);
-  if (handle_.ValidateKey == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_NO_VALIDATE_HOOK, 10));
-  }
-  if (handle_.GetRecordSize == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_NO_SIZE_HOOK, 20));
-  }
-  if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::PackRecord.binary == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 30));
-  }
-  if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::UnpackRecord.binary == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_NO_UNPACK_HOOK_PACKED, 40));
-  }
-  return routine.exit(GENREG_RC_OK);
-}
-
-unsigned int BinaryStore::validate(const Routine& routine, std::uint64_t mask,
-                                   void* keyOrRecord) const noexcept {
-  if (handle_.ValidateKey == nullptr) return routine.fail(GENREG_RC_NO_VALIDATE_HOOK, 10);
-  const unsigned int refused = handle_.ValidateKey(mask, keyOrRecord);
-  if (refused == 0) return GENREG_RC_OK;
-  return routine.fail(GENREG_RC_KEY_REJECTED, 20, genreg::number(refused));
-}
-
-unsigned int BinaryStore::recordSize(const Routine& routine, std::uint64_t* size) const noexcept {
-  *size = 0;
-  if (handle_.GetRecordSize == nullptr) return routine.fail(GENREG_RC_NO_SIZE_HOOK, 30);
-  (void)handle_.GetRecordSize(size);
-  if (*size < genreg::smallestRecord) {
-    return routine.fail(GENREG_RC_RECORD_TOO_SMALL, 40, genreg::wide(*size));
-  }
-  if (*size > genreg::largestRecord) {
-    return routine.fail(GENREG_RC_RECORD_TOO_LARGE, 50, genreg::wide(*size));
-  }
-  return GENREG_RC_OK;
+  const bool packed = has(GENREG_PACKED_RECORDS);
+  return Engine::checkHooks(
+      Function::binCheckHooks,
+      {{canValidate(), GENREG_RC_NO_VALIDATE_HOOK},
+       {canSize(), GENREG_RC_NO_SIZE_HOOK},
+       {!packed || handle_.GenRegFile::PackRecord.binary != nullptr, GENREG_RC_NO_PACK_HOOK_PACKED},
+       {!packed || handle_.GenRegFile::UnpackRecord.binary != nullptr,
+        GENREG_RC_NO_UNPACK_HOOK_PACKED}});
 }
 
 unsigned int BinaryStore::allocate(const Routine& routine, LoadedRecord& record, std::uint64_t size,

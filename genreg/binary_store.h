@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "genreg/core/diagnostics.h"
+#include "genreg/core/engine.h"
 #include "genreg/core/record_buffer.h"
 #include "genreg/record_framing.h"
 #include "genreg_binary.h"
@@ -36,22 +36,12 @@ class LoadedRecord {
   std::uint64_t length = 0;  // stored bytes
 };
 
-class BinaryStore {
+class BinaryStore final : public genreg::Engine {
  public:
-  explicit BinaryStore(GenRegBin& handle) noexcept : handle_(handle) {}
-
-  GenRegBin& handle() const noexcept { return handle_; }
-  bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
-
-  // --- checks before an operation ---
+  explicit BinaryStore(GenRegBin& handle) noexcept : Engine(handle), handle_(handle) {}
 
   // The hooks that Add and the verification pass need.
   unsigned int checkHooks() const noexcept;
-  // ValidateKey is there and accepts.
-  unsigned int validate(const genreg::Routine& routine, std::uint64_t mask,
-                        void* keyOrRecord) const noexcept;
-  // The size of a record in memory, within its limits.
-  unsigned int recordSize(const genreg::Routine& routine, std::uint64_t* size) const noexcept;
   // Room for one record of `size` bytes; `failed` is the operation's code when there is none.
   unsigned int allocate(const genreg::Routine& routine, LoadedRecord& record, std::uint64_t size,
                         unsigned int failed) const noexcept;
@@ -76,11 +66,6 @@ class BinaryStore {
     return has(GENREG_PACKED_RECORDS) ? loaded.unpacked.data() : loaded.stored.data();
   }
 
-  bool matches(std::uint64_t mask, void* record, void* key) const noexcept {
-    return handle_.CompareRecord(mask, record, key) == 1;
-  }
-  bool canCompare() const noexcept { return handle_.CompareRecord != nullptr; }
-
   // Writes a caller's record, packed in `scratch` when records are packed; the caller's memory is
   // only read. `replaced` is the stored record it takes the place of, or null.
   // Returns `writeFailed`, GENREG_RC_NO_PACK_HOOK_PACKED or GENREG_RC_PACK_FAILED.
@@ -91,14 +76,9 @@ class BinaryStore {
   unsigned int writeKept(const genreg::Routine& routine, std::FILE* stream,
                          const LoadedRecord& record) const noexcept;
 
-  // --- after an operation ---
-
   // Copies a found record out, or says why it may not be.
   unsigned int copyOut(const genreg::Routine& routine, const LoadedRecord& found,
                        std::uint64_t size, void* record) const noexcept;
-  // NotifyChange and PostUpdate after an update that succeeded.
-  unsigned int notify(const genreg::Routine& routine, std::uint64_t kind, void* recordOrKey,
-                      void* newRecord) const noexcept;
 
   // Compares the old and the new file and commits when they differ by exactly the operation.
   unsigned int verifyUpdate(std::uint64_t kind, std::uint64_t mask, void* record,

@@ -4,80 +4,44 @@
 #include "genreg/binary_store.h"
 #include "genreg/core/registry_handle.h"
 #include "genreg/core/update_sequence.h"
-#include "sysservices/file_system.h"
 
 using genreg::Function;
-using genreg::Outcome;
 using genreg::RecordBuffer;
 using genreg::Routine;
 
 namespace {
 
-// What the three operations share: the arguments, the buffers and the pass over the stored records.
-class BinaryUpdate : public genreg::UpdateWork {
+constexpr genreg::UpdateRoutines routines{Function::binCheckHooks, Function::binVerifyUpdate, true};
+
+// What the three operations share: the buffers and the pass over the stored records.
+class BinaryUpdate : public genreg::Update {
  public:
-  BinaryUpdate(GenRegBin& handle, Routine& routine, std::uint64_t operation, std::uint64_t mask,
-               void* record, void* key) noexcept
-      : store_(handle),
-        routine_(routine),
-        operation_(operation),
-        mask_(mask),
-        record_(record),
-        key_(key) {}
-
-  unsigned int verify() noexcept final {
-    return store_.verifyUpdate(operation_, mask_, record_, key_);
-  }
-
-  // Checks, runs the update and gives the buffers back. `argument` is what ValidateKey judges.
-  unsigned int run(const genreg::UpdateKind& kind, void* argument) noexcept {
-    if (argument == nullptr && operation_ != GENREG_OP_DELETE) {
-      return routine_.fail(OSS_RC_NULL_ARGUMENT, 5);
-    }
-    if (operation_ == GENREG_OP_ADD) {
-      if (const unsigned int code = store_.checkHooks(); code != 0) {
-        return routine_.failFrom(Function::binCheckHooks, code, GENREG_RC_HOOK_MISSING, 6);
-      }
-    }
-    if (const unsigned int code = store_.validate(routine_, mask_, argument); code != 0) {
-      return code;
-    }
-    if (const unsigned int code = store_.recordSize(routine_, &size_); code != 0) return code;
-    if (const unsigned int code = store_.allocate(routine_, loaded_, size_, GENREG_RC_BUFFER_ALLOC);
-        code != 0) {
-      return code;
-    }
-    Outcome outcome;
-    outcome.note(
-        genreg::runUpdate(store_.handle(), routine_, kind, Function::binVerifyUpdate, *this));
-    unsigned int freed = loaded_.release();
-    if (const unsigned int code = scratch_.release(); freed == 0) freed = code;
-    if (freed != 0) {
-      outcome.note(routine_.failFrom(genreg::probeMemFree, freed, GENREG_RC_BUFFER_FREE, 240));
-    }
-    if (outcome.ok()) {
-      void* first = operation_ == GENREG_OP_ADD ? record_ : key_;
-      void* second = operation_ == GENREG_OP_CHANGE ? record_ : nullptr;
-      outcome.note(store_.notify(routine_, operation_, first, second));
-    }
-    return outcome.code();
-  }
+  BinaryUpdate(BinaryStore& store, Routine& routine, const genreg::UpdateKind& kind,
+               std::uint64_t mask, void* record, void* key) noexcept
+      : Update(store, routine, routines, kind, mask, record, key), store_(store) {}
 
  protected:
-  std::FILE* temporary() const noexcept { return RegistryHandle::second(store_.handle()); }
+  ~BinaryUpdate() = default;
+
+  unsigned int checkHooks() noexcept final { return store_.checkHooks(); }
+  unsigned int allocate() noexcept final {
+    return store_.allocate(routine_, loaded_, size_, GENREG_RC_BUFFER_ALLOC);
+  }
+  unsigned int release() noexcept final {
+    const unsigned int first = loaded_.release();
+    const unsigned int second = scratch_.release();
+    return first != 0 ? first : second;
+  }
+  unsigned int verify() noexcept final {
+    return store_.verifyUpdate(kind_.operation, mask_, record_, key_);
+  }
 
   // Loads the next stored record; GENREG_RC_END at the end.
   unsigned int next(RecordCursor& cursor) noexcept {
     return store_.load(routine_, cursor, loaded_, size_, GENREG_RC_READ_FAILED, 70);
   }
 
-  BinaryStore store_;
-  Routine& routine_;
-  std::uint64_t operation_;
-  std::uint64_t mask_;
-  void* record_;  // the new record; null for a Delete
-  void* key_;     // null for an Add
-  std::uint64_t size_ = 0;
+  BinaryStore& store_;
   LoadedRecord loaded_{__LINE__};
   RecordBuffer scratch_{"GenRegBin", __LINE__};
 };
@@ -87,21 +51,14 @@ class AddWork final : public BinaryUpdate {
   using BinaryUpdate::BinaryUpdate;
 
   unsigned int work() noexcept override {
-    GenRegBin& handle = store_.handle();
     std::uint64_t fileSize = 0;
-    if (const unsigned int code = RegistryHandle::registryFileSize(handle, &fileSize); code != 0) {
-      return routine_.failFrom(genreg::probeFileGetInfo, code, GENREG_RC_FILE_INFO, 75);
-    }
-    const bool inPlace = RegistryHandle::appendsInPlace(handle, GENREG_OP_ADD);
+    if (const unsigned int code = askFileSize(&fileSize); code != 0) return code;
     if (fileSize != 0) {
-      const unsigned int code = inPlace ? checkTail() : copyAll();
+      const unsigned int code = appendsInPlace() ? checkTail() : copyAll();
       if (code != 0) return code;
     }
-    std::FILE* target = inPlace ? RegistryHandle::main(handle) : temporary();
-    if (std::fseek(target, 0, SEEK_END) != 0) {
-      const std::int32_t error = std::ferror(target);
-      return routine_.fail(GENREG_RC_SEEK_END_FAILED, 90, genreg::number(error));
-    }
+    std::FILE* target = nullptr;
+    if (const unsigned int code = seekTarget(&target); code != 0) return code;
     return store_.writeNew(routine_, target, record_, nullptr, scratch_, size_,
                            GENREG_RC_WRITE_NEW_FAILED);
   }
@@ -207,33 +164,18 @@ class DeleteWork final : public BinaryUpdate {
 
 unsigned int GenRegBin::Add(std::uint64_t mask, void* record) noexcept {
   Routine routine(Function::binAdd);
-  AddWork update(*this, routine, GENREG_OP_ADD, mask, record, nullptr);
-  return routine.exit(update.run(genreg::addUpdate, record));
+  BinaryStore store(*this);
+  return routine.exit(AddWork(store, routine, genreg::addUpdate, mask, record, nullptr).run());
 }
 
 unsigned int GenRegBin::Change(std::uint64_t mask, void* key, void* newRecord) noexcept {
   Routine routine(Function::binChange);
-  ChangeWork update(*this, routine, GENREG_OP_CHANGE, mask, newRecord, key);
-  return routine.exit(update.run(genreg::changeUpdate, newRecord));
+  BinaryStore store(*this);
+  return routine.exit(ChangeWork(store, routine, genreg::changeUpdate, mask, newRecord, key).run());
 }
 
 unsigned int GenRegBin::Delete(std::uint64_t mask, void* key) noexcept {
   Routine routine(Function::binDelete);
-  DeleteWork update(*this, routine, GENREG_OP_DELETE, mask, nullptr, key);
-  return routine.exit(update.run(genreg::deleteUpdate, key));
-}
-
-unsigned int BinaryStore::notify(const Routine& routine, std::uint64_t kind, void* recordOrKey,
-                                 void* newRecord) const noexcept {
-  if (has(GENREG_NOTIFY_CHANGE) && handle_.NotifyChange != nullptr) {
-    const unsigned int answer = handle_.NotifyChange(&handle_, kind, recordOrKey, newRecord);
-    // An Add ignores the answer; after the others it keeps PostUpdate from being called.
-    if (answer != 0 && kind != GENREG_OP_ADD) return GENREG_RC_OK;
-  }
-  if (!has(GENREG_POST_UPDATE)) return GENREG_RC_OK;
-  if (handle_.PostUpdate == nullptr) return routine.fail(GENREG_RC_NO_POST_UPDATE_HOOK, 250);
-  if (const unsigned int answer = handle_.PostUpdate(); answer != 0) {
-    (void)routine.fail(answer, 260);
-  }
-  return GENREG_RC_OK;
+  BinaryStore store(*this);
+  return routine.exit(DeleteWork(store, routine, genreg::deleteUpdate, mask, nullptr, key).run());
 }

@@ -6,10 +6,7 @@
 
 namespace genreg {
 
-constexpr std::size_t lengthWidth = 4;               // bytes of a length field
-constexpr std::uint64_t smallestRecord = 3;          // bytes
-constexpr std::uint64_t largestRecord = 0x100000;    // bytes
-constexpr std::uint64_t smallestReturnedRecord = 8;  // bytes; smaller ones are stored only
+constexpr std::size_t lengthWidth = 4;  // bytes of a length field
 
 inline std::uint32_t decodeLength(const unsigned char (&field)[lengthWidth],
                                   bool bigEndian) noexcept {

@@ -57,6 +57,9 @@ constexpr std::size_t GENREG_PATH_MAX = 253;   // characters a registry path may
 
 class GenRegBase;
 class GenRegFile;
+namespace genreg {
+class Engine;
+}
 namespace platform {
 struct StreamBacking;
 }
@@ -241,6 +244,7 @@ class GenRegFile : public GenRegBase {
 
  private:
   friend struct RegistryHandle;
+  friend class genreg::Engine;
   const GenRegSessionRoutines* session;
   platform::StreamBacking* mainBacking;    // what stands behind mainStream
   platform::StreamBacking* secondBacking;  // what stands behind secondStream
