@@ -40,7 +40,7 @@ unsigned int BinaryStore::search(Routine& routine, RecordCursor& cursor, std::ui
                                  void* key, LoadedRecord& loaded,
                                  std::uint64_t size) const noexcept {
   for (;;) {
-    const unsigned int code = load(routine, cursor, loaded, size, GENREG_RC_READ_FAILED, 80);
+    const unsigned int code = load(routine, cursor, loaded, size, 80);
     if (code != 0) return code;
     if (!canCompare()) return routine.fail(GENREG_RC_NO_COMPARE_HOOK, 90);
     if (matches(mask, record(loaded), key)) return GENREG_RC_OK;

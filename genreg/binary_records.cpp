@@ -121,13 +121,18 @@ unsigned int BinaryStore::unpack(const Routine& routine, LoadedRecord& record, s
   return GENREG_RC_OK;
 }
 
-unsigned int BinaryStore::load(const Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+unsigned int BinaryStore::read(const Routine& routine, RecordCursor& cursor, LoadedRecord& record,
                                std::uint64_t size, unsigned int readFailed,
                                unsigned int point) const noexcept {
   const unsigned int code = readRecord(cursor, record, size);
-  if (code == GENREG_RC_END) return code;
-  if (code != 0) return routine.failFrom(Function::binReadRecord, code, readFailed, point);
-  return unpack(routine, record, size, point + 1);
+  if (code == 0 || code == GENREG_RC_END) return code;
+  return routine.failFrom(Function::binReadRecord, code, readFailed, point);
+}
+
+unsigned int BinaryStore::load(const Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+                               std::uint64_t size, unsigned int point) const noexcept {
+  const unsigned int code = read(routine, cursor, record, size, GENREG_RC_READ_FAILED, point);
+  return code != 0 ? code : unpack(routine, record, size, point + 1);
 }
 
 unsigned int BinaryStore::lengthHook() const noexcept {

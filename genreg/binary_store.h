@@ -55,10 +55,13 @@ class BinaryStore final : public genreg::Engine {
   // for any damage: a length outside its limits or past the end, a torn length.
   unsigned int readRecord(RecordCursor& cursor, LoadedRecord& record,
                           std::uint64_t size) const noexcept;
-  // readRecord, then UnpackRecord into a buffer of its own. GENREG_RC_END, or the operation's code:
-  // `readFailed`, GENREG_RC_NO_UNPACK_HOOK_PACKED, GENREG_RC_UNPACK_FAILED.
-  unsigned int load(const genreg::Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+  // readRecord for an operation: 0, GENREG_RC_END, or `readFailed`.
+  unsigned int read(const genreg::Routine& routine, RecordCursor& cursor, LoadedRecord& record,
                     std::uint64_t size, unsigned int readFailed, unsigned int point) const noexcept;
+  // read, then UnpackRecord into a buffer of its own: GENREG_RC_READ_FAILED,
+  // GENREG_RC_NO_UNPACK_HOOK_PACKED, GENREG_RC_UNPACK_FAILED.
+  unsigned int load(const genreg::Routine& routine, RecordCursor& cursor, LoadedRecord& record,
+                    std::uint64_t size, unsigned int point) const noexcept;
   unsigned int unpack(const genreg::Routine& routine, LoadedRecord& record, std::uint64_t size,
                       unsigned int point) const noexcept;
   // The record as the hooks take it.

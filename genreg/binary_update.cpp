@@ -38,7 +38,7 @@ class BinaryUpdate : public genreg::Update {
 
   // Loads the next stored record; GENREG_RC_END at the end.
   unsigned int next(RecordCursor& cursor) noexcept {
-    return store_.load(routine_, cursor, loaded_, size_, GENREG_RC_READ_FAILED, 70);
+    return store_.load(routine_, cursor, loaded_, size_, 70);
   }
 
   BinaryStore& store_;

@@ -11,6 +11,9 @@
 #include "genreg_binvarval.h"
 #include "genreg_codes.h"
 #include "genreg_handle.h"
+#include "genreg_services.h"
+#include "genreg_text.h"
+#include "genreg_varval.h"
 
 // Marks the library as one of the product's own; always 0, nothing in the library reads it.
 extern "C" {

@@ -74,10 +74,10 @@ Routine::~Routine() {
   _gtraceExit(traceThread(), probe_, reinterpret_cast<std::uintptr_t>(&result_), 0);
 }
 
-void Routine::log(unsigned int code, unsigned int point, unsigned int count,
+void Routine::log(unsigned int code, unsigned int point, unsigned int severity, unsigned int count,
                   const LogValue (&values)[3]) const noexcept {
   handOverNames();
-  ossLog(0, probe_, code, point, failureSeverity, count, values[0].address, values[0].length,
+  ossLog(0, probe_, code, point, severity, count, values[0].address, values[0].length,
          values[0].type, values[1].address, values[1].length, values[1].type, values[2].address,
          values[2].length, values[2].type);
   if (!tracingOn()) return;
@@ -86,22 +86,27 @@ void Routine::log(unsigned int code, unsigned int point, unsigned int count,
 }
 
 unsigned int Routine::fail(unsigned int code, unsigned int point) const noexcept {
-  log(code, point, 0, {none, none, none});
+  log(code, point, failureSeverity, 0, {none, none, none});
   return code;
 }
 unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first) const noexcept {
-  log(code, point, 1, {first, none, none});
+  log(code, point, failureSeverity, 1, {first, none, none});
   return code;
 }
 unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first,
                            LogValue second) const noexcept {
-  log(code, point, 2, {first, second, none});
+  log(code, point, failureSeverity, 2, {first, second, none});
   return code;
 }
 unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first, LogValue second,
                            LogValue third) const noexcept {
-  log(code, point, 3, {first, second, third});
+  log(code, point, failureSeverity, 3, {first, second, third});
   return code;
+}
+
+void Routine::note(unsigned int code, unsigned int point, unsigned int severity,
+                   LogValue value) const noexcept {
+  log(code, point, severity, 1, {value, none, none});
 }
 
 unsigned int Routine::failFrom(unsigned int calleeProbe, unsigned int calleeCode, unsigned int code,

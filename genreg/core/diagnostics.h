@@ -58,6 +58,10 @@ class Routine {
   unsigned int fail(unsigned int code, unsigned int point, LogValue first, LogValue second,
                     LogValue third) const noexcept;
 
+  // Logs something odd that is no failure of the routine, with a severity of its own.
+  void note(unsigned int code, unsigned int point, unsigned int severity,
+            LogValue value) const noexcept;
+
   // Logs that a callee failed and gives back `code`, the routine's own.
   unsigned int failFrom(unsigned int calleeProbe, unsigned int calleeCode, unsigned int code,
                         unsigned int point, unsigned int severity = failureSeverity) const noexcept;
@@ -72,7 +76,7 @@ class Routine {
   void trace(unsigned int point, LogValue value) const noexcept;
 
  private:
-  void log(unsigned int code, unsigned int point, unsigned int count,
+  void log(unsigned int code, unsigned int point, unsigned int severity, unsigned int count,
            const LogValue (&values)[3]) const noexcept;
 
   unsigned int probe_;

@@ -133,6 +133,25 @@ unsigned int RegistryHandle::checkPath(const char* path) noexcept {
   return GENREG_RC_OK;
 }
 
+unsigned int RegistryHandle::setUp(GenRegFile& handle, const Routine& routine, const char* path,
+                                   const FlavourHooks& hooks, unsigned int* rc) noexcept {
+  unsigned int code = checkPath(path);
+  if (code != 0) {
+    (void)routine.fail(code, 5);
+  } else {
+    handle.CompareRecord = hooks.compareRecord;
+    handle.ValidateKey = hooks.validateKey;
+    handle.PrintRecord = hooks.printRecord;
+    handle.UnpackRecord = hooks.unpackRecord;
+    handle.PackRecord = hooks.packRecord;
+    handle.GetRecordSize = hooks.getRecordSize;
+    handle.GetRecordLength = hooks.getRecordLength;
+    code = nameFiles(handle, routine, path);
+  }
+  if (rc != nullptr) *rc = code;
+  return code;
+}
+
 unsigned int RegistryHandle::nameFiles(GenRegFile& handle, const Routine& routine,
                                        const char* path) noexcept {
   char base[GENREG_PATH_SIZE];

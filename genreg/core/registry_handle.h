@@ -9,8 +9,25 @@
 #include "genreg_handle.h"
 #include "platform/stream.h"
 
+// The hooks that a flavour named by a path brings; null where it has none.
+struct FlavourHooks {
+  GenRegCompareHook compareRecord;
+  GenRegValidateHook validateKey;
+  GenRegPrintHook printRecord;
+  GenRegUnpackHook unpackRecord;
+  GenRegPackHook packRecord;
+  GenRegSizeHook getRecordSize;
+  GenRegLengthHook getRecordLength;
+};
+
 struct RegistryHandle {
   // --- flavours ---
+
+  // What the constructor of a flavour named by a path does: checks the path, installs the hooks,
+  // names the files. Returns, and stores at `rc` unless that is null, 0 or the constructor's code;
+  // without a usable path no hook is installed.
+  static unsigned int setUp(GenRegFile& handle, const genreg::Routine& routine, const char* path,
+                            const FlavourHooks& hooks, unsigned int* rc) noexcept;
 
   // Checks a registry path: 0, GENREG_RC_NO_ARGUMENT for null or empty, GENREG_RC_PATH_TOO_LONG.
   static unsigned int checkPath(const char* path) noexcept;

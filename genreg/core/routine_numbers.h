@@ -37,13 +37,43 @@ constexpr unsigned int probeBase = 0x082A0000u;
   ROUTINE(binVerifyUpdate, 34, "GenRegBin::VerifyUpdate")                   \
   ROUTINE(binWriteRecord, 35, "GenRegBin::WriteRecord")                     \
   ROUTINE(binCheckHooks, 36, "GenRegBin::CheckHooks")                       \
+  ROUTINE(textConstructor, 37, "GenRegText::GenRegText")                    \
+  ROUTINE(textDestructor, 38, "GenRegText::~GenRegText")                    \
+  ROUTINE(textAdd, 39, "GenRegText::Add")                                   \
+  ROUTINE(textDelete, 40, "GenRegText::Delete")                             \
+  ROUTINE(textChange, 41, "GenRegText::Change")                             \
+  ROUTINE(textGet, 42, "GenRegText::Get")                                   \
+  ROUTINE(textGetNext, 43, "GenRegText::GetNext")                           \
+  ROUTINE(nextToken, 45, "GenRegNextToken")                                 \
+  ROUTINE(readLine, 46, "GenRegReadLine")                                   \
+  ROUTINE(textVerifyUpdate, 47, "GenRegText::VerifyUpdate")                 \
+  ROUTINE(writeLine, 48, "GenRegWriteLine")                                 \
+  ROUTINE(makePrintable, 49, "GenRegMakePrintable")                         \
+  ROUTINE(normalizeLine, 50, "GenRegNormalizeLine")                         \
+  ROUTINE(textCheckHooks, 51, "GenRegText::CheckHooks")                     \
   ROUTINE(binVarValConstructor, 52, "GenRegBinVarVal::GenRegBinVarVal")     \
   ROUTINE(binVarValDestructor, 53, "GenRegBinVarVal::~GenRegBinVarVal")     \
   ROUTINE(binVarValPrintRecord, 54, "GenRegBinVarVal::PrintRecord")         \
   ROUTINE(binVarValCompareRecord, 55, "GenRegBinVarVal::CompareRecord")     \
   ROUTINE(binVarValValidateKey, 56, "GenRegBinVarVal::ValidateKey")         \
   ROUTINE(binVarValGetRecordLength, 57, "GenRegBinVarVal::GetRecordLength") \
-  ROUTINE(binVarValGetRecordSize, 58, "GenRegBinVarVal::GetRecordSize")
+  ROUTINE(binVarValGetRecordSize, 58, "GenRegBinVarVal::GetRecordSize")     \
+  ROUTINE(varValConstructor, 68, "GenRegVarVal::GenRegVarVal")              \
+  ROUTINE(varValDestructor, 69, "GenRegVarVal::~GenRegVarVal")              \
+  ROUTINE(varValValidateKey, 71, "GenRegVarVal::ValidateKey")               \
+  ROUTINE(varValCompareRecord, 72, "GenRegVarVal::CompareRecord")           \
+  ROUTINE(varValUnpackRecord, 73, "GenRegVarVal::UnpackRecord")             \
+  ROUTINE(varValPackRecord, 74, "GenRegVarVal::PackRecord")                 \
+  ROUTINE(varValGetRecordSize, 75, "GenRegVarVal::GetRecordSize")           \
+  ROUTINE(varValGetRecordLength, 76, "GenRegVarVal::GetRecordLength")       \
+  ROUTINE(servicesConstructor, 77, "GenRegServices::GenRegServices")        \
+  ROUTINE(servicesDestructor, 78, "GenRegServices::~GenRegServices")        \
+  ROUTINE(servicesValidateKey, 79, "GenRegServices::ValidateKey")           \
+  ROUTINE(servicesCompareRecord, 80, "GenRegServices::CompareRecord")       \
+  ROUTINE(servicesUnpackRecord, 81, "GenRegServices::UnpackRecord")         \
+  ROUTINE(servicesPackRecord, 82, "GenRegServices::PackRecord")             \
+  ROUTINE(servicesGetRecordSize, 83, "GenRegServices::GetRecordSize")       \
+  ROUTINE(servicesGetRecordLength, 84, "GenRegServices::GetRecordLength")
 
 enum class Function : unsigned int {
 #define GENREG_FUNCTION(identifier, number, name) identifier = number,

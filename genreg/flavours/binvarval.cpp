@@ -57,20 +57,9 @@ unsigned int getRecordSize(std::uint64_t* size) {
 
 GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::binVarValConstructor);
-  unsigned int ignored = 0;
-  unsigned int& code = rc == nullptr ? ignored : *rc;
-  code = RegistryHandle::checkPath(path);
-  if (code != 0) {
-    (void)routine.exit(routine.fail(code, 5));
-    return;
-  }
-  CompareRecord = compareRecord;
-  ValidateKey = validateKey;
-  GenRegBase::PrintRecord = PrintRecord;
-  GetRecordLength = getRecordLength;
-  GetRecordSize = getRecordSize;
-  code = routine.exit(RegistryHandle::nameFiles(*this, routine, path));
-  if (code != 0) return;
+  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,    nullptr,
+                           nullptr,       getRecordSize, getRecordLength};
+  if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }

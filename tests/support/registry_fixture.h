@@ -15,14 +15,15 @@
 #include "sysservices/fault_hook.h"
 
 // A handle that shows its protected side.
-class TestRegistry : public GenRegBinVarVal {
+template <typename Flavour>
+class Exposed : public Flavour {
  public:
-  explicit TestRegistry(const std::string& path, std::uint64_t wanted = 0) noexcept
-      : GenRegBinVarVal(path.c_str(), nullptr) {
+  explicit Exposed(const std::string& path, std::uint64_t wanted = 0) noexcept
+      : Flavour(path.c_str(), nullptr) {
     if (wanted != 0) useFeatures(wanted);
   }
   // Exactly these features from now on.
-  void useFeatures(std::uint64_t wanted) { features = wanted; }
+  void useFeatures(std::uint64_t wanted) { this->features = wanted; }
 
   using GenRegFile::CloseRegFile;
   using GenRegFile::getBackupFilePath;
@@ -45,6 +46,7 @@ class TestRegistry : public GenRegBinVarVal {
   using GenRegFile::UnpackRecord;
   GenRegCompareHook& compareHook() { return GenRegBase::CompareRecord; }
 };
+using TestRegistry = Exposed<GenRegBinVarVal>;
 
 BinVarValRecord variable(const std::string& name, std::int32_t value = 0,
                          const std::string& comment = "");

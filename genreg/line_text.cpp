@@ -1,0 +1,119 @@
+#include "genreg/line_text.h"
+
+#include <cstring>
+
+#include "genreg/core/diagnostics.h"
+#include "genreg/core/record_buffer.h"
+#include "genreg_text.h"
+
+namespace genreg {
+namespace {
+
+constexpr bool isBlankToFold(char byte) { return byte == '\t' || byte == '\n' || byte == '\r'; }
+
+// The normalised form of `text`, whose foldable blanks are spaces by now; returns its length.
+std::size_t foldSpaces(const char* text, char* out) noexcept {
+  std::size_t length = 0;
+  for (const char* from = text; *from != '\0';) {
+    if (*from == '"') {
+      const char* close = std::strchr(from + 1, '"');
+      const std::size_t quoted =
+          close == nullptr ? std::strlen(from) : static_cast<std::size_t>(close - from) + 1;
+      std::memcpy(out + length, from, quoted);
+      length += quoted;
+      from += quoted;
+    } else if (*from == ' ') {
+      from += std::strspn(from, " ");
+      if (length > 0) out[length++] = ' ';
+    } else {
+      out[length++] = *from++;
+    }
+  }
+  while (length > 0 && out[length - 1] == ' ') --length;
+  return length;
+}
+
+bool needsNormalizing(const char* text) noexcept {
+  char before = ' ';  // a leading space is one too many
+  for (; *text != '\0'; ++text) {
+    if (*text == '"' || isBlankToFold(*text) || (*text == ' ' && before == ' ')) return true;
+    before = *text;
+  }
+  return before == ' ';
+}
+
+}  // namespace
+
+unsigned int GenRegNormalizeLine(char* text) noexcept {
+  Routine routine(Function::normalizeLine);
+  if (text == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
+  const std::size_t size = std::strlen(text) + 1;
+  RecordBuffer copy("GenRegText", __LINE__);
+  if (const unsigned int code = copy.reserve(size); code != 0) {
+    (void)routine.failFrom(probeMemAlloc, code, GENREG_RC_WORK_ALLOC, 20);
+    return routine.exit(code);
+  }
+  for (char* byte = text; *byte != '\0'; ++byte) {
+    if (isBlankToFold(*byte)) *byte = ' ';
+  }
+  auto* out = static_cast<char*>(copy.data());
+  const std::size_t length = foldSpaces(text, out);
+  std::memcpy(text, out, length);
+  text[length] = '\0';
+  const unsigned int freed = copy.release();
+  if (freed != 0) (void)routine.failFrom(probeMemFree, freed, GENREG_RC_WORK_FREE, 30);
+  return routine.exit(freed);
+}
+
+unsigned int normalizeIfNeeded(char* text) noexcept {
+  if (*text == '\0' || !needsNormalizing(text)) return GENREG_RC_OK;
+  return GenRegNormalizeLine(text);
+}
+
+unsigned int GenRegNextToken(char** token, char** cursor) noexcept {
+  Routine routine(Function::nextToken);
+  *token = nullptr;
+  if (*cursor == nullptr) return routine.exit(GENREG_RC_NO_LINE);
+  char* start = *cursor + std::strspn(*cursor, " \t");
+  if (*start == '\0') return routine.exit(GENREG_RC_NO_LINE);
+  char* end = start + std::strcspn(start, " \t");
+  *token = start;
+  *cursor = *end == '\0' ? nullptr : end + 1;
+  *end = '\0';
+  return routine.exit(GENREG_RC_OK);
+}
+
+void GenRegMakePrintable(char* text) noexcept {
+  Routine routine(Function::makePrintable);
+  if (text == nullptr) return;
+  for (; *text != '\0'; ++text) {
+    const auto byte = static_cast<unsigned char>(*text);
+    if ((byte < 0x20 && byte != '\t') || byte >= 0x7F) *text = '.';
+  }
+}
+
+}  // namespace genreg
+
+unsigned int GenRegWriteLine(char* line, std::uint64_t width, std::FILE* stream) noexcept {
+  genreg::Routine routine(genreg::Function::writeLine);
+  constexpr std::uint64_t narrowest = 3;  // a break takes two characters of the width
+  if (line == nullptr || width < narrowest) {
+    return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 10));
+  }
+  if (stream == nullptr) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 20));
+  char folded[GENREG_LINE_SIZE];
+  std::size_t length = 0;
+  const auto breakIfFull = [&] {
+    if ((length + 1) % width != 0) return;
+    folded[length++] = '\\';
+    folded[length++] = '\n';
+  };
+  constexpr std::size_t room = sizeof folded - 4;  // a character, a break, the terminator
+  for (breakIfFull(); *line != '\0'; breakIfFull()) {
+    if (length > room) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
+    folded[length++] = *line++;
+  }
+  folded[length] = '\0';
+  (void)std::fputs(folded, stream);
+  return routine.exit(GENREG_RC_OK);
+}
