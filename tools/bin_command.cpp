@@ -3,8 +3,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -12,6 +10,8 @@
 #include <string>
 
 #include "genreg.h"
+#include "output.h"
+#include "registry_use.h"
 #include "report.h"
 
 namespace zorreg {
@@ -96,49 +96,26 @@ class BinRegistry {
     return exitDone;
   }
 
-  // Adds or changes, whichever it takes: when another writer adds or deletes the name between the
-  // look and the update, it looks again, so that no name ever stands twice.
   int set(const std::string& name, const std::string& value,
           const std::optional<std::string>& comment) {
     BinVarValRecord key = keyOf(name);
-    for (;;) {
-      BinVarValRecord record;
-      unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &record);
-      if (code != 0 && code != GENREG_RC_NOT_FOUND && code != GENREG_RC_NO_FILE) {
-        return reportCode(code, file_);
-      }
-      const bool known = code == 0;
-      if (!known) record = key;
+    return setRecord(registry_, file_, BINVARVAL_VARIABLE, key, [&](const BinVarValRecord* found) {
+      BinVarValRecord record = found != nullptr ? *found : key;
       (void)parseValue(value, record.Value);
       if (comment) copyField(record.Comment, *comment);
-      code = known ? registry_.Change(BINVARVAL_VARIABLE, &key, &record) : addOnce(record);
-      if (code == 0 || code == GENREG_RC_UNCHANGED) return exitDone;
-      if (code != GENREG_RC_NOT_FOUND && code != GENREG_RC_DUPLICATE) {
-        return reportCode(code, file_);
-      }
-    }
+      return record;
+    });
   }
 
   int unset(const std::string& name) {
     BinVarValRecord key = keyOf(name);
-    unsigned int code = registry_.Delete(BINVARVAL_VARIABLE, &key);
-    if (code == GENREG_RC_OPEN_FOR_OPERATION && !std::filesystem::exists(file_)) {
-      code = GENREG_RC_NO_FILE;
-    }
+    const unsigned int code = registry_.Delete(BINVARVAL_VARIABLE, &key);
     return code == 0 ? exitDone : reportCode(code, file_);
   }
 
-  int forEach(const std::function<void(BinVarValRecord&)>& visit) {
-    if (const unsigned int code = registry_.OpenScan(); code != 0) {
-      return reportCode(std::filesystem::exists(file_) ? code : GENREG_RC_NO_FILE, file_);
-    }
-    BinVarValRecord key{};
-    BinVarValRecord record;
-    unsigned int code = registry_.GetNext(0, &key, &record);
-    for (; code == 0; code = registry_.GetNext(0, &key, &record)) visit(record);
-    const unsigned int closed = registry_.CloseScan();
-    if (code == GENREG_RC_END) code = closed;
-    return code == 0 ? exitDone : reportCode(code, file_);
+  template <typename Visit>
+  int forEach(Visit visit) {
+    return forEachRecord<BinVarValRecord>(registry_, file_, visit);
   }
 
   int importLines(std::istream& input) {
@@ -160,14 +137,6 @@ class BinRegistry {
   }
 
  private:
-  // Adds a record whose name no other record has; else GENREG_RC_DUPLICATE.
-  unsigned int addOnce(BinVarValRecord& record) {
-    (void)registry_.unsetFeature(GENREG_ALLOW_DUPLICATES);
-    const unsigned int code = registry_.Add(BINVARVAL_VARIABLE, &record);
-    (void)registry_.setFeature(GENREG_ALLOW_DUPLICATES);
-    return code;
-  }
-
   static BinVarValRecord keyOf(const std::string& name) {
     BinVarValRecord key{};
     copyField(key.Variable, name);

@@ -5,6 +5,8 @@
 
 #include "bin_command.h"
 #include "report.h"
+#include "services_command.h"
+#include "var_command.h"
 
 int main(int argc, char** argv) {
   try {
@@ -13,6 +15,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int status = zorreg::exitDone;
     zorreg::addBinCommand(app, status);
+    zorreg::addVarCommand(app, status);
+    zorreg::addServicesCommand(app, status);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

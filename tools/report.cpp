@@ -1,13 +1,24 @@
 #include "report.h"
 
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 
 #include "genreg.h"
 
 namespace zorreg {
+namespace {
+
+int report(const std::string& message, int status) {
+  std::fprintf(stderr, "zorreg: %s\n", message.c_str());
+  return status;
+}
+
+}  // namespace
 
 int reportCode(unsigned int code, const std::string& file) {
+  const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
+  std::error_code ignored;
+  if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   std::fprintf(stderr, "zorreg: %s (0x%08X): %s\n", row == nullptr ? "unknown code" : row->name,
                code, row == nullptr ? "no meaning is known" : row->meaning);
@@ -16,18 +27,8 @@ int reportCode(unsigned int code, const std::string& file) {
   return notFound ? exitNotFound : exitFailed;
 }
 
-int reportUsage(const std::string& message) {
-  std::fprintf(stderr, "zorreg: %s\n", message.c_str());
-  return exitUsage;
-}
+int reportUsage(const std::string& message) { return report(message, exitUsage); }
 
-std::string printable(const char* text, std::size_t size) {
-  std::string shown(text, ::strnlen(text, size));
-  for (char& character : shown) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F) character = '?';
-  }
-  return shown;
-}
+int reportFailure(const std::string& message) { return report(message, exitFailed); }
 
 }  // namespace zorreg

@@ -1,0 +1,32 @@
+// What the verbs print: columns for a terminal, JSON for programs.
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace zorreg {
+
+// Objects keep their members in the order in which they were made.
+using Json = nlohmann::ordered_json;
+
+// Prints one JSON value, indented, and a newline. Bytes that are no UTF-8 become U+FFFD.
+void printJson(const Json& value);
+
+// Text with everything that could disturb a terminal shown as "?"; of a field, at most `size`
+// bytes.
+std::string printable(const char* text, std::size_t size);
+std::string printable(const std::string& text);
+
+// Lines of cells, printed with two blanks between columns that are as wide as their widest cell.
+class Table {
+ public:
+  void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  void print() const;
+
+ private:
+  std::vector<std::vector<std::string>> rows_;
+};
+
+}  // namespace zorreg
