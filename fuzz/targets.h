@@ -1,0 +1,9 @@
+// The fuzz targets: each takes one input and ends the process when a promise does not hold. They
+// are built for libFuzzer (ZORGENREG_FUZZ), and the tests replay their corpora.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Line reader and line parsers of both text flavours.
+int fuzzTextLines(const std::uint8_t* data, std::size_t size);
