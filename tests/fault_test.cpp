@@ -10,33 +10,126 @@
 
 namespace {
 
-const Operation operations[] = {
-    {"Add", verified, false, add},
-    {"FirstAdd", verified, true, add},
-    {"AddUnverified", GENREG_NOTIFY_CHANGE, false, add},
-    {"AddInPlace", GENREG_ALLOW_DUPLICATES, false, add},
-    {"Change", verified, false, change},
-    {"Delete", verified, false, remove},
-    {"DeleteUnverified", GENREG_ALLOW_DUPLICATES, false, remove},
-    {"Get", verified, false, get},
-    {"Scan", verified, false, scan},
+// A flavour whose sweep runs on the records a = 1 and b = 2.
+class Subject {
+ public:
+  virtual ~Subject() = default;
+  virtual unsigned int add(const char* name, int value) = 0;
+  virtual unsigned int change(const char* name, int value) = 0;
+  virtual unsigned int remove(const char* name) = 0;
+  virtual unsigned int get(const char* name) = 0;
+  virtual unsigned int scan() = 0;
 };
 
-class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Operation> {
+template <typename Flavour, typename Record>
+class FlavourSubject : public Subject {
+ public:
+  FlavourSubject(const std::string& path, std::uint64_t features) : handle_(path, features) {}
+
+  unsigned int add(const char* name, int value) override {
+    return with(name, value, [&](Record& record) { return handle_.Add(byName, &record); });
+  }
+  unsigned int change(const char* name, int value) override {
+    return with(name, value,
+                [&](Record& record) { return handle_.Change(byName, &record, &record); });
+  }
+  unsigned int remove(const char* name) override {
+    return with(name, 0, [&](Record& record) { return handle_.Delete(byName, &record); });
+  }
+  unsigned int get(const char* name) override {
+    Record found;
+    return with(name, 0, [&](Record& record) { return handle_.Get(byName, &record, &found); });
+  }
+  unsigned int scan() override {
+    Record key{};
+    Record record;
+    unsigned int code = handle_.OpenScan();
+    if (code != 0) return code;
+    while (code == 0) code = handle_.GetNext(0, &key, &record);
+    const unsigned int closed = handle_.CloseScan();
+    return code == GENREG_RC_END ? closed : code;
+  }
+
+ private:
+  template <typename Use>
+  static unsigned int with(const char* name, int value, Use use) {
+    const std::string text = std::to_string(value);
+    Record record{};
+    if constexpr (std::is_same_v<Record, BinVarValRecord>) {
+      record = variable(name, value);
+    } else {
+      record = {VARVAL_HAS_VARIABLE, nullptr, name, text.c_str(), {}};
+    }
+    return use(record);
+  }
+
+  Exposed<Flavour> handle_;
+};
+
+using Binary = FlavourSubject<GenRegBinVarVal, BinVarValRecord>;
+using Text = FlavourSubject<GenRegVarVal, VarValRecord>;
+
+std::string binaryRecord(const char* name, int value) { return frame(variable(name, value)); }
+std::string textRecord(const char* name, int value) {
+  return std::string(name) + " = " + std::to_string(value) + "\n";
+}
+
+template <typename Kind>
+std::unique_ptr<Subject> make(const std::string& path, std::uint64_t features) {
+  return std::make_unique<Kind>(path, features);
+}
+
+constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
+
+struct Sweep {
+  const char* name;
+  std::unique_ptr<Subject> (*make)(const std::string& path, std::uint64_t features);
+  std::string (*record)(const char* name, int value);
+  std::uint64_t features;
+  bool startsEmpty;  // there is no registry file before
+  unsigned int (*run)(Subject& subject);
+};
+
+unsigned int addNew(Subject& subject) { return subject.add("new", 3); }
+unsigned int changeB(Subject& subject) { return subject.change("b", 22); }
+unsigned int removeA(Subject& subject) { return subject.remove("a"); }
+unsigned int getB(Subject& subject) { return subject.get("b"); }
+unsigned int scanAll(Subject& subject) { return subject.scan(); }
+
+const Sweep sweeps[] = {
+    {"Add", make<Binary>, binaryRecord, verified, false, addNew},
+    {"FirstAdd", make<Binary>, binaryRecord, verified, true, addNew},
+    {"AddUnverified", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, false, addNew},
+    {"AddInPlace", make<Binary>, binaryRecord, unverified, false, addNew},
+    {"Change", make<Binary>, binaryRecord, verified, false, changeB},
+    {"Delete", make<Binary>, binaryRecord, verified, false, removeA},
+    {"DeleteUnverified", make<Binary>, binaryRecord, unverified, false, removeA},
+    {"Get", make<Binary>, binaryRecord, verified, false, getB},
+    {"Scan", make<Binary>, binaryRecord, verified, false, scanAll},
+    {"TextAdd", make<Text>, textRecord, unique, false, addNew},
+    {"TextAddInPlace", make<Text>, textRecord, unverified, false, addNew},
+    {"TextChange", make<Text>, textRecord, verified, false, changeB},
+    {"TextDelete", make<Text>, textRecord, verified, false, removeA},
+    {"TextGet", make<Text>, textRecord, verified, false, getB},
+    {"TextScan", make<Text>, textRecord, verified, false, scanAll},
+};
+
+class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Sweep> {
  protected:
   void start() {
     for (const char* name : {"r", "r.tmp", "r.cor", ".r.bkp", ".r.lock"}) {
       (void)std::remove(path(name).c_str());
     }
-    old_ = GetParam().startsEmpty ? "" : frame(variable("a", 1)) + frame(variable("b", 2));
+    old_ = GetParam().startsEmpty ? "" : GetParam().record("a", 1) + GetParam().record("b", 2);
     if (!old_.empty()) writeFile(registry(), old_);
   }
+
+  std::unique_ptr<Subject> subject() { return GetParam().make(registry(), GetParam().features); }
 
   // What the registry holds after the operation, run once undisturbed.
   std::string undisturbed() {
     start();
-    TestRegistry handle(registry(), GetParam().features);
-    EXPECT_EQ(GetParam().run(handle), 0u);
+    EXPECT_EQ(GetParam().run(*subject()), 0u);
     return readFile(registry());
   }
 
@@ -46,11 +139,9 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Oper
   }
 
   // The next update works and keeps everything.
-  void expectNextUpdateKeeps(const std::string& content) {
-    TestRegistry handle(registry(), verified);
-    BinVarValRecord record = variable("next", 9);
-    ASSERT_EQ(handle.Add(byName, &record), 0u);
-    EXPECT_EQ(readFile(registry()), content + frame(record));
+  void expectNextUpdateKeeps(Subject& handle, const std::string& content) {
+    ASSERT_EQ(handle.add("next", 9), 0u);
+    EXPECT_EQ(readFile(registry()), content + GetParam().record("next", 9));
     EXPECT_FALSE(exists(backup()));
     EXPECT_FALSE(exists(lockFile()));
   }
@@ -69,12 +160,10 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Oper
       for (const auto& [name, bytes] : left) writeFile(name, bytes);
       const int ended = inChild([&] {
         FaultPlan plan(j, 0, true);
-        TestRegistry next(registry(), GENREG_VERIFY_UPDATES);
-        BinVarValRecord record = variable("other");
-        return static_cast<int>(next.Add(byName, &record));
+        return static_cast<int>(GetParam().make(registry(), unique)->add("other", 0));
       });
       const std::string now = committed();
-      ASSERT_TRUE(now == content || now == content + frame(variable("other")))
+      ASSERT_TRUE(now == content || now == content + GetParam().record("other", 0))
           << "killed again before call " << j;
       if (ended == -SIGKILL) continue;
       EXPECT_EQ(ended, 0);
@@ -90,30 +179,26 @@ TEST_P(FaultTest, AnyFailedCallLeavesOldOrNewContentAndAWorkingHandle) {
   for (const int fault : {EIO, ENOSPC, EINTR, OSS_FAULT_SHORT}) {
     for (unsigned long k = 1;; ++k) {
       start();
-      TestRegistry handle(registry(), GetParam().features);
+      const std::unique_ptr<Subject> handle = subject();
       const std::size_t descriptors = openDescriptors();
       unsigned int code = 0;
       std::string operation;
       {
         FaultPlan plan(k, fault);
-        code = GetParam().run(handle);
+        code = GetParam().run(*handle);
         if (plan.calls() < k) break;
         operation = plan.operation();
       }
       SCOPED_TRACE("call " + std::to_string(k) + " (" + operation + "), fault " +
                    std::to_string(fault) + ", code " + std::to_string(code));
       const std::string content = committed();
-      if (code == 0) {
-        EXPECT_EQ(content, changed);
-      } else {
-        EXPECT_TRUE(content == old_ || content == changed);
-      }
+      EXPECT_TRUE(content == changed || (code != 0 && content == old_));
       EXPECT_EQ(openDescriptors(), descriptors);
       if (fault == EINTR && operation != "malloc" && operation != "free" && operation != "fopen" &&
           operation != "close" && operation != "lseek") {
         EXPECT_EQ(code, 0u) << "an interrupted call must be repeated";
       }
-      expectNextUpdateKeeps(content);
+      expectNextUpdateKeeps(*handle, content);
       if (HasFailure()) return;
     }
   }
@@ -125,8 +210,7 @@ TEST_P(FaultTest, DyingBeforeAnyCallLosesNothing) {
     start();
     const int ended = inChild([&] {
       FaultPlan plan(k, 0, true);
-      TestRegistry handle(registry(), GetParam().features);
-      return static_cast<int>(GetParam().run(handle) != 0);
+      return static_cast<int>(GetParam().run(*subject()) != 0);
     });
     if (ended != -SIGKILL) {
       EXPECT_EQ(ended, 0);
@@ -135,21 +219,15 @@ TEST_P(FaultTest, DyingBeforeAnyCallLosesNothing) {
     SCOPED_TRACE("killed before call " + std::to_string(k));
     const std::string content = committed();
     EXPECT_TRUE(content == old_ || content == changed);
-
-    TestRegistry handle(registry(), verified);
-    BinVarValRecord key = variable("b");
-    BinVarValRecord found;
-    if (!old_.empty()) {
-      EXPECT_EQ(handle.Get(byName, &key, &found), 0u) << "a reader missed a committed record";
-    }
-
+    const std::unique_ptr<Subject> handle = subject();
+    EXPECT_TRUE(old_.empty() || handle->get("b") == 0) << "a reader missed a committed record";
     expectDyingAgainLosesNothing(content, k);
-    expectNextUpdateKeeps(committed());
+    expectNextUpdateKeeps(*handle, committed());
     if (HasFailure()) return;
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, FaultTest, ::testing::ValuesIn(operations),
+INSTANTIATE_TEST_SUITE_P(Sweeps, FaultTest, ::testing::ValuesIn(sweeps),
                          [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
