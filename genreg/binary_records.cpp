@@ -66,11 +66,27 @@ RecordCursor BinaryStore::secondCursor() const noexcept {
   return {handle_.secondStream, 0, RegistryHandle::secondSize(handle_)};
 }
 
+// A length that cannot be true: outside its limits, or past the end of the file.
+bool BinaryStore::isDamaged(const RecordCursor& cursor, std::uint64_t length) const noexcept {
+  return length < genreg::smallestRecord || length > genreg::largestRecord ||
+         afterLength(cursor) + length > cursor.size;
+}
+
 unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
                                      std::uint64_t size) const noexcept {
   Routine routine(Function::binReadRecord);
   unsigned char field[genreg::lengthWidth] = {};
-  const std::size_t got = std::fread(field, 1, sizeof field, cursor.stream);
+  record.frame = nullptr;
+  std::size_t buffered = 0;
+  const char* bytes = platform::peekStream(cursor.stream, &buffered);
+  std::size_t got = 0;
+  if (buffered >= sizeof field) {
+    std::memcpy(field, bytes, sizeof field);
+    got = sizeof field;
+  } else {
+    if (buffered > 0) got = std::fread(field, 1, sizeof field, cursor.stream);
+    bytes = nullptr;
+  }
   const std::uint32_t length = readLength(field, has(GENREG_BIG_ENDIAN_LENGTH));
   record.length = length;
   if (got < sizeof field) {
@@ -79,10 +95,8 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
     }
     if (got == 0) return routine.exit(GENREG_RC_END);
   }
-  const std::uint64_t start = afterLength(cursor);
-  if (got < sizeof field || length < genreg::smallestRecord || length > genreg::largestRecord ||
-      start + length > cursor.size) {
-    return routine.exit(routine.fail(GENREG_RC_RECORD_PAST_EOF, 20, genreg::wide(start),
+  if (got < sizeof field || isDamaged(cursor, length)) {
+    return routine.exit(routine.fail(GENREG_RC_RECORD_PAST_EOF, 20, genreg::wide(cursor.offset),
                                      genreg::number(length), genreg::wide(cursor.size)));
   }
   if (const unsigned int code = record.stored.reserve(length > size ? length : size); code != 0) {
@@ -91,13 +105,21 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
                                          code, freeing ? GENREG_RC_WORK_FREE : GENREG_RC_WORK_ALLOC,
                                          freeing ? 40 : 30));
   }
-  if (std::fread(record.stored.bytes(), 1, length, cursor.stream) != length) {
-    const std::int32_t error = std::ferror(cursor.stream);
-    return routine.exit(routine.fail(GENREG_RC_READ_RECORD_FAILED, 50, genreg::number(error)));
+  if (bytes != nullptr && buffered - sizeof field >= length) {
+    // The whole frame stands in the stream's buffer, from where a kept record is written again.
+    record.frame = bytes;
+    std::memcpy(record.stored.bytes(), bytes + sizeof field, length);
+    platform::skipStream(cursor.stream, sizeof field + length);
+  } else {
+    if (bytes != nullptr) platform::skipStream(cursor.stream, sizeof field);
+    if (std::fread(record.stored.bytes(), 1, length, cursor.stream) != length) {
+      const std::int32_t error = std::ferror(cursor.stream);
+      return routine.exit(routine.fail(GENREG_RC_READ_RECORD_FAILED, 50, genreg::number(error)));
+    }
   }
   // A record shorter than nominal must not show what an earlier, longer one left in the buffer.
   if (length < size) std::memset(record.stored.bytes() + length, 0, size - length);
-  cursor.offset = start + length;
+  cursor.offset = afterLength(cursor) + length;
   return routine.exit(GENREG_RC_OK);
 }
 

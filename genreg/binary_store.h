@@ -34,6 +34,8 @@ class LoadedRecord {
   genreg::RecordBuffer stored;
   genreg::RecordBuffer unpacked;
   std::uint64_t length = 0;  // stored bytes
+  const char* frame =
+      nullptr;  // length field and bytes in the stream's buffer, if they stand there
 };
 
 class BinaryStore final : public genreg::Engine {
@@ -93,6 +95,7 @@ class BinaryStore final : public genreg::Engine {
                        void* record) noexcept;
 
  private:
+  bool isDamaged(const RecordCursor& cursor, std::uint64_t length) const noexcept;
   unsigned int search(genreg::Routine& routine, RecordCursor& cursor, std::uint64_t mask, void* key,
                       LoadedRecord& loaded, std::uint64_t size) const noexcept;
   unsigned int lengthHook() const noexcept;

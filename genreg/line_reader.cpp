@@ -10,89 +10,142 @@
 namespace genreg {
 namespace {
 
-// What one physical line gives to the logical line.
-struct Physical {
-  std::size_t length;      // bytes read
-  std::size_t textLength;  // bytes before the newline, a carriage return and a NUL
-  bool newline;
-  bool holdsNul;
+constexpr std::size_t longestRaw = GENREG_LINE_SIZE - 1;
+
+// One physical line: its bytes up to and including the newline, if it has one.
+struct PhysicalLine {
+  PhysicalLine(const char* raw, std::size_t limit) noexcept {
+    const auto* end = static_cast<const char*>(std::memchr(raw, '\n', limit));
+    newline = end != nullptr;
+    length = newline ? static_cast<std::size_t>(end - raw) + 1 : limit;
+    body = newline ? length - 1 : length;
+    // A text ends at a NUL; what follows belongs to the raw text alone.
+    if (const void* nul = std::memchr(raw, '\0', body); nul != nullptr) {
+      body = static_cast<std::size_t>(static_cast<const char*>(nul) - raw);
+      holdsNul = true;
+    } else if (newline && body > 0 && raw[body - 1] == '\r') {
+      --body;
+    }
+    backslash = body > 0 && raw[body - 1] == '\\';
+  }
+
+  bool textEnds() const noexcept { return newline && !holdsNul; }
+  bool continues(bool join) const noexcept { return join && backslash && textEnds(); }
+
+  std::size_t length = 0;
+  std::size_t body = 0;  // bytes of text, without newline, carriage return, and what a NUL hides
+  bool newline = false;
+  bool holdsNul = false;
+  bool backslash = false;
 };
 
-// Reads up to the next newline. fgets does not tell how many bytes it read; without a NUL among
-// them that is the text's length, and only a text that does not end in a newline can hide one.
-bool readPhysicalLine(char* at, std::size_t room, std::FILE* stream, const std::uint64_t* offset,
-                      Physical& physical) noexcept {
-  const int limit = static_cast<int>(std::min<std::size_t>(room, INT_MAX));
-  if (std::fgets(at, limit, stream) == nullptr) return false;
-  physical.length = std::strlen(at);
-  physical.textLength = physical.length;
-  physical.newline = physical.length > 0 && at[physical.length - 1] == '\n';
-  physical.holdsNul = false;
-  if (physical.newline) {
-    --physical.textLength;
-    if (physical.textLength > 0 && at[physical.textLength - 1] == '\r') --physical.textLength;
-    return true;
+// The logical line of a raw text. Returns its length; `out` needs no more room than `raw`.
+std::size_t logicalText(const char* raw, std::size_t rawLength, bool join, char* out) noexcept {
+  std::size_t length = 0;
+  for (std::size_t at = 0; at < rawLength;) {
+    const PhysicalLine line(raw + at, rawLength - at);
+    const bool continues = line.continues(join);
+    // A backslash that nothing follows is dropped, one before a newline only when it joins two
+    // lines.
+    const std::size_t taken =
+        line.body - (line.backslash && (continues || !line.textEnds()) ? 1 : 0);
+    std::memcpy(out + length, raw + at, taken);
+    length += taken;
+    at += line.length;
+    if (continues) continue;
+    if (line.textEnds()) out[length++] = '\n';
+    break;
   }
-  if (offset == nullptr) return true;
-  const std::int64_t now = platform::tellStream(stream);
-  if (now < 0) return true;
-  physical.length = std::min<std::size_t>(static_cast<std::uint64_t>(now) - *offset, room - 1);
-  physical.holdsNul = physical.length > physical.textLength;
-  return true;
+  out[length] = '\0';
+  return length;
+}
+
+// Whether a raw text that ends in a newline ends there, or is continued by what follows.
+bool endsHere(const char* raw, std::size_t length, bool join) noexcept {
+  if (!join || length < 2) return true;
+  const void* before = ::memrchr(raw, '\n', length - 1);
+  const char* start = before == nullptr ? raw : static_cast<const char*>(before) + 1;
+  return !PhysicalLine(start, length - static_cast<std::size_t>(start - raw)).continues(true);
 }
 
 }  // namespace
 
-LineRead readLogicalLine(char* raw, char* text, std::size_t size, std::FILE* stream, bool join,
-                         const std::uint64_t* offset) noexcept {
-  LineRead read;
-  for (;;) {
-    char* at = raw + read.rawLength;
-    const std::uint64_t start = offset == nullptr ? 0 : *offset + read.rawLength;
-    Physical physical{};
-    if (!readPhysicalLine(at, size - read.rawLength, stream, offset == nullptr ? nullptr : &start,
-                          physical)) {
-      break;
-    }
-    read.any = true;
-    read.rawLength += physical.length;
-    const bool backslash = physical.textLength > 0 && at[physical.textLength - 1] == '\\';
-    const bool continues = backslash && physical.newline && join;
-    // A backslash that nothing follows is dropped, one that ends a line only when it joins two.
-    const std::size_t taken =
-        physical.textLength - (backslash && (continues || !physical.newline) ? 1 : 0);
-    std::memcpy(text + read.textLength, at, taken);
-    read.textLength += taken;
-    if (continues) continue;
-    if (physical.newline) text[read.textLength++] = '\n';
-    read.holdsNul = physical.holdsNul;
-    read.complete = true;
-    break;
-  }
-  text[read.textLength] = '\0';
-  return read;
+bool TextLine::whole() const noexcept {
+  return !fragment && std::memchr(raw, '\0', rawLength) == nullptr;
 }
 
-bool readLine(LineCursor& cursor, TextLine& line, bool join) noexcept {
-  const LineRead read =
-      readLogicalLine(line.raw, line.text, GENREG_LINE_SIZE, cursor.stream, join, &cursor.offset);
-  if (!read.any) return false;
-  const bool tail = cursor.insideLine;
-  cursor.offset += read.rawLength;
-  line.rawLength = read.rawLength;
-  line.holdsNul = read.holdsNul;
-  // A newline behind a NUL ends the line as well, though not its text.
-  const bool rawEnded = line.raw[read.rawLength - 1] == '\n';
-  line.ended = (read.textLength > 0 && line.text[read.textLength - 1] == '\n') ||
-               (read.holdsNul && rawEnded);
-  line.endOfFile = !line.ended && cursor.offset >= cursor.size;
-  cursor.insideLine = !line.ended && !line.endOfFile;
-  line.fragment = tail || cursor.insideLine;
+char* TextLine::makeText(bool join) noexcept {
+  (void)logicalText(raw, rawLength, join, text_);
+  return text_;
+}
+
+char* TextLine::ownRaw() noexcept {
+  if (raw != own_) std::memcpy(own_, raw, rawLength);
+  raw = own_;
+  own_[rawLength] = '\0';
+  return own_;
+}
+
+bool TextLine::append(const char* bytes, std::size_t length) noexcept {
+  if (rawLength + length > longestRaw) return false;
+  std::memcpy(ownRaw() + rawLength, bytes, length);
+  rawLength += length;
   return true;
+}
+
+bool LineCursor::next(TextLine& line, bool join) noexcept {
+  std::size_t count = 0;
+  const char* bytes = platform::peekStream(stream, &count);
+  if (count == 0) return false;
+  if (!take(line, join, bytes, count)) gather(line, join);
+  const bool tail = insideLine;
+  offset += line.rawLength;
+  const bool ended = !line.unended() && endsHere(line.raw, line.rawLength, join);
+  line.endOfFile = !ended && offset >= size;
+  insideLine = !ended && !line.endOfFile;
+  line.fragment = tail || insideLine;
+  return true;
+}
+
+// A line that stands in the stream's buffer as a whole is used where it stands.
+bool LineCursor::take(TextLine& line, bool join, const char* bytes, std::size_t count) noexcept {
+  const std::size_t limit = std::min(count, longestRaw);
+  for (std::size_t length = 0; length < limit;) {
+    const void* newline = std::memchr(bytes + length, '\n', limit - length);
+    if (newline == nullptr) return false;
+    length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes) + 1;
+    if (!endsHere(bytes, length, join)) continue;
+    line.raw = bytes;
+    line.rawLength = length;
+    platform::skipStream(stream, length);
+    return true;
+  }
+  return false;
+}
+
+// Any other line is put together: up to its end, the buffer's bound or the end of the file.
+void LineCursor::gather(TextLine& line, bool join) noexcept {
+  line.raw = line.own_;
+  line.rawLength = 0;
+  while (line.rawLength < longestRaw) {
+    std::size_t count = 0;
+    const char* bytes = platform::peekStream(stream, &count);
+    if (count == 0) break;
+    count = std::min(count, longestRaw - line.rawLength);
+    const void* newline = std::memchr(bytes, '\n', count);
+    if (newline != nullptr) {
+      count = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes) + 1;
+    }
+    std::memcpy(line.own_ + line.rawLength, bytes, count);
+    line.rawLength += count;
+    platform::skipStream(stream, count);
+    if (newline != nullptr && endsHere(line.own_, line.rawLength, join)) break;
+  }
 }
 
 }  // namespace genreg
 
+// On a caller's stream, of which nothing more is known than that it can be read.
 char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* stream,
                      unsigned int* rc, bool join) noexcept {
   genreg::Routine routine(genreg::Function::readLine);
@@ -103,8 +156,22 @@ char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* st
     return nullptr;
   }
   buffer[0] = '\0';
-  const genreg::LineRead read =
-      genreg::readLogicalLine(buffer, line, static_cast<std::size_t>(size), stream, join, nullptr);
-  code = routine.exit(read.complete ? GENREG_RC_OK : GENREG_RC_NO_LINE);
-  return read.any ? buffer : nullptr;
+  code = GENREG_RC_OK;
+  bool any = false;
+  std::size_t length = 0;
+  for (;;) {
+    const int room = static_cast<int>(std::min<std::uint64_t>(size - length, INT_MAX));
+    if (std::fgets(buffer + length, room, stream) == nullptr) {
+      code = GENREG_RC_NO_LINE;
+      break;
+    }
+    any = true;
+    const std::size_t got = std::strlen(buffer + length);
+    const genreg::PhysicalLine physical(buffer + length, got);
+    length += got;
+    if (!physical.continues(join)) break;
+  }
+  (void)genreg::logicalText(buffer, length, join, line);
+  (void)routine.exit(code);
+  return any ? buffer : nullptr;
 }

@@ -1,7 +1,8 @@
 // Logical lines of a text registry: what is read, and what it means.
 //
 // A logical line is one physical line or, joined, several. Its raw text is what stands in the file
-// and what an update writes back; its text is what a flavour parses.
+// and what an update writes back; its text is what a flavour parses, and is made only for a line
+// that is parsed.
 #pragma once
 
 #include <cstddef>
@@ -12,32 +13,39 @@
 
 namespace genreg {
 
-// One read into caller-owned buffers.
-struct LineRead {
-  std::size_t rawLength = 0;   // bytes of the raw buffer
-  std::size_t textLength = 0;  // bytes of the line buffer before its terminator
-  bool any = false;            // something was read
-  bool complete = false;       // the logical line did not run into the end of the file or an error
-  bool holdsNul = false;       // a NUL byte stands in the raw text; the text ends before it
-};
+class TextLine {
+ public:
+  TextLine() noexcept : text_{'\0'} {}
+  TextLine(const TextLine&) = delete;
+  TextLine& operator=(const TextLine&) = delete;
 
-// Reads one logical line. `offset` is where the stream stands, for streams that can tell; it tells
-// bytes behind a NUL from what an earlier line left in the buffer. Null when nobody asks.
-LineRead readLogicalLine(char* raw, char* text, std::size_t size, std::FILE* stream, bool join,
-                         const std::uint64_t* offset) noexcept;
-
-// A line with its buffers, as the engine holds it.
-struct TextLine {
-  char raw[GENREG_LINE_SIZE] = {};
-  char text[GENREG_LINE_SIZE] = {};
+  // The raw text: in the stream's buffer, valid until the next line is read from that stream, or in
+  // this line's own.
+  const char* raw = own_;
   std::size_t rawLength = 0;
-  bool ended = false;      // the logical line ends in its newline
-  bool endOfFile = false;  // it does not because the file ends here
+  bool endOfFile = false;  // the logical line has no newline because the file ends here
   bool fragment = false;   // a piece of a line that is longer than the buffer
-  bool holdsNul = false;
 
   // Only a line that was read whole can be told from what it says.
-  bool whole() const noexcept { return !fragment && !holdsNul; }
+  bool whole() const noexcept;
+  // The raw text lacks a newline of its own.
+  bool unended() const noexcept { return rawLength == 0 || raw[rawLength - 1] != '\n'; }
+
+  // Makes the logical line of the raw text. Valid until the next call, NUL-terminated.
+  char* makeText(bool join) noexcept;
+  const char* text() const noexcept { return text_; }
+  char* text() noexcept { return text_; }
+
+  // The raw text in memory of its own, GENREG_LINE_SIZE bytes, to be formatted over.
+  char* ownRaw() noexcept;
+  // Appends to the raw text; false when that would leave no room for a terminator.
+  bool append(const char* bytes, std::size_t length) noexcept;
+
+ private:
+  friend struct LineCursor;
+
+  char own_[GENREG_LINE_SIZE];
+  char text_[GENREG_LINE_SIZE];
 };
 
 // Where the next line of a stream starts.
@@ -46,10 +54,14 @@ struct LineCursor {
   std::uint64_t offset = 0;
   std::uint64_t size = 0;   // bytes of the file
   bool insideLine = false;  // the last read was cut: what follows belongs to the same line
-};
 
-// Reads the next logical line at the cursor; false when there is none (the end, or an error that
-// the stream's error flag tells).
-bool readLine(LineCursor& cursor, TextLine& line, bool join) noexcept;
+  // Reads the next logical line; false when there is none (the end, or an error that the stream's
+  // error flag tells).
+  bool next(TextLine& line, bool join) noexcept;
+
+ private:
+  bool take(TextLine& line, bool join, const char* bytes, std::size_t count) noexcept;
+  void gather(TextLine& line, bool join) noexcept;
+};
 
 }  // namespace genreg

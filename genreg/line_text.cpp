@@ -33,13 +33,9 @@ std::size_t foldSpaces(const char* text, char* out) noexcept {
   return length;
 }
 
-bool needsNormalizing(const char* text) noexcept {
-  char before = ' ';  // a leading space is one too many
-  for (; *text != '\0'; ++text) {
-    if (*text == '"' || isBlankToFold(*text) || (*text == ' ' && before == ' ')) return true;
-    before = *text;
-  }
-  return before == ' ';
+bool needsNormalizing(const char* text, std::size_t length) noexcept {
+  return text[0] == ' ' || text[length - 1] == ' ' || std::strcspn(text, "\t\n\r\"") != length ||
+         std::strstr(text, "  ") != nullptr;
 }
 
 }  // namespace
@@ -66,7 +62,8 @@ unsigned int GenRegNormalizeLine(char* text) noexcept {
 }
 
 unsigned int normalizeIfNeeded(char* text) noexcept {
-  if (*text == '\0' || !needsNormalizing(text)) return GENREG_RC_OK;
+  const std::size_t length = std::strlen(text);
+  if (length == 0 || !needsNormalizing(text, length)) return GENREG_RC_OK;
   return GenRegNormalizeLine(text);
 }
 

@@ -28,7 +28,7 @@ LineCursor TextStore::secondCursor() const noexcept {
 
 unsigned int TextStore::next(const Routine& routine, LineCursor& cursor, TextLine& line,
                              unsigned int readFailed, unsigned int point) const noexcept {
-  if (genreg::readLine(cursor, line, joins())) return GENREG_RC_OK;
+  if (cursor.next(line, joins())) return GENREG_RC_OK;
   const std::int32_t error = std::ferror(cursor.stream);
   if (error == 0) return GENREG_RC_END;
   return routine.fail(readFailed, point, genreg::number(error), genreg::wide(cursor.offset));
@@ -36,25 +36,23 @@ unsigned int TextStore::next(const Routine& routine, LineCursor& cursor, TextLin
 
 bool TextStore::parse(const Routine& routine, void* record, TextLine& line,
                       unsigned int point) const noexcept {
-  const unsigned int code = handle_.GenRegFile::UnpackRecord.text(record, line.text);
+  const unsigned int code = handle_.GenRegFile::UnpackRecord.text(record, line.makeText(joins()));
   if (code == 0) return true;
-  (void)routine.fail(GENREG_RC_UNPACK_LINE, point, genreg::number(code), genreg::text(line.text));
+  (void)routine.fail(GENREG_RC_UNPACK_LINE, point, genreg::number(code), genreg::text(line.text()));
   return false;
 }
 
 unsigned int TextStore::pack(const Routine& routine, void* record, TextLine& line) const noexcept {
   if (!canPack()) return routine.fail(GENREG_RC_NO_PACK_HOOK, 100);
-  // The hook takes its template as a text, which a raw text is without the NUL.
-  line.raw[line.rawLength] = '\0';
-  if (const unsigned int code = handle_.GenRegFile::PackRecord.text(record, line.raw); code != 0) {
+  char* text = line.ownRaw();
+  if (const unsigned int code = handle_.GenRegFile::PackRecord.text(record, text); code != 0) {
     return routine.fail(GENREG_RC_PACK_LINE_FAILED, 110, genreg::number(code));
   }
-  line.rawLength = ::strnlen(line.raw, sizeof line.raw);
-  const bool hasNewline = std::memchr(line.raw, '\n', line.rawLength) != nullptr;
-  if (line.rawLength + (hasNewline ? 0 : 1) >= sizeof line.raw) {
+  line.rawLength = ::strnlen(text, GENREG_LINE_SIZE);
+  const bool hasNewline = std::memchr(text, '\n', line.rawLength) != nullptr;
+  if (line.rawLength >= GENREG_LINE_SIZE || !(hasNewline || line.append("\n", 1))) {
     return routine.fail(GENREG_RC_PACK_LINE_FAILED, 115, genreg::wide(line.rawLength));
   }
-  if (!hasNewline) line.raw[line.rawLength++] = '\n';
   return GENREG_RC_OK;
 }
 

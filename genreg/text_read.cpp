@@ -53,7 +53,7 @@ unsigned int TextStore::copyOut(const Routine& routine, const void* record, std:
                         genreg::wide(genreg::smallestReturnedRecord));
   }
   std::memcpy(out, record, size);
-  (void)handle_.GenRegFile::UnpackRecord.text(out, line.text);
+  (void)handle_.GenRegFile::UnpackRecord.text(out, line.text());
   return GENREG_RC_OK;
 }
 

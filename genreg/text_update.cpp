@@ -115,10 +115,9 @@ class AddWork final : public TextUpdate {
       }
     }
     if (line_.endOfFile) {
-      if (line_.rawLength + lineEndLength >= sizeof line_.raw) {
+      if (!line_.append(lineEnd, lineEndLength)) {
         return routine_.fail(OSS_RC_BUFFER_TOO_SMALL, 86, genreg::wide(line_.rawLength));
       }
-      for (const char byte : {lineEnd[0], lineEnd[1]}) line_.raw[line_.rawLength++] = byte;
       routine_.trace(87, genreg::text("Added a newline"));
     }
     return writeRaw();
@@ -174,10 +173,7 @@ class ChangeWork final : public TextUpdate {
       return writeRaw();
     }
     // A last line without its newline gains one, if there is room for it to be read as one line.
-    if (line_.endOfFile && line_.raw[line_.rawLength - 1] != '\n' &&
-        line_.rawLength + 1 < sizeof line_.raw) {
-      line_.raw[line_.rawLength++] = '\n';
-    }
+    if (line_.endOfFile && line_.unended()) (void)line_.append("\n", 1);
     return writeRaw();
   }
 

@@ -208,6 +208,22 @@ std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
 
 std::uint64_t streamSize(const StreamBacking* backing) { return backing->size; }
 
+// The C library's own read window, as its getc macro uses it. Reading one byte and giving it back
+// fills the window without a copy.
+const char* peekStream(std::FILE* stream, std::size_t* count) {
+  if (stream->_IO_read_ptr == stream->_IO_read_end) {
+    const int byte = ::getc_unlocked(stream);
+    if (byte == EOF || std::ungetc(byte, stream) == EOF) {
+      *count = 0;
+      return nullptr;
+    }
+  }
+  *count = static_cast<std::size_t>(stream->_IO_read_end - stream->_IO_read_ptr);
+  return stream->_IO_read_ptr;
+}
+
+void skipStream(std::FILE* stream, std::size_t count) { stream->_IO_read_ptr += count; }
+
 std::int64_t tellStream(std::FILE* stream) { return ::ftello(stream); }
 
 int seekStream(std::FILE* stream, std::int64_t position) {
