@@ -4,6 +4,7 @@
 
 #include "genreg/binary_store.h"
 #include "genreg/core/registry_handle.h"
+#include "genreg/record_span.h"
 
 using genreg::Function;
 using genreg::Routine;
@@ -134,9 +135,13 @@ unsigned int BinaryStore::unpack(const Routine& routine, LoadedRecord& record, s
       code != 0) {
     return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, point + 1);
   }
-  std::memset(record.unpacked.bytes(), 0, record.unpacked.capacity());
+  // Behind the stored form the hook must not find what an earlier record left there.
   std::memcpy(record.unpacked.bytes(), record.stored.bytes(), record.length);
+  if (record.length < size) {
+    std::memset(record.unpacked.bytes() + record.length, 0, size - record.length);
+  }
   void* buffer = record.unpacked.data();
+  const genreg::RecordSpanScope scope({buffer, record.length, record.unpacked.capacity()});
   if (const unsigned int code = handle_.GenRegFile::UnpackRecord.binary(&buffer); code != 0) {
     return routine.fail(GENREG_RC_UNPACK_FAILED, point + 2, genreg::number(code));
   }
@@ -164,8 +169,8 @@ unsigned int BinaryStore::lengthHook() const noexcept {
   return handle_.GetRecordLength == nullptr ? GENREG_RC_NO_LENGTH_HOOK : GENREG_RC_OK;
 }
 
-unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes,
-                                     std::uint64_t length) const noexcept {
+unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes, std::uint64_t length,
+                                     std::uint64_t available) const noexcept {
   Routine routine(Function::binWriteRecord);
   if (const unsigned int missing = lengthHook(); missing != 0) {
     return routine.exit(routine.fail(missing, 10));
@@ -173,7 +178,8 @@ unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes,
   if (length < genreg::smallestRecord) {
     return routine.exit(routine.fail(GENREG_RC_RECORD_TOO_SMALL, 20, genreg::wide(length)));
   }
-  if (length > genreg::largestRecord) {
+  // A flavour's length must not reach past what there is to write, either.
+  if (length > genreg::largestRecord || length > available) {
     return routine.exit(routine.fail(GENREG_RC_RECORD_TOO_LARGE, 30, genreg::wide(length)));
   }
   unsigned char field[genreg::lengthWidth];
@@ -208,6 +214,9 @@ unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, co
     std::memcpy(scratch.bytes(), record, size);
     void* buffer = scratch.data();
     void* previous = replaced == nullptr ? nullptr : replaced->stored.data();
+    const genreg::RecordSpanScope scope(
+        {buffer, 0, scratch.capacity()},
+        {previous, replaced == nullptr ? 0 : replaced->length, packingRoom(0, replaced)});
     if (const unsigned int code = handle_.GenRegFile::PackRecord.binary(&buffer, previous);
         code != 0) {
       return routine.fail(GENREG_RC_PACK_FAILED, 110, genreg::number(code));
@@ -218,11 +227,8 @@ unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, co
   std::uint64_t length = 0;
   if (lengthOf != nullptr) (void)lengthOf(bytes, &length);
   length = static_cast<std::uint32_t>(length);
-  // A flavour's length must not reach past what there is to write.
   const std::uint64_t available = has(GENREG_PACKED_RECORDS) ? scratch.capacity() : size;
-  const unsigned int code = length > available && length <= genreg::largestRecord
-                                ? GENREG_RC_RECORD_TOO_LARGE
-                                : writeFrame(stream, bytes, length);
+  const unsigned int code = writeFrame(stream, bytes, length, available);
   return code == 0 ? GENREG_RC_OK
                    : routine.failFrom(Function::binWriteRecord, code, writeFailed, 120);
 }
@@ -232,7 +238,7 @@ unsigned int BinaryStore::writeKept(const Routine& routine, std::FILE* stream,
   if (has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::PackRecord.binary == nullptr) {
     return routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 130);
   }
-  const unsigned int code = writeFrame(stream, record.stored.data(), record.length);
+  const unsigned int code = writeFrame(stream, record.stored.data(), record.length, record.length);
   return code == 0 ? GENREG_RC_OK
                    : routine.failFrom(Function::binWriteRecord, code, GENREG_RC_COPY_FAILED, 140);
 }

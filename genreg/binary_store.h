@@ -99,8 +99,8 @@ class BinaryStore final : public genreg::Engine {
   unsigned int search(genreg::Routine& routine, RecordCursor& cursor, std::uint64_t mask, void* key,
                       LoadedRecord& loaded, std::uint64_t size) const noexcept;
   unsigned int lengthHook() const noexcept;
-  unsigned int writeFrame(std::FILE* stream, const void* bytes,
-                          std::uint64_t length) const noexcept;
+  unsigned int writeFrame(std::FILE* stream, const void* bytes, std::uint64_t length,
+                          std::uint64_t available) const noexcept;
 
   GenRegBin& handle_;
 };

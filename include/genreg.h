@@ -10,6 +10,7 @@
 #include "genreg_binary.h"
 #include "genreg_binvarval.h"
 #include "genreg_codes.h"
+#include "genreg_global.h"
 #include "genreg_handle.h"
 #include "genreg_services.h"
 #include "genreg_text.h"

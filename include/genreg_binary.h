@@ -15,10 +15,11 @@
 // when nothing failed before: GENREG_RC_CLOSE_AFTER_OPERATION, GENREG_RC_BUFFER_FREE.
 //
 // The updates add: GENREG_RC_LOCK_FAILED, GENREG_RC_OPEN_FOR_OPERATION, GENREG_RC_COPY_FAILED,
-// GENREG_RC_PACK_FAILED, GENREG_RC_NO_PACK_HOOK_PACKED, GENREG_RC_VERIFY_FAILED (the registry file
-// is as it was), GENREG_RC_UNLOCK_FAILED (the update is committed), and
-// GENREG_RC_NO_POST_UPDATE_HOOK (committed too). A failed update leaves the registry file byte for
-// byte as it was.
+// GENREG_RC_PACK_FAILED, GENREG_RC_NO_PACK_HOOK_PACKED, GENREG_RC_VERIFY_FAILED. A failed update leaves the
+// registry file byte for byte as it was (a first Add may leave an empty one), with these exceptions, in
+// which only the clean-up behind the commit failed: GENREG_RC_UNLOCK_FAILED, GENREG_RC_BUFFER_FREE,
+// GENREG_RC_NO_POST_UPDATE_HOOK, and a GENREG_RC_VERIFY_FAILED or GENREG_RC_CLOSE_AFTER_OPERATION
+// whose log tells GENREG_RC_BACKUP_DELETE_FAILED or the release of a verification buffer.
 class GenRegBin : public GenRegFile {
  public:
   GENREG_API GenRegBin() noexcept;
@@ -49,7 +50,7 @@ class GenRegBin : public GenRegFile {
   GENREG_API unsigned int Get(std::uint64_t mask, void* key, void* record) noexcept;
 
   // Copies the scan's next record that matches into `record`. GENREG_RC_END at the end of the file
-  // (`record` is zero-filled); GENREG_RC_NO_SCAN.
+  // (`record` is zero-filled the first time); GENREG_RC_NO_SCAN.
   GENREG_API unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept;
 
  private:

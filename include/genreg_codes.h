@@ -93,6 +93,7 @@
   CODE(GENREG_RC_CORRUPT_DELETE, 0x90000225u, "an old corrupt file cannot be deleted") \
   CODE(GENREG_RC_BAD_RECORD_TYPE, 0x90000226u, "the record type is not 1, 2 or 4") \
   CODE(GENREG_RC_NO_FIELDS, 0x90000227u, "the record has no fields (FieldMask 0)") \
+  CODE(GENREG_RC_MALFORMED_RECORD, 0x90000228u, "a global registry record is malformed: an entry or a text without its end, or bytes left over") \
   CODE(GENREG_RC_INSTANCE_SERVICE_EMPTY, 0x90000229u, "instance record: Service is present but empty") \
   CODE(GENREG_RC_INSTANCE_NAME_EMPTY, 0x9000022Bu, "instance record: InstanceName is present but empty") \
   CODE(GENREG_RC_INSTANCE_PATH_EMPTY, 0x9000022Cu, "instance record: InstancePath is present but empty") \

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <type_traits>
 
 #include "genreg_codes.h"
 #include "genreg_export.h"
@@ -78,7 +79,8 @@ using GenRegPrintHook = unsigned int (*)(void* record);
 using GenRegNotifyHook = unsigned int (*)(GenRegBase* handle, std::uint64_t kind, void* recordOrKey,
                                           void* newRecord);
 using GenRegPostUpdateHook = unsigned int (*)();
-// Stored length in bytes of an unpacked (GetRecordLength) or packed (GetPackedLength) record.
+// Stored length in bytes of an unpacked (GetRecordLength, at most GetRecordSize) or packed
+// (GetPackedLength) record; taken as a 32-bit number.
 using GenRegLengthHook = unsigned int (*)(const void* record, std::uint64_t* length);
 // Bytes of one record in memory, 3 to 0x100000.
 using GenRegSizeHook = unsigned int (*)(std::uint64_t* size);
@@ -92,13 +94,24 @@ class GenRegFormHook {
   GenRegFormHook(BinaryForm hook) noexcept : binary(hook), text(nullptr) {}
   GenRegFormHook(TextForm hook) noexcept : binary(nullptr), text(hook) {}
   explicit operator bool() const noexcept { return binary != nullptr || text != nullptr; }
+  // Calls the hook in the form that the arguments have; that form must be filled.
+  template <typename... Arguments>
+  auto operator()(Arguments... arguments) const {
+    if constexpr (std::is_invocable_v<BinaryForm, Arguments...>) {
+      return binary(arguments...);
+    } else {
+      return text(arguments...);
+    }
+  }
 
   BinaryForm binary;
   TextForm text;
 };
 
-// Binary: the record at *record becomes its stored form in the same buffer; `storedCopy` is null or
-// the stored bytes the record came from. Text: formats `record` into `text`, 2,048 bytes.
+// Binary: the record at *record becomes its stored form in the same buffer, which must hold it (the
+// engine's is large enough for twice a record and all that `storedCopy` holds); `storedCopy` is
+// null or the stored bytes of the record that it replaces. Text: formats `record` into `text`,
+// 2,048 bytes.
 using GenRegPackHook = GenRegFormHook<unsigned int (*)(void** record, void* storedCopy),
                                       unsigned int (*)(void* record, char* text)>;
 // Binary: the stored form at *record becomes a record in the same buffer. Text: parses `line`.
@@ -249,4 +262,5 @@ class GenRegFile : public GenRegBase {
   platform::StreamBacking* mainBacking;    // what stands behind mainStream
   platform::StreamBacking* secondBacking;  // what stands behind secondStream
   bool appending;                          // mainStream was opened to be appended to in place
+  bool temporaryDurable;                   // what was last written to the temporary file is synced
 };

@@ -32,6 +32,7 @@ struct FileAttributes {
   std::uint32_t permissions;
   std::uint32_t owner;
   std::uint32_t group;
+  const char* model;  // the file that has them, for its access list; valid during the call
 };
 
 enum class PrivateFileStep { Create, SetAttributes };

@@ -19,6 +19,8 @@ constexpr std::uint32_t OSS_OPEN_EXISTING = 1;   // the file must exist; opened 
 constexpr std::uint32_t OSS_OPEN_LOCK_FILE = 2;  // a lock file, created when missing
 constexpr std::uint32_t OSS_OPEN_APPEND = 4;     // created when missing, writes go to the end
 
+constexpr std::uint32_t OSS_OPEN_NO_LINK = 1;  // option: not through a symbolic link
+
 constexpr std::uint32_t OSS_LOCK_EXCLUSIVE = 1;
 constexpr std::uint32_t OSS_LOCK_SHARED = 2;
 
@@ -30,7 +32,7 @@ struct OSSFileOpenParam {
   const char* path;     // must stay valid during open() only
   std::uint32_t access;
   std::uint32_t openMode;
-  std::uint32_t options;
+  std::uint32_t options;      // 0 or OSS_OPEN_NO_LINK
   std::uint32_t permissions;  // bits of a file that the open creates
   std::uint32_t reserved;
 };
@@ -50,15 +52,16 @@ class ZOROSSE_API OSSHFile {
   OSSHFile& operator=(const OSSHFile&) = delete;
 
   // Opens a plain file. The descriptor is never inherited by a child process and never 0, 1 or 2.
-  // Modes 2 and 4 do not follow a symbolic link in the last component; mode 2 refuses a file with
-  // a second hard link. An open handle is closed first.
+  // Modes 2 and 4, and any mode on a lock file (mode 2, or a name that ends in ".lock"), do not
+  // follow a symbolic link in the last component; a lock file with a second hard link is refused.
+  // An open handle is closed first.
   // Returns 0; OSS_RC_FILE_NOT_FOUND; OSS_RC_NOT_A_FILE for a directory, link, device or pipe;
   // OSS_RC_BAD_PARAMETER; or the mapped system error, with lastError() telling the number.
   unsigned int open(const OSSFileOpenParam* param) noexcept;
 
-  // Locks the whole file. A lock granted on a file opened in mode 2 is a lock on the file that
-  // stands at that path now: a lock file that its previous holder removed meanwhile is opened
-  // again and the lock taken there, so that at most one holder exists.
+  // Locks the whole file. A lock granted on a lock file is a lock on the file that stands at that
+  // path now: one that its previous holder removed meanwhile is opened again and the lock taken
+  // there (the code of the open when there is none any more), so that at most one holder exists.
   // A thread that already holds a conflicting lock through another handle waits for itself.
   // Returns 0; OSS_RC_LOCK_BUSY when another holder has it and wait is OSS_LOCK_NOWAIT;
   // OSS_RC_BAD_PARAMETER; or the mapped system error.
@@ -80,11 +83,13 @@ class ZOROSSE_API OSSHFile {
   int lastError() const noexcept;
 
  private:
+  bool isLockFile() const noexcept;
   unsigned int reopen() noexcept;
   unsigned int fail(int error) noexcept;
 
   std::intptr_t handle_;
   std::uint32_t openMode_;
+  std::uint32_t options_;
   std::uint32_t permissions_;
   int error_;
   char path_[OSS_PATH_SIZE];

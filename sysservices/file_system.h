@@ -43,6 +43,7 @@ ZOROSSE_API unsigned int ossFileDelete(const char* path);
 // does not.
 ZOROSSE_API unsigned int ossFileRename(const char* source, const char* target);
 
+// Never through a symbolic link (OSS_RC_NOT_A_FILE).
 ZOROSSE_API unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions);
 
 struct OSSFileInfoRequest {
@@ -56,6 +57,7 @@ struct OSSFileInfo {
   std::uint32_t owner;
   std::uint32_t group;
   std::uint64_t links;  // names the file has
+  bool isFile;          // a plain file, links followed
   bool isSymbolicLink;  // the path itself is a symbolic link
 };
 

@@ -81,12 +81,21 @@ std::unique_ptr<Subject> make(const std::string& path, std::uint64_t features) {
 
 constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
 
+// What is there before the operation.
+enum class Start {
+  Clean,
+  Nothing,          // no registry file
+  BackupOnly,       // a crash between the renames
+  StaleBackup,      // a crash after them
+  TemporaryAndOld,  // an update that did not finish, and one before it
+};
+
 struct Sweep {
   const char* name;
   std::unique_ptr<Subject> (*make)(const std::string& path, std::uint64_t features);
   std::string (*record)(const char* name, int value);
   std::uint64_t features;
-  bool startsEmpty;  // there is no registry file before
+  Start start;
   unsigned int (*run)(Subject& subject);
 };
 
@@ -97,21 +106,28 @@ unsigned int getB(Subject& subject) { return subject.get("b"); }
 unsigned int scanAll(Subject& subject) { return subject.scan(); }
 
 const Sweep sweeps[] = {
-    {"Add", make<Binary>, binaryRecord, verified, false, addNew},
-    {"FirstAdd", make<Binary>, binaryRecord, verified, true, addNew},
-    {"AddUnverified", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, false, addNew},
-    {"AddInPlace", make<Binary>, binaryRecord, unverified, false, addNew},
-    {"Change", make<Binary>, binaryRecord, verified, false, changeB},
-    {"Delete", make<Binary>, binaryRecord, verified, false, removeA},
-    {"DeleteUnverified", make<Binary>, binaryRecord, unverified, false, removeA},
-    {"Get", make<Binary>, binaryRecord, verified, false, getB},
-    {"Scan", make<Binary>, binaryRecord, verified, false, scanAll},
-    {"TextAdd", make<Text>, textRecord, unique, false, addNew},
-    {"TextAddInPlace", make<Text>, textRecord, unverified, false, addNew},
-    {"TextChange", make<Text>, textRecord, verified, false, changeB},
-    {"TextDelete", make<Text>, textRecord, verified, false, removeA},
-    {"TextGet", make<Text>, textRecord, verified, false, getB},
-    {"TextScan", make<Text>, textRecord, verified, false, scanAll},
+    {"Add", make<Binary>, binaryRecord, verified, Start::Clean, addNew},
+    {"FirstAdd", make<Binary>, binaryRecord, verified, Start::Nothing, addNew},
+    {"AddUnverified", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, Start::Clean, addNew},
+    {"AddInPlace", make<Binary>, binaryRecord, unverified, Start::Clean, addNew},
+    {"AddAfterCrash", make<Binary>, binaryRecord, verified, Start::BackupOnly, addNew},
+    {"AddInPlaceAfterCrash", make<Binary>, binaryRecord, unverified, Start::BackupOnly, addNew},
+    {"AddUniqueAfterCrash", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, Start::BackupOnly,
+     addNew},
+    {"GetAfterCrash", make<Binary>, binaryRecord, verified, Start::BackupOnly, getB},
+    {"ChangeBesideBackup", make<Binary>, binaryRecord, verified, Start::StaleBackup, changeB},
+    {"DeleteAfterFailure", make<Binary>, binaryRecord, verified, Start::TemporaryAndOld, removeA},
+    {"Change", make<Binary>, binaryRecord, verified, Start::Clean, changeB},
+    {"Delete", make<Binary>, binaryRecord, verified, Start::Clean, removeA},
+    {"DeleteUnverified", make<Binary>, binaryRecord, unverified, Start::Clean, removeA},
+    {"Get", make<Binary>, binaryRecord, verified, Start::Clean, getB},
+    {"Scan", make<Binary>, binaryRecord, verified, Start::Clean, scanAll},
+    {"TextAdd", make<Text>, textRecord, unique, Start::Clean, addNew},
+    {"TextAddInPlace", make<Text>, textRecord, unverified, Start::Clean, addNew},
+    {"TextChange", make<Text>, textRecord, verified, Start::Clean, changeB},
+    {"TextDelete", make<Text>, textRecord, verified, Start::Clean, removeA},
+    {"TextGet", make<Text>, textRecord, verified, Start::Clean, getB},
+    {"TextScan", make<Text>, textRecord, verified, Start::Clean, scanAll},
 };
 
 class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Sweep> {
@@ -120,8 +136,15 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Swee
     for (const char* name : {"r", "r.tmp", "r.cor", ".r.bkp", ".r.lock"}) {
       (void)std::remove(path(name).c_str());
     }
-    old_ = GetParam().startsEmpty ? "" : GetParam().record("a", 1) + GetParam().record("b", 2);
-    if (!old_.empty()) writeFile(registry(), old_);
+    const Start state = GetParam().start;
+    old_ = GetParam().record("a", 1) + GetParam().record("b", 2);
+    if (state == Start::Nothing) old_.clear();
+    if (!old_.empty()) writeFile(state == Start::BackupOnly ? backup() : registry(), old_);
+    if (state == Start::StaleBackup) writeFile(backup(), GetParam().record("stale", 0));
+    if (state == Start::BackupOnly || state == Start::TemporaryAndOld) {
+      writeFile(temporary(), "unfinished");
+      writeFile(corrupt(), "older");
+    }
   }
 
   std::unique_ptr<Subject> subject() { return GetParam().make(registry(), GetParam().features); }
@@ -130,7 +153,7 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Swee
   std::string undisturbed() {
     start();
     EXPECT_EQ(GetParam().run(*subject()), 0u);
-    return readFile(registry());
+    return committed();
   }
 
   // The committed content as a reader finds it: an absent registry holds no records.

@@ -131,7 +131,13 @@ class BinRegistry {
       if (!wrong.empty()) {
         return reportUsage("standard input, line " + std::to_string(number) + ": " + wrong);
       }
-      if (const int status = set(name, value, {}); status != exitDone) return status;
+      if (const int status = set(name, value, {}); status != exitDone) {
+        (void)reportFailure("standard input, line " + std::to_string(number) + " is not imported");
+        return status;
+      }
+    }
+    if (std::ferror(stdin) != 0 || input.bad()) {
+      return reportFailure("standard input cannot be read");
     }
     return exitDone;
   }

@@ -22,6 +22,9 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
       return app.exit(error) == 0 ? zorreg::exitDone : zorreg::exitUsage;
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+      return zorreg::reportFailure("standard output cannot be written");
+    }
     return status;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zorreg: %s\n", error.what());

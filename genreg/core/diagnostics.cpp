@@ -1,7 +1,6 @@
 #include "genreg/core/diagnostics.h"
 
 #include "genreg_codes.h"
-#include "sysservices/diagnostics.h"
 
 namespace genreg {
 namespace {
@@ -29,11 +28,13 @@ const char* codeName(unsigned int code) {
 }
 
 // The log's names are handed over before the first record instead of at load, where the library
-// does nothing.
-void handOverNames() noexcept {
-  static const bool done = (ossSetDiagnosticNames(routineName, codeName), true);
-  (void)done;
-}
+// does nothing, and taken back when it is unloaded.
+struct HandedNames {
+  HandedNames() noexcept { ossSetDiagnosticNames(routineName, codeName); }
+  ~HandedNames() { ossSetDiagnosticNames(nullptr, nullptr); }
+};
+
+void handOverNames() noexcept { static const HandedNames names; }
 
 std::uint32_t traceThread() noexcept { return static_cast<std::uint32_t>(ossThreadID()); }
 
@@ -120,10 +121,10 @@ unsigned int Routine::failFrom(Function callee, unsigned int calleeCode, unsigne
   return failFrom(probeOf(callee), calleeCode, code, point, severity);
 }
 
-unsigned int Routine::failSystem(int error, unsigned int code, unsigned int point,
-                                 const char* path) const noexcept {
+unsigned int Routine::failSystem(int error, unsigned int code, unsigned int point, const char* path,
+                                 unsigned int systemCall) const noexcept {
   handOverNames();
-  const unsigned int mapped = ossErrorMapSystem(probe_, point, OSS_SYSCALL_RUNTIME, error, 0);
+  const unsigned int mapped = ossErrorMapSystem(probe_, point, systemCall, error, 0);
   const std::int32_t errorNumber = error;
   return fail(code, point + 1, text(path), number(errorNumber), number(mapped));
 }

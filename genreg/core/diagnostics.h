@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "genreg/core/routine_numbers.h"
+#include "sysservices/diagnostics.h"
 
 namespace genreg {
 
@@ -69,8 +70,9 @@ class Routine {
                         unsigned int point, unsigned int severity = failureSeverity) const noexcept;
 
   // Logs a system error of the stream layer with the file's name and gives back `code`.
-  unsigned int failSystem(int error, unsigned int code, unsigned int point,
-                          const char* path) const noexcept;
+  // `systemCall` is one of OSS_SYSCALL_...
+  unsigned int failSystem(int error, unsigned int code, unsigned int point, const char* path,
+                          unsigned int systemCall = OSS_SYSCALL_RUNTIME) const noexcept;
 
   // Records a value while tracing is on.
   void trace(unsigned int point, LogValue value) const noexcept;

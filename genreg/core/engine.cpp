@@ -27,6 +27,7 @@ unsigned int Engine::recordSize(const Routine& routine, std::uint64_t* size) con
   *size = 0;
   if (!canSize()) return routine.fail(GENREG_RC_NO_SIZE_HOOK, 30);
   (void)file_.GetRecordSize(size);
+  *size = static_cast<std::uint32_t>(*size);
   if (*size < smallestRecord) return routine.fail(GENREG_RC_RECORD_TOO_SMALL, 40, wide(*size));
   if (*size > largestRecord) return routine.fail(GENREG_RC_RECORD_TOO_LARGE, 50, wide(*size));
   return GENREG_RC_OK;

@@ -83,7 +83,8 @@ GenRegFile::GenRegFile() noexcept
       session(&RegistryHandle::sessionRoutines),
       mainBacking(nullptr),
       secondBacking(nullptr),
-      appending(false) {
+      appending(false),
+      temporaryDurable(false) {
   Routine routine(Function::fileConstructor);
 }
 
@@ -95,10 +96,11 @@ GenRegFile::~GenRegFile() {
     }
   }
   if (const int error = RegistryHandle::closeMain(*this); error != 0) {
-    (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 20, registryPath);
+    (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 20, registryPath, OSS_SYSCALL_CLOSE);
   }
   if (const int error = RegistryHandle::closeSecond(*this); error != 0) {
-    (void)routine.failSystem(error, GENREG_RC_CLOSE_TEMP_FAILED, 30, temporaryPath);
+    (void)routine.failSystem(error, GENREG_RC_CLOSE_TEMP_FAILED, 30, temporaryPath,
+                             OSS_SYSCALL_CLOSE);
   }
   status = GENREG_STATUS_IDLE;
 }

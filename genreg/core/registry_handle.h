@@ -53,6 +53,11 @@ struct RegistryHandle {
     return handle.temporaryPath;
   }
 
+  // Whether what the last update wrote to the temporary file is on stable storage.
+  static bool temporaryIsDurable(const GenRegFile& handle) noexcept {
+    return handle.temporaryDurable;
+  }
+
   static std::FILE* main(const GenRegFile& handle) noexcept { return handle.mainStream; }
   static std::FILE* second(const GenRegFile& handle) noexcept { return handle.secondStream; }
 

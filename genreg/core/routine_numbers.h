@@ -73,7 +73,15 @@ constexpr unsigned int probeBase = 0x082A0000u;
   ROUTINE(servicesUnpackRecord, 81, "GenRegServices::UnpackRecord")         \
   ROUTINE(servicesPackRecord, 82, "GenRegServices::PackRecord")             \
   ROUTINE(servicesGetRecordSize, 83, "GenRegServices::GetRecordSize")       \
-  ROUTINE(servicesGetRecordLength, 84, "GenRegServices::GetRecordLength")
+  ROUTINE(servicesGetRecordLength, 84, "GenRegServices::GetRecordLength")   \
+  ROUTINE(globalConstructor, 85, "GlobalReg::GlobalReg")                    \
+  ROUTINE(globalValidateKey, 87, "GlobalReg::ValidateKey")                  \
+  ROUTINE(globalCompareRecord, 88, "GlobalReg::CompareRecord")              \
+  ROUTINE(globalGetRecordSize, 89, "GlobalReg::GetRecordSize")              \
+  ROUTINE(globalGetRecordLength, 90, "GlobalReg::GetRecordLength")          \
+  ROUTINE(globalGetPackedLength, 91, "GlobalReg::GetPackedLength")          \
+  ROUTINE(globalPackRecord, 92, "GlobalReg::PackRecord")                    \
+  ROUTINE(globalUnpackRecord, 93, "GlobalReg::UnpackRecord")
 
 enum class Function : unsigned int {
 #define GENREG_FUNCTION(identifier, number, name) identifier = number,

@@ -34,8 +34,12 @@ unsigned int RegistryHandle::openReadable(const GenRegFile& handle, OSSHFile& fi
   unsigned int code = file.open(&param);
   for (int round = 0; isMissing(code) && round < readRounds; ++round) {
     param.path = handle.backupPath;
-    if (file.open(&param) == OSS_RC_OK) return OSS_RC_OK;
+    param.options = OSS_OPEN_NO_LINK;
+    const unsigned int backup = file.open(&param);
+    // A backup that is there and cannot be read is not "no registry".
+    if (!isMissing(backup)) return backup;
     param.path = handle.registryPath;
+    param.options = 0;
     code = file.open(&param);
   }
   return code;
@@ -83,7 +87,7 @@ unsigned int GenRegFile::CloseScan() noexcept {
   Routine routine(Function::closeScan);
   unsigned int code = GENREG_RC_OK;
   if (const int error = RegistryHandle::closeMain(*this); error != 0) {
-    code = routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 10, registryPath);
+    code = routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 10, registryPath, OSS_SYSCALL_CLOSE);
   }
   status &= ~(GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END);
   return routine.exit(code);

@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "genreg/core/registry_handle.h"
+#include "sysservices/diagnostics.h"
 #include "sysservices/file_system.h"
 
 using genreg::Function;
@@ -60,19 +61,18 @@ unsigned int RegistryHandle::finishStreams(GenRegFile& handle, Routine& routine,
   handle.appending = false;
   if (const int error = closeMain(handle); mainError == 0) mainError = error;
   if (mainError != 0) {
-    outcome.note(routine.failSystem(mainError, GENREG_RC_CLOSE_FAILED, 20, handle.registryPath));
+    outcome.note(routine.failSystem(mainError, GENREG_RC_CLOSE_FAILED, 20, handle.registryPath,
+                                    OSS_SYSCALL_CLOSE));
   }
 
   int secondError = 0;
-  if (handle.secondStream != nullptr && keepsWork) {
-    secondError = platform::makeDurable(handle.secondStream, handle.secondBacking);
-  }
-  const int closeError = closeSecond(handle);
-  // A file that is thrown away need not have taken its last bytes.
-  if (secondError == 0 && kind != GENREG_OP_READ) secondError = closeError;
+  const bool wrote = handle.secondStream != nullptr && keepsWork;
+  if (wrote) secondError = platform::makeDurable(handle.secondStream, handle.secondBacking);
+  if (const int error = closeSecond(handle); secondError == 0) secondError = error;
+  handle.temporaryDurable = handle.temporaryDurable || (wrote && secondError == 0);
   if (secondError != 0) {
-    outcome.note(
-        routine.failSystem(secondError, GENREG_RC_CLOSE_TEMP_FAILED, 30, handle.temporaryPath));
+    outcome.note(routine.failSystem(secondError, GENREG_RC_CLOSE_TEMP_FAILED, 30,
+                                    handle.temporaryPath, OSS_SYSCALL_CLOSE));
   }
   return outcome.code();
 }

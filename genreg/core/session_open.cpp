@@ -43,28 +43,39 @@ unsigned int RegistryHandle::openRegFile(GenRegFile& handle, std::uint64_t kind)
 // Puts a registry back that a crash between the two renames of a commit left under its backup name,
 // or removes a backup that a later crash left beside the registry. It comes before every existence
 // check: an update that took the registry for absent would create an empty one and, in its own
-// commit, delete the backup with all committed records. One rename under the update lock, so being
-// killed here, too, is repaired by the next update. The backup is removed only once the registry's
-// name is on stable storage; otherwise a power cut could leave neither.
+// commit, delete the backup with all committed records. For the same reason an answer that is not
+// plainly "no such file" fails the update. One rename under the update lock, so being killed here,
+// too, is repaired by the next update. The backup is removed only once the registry's name is on
+// stable storage; otherwise a power cut could leave neither.
 unsigned int RegistryHandle::recover(GenRegFile& handle, Routine& routine) noexcept {
-  if ((handle.status & GENREG_STATUS_LOCKED) == 0 || !ossPathExists(handle.backupPath)) {
-    return GENREG_RC_OK;
+  const OSSFileInfoRequest request{OSS_PARAM_LEVEL, handle.backupPath};
+  OSSFileInfo info{};
+  const unsigned int asked = ossFileGetInfoV9(&request, &info);
+  if (asked == OSS_RC_FILE_NOT_FOUND) return GENREG_RC_OK;
+  if (asked != 0) {
+    return routine.failFrom(genreg::probeFileGetInfo, asked, GENREG_RC_BACKUP_RENAME_FAILED, 19);
   }
-  if (!ossPathExists(handle.registryPath)) {
-    const unsigned int renamed = ossFileRename(handle.backupPath, handle.registryPath);
-    if (renamed != 0 && renamed != OSS_RC_FILE_EXISTS) {
-      (void)routine.failFrom(genreg::probeFileRename, renamed, GENREG_RC_BACKUP_RENAME_FAILED, 20);
-      return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 21, text(handle.backupPath),
-                          text(handle.registryPath));
-    }
-    routine.trace(22, text(handle.registryPath));
+  // What somebody planted under the backup's name is no content of this registry.
+  if (!info.isFile || info.isSymbolicLink) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 20, text(handle.backupPath),
+                        text("not a plain file"));
+  }
+  const unsigned int renamed = ossFileRename(handle.backupPath, handle.registryPath);
+  if (renamed != 0 && renamed != OSS_RC_FILE_EXISTS) {
+    (void)routine.failFrom(genreg::probeFileRename, renamed, GENREG_RC_BACKUP_RENAME_FAILED, 21);
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 22, text(handle.backupPath),
+                        text(handle.registryPath));
   }
   if (const int error = platform::syncDirectoryOf(handle.registryPath); error != 0) {
     return routine.failSystem(error, GENREG_RC_BACKUP_RENAME_FAILED, 23, handle.registryPath);
   }
+  if (renamed == 0) {
+    routine.trace(25, text(handle.registryPath));
+    return GENREG_RC_OK;
+  }
   if (const unsigned int deleted = deleteIfThere(handle.backupPath); deleted != 0) {
-    (void)routine.failFrom(genreg::probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 25);
-    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 26, text(handle.backupPath));
+    (void)routine.failFrom(genreg::probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 26);
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 27, text(handle.backupPath));
   }
   return GENREG_RC_OK;
 }
@@ -137,6 +148,9 @@ unsigned int RegistryHandle::setLeftoversAside(GenRegFile& handle, Routine& rout
     return routine.fail(GENREG_RC_CORRUPT_RENAME, 81, text(handle.temporaryPath),
                         text(handle.corruptPath));
   }
+  // It may be older than a change of the registry's permissions. Best effort: it may be another
+  // user's, or no file at all.
+  if (code == 0) (void)ossFileSetPermissions(handle.corruptPath, permissions(0));
   return GENREG_RC_OK;
 }
 
@@ -165,12 +179,15 @@ unsigned int RegistryHandle::openTemporary(GenRegFile& handle, Routine& routine,
                         text("a link: update it under its one real name"));
   }
 
+  (void)closeSecond(handle);  // of an earlier open that nobody closed
+  handle.temporaryDurable = false;
   platform::PrivateFileStep step = platform::PrivateFileStep::Create;
   errno = 0;
   if (kind == GENREG_OP_VERIFY) {
     handle.secondStream = platform::openForReading(handle.temporaryPath, &handle.secondBacking);
   } else {
-    const platform::FileAttributes attributes{info.permissions, info.owner, info.group};
+    const platform::FileAttributes attributes{info.permissions, info.owner, info.group,
+                                              handle.registryPath};
     handle.secondStream = platform::createPrivateFile(handle.temporaryPath, attributes, info.size,
                                                       &handle.secondBacking, &step);
   }

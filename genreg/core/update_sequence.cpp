@@ -83,7 +83,7 @@ void Update::updateOpened(Outcome& outcome, Outcome& cleanUp) noexcept {
   if (!outcome.ok() || (closed != 0 && !kind_.deletesTemporary)) return;
   // Except for a temporary file whose sync failed: reading it back would come from memory and prove
   // nothing about the disk.
-  if (closed == GENREG_RC_CLOSE_TEMP_FAILED) return;
+  if (!RegistryHandle::temporaryIsDurable(handle)) return;
   if (const unsigned int code = verify(); code != 0) {
     outcome.note(routine_.failFrom(names_.verifyUpdate, code, GENREG_RC_VERIFY_FAILED, 220));
   }

@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <stdio_ext.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +25,7 @@ struct StreamBacking {
   int descriptor;
   int writeError;       // errno of the first write that failed
   bool takenBack;       // further writes are dropped
+  bool locked;          // came from a handle, with its lock
   std::int64_t offset;  // where the next read starts
   std::uint64_t size;   // bytes the file held when the stream was made
   std::uint64_t end;    // bytes it holds now
@@ -104,6 +107,8 @@ int seekBacking(void* cookie, off64_t* position, int whence) {
 
 int closeBacking(void* cookie) {
   auto& backing = *static_cast<StreamBacking*>(cookie);
+  // The lock would outlive the close in a process that was forked meanwhile.
+  if (backing.locked) (void)::flock(backing.descriptor, LOCK_UN);
   const int error = oss::closeDescriptor(backing.descriptor);
   void* block = cookie;
   const unsigned int freed = _ossMemFree(&block, 0, 0, sourceFile, __LINE__);
@@ -118,8 +123,8 @@ std::FILE* failClosed(int descriptor, int error) {
   return nullptr;
 }
 
-std::FILE* wrap(int descriptor, StreamUse use, std::uint64_t size, std::uint64_t expectedSize,
-                StreamBacking** backing) {
+std::FILE* wrap(int descriptor, StreamUse use, bool locked, std::uint64_t size,
+                std::uint64_t expectedSize, StreamBacking** backing) {
   // One byte more than the file, so that the read that meets its end is the one that reads it all.
   const std::size_t bufferSize = static_cast<std::size_t>(
       std::clamp<std::uint64_t>(expectedSize + 1, smallestBuffer, largestBuffer));
@@ -127,7 +132,7 @@ std::FILE* wrap(int descriptor, StreamUse use, std::uint64_t size, std::uint64_t
   if (_ossMemAlloc(&block, 0, headerRoom + bufferSize, 1, sourceFile, __LINE__) != 0) {
     return failClosed(descriptor, ENOMEM);
   }
-  auto* made = new (block) StreamBacking{descriptor, 0, false, 0, size, size};
+  auto* made = new (block) StreamBacking{descriptor, 0, false, locked, 0, size, size};
   const cookie_io_functions_t functions{readBacking, writeBacking, seekBacking, closeBacking};
   std::FILE* stream = ossFaultPoint("fopen", nullptr) > 0
                           ? nullptr
@@ -140,6 +145,20 @@ std::FILE* wrap(int descriptor, StreamUse use, std::uint64_t size, std::uint64_t
   (void)::__fsetlocking(stream, FSETLOCKING_BYCALLER);
   *backing = made;
   return stream;
+}
+
+// Permissions whose group gets no more than everybody.
+mode_t withoutGroup(mode_t permissions) { return permissions & ~((~permissions & S_IRWXO) << 3); }
+
+// Beside an access list the group's permission bits are the most that anyone on the list may have,
+// so that they must not be given to the group without the list. False when there is one that cannot
+// be copied.
+bool copyAccessList(const char* model, int descriptor) {
+  constexpr const char* name = "system.posix_acl_access";
+  char list[4096];
+  const ssize_t size = ::getxattr(model, name, list, sizeof list);
+  if (size < 0) return errno != ERANGE;
+  return ::fsetxattr(descriptor, name, list, static_cast<std::size_t>(size), 0) == 0;
 }
 
 // Gives a new file the owner, the group and the permissions of the file it is to replace. Only root
@@ -156,7 +175,10 @@ int setAttributes(int descriptor, const char* path, const FileAttributes& attrib
   if ((created.st_uid != attributes.owner || !sameGroup) &&
       ::fchown(descriptor, attributes.owner, attributes.group) != 0 && !sameGroup &&
       ::fchown(descriptor, created.st_uid, attributes.group) != 0) {
-    wanted &= ~((~wanted & S_IRWXO) << 3);
+    wanted = withoutGroup(wanted);
+  }
+  if ((wanted & S_IRWXG) != 0 && !copyAccessList(attributes.model, descriptor)) {
+    wanted = withoutGroup(wanted);
   }
   if ((created.st_mode & permissionBits) == wanted) return 0;
   const int failed = oss::systemCall("fchmod", path, [&] { return ::fchmod(descriptor, wanted); });
@@ -165,21 +187,28 @@ int setAttributes(int descriptor, const char* path, const FileAttributes& attrib
 
 }  // namespace
 
-std::FILE* openStream(std::intptr_t handle, StreamUse use, StreamBacking** backing) {
-  const int descriptor = static_cast<int>(handle);
+namespace {
+
+std::FILE* openDescriptor(int descriptor, StreamUse use, bool locked, StreamBacking** backing) {
   struct stat status;
   if (oss::systemCall("fstat", nullptr, [&] { return ::fstat(descriptor, &status); }) != 0) {
     return failClosed(descriptor, errno);
   }
   const auto size = static_cast<std::uint64_t>(status.st_size);
-  return wrap(descriptor, use, size, size, backing);
+  return wrap(descriptor, use, locked, size, size, backing);
+}
+
+}  // namespace
+
+std::FILE* openStream(std::intptr_t handle, StreamUse use, StreamBacking** backing) {
+  return openDescriptor(static_cast<int>(handle), use, true, backing);
 }
 
 std::FILE* openForReading(const char* path, StreamBacking** backing) {
   const int descriptor = oss::aboveStandard(oss::systemCall("open", path, [&] {
     return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   }));
-  return descriptor < 0 ? nullptr : openStream(descriptor, StreamUse::Read, backing);
+  return descriptor < 0 ? nullptr : openDescriptor(descriptor, StreamUse::Read, false, backing);
 }
 
 std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
@@ -197,7 +226,7 @@ std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
     return failClosed(descriptor, error);
   }
   *step = PrivateFileStep::Create;
-  std::FILE* stream = wrap(descriptor, StreamUse::Append, 0, expectedSize, backing);
+  std::FILE* stream = wrap(descriptor, StreamUse::Append, false, 0, expectedSize, backing);
   if (stream == nullptr) {
     const int error = errno;
     (void)::unlink(path);

@@ -36,7 +36,8 @@ int openFlags(std::uint32_t openMode) {
 
 }  // namespace
 
-OSSHFile::OSSHFile() noexcept : handle_(-1), openMode_(0), permissions_(0), error_(0), path_{} {}
+OSSHFile::OSSHFile() noexcept
+    : handle_(-1), openMode_(0), options_(0), permissions_(0), error_(0), path_{} {}
 
 OSSHFile::~OSSHFile() { (void)close(); }
 
@@ -56,14 +57,16 @@ unsigned int OSSHFile::open(const OSSFileOpenParam* param) noexcept {
   (void)close();
   std::memcpy(path_, param->path, length + 1);
   openMode_ = param->openMode;
+  options_ = param->options;
   permissions_ = param->permissions;
   return reopen();
 }
 
 unsigned int OSSHFile::reopen() noexcept {
-  const int descriptor = oss::aboveStandard(oss::systemCall("open", path_, [&] {
-    return ::open(path_, openFlags(openMode_), static_cast<mode_t>(permissions_));
-  }));
+  const bool noLink = options_ == OSS_OPEN_NO_LINK || isLockFile();
+  const int flags = openFlags(openMode_) | (noLink ? O_NOFOLLOW : 0);
+  const int descriptor = oss::aboveStandard(oss::systemCall(
+      "open", path_, [&] { return ::open(path_, flags, static_cast<mode_t>(permissions_)); }));
   if (descriptor < 0) return fail(errno);
   struct stat status;
   if (oss::systemCall("fstat", path_, [&] { return ::fstat(descriptor, &status); }) != 0) {
@@ -71,7 +74,7 @@ unsigned int OSSHFile::reopen() noexcept {
     (void)oss::closeDescriptor(descriptor);
     return fail(error);
   }
-  if (!S_ISREG(status.st_mode) || (openMode_ == OSS_OPEN_LOCK_FILE && status.st_nlink > 1)) {
+  if (!S_ISREG(status.st_mode) || (isLockFile() && status.st_nlink > 1)) {
     (void)oss::closeDescriptor(descriptor);
     return fail(ELOOP);
   }
@@ -93,7 +96,7 @@ unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {
     if (oss::systemCall("flock", path_, [&] { return ::flock(descriptor, operation); }) != 0) {
       return fail(errno);
     }
-    if (openMode_ != OSS_OPEN_LOCK_FILE) return OSS_RC_OK;
+    if (!isLockFile()) return OSS_RC_OK;
     // The previous holder removes the lock file's name while it holds the lock; whoever is granted
     // the removed file must start over at the name, or it would not exclude those who did.
     switch (oss::standing(descriptor, path_)) {
@@ -122,6 +125,10 @@ unsigned int OSSHFile::close() noexcept {
   if (!isOpen()) return OSS_RC_OK;
   const int error = oss::closeDescriptor(static_cast<int>(releaseFileHandle()));
   return error == 0 ? OSS_RC_OK : fail(error);
+}
+
+bool OSSHFile::isLockFile() const noexcept {
+  return openMode_ == OSS_OPEN_LOCK_FILE || oss::isLockFileName(path_);
 }
 
 bool OSSHFile::isOpen() const noexcept { return handle_ >= 0; }

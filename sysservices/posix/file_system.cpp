@@ -56,13 +56,6 @@ std::size_t baseStart(const char* path, std::size_t length) {
   return start;
 }
 
-bool isLockFileName(const char* path) {
-  static constexpr char suffix[] = ".lock";
-  constexpr std::size_t suffixLength = sizeof suffix - 1;
-  const std::size_t length = std::strlen(path);
-  return length > suffixLength && std::strcmp(path + length - suffixLength, suffix) == 0;
-}
-
 unsigned int removeName(const char* path) {
   return outcome(oss::systemCall("unlink", path, [&] { return ::unlink(path); }));
 }
@@ -108,10 +101,8 @@ int renameNoReplace(const char* source, const char* target) {
   if (::renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL && errno != ENOSYS) return -1;
   struct stat status;
-  if (::lstat(target, &status) == 0) {
-    errno = EEXIST;
-    return -1;
-  }
+  if (::lstat(target, &status) == 0) errno = EEXIST;
+  if (errno != ENOENT) return -1;
   return ::rename(source, target);
 }
 
@@ -157,7 +148,7 @@ bool ossPathExists(const char* path) {
 
 unsigned int ossFileDelete(const char* path) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  return isLockFileName(path) ? removeLockFile(path) : removeName(path);
+  return oss::isLockFileName(path) ? removeLockFile(path) : removeName(path);
 }
 
 unsigned int ossFileRename(const char* source, const char* target) {
@@ -168,8 +159,13 @@ unsigned int ossFileRename(const char* source, const char* target) {
 
 unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  return outcome(oss::systemCall("chmod", path,
-                                 [&] { return ::chmod(path, static_cast<mode_t>(permissions)); }));
+  const int descriptor = oss::aboveStandard(oss::systemCall(
+      "open", path, [&] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+  if (descriptor < 0) return fail(errno);
+  const unsigned int code = outcome(oss::systemCall(
+      "fchmod", path, [&] { return ::fchmod(descriptor, static_cast<mode_t>(permissions)); }));
+  (void)oss::closeDescriptor(descriptor);
+  return code;
 }
 
 unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* info) {
@@ -191,6 +187,7 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   info->owner = status.st_uid;
   info->group = status.st_gid;
   info->links = status.st_nlink;
+  info->isFile = S_ISREG(status.st_mode);
   info->isSymbolicLink = isLink;
   return OSS_RC_OK;
 }

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "sysservices/file_handle.h"
 #include "sysservices/file_system.h"
 #include "sysservices/return_codes.h"
@@ -25,6 +27,13 @@ int aboveStandard(int descriptor) noexcept {
   ::close(descriptor);
   errno = error;
   return moved;
+}
+
+bool isLockFileName(const char* path) noexcept {
+  static constexpr char suffix[] = ".lock";
+  constexpr std::size_t suffixLength = sizeof suffix - 1;
+  const std::size_t length = std::strlen(path);
+  return length > suffixLength && std::strcmp(path + length - suffixLength, suffix) == 0;
 }
 
 Standing standing(int descriptor, const char* path) noexcept {

@@ -1,0 +1,89 @@
+// The stored form of a global registry record: what it means, and making it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "genreg_global.h"
+
+namespace genreg {
+
+// Header: record type, field mask, missing-field mask, little-endian; then the entries in ascending
+// order of their bit, each a 2-byte length and its bytes; then the check sum.
+constexpr std::size_t globalTypeWidth = 4;
+constexpr std::size_t globalMaskWidth = 8;
+constexpr std::size_t globalHeaderWidth = globalTypeWidth + 2 * globalMaskWidth;
+constexpr std::size_t globalEntryHeader = 2;
+constexpr std::size_t globalCheckSumWidth = 4;
+constexpr std::uint64_t globalEntryBits = 0x7FFFFFFFFFFFFFFFu;  // the top bit never has an entry
+
+// No stored form is longer: an entry of the longest length for every bit.
+constexpr std::size_t globalLongestStored =
+    globalHeaderWidth + 63 * (globalEntryHeader + 0xFFFF) + globalCheckSumWidth;
+
+struct GlobalEntry {
+  std::uint64_t bit;
+  const unsigned char* bytes;
+  std::size_t length;
+};
+
+// Reads a stored form within its length and never past it.
+class GlobalStoredReader {
+ public:
+  // `length` is that of the stored form, or of the memory when only that is known.
+  GlobalStoredReader(const void* stored, std::size_t length) noexcept;
+
+  bool hasHeader() const noexcept { return length_ >= globalHeaderWidth + globalCheckSumWidth; }
+  std::uint32_t type() const noexcept { return type_; }
+  std::uint64_t fieldMask() const noexcept { return fieldMask_; }
+  std::uint64_t missingMask() const noexcept { return missingMask_; }
+
+  // The next entry; false when there is none, or when it would run into the check sum (ok() then).
+  bool next(GlobalEntry& entry) noexcept;
+  bool ok() const noexcept { return ok_; }
+  // After the last entry: where the check sum stands, and its value.
+  std::size_t offset() const noexcept { return offset_; }
+  std::uint32_t checkSum() const noexcept;
+
+ private:
+  const unsigned char* bytes_;
+  std::size_t length_;
+  std::size_t offset_ = globalHeaderWidth;
+  std::uint32_t type_ = 0;
+  std::uint64_t fieldMask_ = 0;
+  std::uint64_t missingMask_ = 0;
+  std::uint64_t bitsLeft_ = 0;
+  bool ok_ = true;
+};
+
+// Builds the record that a stored form describes. Returns 0; GENREG_RC_UNKNOWN_RECORD_TYPE;
+// GENREG_RC_MALFORMED_RECORD. With `exact` the stored form must fill `length` bytes.
+unsigned int unpackGlobal(const void* stored, std::size_t length, bool exact,
+                          GlobalRegRecord& record) noexcept;
+
+// The stored form of a record, in two steps over the same fields.
+class GlobalPacker {
+ public:
+  // `previous` is the stored form that unknown fields come from, or null.
+  GlobalPacker(const GlobalRegRecord& record, const GlobalRegType& type, const void* previous,
+               std::size_t previousLength) noexcept;
+
+  // Bytes of the stored form; 0 when a text has no end or `previous` is malformed.
+  std::size_t measure() const noexcept;
+  // Writes the stored form and returns the bytes written; `out` holds measure() bytes.
+  std::size_t write(unsigned char* out) const noexcept;
+  // Unknown fields that the record names and nobody supplies.
+  std::uint64_t unsupplied() const noexcept { return unsupplied_; }
+
+ private:
+  template <typename Visit>
+  bool forEachEntry(Visit visit) const noexcept;
+
+  const GlobalRegRecord& record_;
+  const GlobalRegType& type_;
+  GlobalStoredReader previous_;
+  std::uint64_t carried_ = 0;
+  std::uint64_t unsupplied_ = 0;
+};
+
+}  // namespace genreg

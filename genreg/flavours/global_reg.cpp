@@ -1,0 +1,283 @@
+// GlobalReg: where its file is, and its hooks.
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "genreg/core/record_buffer.h"
+#include "genreg/core/registry_handle.h"
+#include "genreg/flavours/global_codec.h"
+#include "genreg/record_span.h"
+#include "genreg_global.h"
+#include "sysservices/file_system.h"
+
+using genreg::Function;
+using genreg::RecordBuffer;
+using genreg::RecordSpan;
+using genreg::RecordSpanScope;
+using genreg::Routine;
+
+namespace {
+
+constexpr std::size_t pathBufferSize = 261;  // bytes
+
+// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0,
+// GENREG_RC_GLOBAL_PATH_NULL or GENREG_RC_GLOBAL_PATH_SMALL.
+unsigned int getGlobalRegPath(char* path, unsigned short* size) {
+  const char* named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
+  if (path == nullptr) return GENREG_RC_GLOBAL_PATH_NULL;
+  char standard[16];
+  (void)std::snprintf(standard, sizeof standard, "%s%c%s", ".", ossPathSeparator, "global.reg");
+  const char* chosen = named == nullptr ? standard : named;
+  const std::size_t needed = std::strlen(chosen) + 1;
+  const bool fits = needed <= *size;
+  if (fits) std::memcpy(path, chosen, needed);
+  *size = static_cast<unsigned short>(needed < 0xFFFF ? needed : 0xFFFF);
+  return fits ? GENREG_RC_OK : GENREG_RC_GLOBAL_PATH_SMALL;
+}
+
+const unsigned char* memoryOf(const GlobalRegRecord& record, const GlobalRegField& field) {
+  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
+}
+
+std::uint32_t flagOf(const GlobalRegRecord& record, const GlobalRegField& field) {
+  std::uint32_t flag = 0;
+  std::memcpy(&flag, memoryOf(record, field), sizeof flag);
+  return flag;
+}
+
+bool isAcceptable(const GlobalRegRecord& record, const GlobalRegField& field) {
+  switch (field.kind) {
+    case GlobalRegFieldKind::Text:
+      return *memoryOf(record, field) != '\0';
+    case GlobalRegFieldKind::Flag:
+      return flagOf(record, field) <= 1;
+    default:
+      return true;
+  }
+}
+
+// The fields of a record of one type: first what each holds, then what the mask selects.
+unsigned int checkFields(const GlobalRegType& type, std::uint64_t mask,
+                         const GlobalRegRecord& record) {
+  for (std::size_t i = 0; i < type.fieldCount; ++i) {
+    const GlobalRegField& field = type.fields[i];
+    const bool checked = (record.FieldMask & field.bit) != 0 && field.badCode != 0;
+    if (checked && !isAcceptable(record, field)) return field.badCode;
+  }
+  for (std::size_t i = 0; i < type.fieldCount; ++i) {
+    const GlobalRegField& field = type.fields[i];
+    const bool checked = (mask & field.bit) != 0 && field.absentCode != 0;
+    if (checked && (record.FieldMask & field.bit) == 0) return field.absentCode;
+  }
+  return GENREG_RC_OK;
+}
+
+unsigned int validateKey(std::uint64_t mask, void* keyOrRecord) {
+  Routine routine(Function::globalValidateKey);
+  if (keyOrRecord == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 5));
+  if (mask == 0) return routine.exit(GENREG_RC_OK);
+  auto& record = *static_cast<GlobalRegRecord*>(keyOrRecord);
+  if (record.RecordType == 0 || record.RecordType > GLOBALREG_RECORD_VARIABLE) {
+    return routine.exit(
+        routine.fail(GENREG_RC_BAD_RECORD_TYPE, 10, genreg::number(record.RecordType)));
+  }
+  if (record.FieldMask == 0) return routine.exit(routine.fail(GENREG_RC_NO_FIELDS, 20));
+  record.MissingFieldMask = 0;
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  const unsigned int code = type == nullptr ? 0 : checkFields(*type, mask, record);
+  if (code == 0) return routine.exit(GENREG_RC_OK);
+  return routine.exit(routine.fail(code, 30, genreg::wide(mask), genreg::wide(record.FieldMask)));
+}
+
+bool equalFields(const GlobalRegField& field, const GlobalRegRecord& left,
+                 const GlobalRegRecord& right) {
+  const void* first = memoryOf(left, field);
+  const void* second = memoryOf(right, field);
+  if (field.kind == GlobalRegFieldKind::Text) {
+    return std::strncmp(static_cast<const char*>(first), static_cast<const char*>(second),
+                        field.width) == 0;
+  }
+  return std::memcmp(first, second, field.width) == 0;
+}
+
+unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
+  Routine routine(Function::globalCompareRecord);
+  if (record == nullptr || key == nullptr) {
+    (void)routine.fail(GENREG_RC_NO_ARGUMENT, 10);
+    return routine.exit(0);
+  }
+  const auto& left = *static_cast<const GlobalRegRecord*>(record);
+  const auto& right = *static_cast<const GlobalRegRecord*>(key);
+  if (right.RecordType != 0 && right.RecordType != left.RecordType) return routine.exit(0);
+  const GlobalRegType* type = mask == 0 ? nullptr : globalRegFindType(left.RecordType);
+  if (type == nullptr) return routine.exit(1);
+  for (std::size_t i = 0; i < type->fieldCount; ++i) {
+    const GlobalRegField& field = type->fields[i];
+    if ((mask & field.bit) != 0 && !equalFields(field, left, right)) return routine.exit(0);
+  }
+  return routine.exit(1);
+}
+
+void printField(const GlobalRegField& field, const GlobalRegRecord& record) {
+  const unsigned char* memory = memoryOf(record, field);
+  std::uint64_t number = 0;
+  switch (field.kind) {
+    case GlobalRegFieldKind::Text:
+      std::printf("      %s = |%.*s|\n", field.label, static_cast<int>(field.width),
+                  reinterpret_cast<const char*>(memory));
+      break;
+    case GlobalRegFieldKind::Flag:
+      std::printf("      %s = %i\n", field.label, static_cast<int>(flagOf(record, field)));
+      break;
+    default:
+      std::memcpy(&number, memory, sizeof number);
+      std::printf("      %s = %" PRIu64 "\n", field.label, number);
+  }
+}
+
+unsigned int printRecord(void* record) {
+  if (record == nullptr) return GENREG_RC_NO_ARGUMENT;
+  const auto& fields = *static_cast<const GlobalRegRecord*>(record);
+  std::printf("   RecordType   = %d\n", static_cast<int>(fields.RecordType));
+  std::printf("   FieldMask    = %" PRId64 "\n", static_cast<std::int64_t>(fields.FieldMask));
+  std::printf("   MissingFieldMask = %" PRId64 "\n",
+              static_cast<std::int64_t>(fields.MissingFieldMask));
+  const GlobalRegType* type = globalRegFindType(fields.RecordType);
+  if (type == nullptr) return GENREG_RC_OK;
+  if (type->type == GLOBALREG_RECORD_SERVICES) {
+    std::printf("Services record not yet implemented\n");
+    return GENREG_RC_OK;
+  }
+  std::printf("   %sRecord:\n", type->word);
+  for (std::size_t i = 0; i < type->fieldCount; ++i) {
+    if (type->fields[i].label != nullptr) printField(type->fields[i], fields);
+  }
+  std::printf("      CheckSum    = %i\n", fields.CheckSum);
+  return GENREG_RC_OK;
+}
+
+unsigned int notifyChange(GenRegBase*, std::uint64_t, void*, void*) { return GENREG_RC_OK; }
+
+// The stored form at `memory`: its length when the engine tells it, else no more than any can have.
+struct Stored {
+  explicit Stored(const void* memory) noexcept {
+    const RecordSpan* span = RecordSpanScope::find(memory);
+    exact = span != nullptr && span->stored != 0;
+    length = exact ? span->stored : genreg::globalLongestStored;
+  }
+  std::size_t length;
+  bool exact;
+};
+
+unsigned int unpackRecord(void** record) {
+  Routine routine(Function::globalUnpackRecord);
+  const Stored stored(*record);
+  GlobalRegRecord unpacked;
+  const unsigned int code = genreg::unpackGlobal(*record, stored.length, stored.exact, unpacked);
+  if (code != 0) {
+    const std::uint64_t length = stored.length;
+    return routine.exit(routine.fail(code, 10, genreg::wide(length)));
+  }
+  std::memcpy(*record, &unpacked, sizeof unpacked);
+  return routine.exit(GENREG_RC_OK);
+}
+
+unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
+  Routine routine(Function::globalGetPackedLength);
+  genreg::GlobalStoredReader reader(packed, Stored(packed).length);
+  for (genreg::GlobalEntry entry{}; reader.next(entry);) continue;
+  *length = reader.offset() + genreg::globalCheckSumWidth;
+  return routine.exit(GENREG_RC_OK);
+}
+
+// Fields that nobody knows and nobody supplies cannot be stored: each is reported and left out.
+void reportUnsupplied(const Routine& routine, const GlobalRegType& type, std::uint64_t bits) {
+  for (; bits != 0; bits &= bits - 1) {
+    const std::uint64_t bit = bits & (~bits + 1);
+    routine.trace(911, genreg::wide(bit));
+    std::printf("PackRecord: unknown %s field: %" PRIu64 "\n", type.word, bit);
+  }
+}
+
+unsigned int packInto(const Routine& routine, const genreg::GlobalPacker& packer, void* memory) {
+  const std::uint64_t expected = packer.measure();
+  if (expected == 0) return routine.fail(GENREG_RC_MALFORMED_RECORD, 20);
+  // Of memory that is not the engine's only that it held the record is known.
+  const RecordSpan* span = RecordSpanScope::find(memory);
+  const std::uint64_t capacity = span != nullptr ? span->capacity : sizeof(GlobalRegRecord);
+  RecordBuffer work("GlobalReg", __LINE__);
+  if (const unsigned int code = work.reserve(expected); code != 0) {
+    return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_PACK_ALLOC, 30);
+  }
+  genreg::Outcome outcome;
+  const std::uint64_t written = packer.write(work.bytes());
+  if (written != expected || written > capacity) {
+    outcome.note(routine.fail(GENREG_RC_PACK_LENGTH, 40, genreg::wide(written),
+                              genreg::wide(expected), genreg::wide(capacity)));
+  } else {
+    std::memcpy(memory, work.data(), written);
+  }
+  if (const unsigned int code = work.release(); code != 0) {
+    outcome.note(routine.failFrom(genreg::probeMemFree, code, GENREG_RC_PACK_FREE, 50));
+  }
+  return outcome.code();
+}
+
+unsigned int packRecord(void** record, void* previous) {
+  Routine routine(Function::globalPackRecord);
+  const auto& fields = *static_cast<const GlobalRegRecord*>(*record);
+  const GlobalRegType* type = globalRegFindType(fields.RecordType);
+  // Stored, such a record could never be read again, and neither could any behind it.
+  if (type == nullptr) {
+    return routine.exit(
+        routine.fail(GENREG_RC_UNKNOWN_RECORD_TYPE, 10, genreg::number(fields.RecordType)));
+  }
+  const genreg::GlobalPacker packer(fields, *type, previous, Stored(previous).length);
+  reportUnsupplied(routine, *type, packer.unsupplied());
+  return routine.exit(packInto(routine, packer, *record));
+}
+
+unsigned int getRecordSize(std::uint64_t* size) {
+  Routine routine(Function::globalGetRecordSize);
+  *size = sizeof(GlobalRegRecord);
+  return routine.exit(GENREG_RC_OK);
+}
+
+unsigned int getRecordLength(const void*, std::uint64_t* length) {
+  Routine routine(Function::globalGetRecordLength);
+  *length = sizeof(GlobalRegRecord);
+  return routine.exit(GENREG_RC_OK);
+}
+
+}  // namespace
+
+GlobalReg::GlobalReg() noexcept {
+  Routine routine(Function::globalConstructor);
+  CompareRecord = compareRecord;
+  ValidateKey = validateKey;
+  GenRegBase::PrintRecord = printRecord;
+  NotifyChange = notifyChange;
+  PackRecord = packRecord;
+  UnpackRecord = unpackRecord;
+  GetPackedLength = getPackedLength;
+  GetRecordSize = getRecordSize;
+  GetRecordLength = getRecordLength;
+  char path[pathBufferSize];
+  unsigned short size = sizeof path;
+  unsigned int code = getGlobalRegPath(path, &size);
+  if (code == 0) code = RegistryHandle::checkPath(path);
+  if (code != 0) {
+    // Without a path there are no names, and without names no operation.
+    const std::uint64_t needed = size;
+    (void)routine.exit(routine.fail(code, 10, genreg::wide(needed)));
+    return;
+  }
+  if (routine.exit(RegistryHandle::nameFiles(*this, routine, path)) != 0) return;
+  (void)unsetFeature(GENREG_ALLOW_DUPLICATES);
+  (void)setFeature(GENREG_VERIFY_UPDATES);
+  (void)setFeature(GENREG_PACKED_RECORDS);
+  (void)setFeature(GENREG_NOTIFY_CHANGE);
+}
+
+GlobalReg::~GlobalReg() = default;
