@@ -5,5 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+// The stored form of global registry records.
+int fuzzStoredRecord(const std::uint8_t* data, std::size_t size);
+
 // Line reader and line parsers of both text flavours.
 int fuzzTextLines(const std::uint8_t* data, std::size_t size);

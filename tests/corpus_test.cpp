@@ -24,7 +24,9 @@ TEST_P(Corpus, EveryInputKeepsThePromises) {
   EXPECT_GT(count, 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, Corpus, ::testing::Values(Target{"text_lines", fuzzTextLines}),
+INSTANTIATE_TEST_SUITE_P(Targets, Corpus,
+                         ::testing::Values(Target{"stored_record", fuzzStoredRecord},
+                                           Target{"text_lines", fuzzTextLines}),
                          [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

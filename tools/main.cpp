@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "bin_command.h"
+#include "global_command.h"
 #include "report.h"
 #include "services_command.h"
 #include "var_command.h"
@@ -15,6 +16,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int status = zorreg::exitDone;
     zorreg::addBinCommand(app, status);
+    zorreg::addGlobalCommand(app, status);
     zorreg::addVarCommand(app, status);
     zorreg::addServicesCommand(app, status);
     try {

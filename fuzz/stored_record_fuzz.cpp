@@ -1,0 +1,43 @@
+// The bytes are the stored form of a global registry record, which may be anything.
+//   - Nothing is read past them.
+//   - A record that could be read is packed, with these bytes as the record it replaces, into a
+//   stored
+//     form that is read as the same record; packing that again changes nothing.
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "genreg/flavours/global_codec.h"
+#include "targets.h"
+
+namespace {
+
+void require(bool promise) {
+  if (!promise) std::abort();
+}
+
+std::vector<unsigned char> packed(const GlobalRegRecord& record, const unsigned char* previous,
+                                  std::size_t length) {
+  const genreg::GlobalPacker packer(record, *globalRegFindType(record.RecordType), previous,
+                                    length);
+  require(packer.unsupplied() == 0);
+  std::vector<unsigned char> bytes(packer.measure());
+  require(!bytes.empty() && packer.write(bytes.data()) == bytes.size());
+  return bytes;
+}
+
+}  // namespace
+
+int fuzzStoredRecord(const std::uint8_t* data, std::size_t size) {
+  GlobalRegRecord record;
+  // A copy of exactly this size, so that one byte too many is seen.
+  const std::vector<unsigned char> stored(data, data + size);
+  (void)genreg::unpackGlobal(stored.data(), stored.size(), false, record);
+  if (genreg::unpackGlobal(stored.data(), stored.size(), true, record) != 0) return 0;
+  const std::vector<unsigned char> once = packed(record, stored.data(), stored.size());
+  GlobalRegRecord again;
+  require(genreg::unpackGlobal(once.data(), once.size(), true, again) == 0);
+  require(std::memcmp(&record, &again, sizeof record) == 0);
+  require(packed(again, once.data(), once.size()) == once);
+  return 0;
+}

@@ -1,0 +1,421 @@
+// The global registry: the bytes of its records, what is refused, and what a newer writer's fields
+// and other records go through.
+#include <cstdlib>
+#include <cstring>
+
+#include "support/stored_record.h"
+
+namespace {
+
+using Code = unsigned int;
+
+// The file at `path`, with the protected side shown.
+class Global : public GlobalReg {
+ public:
+  static Global at(const std::string& path) {
+    (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", path.c_str(), 1);
+    return Global();
+  }
+  using GenRegBase::PrintRecord;
+  using GenRegBase::status;
+  using GenRegBase::ValidateKey;
+  using GenRegFile::getLockFilePath;
+  using GenRegFile::getRegFilePath;
+};
+
+template <typename Record>
+void put(Record& field, const std::string& text) {
+  text.copy(field, sizeof field - 1);
+}
+
+GlobalRegRecord recordOf(std::uint32_t type, std::uint64_t fields) {
+  GlobalRegRecord record{};
+  record.RecordType = type;
+  record.FieldMask = fields;
+  return record;
+}
+
+GlobalRegRecord instance(const std::string& name, const std::string& service = "ZOR") {
+  GlobalRegRecord record = recordOf(GLOBALREG_RECORD_INSTANCE, 0x5);
+  put(record.Instance.Service, service);
+  put(record.Instance.InstanceName, name);
+  return record;
+}
+
+std::string storedInstance(const std::string& name, const std::string& service = "ZOR") {
+  return stored(1, 0x5, {text(service), text(name)});
+}
+
+class GlobalTest : public RegistryTest {
+ protected:
+  void SetUp() override {
+    RegistryTest::SetUp();
+    (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", registry().c_str(), 1);
+  }
+  void TearDown() override {
+    (void)::unsetenv("ZOR_GLOBAL_REG_PATHNAME");
+    RegistryTest::TearDown();
+  }
+};
+
+// One field of one type, told independently of the library's table.
+struct FieldCase {
+  std::uint32_t type;
+  std::uint64_t bit;
+  std::string entry;  // length and bytes
+  void (*set)(GlobalRegRecord& record);
+};
+
+const FieldCase fields[] = {
+    {1, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Instance.Service, "svc"); }},
+    {1, 0x2, number(0x0009000100020003, 8),
+     [](GlobalRegRecord& r) { r.Instance.VersionCode = 0x0009000100020003; }},
+    {1, 0x4, text("name"), [](GlobalRegRecord& r) { put(r.Instance.InstanceName, "name"); }},
+    {1, 0x8, text("/path"), [](GlobalRegRecord& r) { put(r.Instance.InstancePath, "/path"); }},
+    {1, 0x10, text("use"), [](GlobalRegRecord& r) { put(r.Instance.Usage, "use"); }},
+    {1, 0x20, number(1, 4), [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 1; }},
+    {1, 0x40, number(1, 4), [](GlobalRegRecord& r) { r.Instance.Maintenance = 1; }},
+    {1, 0x80, text("/opt"), [](GlobalRegRecord& r) { put(r.Instance.InstallPath, "/opt"); }},
+    {1, 0x100, text("host"), [](GlobalRegRecord& r) { put(r.Instance.HostName, "host"); }},
+    {1, 0x200, text("note"), [](GlobalRegRecord& r) { put(r.Instance.Comment, "note"); }},
+    {2, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Services.Service, "svc"); }},
+    {2, 0x2, number(7, 8), [](GlobalRegRecord& r) { r.Services.VersionCode = 7; }},
+    {2, 0x4, text("/opt"), [](GlobalRegRecord& r) { put(r.Services.InstallPath, "/opt"); }},
+    {2, 0x8, text("t2"), [](GlobalRegRecord& r) { put(r.Services.Text2, "t2"); }},
+    {2, 0x10, text("t3"), [](GlobalRegRecord& r) { put(r.Services.Text3, "t3"); }},
+    {2, 0x20, number(0xFFFFFFFF, 4), [](GlobalRegRecord& r) { r.Services.Level = 0xFFFFFFFF; }},
+    {2, 0x40, number(0x01020304, 4), [](GlobalRegRecord& r) { r.Services.Number1 = 0x01020304; }},
+    {2, 0x80, number(0xFE, 1), [](GlobalRegRecord& r) { r.Services.Byte1 = 0xFE; }},
+    {2, 0x100, number(2, 4), [](GlobalRegRecord& r) { r.Services.Number2 = 2; }},
+    {2, 0x200, number(3, 4), [](GlobalRegRecord& r) { r.Services.Number3 = 3; }},
+    {4, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Variable.Service, "svc"); }},
+    {4, 0x2, text("var"), [](GlobalRegRecord& r) { put(r.Variable.Variable, "var"); }},
+    {4, 0x4, text("val"), [](GlobalRegRecord& r) { put(r.Variable.Value, "val"); }},
+    {4, 0x8, text("note"), [](GlobalRegRecord& r) { put(r.Variable.Comment, "note"); }},
+};
+
+std::uint64_t knownMask(std::uint32_t type) { return type == 4 ? 0xF : 0x3FF; }
+
+TEST_F(GlobalTest, EveryFieldIsStoredAndReadByteForByteWithAndWithoutUnknownOnes) {
+  const std::string unknown = entry("\x01\x02\x03\x04\x05");
+  for (const FieldCase& field : fields) {
+    SCOPED_TRACE("type " + std::to_string(field.type) + " bit " + std::to_string(field.bit));
+    GlobalRegRecord record = recordOf(field.type, field.bit);
+    record.CheckSum = -2;
+    field.set(record);
+    Global handle;
+    const std::string alone = stored(field.type, field.bit, {field.entry}, 0, -2);
+    writeFile(registry(), "");
+    ASSERT_EQ(handle.Add(field.bit, &record), 0u);
+    EXPECT_EQ(readFile(registry()), framed(alone));
+
+    // A newer writer's record with fields above and the top bit, which never has an entry.
+    const std::uint64_t newer = 0x400 | 0x4000000000000000u | 0x8000000000000000u;
+    const std::string extended =
+        stored(field.type, field.bit | newer, {field.entry, unknown, entry("")});
+    writeFile(registry(), framed(extended));
+    GlobalRegRecord expected = recordOf(field.type, field.bit | newer);
+    expected.MissingFieldMask = knownMask(field.type) & ~field.bit;
+    field.set(expected);
+    GlobalRegRecord found;
+    GlobalRegRecord key = recordOf(0, 0);
+    ASSERT_EQ(handle.Get(0, &key, &found), 0u);
+    EXPECT_EQ(std::memcmp(&found, &expected, sizeof found), 0) << "what is not stored is zero";
+    key = record;
+    found.CheckSum = 9;
+    put(found.Instance.Service, "other");  // the first field of every type
+    found.FieldMask |= 0x1;
+    ASSERT_EQ(handle.Change(field.bit == 1 ? 0 : field.bit, &key, &found), 0u);
+    const std::string changed = readFile(registry());
+    EXPECT_NE(changed.find(unknown + entry("")), std::string::npos) << "unknown fields survive";
+    EXPECT_EQ(changed.size(), 4 + extended.size() + (field.bit == 1 ? 2 : 8));
+    EXPECT_EQ(changed.substr(8, 8), little(field.bit | newer | 1, 8));
+  }
+}
+
+TEST_F(GlobalTest, OtherRecordsSurviveEveryUpdateByteForByte) {
+  // Odd but well-formed: bytes behind a text's NUL, unknown fields between known ones' bits.
+  const std::string odd = framed(stored(
+      4, 0x8000000000000031u, {entry(std::string("a\0junk", 6)), entry("x"), entry("")}, 0xF0));
+  const std::string before = odd + framed(storedInstance("one")) + odd;
+  writeFile(registry(), before);
+  Global handle;
+  GlobalRegRecord two = instance("two");
+  ASSERT_EQ(handle.Add(0x4, &two), 0u);
+  EXPECT_EQ(readFile(registry()), before + framed(storedInstance("two")));
+  GlobalRegRecord key = instance("one");
+  GlobalRegRecord changed = instance("three");
+  ASSERT_EQ(handle.Change(0x4, &key, &changed), 0u);
+  ASSERT_EQ(handle.Delete(0x4, &two), 0u);
+  EXPECT_EQ(readFile(registry()), odd + framed(storedInstance("three")) + odd);
+  EXPECT_EQ(handle.Change(0x4, &changed, &changed), GENREG_RC_UNCHANGED);
+}
+
+TEST_F(GlobalTest, AFullLengthRecordGoesThroughEveryOperation) {
+  GlobalRegRecord full = recordOf(1, 0x3FF);
+  std::vector<std::string> entries;
+  for (const FieldCase& field : fields) {
+    if (field.type != 1) continue;
+    field.set(full);
+  }
+  const auto fill = [](auto& field) { std::memset(field, 'x', sizeof field - 1); };
+  fill(full.Instance.Service);
+  fill(full.Instance.InstanceName);
+  fill(full.Instance.InstancePath);
+  fill(full.Instance.Usage);
+  fill(full.Instance.InstallPath);
+  fill(full.Instance.HostName);
+  fill(full.Instance.Comment);
+  const GlobalRegRecord original = full;
+  Global handle;
+  ASSERT_EQ(handle.Add(0x4, &full), 0u);
+  EXPECT_EQ(std::memcmp(&full, &original, sizeof full), 0) << "the caller's record is still one";
+  EXPECT_EQ(readFile(registry()).size(), 4u + 2620u);
+  GlobalRegRecord found;
+  ASSERT_EQ(handle.Get(0x4, &full, &found), 0u);
+  EXPECT_EQ(std::memcmp(&found, &original, sizeof found), 0);
+
+  // The same with 60,000 bytes of unknown fields on top.
+  const std::string bytes = readFile(registry()).substr(4);
+  std::string larger =
+      bytes.substr(0, bytes.size() - 4) + entry(std::string(60000, 'u')) + little(0, 4);
+  larger.replace(4, 8, little(0x7FF, 8));
+  writeFile(registry(), framed(larger));
+  GlobalRegRecord changed = full;
+  changed.Instance.StartAtBoot = 0;
+  ASSERT_EQ(handle.Change(0x4, &full, &changed), 0u);
+  GlobalRegRecord other = instance("carried along");
+  ASSERT_EQ(handle.Add(0x4, &other), 0u);
+  EXPECT_EQ(readFile(registry()).size(),
+            4 + larger.size() + framed(storedInstance("carried along")).size());
+  ASSERT_EQ(handle.Delete(0x4, &full), 0u);
+  EXPECT_EQ(readFile(registry()), framed(storedInstance("carried along")));
+}
+
+TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
+  const std::string good = storedInstance("one");
+  const struct {
+    const char* name;
+    std::string bytes;
+    Code logged;
+  } cases[] = {
+      {"type 0", stored(0, 0, {}), GENREG_RC_UNKNOWN_RECORD_TYPE},
+      {"type 3", stored(3, 0x1, {}), GENREG_RC_UNKNOWN_RECORD_TYPE},
+      {"shorter than its header", good.substr(0, 23), GENREG_RC_MALFORMED_RECORD},
+      {"text longer than its field", stored(1, 0x1, {text(std::string(64, 'x'))}),
+       GENREG_RC_MALFORMED_RECORD},
+      {"text without its NUL", stored(1, 0x1, {entry("abc")}), GENREG_RC_MALFORMED_RECORD},
+      {"empty text entry", stored(1, 0x1, {entry("")}), GENREG_RC_MALFORMED_RECORD},
+      {"number of another width", stored(1, 0x20, {number(1, 8)}), GENREG_RC_MALFORMED_RECORD},
+      {"entry past the record", stored(1, 0x1, {little(200, 2) + "abc"}),
+       GENREG_RC_MALFORMED_RECORD},
+      {"entry into the check sum", stored(1, 0x1, {little(5, 2) + std::string("abc\0", 4)}),
+       GENREG_RC_MALFORMED_RECORD},
+      {"unknown entry past the record", stored(1, 0x401, {text("a"), little(9, 2)}),
+       GENREG_RC_MALFORMED_RECORD},
+      {"entries missing", stored(1, 0x3FF, {text("a")}), GENREG_RC_MALFORMED_RECORD},
+      {"bytes left over", stored(1, 0x1, {text("a"), "rest"}), GENREG_RC_MALFORMED_RECORD},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    const std::string bytes = framed(good) + framed(row.bytes);
+    writeFile(registry(), bytes);
+    Global handle;
+    GlobalRegRecord key = instance("absent");
+    GlobalRegRecord found;
+    Diagnostics diagnostics;
+    EXPECT_EQ(handle.Get(0x4, &key, &found), GENREG_RC_UNPACK_FAILED);
+    EXPECT_EQ(diagnostics.logs(0x082A005Du, row.logged), 1u);
+    EXPECT_EQ(handle.Add(0x4, &key), GENREG_RC_UNPACK_FAILED);
+    EXPECT_EQ(handle.Delete(0x4, &key), GENREG_RC_UNPACK_FAILED);
+    EXPECT_EQ(readFile(registry()), bytes);
+  }
+}
+
+TEST_F(GlobalTest, WhatCouldNotBeReadAgainIsNotStored) {
+  Global handle;
+  GlobalRegRecord known = instance("one");
+  ASSERT_EQ(handle.Add(0x4, &known), 0u);
+  const std::string before = readFile(registry());
+  for (const std::uint32_t type : {0u, 3u, 5u}) {
+    GlobalRegRecord record = recordOf(type, 0x1);
+    EXPECT_NE(handle.Add(0, &record), 0u) << type;
+  }
+  GlobalRegRecord endless = instance("two");
+  std::memset(endless.Instance.Service, 'x', sizeof endless.Instance.Service);
+  EXPECT_EQ(handle.Add(0x4, &endless), GENREG_RC_PACK_FAILED);
+  EXPECT_EQ(readFile(registry()), before);
+  // Fields that nobody supplies are reported, in decimal, and left out.
+  GlobalRegRecord record = recordOf(4, 0x13);
+  put(record.Variable.Service, "S");
+  put(record.Variable.Variable, "V");
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(handle.Add(0x2, &record), 0u);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "PackRecord: unknown Variable field: 16\n");
+  const unsigned char expected[] = {32, 0, 0, 0, 4, 0, 0, 0, 3,   0, 0, 0, 0,   0, 0, 0, 0, 0,
+                                    0,  0, 0, 0, 0, 0, 2, 0, 'S', 0, 2, 0, 'V', 0, 0, 0, 0, 0};
+  EXPECT_EQ(readFile(registry()),
+            before + std::string(reinterpret_cast<const char*>(expected), 36));
+}
+
+TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
+  const struct {
+    std::uint32_t type;
+    std::uint64_t fieldMask;
+    std::uint64_t mask;
+    void (*set)(GlobalRegRecord& record);  // after every present text was filled
+    Code code;
+  } cases[] = {
+      {0, 0x1, 0x1, nullptr, GENREG_RC_BAD_RECORD_TYPE},
+      {5, 0x1, 0x1, nullptr, GENREG_RC_BAD_RECORD_TYPE},
+      {0, 0, 0, nullptr, 0},
+      {1, 0, 0x1, nullptr, GENREG_RC_NO_FIELDS},
+      {3, 0x1, 0x3FF, nullptr, 0},
+      {1, 0x1, 0x1, [](GlobalRegRecord& r) { *r.Instance.Service = '\0'; }, 0x90000229u},
+      {1, 0x205, 0x1, [](GlobalRegRecord& r) { *r.Instance.InstanceName = '\0'; }, 0x9000022Bu},
+      {1, 0x20, 0x20, [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 2; }, 0x9000022Eu},
+      {1, 0x20, 0, [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 2; }, 0},
+      {1, 0x40, 0x40, [](GlobalRegRecord& r) { r.Instance.Maintenance = 0xFFFFFFFF; }, 0x9000022Fu},
+      {1, 0x200, 0x200, [](GlobalRegRecord& r) { *r.Instance.Comment = '\0'; }, 0x90000232u},
+      {1, 0x1, 0x2, nullptr, 0x90000234u},
+      {1, 0x1, 0x4, nullptr, 0x90000235u},
+      {1, 0x1, 0x20, nullptr, 0x90000238u},
+      {1, 0x1, 0x200, nullptr, 0x9000023Cu},
+      {1, 0x1, 0x400, nullptr, 0},
+      {2, 0x10, 0x10, [](GlobalRegRecord& r) { *r.Services.Text3 = '\0'; }, 0x90000241u},
+      {2, 0x1, 0x20, nullptr, 0},
+      {2, 0x1, 0x40, nullptr, 0x9000050Eu},
+      {2, 0x1, 0x80, nullptr, 0x90000510u},
+      {2, 0x1, 0x100, nullptr, 0x9000050Fu},
+      {2, 0x1, 0x200, nullptr, 0x90000511u},
+      {4, 0x8, 0x8, [](GlobalRegRecord& r) { *r.Variable.Comment = '\0'; }, 0x9000024Au},
+      {4, 0x1, 0x8, nullptr, 0x9000024Eu},
+      {4, 0xF, 0xF, nullptr, 0},
+  };
+  Global handle;
+  for (const auto& row : cases) {
+    SCOPED_TRACE("type " + std::to_string(row.type) + ", mask " + std::to_string(row.mask));
+    GlobalRegRecord record = recordOf(row.type, row.fieldMask);
+    record.MissingFieldMask = 0xF0;
+    for (const FieldCase& field : fields) {
+      if (field.type == row.type) field.set(record);
+    }
+    if (row.set != nullptr) row.set(record);
+    EXPECT_EQ(handle.ValidateKey(row.mask, &record), row.code);
+    const bool reached =
+        row.mask != 0 && row.code != GENREG_RC_BAD_RECORD_TYPE && row.code != GENREG_RC_NO_FIELDS;
+    EXPECT_EQ(record.MissingFieldMask, reached ? 0u : 0xF0u);
+  }
+  GlobalRegRecord record = instance("one");
+  EXPECT_EQ(handle.ValidateKey(0, nullptr), GENREG_RC_NO_ARGUMENT);
+  EXPECT_EQ(handle.Add(0, nullptr), GENREG_RC_KEY_REJECTED);
+  EXPECT_EQ(handle.Get(0, nullptr, &record), GENREG_RC_KEY_REJECTED);
+  EXPECT_EQ(handle.Get(0, &record, nullptr), OSS_RC_NULL_ARGUMENT);
+  EXPECT_EQ(handle.Change(0x4, nullptr, &record), GENREG_RC_OPEN_FOR_OPERATION);
+  ASSERT_EQ(handle.Add(0x4, &record), 0u);
+  EXPECT_EQ(handle.Change(0x4, nullptr, &record), GENREG_RC_NOT_FOUND);
+}
+
+TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
+  writeFile(registry(), framed(stored(4, 0x1, {text("ZOR")})) + framed(storedInstance("one")) +
+                            framed(stored(2, 0x1, {text("zor")})) +
+                            framed(stored(2, 0x3, {text("ZOR"), number(7, 8)})));
+  Global handle;
+  const struct {
+    std::uint32_t type;
+    std::uint64_t mask;
+    const char* service;
+    Code code;
+    std::uint32_t foundType;
+    std::uint64_t foundMask;
+  } cases[] = {
+      {0, 0, "", 0, 4, 0x1},
+      {2, 0, "", 0, 2, 0x1},
+      {2, 0x1, "ZOR", 0, 2, 0x3},
+      {2, 0x1, "Zor", GENREG_RC_NOT_FOUND, 0, 0},
+      {1, 0x1, "ZOR", 0, 1, 0x5},
+      {1, 0x401, "ZOR", 0, 1, 0x5},
+      {1, 0x4, "ZOR", GENREG_RC_KEY_REJECTED, 0, 0},
+  };
+  for (const auto& row : cases) {
+    GlobalRegRecord key = recordOf(row.type, 0x1);
+    put(key.Instance.Service, row.service);
+    GlobalRegRecord found{};
+    EXPECT_EQ(handle.Get(row.mask, &key, &found), row.code);
+    EXPECT_EQ(found.RecordType, row.foundType);
+    EXPECT_EQ(found.FieldMask, row.foundMask);
+  }
+  GlobalRegRecord record = instance("new");
+  EXPECT_EQ(handle.Add(0, &record), GENREG_RC_DUPLICATE) << "mask 0 matches any of its type";
+  EXPECT_EQ(handle.Add(0x5, &record), 0u);
+  EXPECT_EQ(handle.Add(0x4, &record), GENREG_RC_DUPLICATE);
+  GlobalRegRecord key = instance("x");
+  key.FieldMask = 0x1;
+  EXPECT_EQ(handle.Delete(0x1, &key), GENREG_RC_AMBIGUOUS);
+}
+
+TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
+  const struct {
+    const char* name;
+    std::string path;
+    bool ready;
+  } cases[] = {{"usable", registry(), true},
+               {"253 characters", std::string(253, 'x'), true},
+               {"empty", "", false},
+               {"254 characters", std::string(254, 'x'), false},
+               {"261 characters", std::string(261, 'x'), false},
+               {"70,000 characters", std::string(70000, 'x'), false},
+               {"no file name", "/", false}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    Global handle = Global::at(row.path);
+    char path[GENREG_PATH_SIZE];
+    EXPECT_EQ(handle.getRegFilePath(path, sizeof path), 0u);
+    EXPECT_EQ(path, row.ready ? row.path : "");
+    EXPECT_EQ((handle.status & GENREG_STATUS_READY) != 0, row.ready);
+    if (row.ready) continue;
+    GlobalRegRecord record = instance("one");
+    EXPECT_EQ(handle.Add(0x4, &record), GENREG_RC_LOCK_FAILED);
+    EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
+    EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
+  }
+  (void)::unsetenv("ZOR_GLOBAL_REG_PATHNAME");
+  Global standard;
+  char path[GENREG_PATH_SIZE];
+  EXPECT_EQ(standard.getRegFilePath(path, sizeof path), 0u);
+  EXPECT_STREQ(path, "./global.reg");
+  EXPECT_EQ(standard.getLockFilePath(path, sizeof path), 0u);
+  EXPECT_STREQ(path, ".global.reg.lock");
+  for (std::uint64_t bit = 1; bit <= 128; bit *= 2) {
+    EXPECT_EQ(standard.isFeatureSet(bit), bit == 1 || bit == 4 || bit == 32) << bit;
+  }
+}
+
+TEST_F(GlobalTest, RecordsArePrintedFieldByField) {
+  Global handle;
+  GlobalRegRecord record = instance("one");
+  record.FieldMask |= 0x8000000000000000u;
+  GlobalRegRecord variable = recordOf(4, 0x4);
+  put(variable.Variable.Value, "v");
+  variable.CheckSum = -1;
+  GlobalRegRecord services = recordOf(2, 1);
+  GlobalRegRecord strange = recordOf(3, 1);
+  ::testing::internal::CaptureStdout();
+  for (GlobalRegRecord* each : {&record, &variable, &services, &strange}) {
+    EXPECT_EQ(handle.PrintRecord(each), 0u);
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
+            "   InstanceRecord:\n      Service      = |ZOR|\n      VersionCode  = 0\n"
+            "      InstanceName = |one|\n      InstancePath = ||\n      Usage        = ||\n"
+            "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
+            "      CheckSum    = 0\n"
+            "   RecordType   = 4\n   FieldMask    = 4\n   MissingFieldMask = 0\n"
+            "   VariableRecord:\n      Service  = ||\n      Variable = ||\n      Value    = |v|\n"
+            "      Comment  = ||\n      CheckSum    = -1\n"
+            "   RecordType   = 2\n   FieldMask    = 1\n   MissingFieldMask = 0\n"
+            "Services record not yet implemented\n"
+            "   RecordType   = 3\n   FieldMask    = 1\n   MissingFieldMask = 0\n");
+}
+
+}  // namespace

@@ -1,0 +1,170 @@
+#include "global_fields.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+namespace zorreg {
+namespace {
+
+constexpr unsigned int versionParts = 4;  // 16 bits each, the version first
+
+bool isVersion(const GlobalRegField& field) { return std::strcmp(field.name, "VersionCode") == 0; }
+
+unsigned char* memoryOf(const GlobalRegField& field, GlobalRegRecord& record) {
+  return reinterpret_cast<unsigned char*>(&record) + field.offset;
+}
+
+// Numbers of every width pass through the widest; this is a little-endian library.
+std::uint64_t numberOf(const GlobalRegField& field, const GlobalRegRecord& record) {
+  std::uint64_t number = 0;
+  std::memcpy(&number, reinterpret_cast<const unsigned char*>(&record) + field.offset, field.width);
+  return number;
+}
+
+bool parseNumber(const char* begin, const char* end, std::uint64_t largest, std::uint64_t& number) {
+  const auto [stop, error] = std::from_chars(begin, end, number);
+  return error == std::errc() && stop == end && number <= largest;
+}
+
+// One to four numbers of 16 bits with dots between them.
+bool parseVersion(const std::string& text, std::uint64_t& code) {
+  code = 0;
+  std::size_t at = 0;
+  for (unsigned int part = 0; part < versionParts; ++part) {
+    std::uint64_t number = 0;
+    if (at <= text.size()) {
+      const std::size_t dot = std::min(text.find('.', at), text.size());
+      if (!parseNumber(text.data() + at, text.data() + dot, 0xFFFF, number)) return false;
+      at = dot + 1;
+    }
+    code = (code << 16) | number;
+  }
+  return at > text.size();
+}
+
+std::string setField(const std::string& value, const GlobalRegField& field,
+                     GlobalRegRecord& record) {
+  unsigned char* memory = memoryOf(field, record);
+  std::memset(memory, 0, field.width);
+  record.FieldMask &= ~field.bit;
+  if (value.empty()) return {};
+  if (field.kind == GlobalRegFieldKind::Text) {
+    if (value.size() >= field.width) {
+      return std::string(field.name) + " has at most " + std::to_string(field.width - 1) + " bytes";
+    }
+    std::memcpy(memory, value.data(), value.size());
+  } else {
+    const std::uint64_t largest = field.kind == GlobalRegFieldKind::Flag ? 1
+                                  : field.width == 8                     ? ~std::uint64_t{0}
+                                                     : (std::uint64_t{1} << (8 * field.width)) - 1;
+    std::uint64_t number = 0;
+    const bool ok = isVersion(field)
+                        ? parseVersion(value, number)
+                        : parseNumber(value.data(), value.data() + value.size(), largest, number);
+    if (!ok) {
+      return "'" + printable(value) + "': " + field.name +
+             (isVersion(field) ? " is up to four numbers below 65536 with dots between them"
+                               : " is a number from 0 to " + std::to_string(largest));
+    }
+    std::memcpy(memory, &number, field.width);
+  }
+  record.FieldMask |= field.bit;
+  return {};
+}
+
+std::string hexadecimal(std::uint64_t number) {
+  char text[24];
+  (void)std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number));
+  return text;
+}
+
+// The bits of fields that this version does not know, lowest first.
+std::vector<std::string> unknownFields(const GlobalRegRecord& record) {
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  std::vector<std::string> bits;
+  for (std::uint64_t left = record.FieldMask & ~(type == nullptr ? 0 : type->knownMask); left != 0;
+       left &= left - 1) {
+    bits.push_back(hexadecimal(left & (~left + 1)));
+  }
+  return bits;
+}
+
+template <typename Visit>
+void forEachPresent(const GlobalRegRecord& record, Visit visit) {
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  for (std::size_t i = 0; type != nullptr && i < type->fieldCount; ++i) {
+    if ((record.FieldMask & type->fields[i].bit) != 0) visit(type->fields[i]);
+  }
+}
+
+std::string typeName(const GlobalRegRecord& record) {
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  return type == nullptr ? std::to_string(record.RecordType) : type->name;
+}
+
+}  // namespace
+
+std::string setFields(const std::vector<std::string>& words, const GlobalRegType& type,
+                      GlobalRegRecord& record) {
+  for (const std::string& word : words) {
+    const std::size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    const GlobalRegField* field = nullptr;
+    for (std::size_t i = 0; i < type.fieldCount; ++i) {
+      if (name == type.fields[i].name) field = &type.fields[i];
+    }
+    if (equals == std::string::npos || field == nullptr) {
+      std::string known;
+      for (std::size_t i = 0; i < type.fieldCount; ++i)
+        known += std::string(" ") + type.fields[i].name;
+      return "'" + printable(word) + "' is no FIELD=VALUE of a record of type " + type.name +
+             ", which has" + known;
+    }
+    const std::string wrong = setField(word.substr(equals + 1), *field, record);
+    if (!wrong.empty()) return wrong;
+  }
+  return {};
+}
+
+std::string fieldText(const GlobalRegField& field, const GlobalRegRecord& record) {
+  if (field.kind == GlobalRegFieldKind::Text) {
+    const char* text = reinterpret_cast<const char*>(&record) + field.offset;
+    return {text, ::strnlen(text, field.width)};
+  }
+  const std::uint64_t number = numberOf(field, record);
+  if (!isVersion(field)) return std::to_string(number);
+  std::string dotted;
+  for (unsigned int part = versionParts; part > 0; --part) {
+    dotted += (dotted.empty() ? "" : ".") + std::to_string((number >> (16 * (part - 1))) & 0xFFFF);
+  }
+  return dotted;
+}
+
+std::string recordLine(const GlobalRegRecord& record) {
+  std::string line = typeName(record);
+  forEachPresent(record, [&](const GlobalRegField& field) {
+    const std::string text = printable(fieldText(field, record));
+    const bool quoted = text.find(' ') != std::string::npos;
+    line += std::string("  ") + field.name + "=" + (quoted ? "\"" + text + "\"" : text);
+  });
+  for (const std::string& bit : unknownFields(record)) line += "  unknown field " + bit;
+  return line;
+}
+
+Json recordJson(const GlobalRegRecord& record) {
+  Json fields = Json::object();
+  forEachPresent(record, [&](const GlobalRegField& field) {
+    if (field.kind == GlobalRegFieldKind::Text || isVersion(field)) {
+      fields[field.name] = fieldText(field, record);
+    } else {
+      fields[field.name] = numberOf(field, record);
+    }
+  });
+  return {{"type", typeName(record)},
+          {"fields", fields},
+          {"unknownFields", unknownFields(record)},
+          {"checkSum", record.CheckSum}};
+}
+
+}  // namespace zorreg
