@@ -198,7 +198,7 @@ unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes, std::
 // Packing works in a copy that is large enough: the hook replaces what it packs, and the caller's
 // record must still be one when the verification pass compares it, and afterwards.
 unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, const void* record,
-                                   const LoadedRecord* replaced, genreg::RecordBuffer& scratch,
+                                   const LoadedRecord* replaced, LoadedRecord& written,
                                    std::uint64_t size, unsigned int writeFailed) const noexcept {
   const void* bytes = record;
   GenRegLengthHook lengthOf = handle_.GetRecordLength;
@@ -206,6 +206,7 @@ unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, co
     if (handle_.GenRegFile::PackRecord.binary == nullptr) {
       return routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 100);
     }
+    genreg::RecordBuffer& scratch = written.stored;
     const std::uint64_t room = packingRoom(size, replaced);
     if (const unsigned int code = scratch.reserve(room); code != 0) {
       return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 105);
@@ -227,7 +228,8 @@ unsigned int BinaryStore::writeNew(const Routine& routine, std::FILE* stream, co
   std::uint64_t length = 0;
   if (lengthOf != nullptr) (void)lengthOf(bytes, &length);
   length = static_cast<std::uint32_t>(length);
-  const std::uint64_t available = has(GENREG_PACKED_RECORDS) ? scratch.capacity() : size;
+  const std::uint64_t available = has(GENREG_PACKED_RECORDS) ? written.stored.capacity() : size;
+  written.length = length;
   const unsigned int code = writeFrame(stream, bytes, length, available);
   return code == 0 ? GENREG_RC_OK
                    : routine.failFrom(Function::binWriteRecord, code, writeFailed, 120);

@@ -71,12 +71,12 @@ class BinaryStore final : public genreg::Engine {
     return has(GENREG_PACKED_RECORDS) ? loaded.unpacked.data() : loaded.stored.data();
   }
 
-  // Writes a caller's record, packed in `scratch` when records are packed; the caller's memory is
+  // Writes a caller's record, packed in `written` when records are packed; the caller's memory is
   // only read. `replaced` is the stored record it takes the place of, or null.
   // Returns `writeFailed`, GENREG_RC_NO_PACK_HOOK_PACKED or GENREG_RC_PACK_FAILED.
   unsigned int writeNew(const genreg::Routine& routine, std::FILE* stream, const void* record,
-                        const LoadedRecord* replaced, genreg::RecordBuffer& scratch,
-                        std::uint64_t size, unsigned int writeFailed) const noexcept;
+                        const LoadedRecord* replaced, LoadedRecord& written, std::uint64_t size,
+                        unsigned int writeFailed) const noexcept;
   // Writes a stored record that the update keeps, byte for byte.
   unsigned int writeKept(const genreg::Routine& routine, std::FILE* stream,
                          const LoadedRecord& record) const noexcept;

@@ -6,7 +6,6 @@
 #include "genreg/core/update_sequence.h"
 
 using genreg::Function;
-using genreg::RecordBuffer;
 using genreg::Routine;
 
 namespace {
@@ -29,11 +28,26 @@ class BinaryUpdate : public genreg::Update {
   }
   unsigned int release() noexcept final {
     const unsigned int first = loaded_.release();
-    const unsigned int second = scratch_.release();
+    const unsigned int second = written_.release();
     return first != 0 ? first : second;
   }
   unsigned int verify() noexcept final {
-    return store_.verifyUpdate(kind_.operation, mask_, record_, key_);
+    const bool repacked = record_ != nullptr && store_.has(GENREG_PACKED_RECORDS);
+    return store_.verifyUpdate(kind_.operation, mask_, repacked ? store_.record(written_) : record_,
+                               key_);
+  }
+
+  // Writes the new record, in the place of a stored one or at the end.
+  unsigned int writeNew(std::FILE* stream, const LoadedRecord* replaced,
+                        unsigned int writeFailed) noexcept {
+    return store_.writeNew(routine_, stream, record_, replaced, written_, size_, writeFailed);
+  }
+
+  // The verification pass compares with the record as it will be read: a field that the caller's
+  // record does not have may hold anything there, and holds nothing in what was stored.
+  unsigned int readBack() noexcept {
+    return store_.has(GENREG_VERIFY_UPDATES) ? store_.unpack(routine_, written_, size_, 130)
+                                             : GENREG_RC_OK;
   }
 
   // Loads the next stored record; GENREG_RC_END at the end.
@@ -43,7 +57,7 @@ class BinaryUpdate : public genreg::Update {
 
   BinaryStore& store_;
   LoadedRecord loaded_{__LINE__};
-  RecordBuffer scratch_{"GenRegBin", __LINE__};
+  LoadedRecord written_{__LINE__};
 };
 
 class AddWork final : public BinaryUpdate {
@@ -59,8 +73,8 @@ class AddWork final : public BinaryUpdate {
     }
     std::FILE* target = nullptr;
     if (const unsigned int code = seekTarget(&target); code != 0) return code;
-    return store_.writeNew(routine_, target, record_, nullptr, scratch_, size_,
-                           GENREG_RC_WRITE_NEW_FAILED);
+    const unsigned int code = writeNew(target, nullptr, GENREG_RC_WRITE_NEW_FAILED);
+    return code != 0 ? code : readBack();
   }
 
  private:
@@ -110,7 +124,7 @@ class ChangeWork final : public BinaryUpdate {
       if (const unsigned int failed = pass(); failed != 0) return failed;
     }
     if (unchanged_) return routine_.fail(GENREG_RC_UNCHANGED, 95);
-    return changed_ == 0 ? routine_.fail(GENREG_RC_NOT_FOUND, 96) : GENREG_RC_OK;
+    return changed_ == 0 ? routine_.fail(GENREG_RC_NOT_FOUND, 96) : readBack();
   }
 
  private:
@@ -129,8 +143,7 @@ class ChangeWork final : public BinaryUpdate {
       return routine_.fail(GENREG_RC_AMBIGUOUS, 85);
     }
     ++changed_;
-    return store_.writeNew(routine_, temporary(), record_, &loaded_, scratch_, size_,
-                           GENREG_RC_COPY_FAILED);
+    return writeNew(temporary(), &loaded_, GENREG_RC_COPY_FAILED);
   }
 
   std::uint64_t changed_ = 0;

@@ -391,6 +391,25 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
   }
 }
 
+TEST_F(GlobalTest, WhatStandsInFieldsThatARecordDoesNotHaveIsNoPartOfIt) {
+  Global handle;
+  GlobalRegRecord record;
+  std::memset(static_cast<void*>(&record), 'g', sizeof record);
+  const GlobalRegRecord named = instance("one");
+  record.RecordType = named.RecordType;
+  record.FieldMask = named.FieldMask;
+  record.MissingFieldMask = 0;
+  record.CheckSum = 0;
+  put(record.Instance.Service, std::string("ZOR\0", 4));
+  put(record.Instance.InstanceName, std::string("one\0", 4));
+  EXPECT_EQ(handle.Add(0x4, &record), 0u);
+  EXPECT_EQ(readFile(registry()), framed(storedInstance("one")));
+  GlobalRegRecord key = named;
+  put(record.Instance.InstanceName, std::string("two\0", 4));
+  EXPECT_EQ(handle.Change(0x4, &key, &record), 0u);
+  EXPECT_EQ(readFile(registry()), framed(storedInstance("two")));
+}
+
 TEST_F(GlobalTest, RecordsArePrintedFieldByField) {
   Global handle;
   GlobalRegRecord record = instance("one");
