@@ -60,6 +60,15 @@ TEST_F(BinToolTest, EachVerbDoesItsWorkAndSaysHowItWent) {
   EXPECT_EQ(failed.status, 3);
   EXPECT_NE(failed.error.find("GENREG_RC_READ_FAILED (0x900001CD)"), std::string::npos);
   EXPECT_NE(failed.error.find(damaged), std::string::npos);
+  // Names that another program stored twice.
+  writeFile(registry(),
+            frame(variable("a", 1)) + frame(variable("a", 2)) + frame(variable("a", 3)));
+  EXPECT_EQ(runTool("bin " + file + " set a 2").status, 0);
+  EXPECT_EQ(
+      runTool("bin " + file + " list").output,
+      "a                         2\na                         2\na                         2\n");
+  EXPECT_EQ(runTool("bin " + file + " list >/dev/full").status, 3);
+  EXPECT_EQ(runTool("bin " + file + " import </").status, 3);
   EXPECT_EQ(files(), "damaged r");
 }
 

@@ -65,6 +65,10 @@ class CommentedVarVal : public GenRegBinVarVal {
     if (withoutComments != nullptr) GenRegFile::CompareRecord = compareWithComments;
   }
 
+  static bool isEqual(std::uint64_t mask, BinVarValRecord& left, BinVarValRecord& right) {
+    return withoutComments(mask, &left, &right) == 1;
+  }
+
  private:
   static unsigned int compareWithComments(std::uint64_t mask, void* record, void* key) {
     const unsigned int same = withoutComments(mask, record, key);
@@ -99,12 +103,13 @@ class BinRegistry {
   int set(const std::string& name, const std::string& value,
           const std::optional<std::string>& comment) {
     BinVarValRecord key = keyOf(name);
-    return setRecord(registry_, file_, BINVARVAL_VARIABLE, key, [&](const BinVarValRecord* found) {
-      BinVarValRecord record = found != nullptr ? *found : key;
-      (void)parseValue(value, record.Value);
-      if (comment) copyField(record.Comment, *comment);
-      return record;
-    });
+    return setRecord(registry_, file_, BINVARVAL_VARIABLE, BINVARVAL_VARIABLE | BINVARVAL_VALUE,
+                     key, [&](const BinVarValRecord* found) {
+                       BinVarValRecord record = found != nullptr ? *found : key;
+                       (void)parseValue(value, record.Value);
+                       if (comment) copyField(record.Comment, *comment);
+                       return record;
+                     });
   }
 
   int unset(const std::string& name) {

@@ -41,6 +41,10 @@ class FaithfulText : public Flavour {
     this->GenRegFile::UnpackRecord = GenRegUnpackHook(unpack);
   }
 
+  static bool isEqual(std::uint64_t mask, Record& left, Record& right) {
+    return plainCompare(mask, &left, &right) == 1;
+  }
+
  private:
   static unsigned int compare(std::uint64_t mask, void* stored, void* given) {
     const unsigned int same = plainCompare(mask, stored, given);

@@ -117,20 +117,21 @@ int set(FaithfulVarVal& registry, const Arguments& arguments) {
   bCompactFormattedLine = arguments.compact;
   VarValRecord key = keyOf(arguments.name);
   std::string comment;
-  return setRecord(registry, arguments.file, VARVAL_VARIABLE, key, [&](const VarValRecord* found) {
-    VarValRecord record = key;
-    record.Value = arguments.value.c_str();
-    if (arguments.comment) {
-      comment = *arguments.comment;
-    } else if (found != nullptr) {
-      comment = bareComment(found->Comment);
-    }
-    if (arguments.comment || (found != nullptr && found->Comment != nullptr)) {
-      record.Contains |= VARVAL_HAS_COMMENT;
-      record.Comment = comment.c_str();
-    }
-    return record;
-  });
+  return setRecord(registry, arguments.file, VARVAL_VARIABLE, VARVAL_VARIABLE | VARVAL_VALUE, key,
+                   [&](const VarValRecord* found) {
+                     VarValRecord record = key;
+                     record.Value = arguments.value.c_str();
+                     if (arguments.comment) {
+                       comment = *arguments.comment;
+                     } else if (found != nullptr) {
+                       comment = bareComment(found->Comment);
+                     }
+                     if (arguments.comment || (found != nullptr && found->Comment != nullptr)) {
+                       record.Contains |= VARVAL_HAS_COMMENT;
+                       record.Comment = comment.c_str();
+                     }
+                     return record;
+                   });
 }
 
 int unset(FaithfulVarVal& registry, const Arguments& arguments) {

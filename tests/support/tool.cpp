@@ -9,8 +9,8 @@ ToolRun runTool(const std::string& arguments, const std::string& input) {
   char name[] = "/tmp/zorreg-run-XXXXXX";
   const std::string directory = ::mkdtemp(name);
   writeFile(directory + "/in", input);
-  const std::string command = std::string(ZORREG_PATH) + " " + arguments + " <" + directory +
-                              "/in >" + directory + "/out 2>" + directory + "/err";
+  const std::string command = std::string(ZORREG_PATH) + " <" + directory + "/in >" + directory +
+                              "/out 2>" + directory + "/err " + arguments;
   const int status = std::system(command.c_str());
   ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(directory + "/out"),
               readFile(directory + "/err")};

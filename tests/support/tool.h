@@ -9,5 +9,5 @@ struct ToolRun {
   std::string error;
 };
 
-// `arguments` pass a shell; `input` is the tool's standard input.
+// `arguments` pass a shell and may redirect again; `input` is the tool's standard input.
 ToolRun runTool(const std::string& arguments, const std::string& input = "");
