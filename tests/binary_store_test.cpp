@@ -90,6 +90,47 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
   }
 }
 
+TEST_F(BinaryStoreTest, FailuresInTheMiddleOfLargeRecordsAreToldApart) {
+  // Two frames that fill the stream's buffer of 256 KiB exactly, and more behind them.
+  const std::string half = frameBytes(131068, std::string(131068, 'x'));
+  const std::string bytes = half + half + half + frame(variable("a", 1));
+  const struct {
+    const char* call;
+    unsigned long nth;
+    unsigned int function;
+    Code logged;
+    Code result;
+  } cases[] = {
+      {"read", 2, 33, GENREG_RC_READ_LENGTH_FAILED, GENREG_RC_READ_FAILED},
+      {"write", 1, 35, GENREG_RC_WRITE_LENGTH_FAILED, GENREG_RC_COPY_FAILED},
+      {"malloc", 4, 33, GENREG_RC_WORK_ALLOC, GENREG_RC_READ_FAILED},
+      {"free", 1, 33, GENREG_RC_WORK_FREE, GENREG_RC_READ_FAILED},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.call);
+    writeFile(registry(), bytes);
+    TestRegistry handle(registry());
+    Diagnostics diagnostics;
+    FaultPlan plan(row.nth, EIO, false, row.call);
+    EXPECT_EQ(remove(handle), row.result);
+    EXPECT_EQ(diagnostics.logs(0x082A0000u + row.function, row.logged), 1u);
+    EXPECT_EQ(readFile(registry()), bytes);
+  }
+  const std::string shifted =
+      frame(variable("b", 1)) + bytes;  // a record spans two reads and writes
+  for (const char* call : {"read", "write"}) {
+    writeFile(registry(), shifted);
+    TestRegistry handle(registry());
+    Diagnostics diagnostics;
+    FaultPlan plan(call[0] == 'r' ? 2 : 1, EIO, false, call);
+    EXPECT_NE(remove(handle), 0u);
+    EXPECT_EQ(diagnostics.logs(0x082A0021u, GENREG_RC_READ_RECORD_FAILED) +
+                  diagnostics.logs(0x082A0023u, GENREG_RC_WRITE_RECORD_FAILED),
+              1u);
+    EXPECT_EQ(readFile(registry()), shifted);
+  }
+}
+
 TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
   writeFile(registry(), frame(variable("long", 77, "commentcomment")) +
                             frameBytes(5, std::string("shor\0", 5)) +
@@ -428,6 +469,10 @@ TEST_F(BinaryStoreTest, ARecordThatCannotBeUnpackedFailsWhateverTouchesIt) {
   EXPECT_EQ(handle.GetNext(1, key, record), GENREG_RC_UNPACK_FAILED);
   EXPECT_EQ(record[0], '\0');
   EXPECT_EQ(handle.CloseScan(), 0u);
+  writeFile(registry(), flipped("apple"));
+  handle.PackRecord = nullptr;
+  EXPECT_EQ(handle.Delete(1, record), GENREG_RC_NO_PACK_HOOK_PACKED);
+  handle.PackRecord = flipPack;
   handle.GetPackedLength = nullptr;
   writeFile(registry(), "");
   EXPECT_EQ(handle.Add(1, key), GENREG_RC_WRITE_NEW_FAILED);

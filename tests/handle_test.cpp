@@ -97,7 +97,11 @@ TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
     GenRegBinVarVal handle(path, &code);
     EXPECT_EQ(code, row.code);
     BinVarValRecord record = variable("a");
-    EXPECT_NE(handle.Add(0, &record), 0u);
+    Diagnostics diagnostics;
+    EXPECT_EQ(handle.Add(0, &record),
+              row.code == GENREG_RC_BASE_NAME ? GENREG_RC_LOCK_FAILED : GENREG_RC_HOOK_MISSING);
+    EXPECT_EQ(diagnostics.logs(0x082A000Eu, GENREG_RC_NOT_READY),
+              row.code == GENREG_RC_BASE_NAME ? 1u : 0u);
     EXPECT_NE(handle.Change(0, &record, &record), 0u);
     EXPECT_NE(handle.Delete(0, &record), 0u);
     EXPECT_NE(handle.Get(0, &record, &record), 0u);
