@@ -42,8 +42,6 @@ constexpr LogValue none{nullptr, 0, 0};
 
 }  // namespace
 
-bool tracingOn() noexcept { return g_pGTCB != nullptr && g_pGTCB->enabled != 0; }
-
 LogValue text(const char* value) noexcept {
   return {value, value == nullptr ? 0 : std::strlen(value), OSS_LOG_STRING};
 }
@@ -63,14 +61,12 @@ unsigned int logFailure(Function function, unsigned int code, unsigned int point
   return code;
 }
 
-Routine::Routine(Function function) noexcept : probe_(probeOf(function)), result_(0) {
-  if (!tracingOn()) return;
+void Routine::traceEntry() const noexcept {
   handOverNames();
   _gtraceEntry(traceThread(), probe_);
 }
 
-Routine::~Routine() {
-  if (!tracingOn()) return;
+void Routine::traceExit() const noexcept {
   handOverNames();
   _gtraceExit(traceThread(), probe_, reinterpret_cast<std::uintptr_t>(&result_), 0);
 }

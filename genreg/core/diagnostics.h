@@ -27,7 +27,7 @@ struct LogValue {
 constexpr unsigned int failureSeverity = 2;
 constexpr unsigned int readOpenSeverity = 4;  // a registry that cannot be opened for Get
 
-bool tracingOn() noexcept;
+inline bool tracingOn() noexcept { return g_pGTCB != nullptr && g_pGTCB->enabled != 0; }
 
 // Values that describe a failure. The referenced object must live until the call ends.
 LogValue text(const char* value) noexcept;
@@ -40,8 +40,12 @@ unsigned int logFailure(Function function, unsigned int code, unsigned int point
 
 class Routine {
  public:
-  explicit Routine(Function function) noexcept;
-  ~Routine();
+  explicit Routine(Function function) noexcept : probe_(probeOf(function)), result_(0) {
+    if (tracingOn()) traceEntry();
+  }
+  ~Routine() {
+    if (tracingOn()) traceExit();
+  }
   Routine(const Routine&) = delete;
   Routine& operator=(const Routine&) = delete;
 
@@ -78,6 +82,8 @@ class Routine {
   void trace(unsigned int point, LogValue value) const noexcept;
 
  private:
+  void traceEntry() const noexcept;
+  void traceExit() const noexcept;
   void log(unsigned int code, unsigned int point, unsigned int severity, unsigned int count,
            const LogValue (&values)[3]) const noexcept;
 

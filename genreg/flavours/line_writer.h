@@ -13,7 +13,9 @@ namespace genreg {
 // Copies a line up to its newline into a record's own text, cuts the comment off at the first "#"
 // and gives it back, printable; null when the line has none.
 inline char* takeLine(char (&text)[GENREG_LINE_SIZE], const char* line) noexcept {
-  const std::size_t length = std::min(std::strcspn(line, "\n"), sizeof text - 1);
+  const char* end = std::strchr(line, '\n');
+  const std::size_t length = std::min(
+      end == nullptr ? std::strlen(line) : static_cast<std::size_t>(end - line), sizeof text - 1);
   std::memcpy(text, line, length);
   text[length] = '\0';
   char* comment = std::strchr(text, '#');
