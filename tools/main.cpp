@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "bin_command.h"
+#include "check_command.h"
 #include "global_command.h"
 #include "report.h"
 #include "services_command.h"
@@ -19,6 +20,7 @@ int main(int argc, char** argv) {
     zorreg::addGlobalCommand(app, status);
     zorreg::addVarCommand(app, status);
     zorreg::addServicesCommand(app, status);
+    zorreg::addCheckCommand(app, status);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

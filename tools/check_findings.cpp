@@ -1,0 +1,61 @@
+#include "check_findings.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "genreg.h"
+#include "report.h"
+
+namespace zorreg {
+namespace {
+
+const char* nameOf(Severity severity) {
+  switch (severity) {
+    case Severity::Note:
+      return "left over";
+    case Severity::Odd:
+      return "odd";
+    default:
+      return "damage";
+  }
+}
+
+}  // namespace
+
+void Findings::addCode(const std::string& where, unsigned int code) {
+  const GenRegReturnCode* row = genRegFindReturnCode(code);
+  add(Severity::Damage, where,
+      row == nullptr ? "unknown code" : std::string(row->name) + ": " + row->meaning);
+}
+
+int Findings::print(const std::string& file, const std::string& type, std::uint64_t records,
+                    bool json) const {
+  int status = findings_.empty() ? exitDone : exitNotFound;
+  for (const Finding& finding : findings_) {
+    if (finding.severity == Severity::Damage) status = exitFailed;
+  }
+  static constexpr const char* verdicts[] = {"clean", "whole, with remarks", "", "damaged"};
+  if (json) {
+    Json list = Json::array();
+    for (const Finding& finding : findings_) {
+      list.push_back(
+          {{"kind", nameOf(finding.severity)}, {"where", finding.where}, {"what", finding.what}});
+    }
+    printJson({{"file", file},
+               {"type", type},
+               {"records", records},
+               {"verdict", verdicts[status]},
+               {"findings", list}});
+    return status;
+  }
+  std::printf("%s: %s, %llu records: %s\n", printable(file).c_str(), type.c_str(),
+              static_cast<unsigned long long>(records), verdicts[status]);
+  Table table;
+  for (const Finding& finding : findings_) {
+    table.add({nameOf(finding.severity), printable(finding.where), printable(finding.what)});
+  }
+  table.print();
+  return status;
+}
+
+}  // namespace zorreg
