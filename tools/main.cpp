@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "bin_command.h"
+#include "install_command.h"
 #include "report.h"
 
 int main(int argc, char** argv) {
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int status = zorreg::exitDone;
     zorreg::addBinCommand(app, status);
+    zorreg::addInstallCommands(app, status);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
