@@ -43,22 +43,28 @@ unsigned int openCopies(const Routine& routine, OSSInstanceList_t& list) {
   return routine.fail(code, 10, genreg::text(copiesPath));
 }
 
-unsigned int openList(const char* kind, OSSInstanceList_t** opened) {
-  Routine routine(Function::instanceListOpen);
-  NewList<OSSInstanceList_t, closeList> list;
-  if (!list.made()) return routine.exit(routine.fail(OSS_RC_NO_MEMORY, 5));
-  if (const unsigned int code = openCopies(routine, *list); code != 0) return routine.exit(code);
-  if (!findKind(kind, &list->kind)) {
-    return routine.exit(routine.fail(GENREG_RC_LIST_OPEN, 20, genreg::text(kind)));
+// What a new list needs before it can be handed out.
+unsigned int prepare(const Routine& routine, const char* kind, OSSInstanceList_t& list) {
+  if (const unsigned int code = openCopies(routine, list); code != 0) return code;
+  if (!findKind(kind, &list.kind)) {
+    return routine.fail(GENREG_RC_LIST_OPEN, 20, genreg::text(kind));
   }
-  if (const unsigned int error = ossNextCopyWithProfiles(*list); error != 0) {
+  if (const unsigned int error = ossNextCopyWithProfiles(list); error != 0) {
     const unsigned int code =
         error == platform::registryKeyMissing ? GENREG_RC_KEY_NOT_FOUND : GENREG_RC_LIST_OPEN;
-    return routine.exit(routine.failFrom(Function::nextCopyWithProfiles, error, code, 30));
+    return routine.failFrom(Function::nextCopyWithProfiles, error, code, 30);
   }
-  list->serviceManager = platform::OpenSCManagerA(*list->machine);
-  *opened = list.handOut();
-  return routine.exit(0);
+  list.serviceManager = platform::OpenSCManagerA(*list.machine);
+  return 0;
+}
+
+// Null with the code of the failure at *code.
+OSSInstanceList_t* openList(const char* kind, unsigned int* code) {
+  Routine routine(Function::instanceListOpen);
+  NewList<OSSInstanceList_t, closeList> list;
+  *code = list.made() ? prepare(routine, kind, *list) : routine.fail(OSS_RC_NO_MEMORY, 5);
+  (void)routine.exit(*code);
+  return *code == 0 ? list.handOut() : nullptr;
 }
 
 // What a lookup asks for; a null name matches any.
@@ -88,9 +94,9 @@ class WantedInstance {
 // The first entry that matches; the result of the step that ended the walk without one.
 unsigned int findEntry(Kind kind, const WantedInstance& wanted, OSSInstanceInfo_t& record) {
   Routine routine(Function::instanceLookup);
-  OSSInstanceList_t* list = nullptr;
-  unsigned int code = openList(kindNames[kind].service, &list);
-  if (code != 0) return routine.exit(code);
+  unsigned int code = 0;
+  OSSInstanceList_t* const list = openList(kindNames[kind].service, &code);
+  if (list == nullptr) return routine.exit(code);
   do {
     code = nextInstance(*list, record);
   } while (code == 0 && !wanted.matches(record));
@@ -120,8 +126,9 @@ unsigned int ossOpenInstanceList(const char* kind, void** list) noexcept {
   constexpr Function self = Function::openInstanceList;
   if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, 10);
   if (kind == nullptr) return genreg::logFailure(self, GENREG_RC_NO_KIND, 20);
-  OSSInstanceList_t* made = nullptr;
-  if (const unsigned int code = install::openList(kind, &made); code != 0) {
+  unsigned int code = 0;
+  OSSInstanceList_t* const made = install::openList(kind, &code);
+  if (made == nullptr) {
     return install::logCallee(self, Function::instanceListOpen, code, code, 30);
   }
   *list = made;

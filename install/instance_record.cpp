@@ -132,10 +132,11 @@ Profile readProfile(const Routine& routine, OSSInstanceList_t& list, const OpenK
 // The profile directory of a "ZOR" instance is the one of its name in the directory that was read.
 unsigned int appendName(const char* name, OSSInstanceInfo_t& record) {
   const std::size_t length = std::strlen(record.instancePath);
+  const std::size_t nameLength = std::strlen(name);
   if (length == 0) return 0;
-  if (length + std::strlen(name) + 2 > sizeof record.instancePath) return pathTooLong;
+  if (length + nameLength + 2 > sizeof record.instancePath) return pathTooLong;
   record.instancePath[length] = '\\';
-  std::strcpy(record.instancePath + length + 1, name);
+  std::memcpy(record.instancePath + length + 1, name, nameLength + 1);
   return 0;
 }
 

@@ -68,8 +68,8 @@ unsigned int findInstanceName(const Routine& routine, OSSInstanceList_t& list,
     error = instanceNameAt(list, name);
   }
   if (error == 0) return 0;
-  (void)routine.fail(error, 20, genreg::number(list.instanceIndex));
-  return GENREG_RC_NEXT_INSTANCE;
+  return routine.fail(GENREG_RC_NEXT_INSTANCE, 20, genreg::number(error),
+                      genreg::number(list.instanceIndex));
 }
 
 }  // namespace

@@ -34,20 +34,23 @@ unsigned int closeList(OSSServiceList_t* list) noexcept {
   return routine.exit(release(list));
 }
 
-unsigned int openList(OSSServiceList_t** opened) {
+unsigned int openCopies(const Routine& routine, OSSServiceList_t& list) {
+  const unsigned int error = platform::RegOpenKeyExA(platform::localMachineKey(*list.machine),
+                                                     copiesPath, &list.copiesKey);
+  if (error == 0) return 0;
+  const unsigned int code = error == platform::registryKeyMissing
+                                ? GENREG_RC_KEY_NOT_FOUND
+                                : mapRegistryError(Function::serviceListOpen, error);
+  return routine.fail(code, 20, genreg::text(copiesPath));
+}
+
+// Null with the code of the failure at *code.
+OSSServiceList_t* openList(unsigned int* code) {
   Routine routine(Function::serviceListOpen);
   NewList<OSSServiceList_t, closeList> list;
-  if (!list.made()) return routine.exit(routine.fail(OSS_RC_NO_MEMORY, 10));
-  const unsigned int error = platform::RegOpenKeyExA(platform::localMachineKey(*list->machine),
-                                                     copiesPath, &list->copiesKey);
-  if (error != 0) {
-    const unsigned int code = error == platform::registryKeyMissing
-                                  ? GENREG_RC_KEY_NOT_FOUND
-                                  : mapRegistryError(Function::serviceListOpen, error);
-    return routine.exit(routine.fail(code, 20, genreg::text(copiesPath)));
-  }
-  *opened = list.handOut();
-  return routine.exit(0);
+  *code = list.made() ? openCopies(routine, *list) : routine.fail(OSS_RC_NO_MEMORY, 10);
+  (void)routine.exit(*code);
+  return *code == 0 ? list.handOut() : nullptr;
 }
 
 unsigned int enterDefault(const Routine& routine, OSSServiceList_t& list) {
@@ -67,9 +70,8 @@ unsigned int nextCopy(const Routine& routine, OSSServiceList_t& list, OSSService
   if (error == 0) return 0;
   record.copyName[0] = '\0';
   if (error == platform::registryNoMoreItems) return enterDefault(routine, list);
-  (void)routine.fail(error, 30, genreg::number(list.copyIndex));
-  ++list.copyIndex;
-  return GENREG_RC_NEXT_SERVICE;
+  const std::uint32_t index = list.copyIndex++;
+  return routine.fail(GENREG_RC_NEXT_SERVICE, 30, genreg::number(error), genreg::number(index));
 }
 
 // Decides as what the copy in the record is reported now.
@@ -141,9 +143,9 @@ struct WantedService {
 // The first entry that matches; the result of the step that ended the walk without one.
 unsigned int findEntry(const WantedService& wanted, OSSServiceInfo_t& record) {
   Routine routine(Function::serviceLookup);
-  OSSServiceList_t* list = nullptr;
-  unsigned int code = openList(&list);
-  if (code != 0) return routine.exit(code);
+  unsigned int code = 0;
+  OSSServiceList_t* const list = openList(&code);
+  if (list == nullptr) return routine.exit(code);
   do {
     code = nextEntry(*list, record);
   } while (code == 0 && !wanted.matches(record));
@@ -171,8 +173,9 @@ using install::OSSServiceList_t;
 unsigned int ossOpenServiceList(void** list) noexcept {
   constexpr Function self = Function::openServiceList;
   if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, 10);
-  OSSServiceList_t* made = nullptr;
-  if (const unsigned int code = install::openList(&made); code != 0) {
+  unsigned int code = 0;
+  OSSServiceList_t* const made = install::openList(&code);
+  if (made == nullptr) {
     return install::logCallee(self, Function::serviceListOpen, code, GENREG_RC_LIST_OPEN, 20);
   }
   *list = made;

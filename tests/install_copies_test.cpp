@@ -1,0 +1,200 @@
+// The installed copies: the whole list of each registry, the lookups, and every code of every
+// export.
+#include <cerrno>
+#include <cstring>
+
+#include "support/machine_fixture.h"
+
+namespace {
+
+class InstalledCopies : public MachineTest {};
+
+const std::string noCopies = productKey("\\INSTALLEDCOPIES");
+const std::string zem = "ZEM_PROFILES";
+
+TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
+  const std::string longest(128, 'N');
+  const struct {
+    const char* name;
+    std::string lines;
+    std::string answer;
+  } cases[] = {
+      {"no key of copies", productKey(""), "0x90000263"},
+      {"no copy at all", noCopies, "end;"},
+      {"two ZEM profiles",
+       copyKeys("A") + instanceKey("A", "Z1", "", zem) + instanceKey("A", "Z2", "", zem),
+       "ZEM A;ZOR A;end;"},
+      {"an empty ZEM key", copyKeys("A") + productKey("\\INSTALLEDCOPIES\\A\\ZEM_PROFILES"),
+       "ZOR A;end;"},
+      {"two copies with ZEM profiles",
+       copyKeys("A") + copyKeys("B") + instanceKey("A", "Z", "", zem) +
+           instanceKey("B", "Z", "", zem),
+       "ZEM A;ZOR A;ZOR B;end;"},
+      {"default entry of version 8", defaultKeys("8") + copyKeys("A"), "ZOR A;ZOR -;end;"},
+      {"default entry of version 9", defaultKeys("9") + copyKeys("A"), "ZOR A;end;"},
+      {"default entry with ZEM profiles",
+       defaultKeys("8") + copyKeys("A") + instanceKey("", "Z", "", zem), "ZOR A;ZEM -;end;"},
+      {"default entry without a path", noCopies + versionKey("", "8"), "end;"},
+      {"order of the registry", copyKeys("b") + copyKeys("_") + copyKeys("C") + copyKeys("A"),
+       "ZOR A;ZOR b;ZOR C;ZOR _;end;"},
+      {"a copy without a version", productKey("\\INSTALLEDCOPIES\\A") + copyKeys("B"),
+       "0x90000265;ZOR B;end;"},
+      {"a copy without a path", versionKey("A", "9") + copyKeys("B"), "0x90000265;ZOR B;end;"},
+      {"a path that just fits", copyKeys("A", "9", std::string(259, 'p')), "ZOR A;end;"},
+      {"a path that does not fit", copyKeys("A", "9", std::string(260, 'p')), "0x90000265;end;"},
+      {"a version that just fits", copyKeys("A", "000000000000009"), "ZOR A;end;"},
+      {"a version that does not fit", copyKeys("A", "0000000000000009"), "0x90000265;end;"},
+      {"names at the limit and beyond", copyKeys(longest + "N") + copyKeys(longest) + copyKeys("Z"),
+       "ZOR " + longest + ";0x90000265;ZOR Z;end;"},
+      {"ZEM profiles of a copy that cannot be read", instanceKey("A", "Z", "", zem) + copyKeys("B"),
+       "0x90000265;0x90000265;ZOR B;end;"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    machine(row.lines);
+    EXPECT_EQ(copies(), row.answer);
+  }
+}
+
+TEST_F(InstalledCopies, EveryFieldOfTheRecordIsFilled) {
+  machine(copyKeys("A", "9", "C:\\\\Program Files\\\\X\\\\"));
+  OSSServiceInfo_t record;
+  std::memset(&record, 0xAA, sizeof record);
+  ASSERT_EQ(ossGetServiceInfo(nullptr, 0, nullptr, &record), 0u);
+  EXPECT_EQ(record.flags, 0u);
+  EXPECT_EQ(record.versionCode, 0x0009000100020003u);
+  EXPECT_STREQ(record.service, "ZOR");
+  EXPECT_STREQ(record.installPath, "C:\\Program Files\\X");
+  EXPECT_STREQ(record.text2, "");
+  EXPECT_STREQ(record.text3, "");
+  EXPECT_EQ(record.level, 2u);
+  EXPECT_EQ(record.number1 + record.byte1 + record.number2 + record.number3, 0u);
+  EXPECT_STREQ(record.copyName, "A");
+}
+
+TEST_F(InstalledCopies, ALookupFindsTheFirstCopyThatAgreesWithEveryArgument) {
+  machine(copyKeys("A") + copyKeys("B", "10", "C:\\\\Y") + instanceKey("B", "Z", "", zem) +
+          defaultKeys("8"));
+  const struct {
+    const char* service;
+    std::uint64_t version;
+    const char* path;
+    const char* copy;
+    const char* found;  // null: none
+  } cases[] = {
+      {"ZOR", 0, nullptr, nullptr, "ZOR A"},
+      {"ZEM", 0, nullptr, nullptr, "ZEM B"},
+      {nullptr, 0x000A000100020003, nullptr, nullptr, "ZEM B"},
+      {"ZOR", 0x000A000100020003, "C:\\Y", "B", "ZOR B"},
+      {nullptr, 0, nullptr, "", "ZOR "},
+      {"zor", 0, nullptr, nullptr, nullptr},
+      {nullptr, 0, "c:\\y", nullptr, nullptr},
+      {nullptr, 0, nullptr, "b", nullptr},
+      {nullptr, 0x000A000100020004, nullptr, nullptr, nullptr},
+  };
+  for (const auto& row : cases) {
+    OSSServiceInfo_t record;
+    const unsigned int code =
+        ossGetServiceInfo(row.service, row.version, row.path, row.copy, &record);
+    ASSERT_EQ(code, row.found == nullptr ? GENREG_RC_SERVICE_INFO : 0u);
+    if (row.found != nullptr) {
+      EXPECT_EQ(std::string(record.service) + " " + record.copyName, row.found);
+    }
+  }
+  OSSServiceInfo_t record;
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, "C:\\Y", &record), 0u);
+  EXPECT_STREQ(record.copyName, "B");
+}
+
+// Each row makes the one call that must give the code, where the operation named fails as told.
+TEST_F(InstalledCopies, EveryCodeOfEveryExport) {
+  machine(copyKeys("A") + defaultKeys("8"));
+  OSSServiceInfo_t record;
+  void* const unopened = &record;
+  const auto open = [&] {
+    void* list = unopened;
+    const unsigned int code = ossOpenServiceList(&list);
+    if (code == 0) (void)ossCloseServiceList(list);
+    EXPECT_EQ(list == unopened, code != 0);
+    return code;
+  };
+  const auto next = [&](unsigned int steps) {
+    void* list = nullptr;
+    EXPECT_EQ(ossOpenServiceList(&list), 0u);
+    unsigned int code = 0;
+    while (steps-- > 0) code = ossGetNextService(list, &record);
+    (void)ossCloseServiceList(list);
+    return code;
+  };
+  const auto find = [&] { return ossGetServiceInfo("none", 0, nullptr, nullptr, &record); };
+  const struct {
+    const char* failing;  // null: none
+    unsigned long call;   // number of the call that fails
+    int error;
+    unsigned int code;
+    unsigned int probe;  // of the routine that logs the inner code; 0: none does
+    unsigned int innerCode;
+    std::function<unsigned int()> run;
+  } cases[] = {
+      {nullptr, 0, 0, 0, 0, 0, open},
+      {"calloc", 1, ENOMEM, 0x90000263, 140, 0x9000000D, open},
+      {"malloc", 1, ENOMEM, 0x90000263, 140, 0x9000000D, open},
+      {"RegOpenKeyExA", 1, 2, 0x90000263, 140, 0x90000282, open},
+      {"RegOpenKeyExA", 1, ENOSPC, 0x90000263, 140, 0x9000000A, open},
+      {nullptr, 0, 0, 0x90000263, 0, 0, [] { return ossOpenServiceList(nullptr); }},
+      {nullptr, 0, 0, 0, 0, 0, [&] { return next(2); }},
+      {nullptr, 0, 0, 0x900001BE, 0, 0, [&] { return next(3); }},
+      {nullptr, 0, 0, 0x900001BE, 0, 0, [&] { return next(4); }},
+      {nullptr, 0, 0, 0x90000262, 0, 0, [&] { return ossGetNextService(nullptr, &record); }},
+      {nullptr, 0, 0, 0x90000260, 0, 0, [&] { return ossGetNextService(unopened, nullptr); }},
+      {"RegEnumKeyExA", 1, 5, 0x90000265, 139, 0x90000265, [&] { return next(1); }},
+      {"RegEnumKeyExA", 1, 5, 0, 139, 0x90000265, [&] { return next(2); }},
+      {"RegQueryValueExA", 3, 5, 0x90000265, 139, 0x90000265, [&] { return next(1); }},
+      {"RegQueryValueExA", 5, 5, 0x90000265, 139, 0x90000267, [&] { return next(1); }},
+      {"RegOpenKeyExA", 4, 5, 0x90000265, 144, 5, [&] { return next(1); }},
+      {"RegOpenKeyExA", 5, 5, 0x90000265, 139, 5, [&] { return next(2); }},
+      {"RegOpenKeyExA", 7, 5, 0x900001BE, 145, 5, [&] { return next(2); }},
+      {"free", 2, EIO, 0x90000264, 101, 0x90000264,  // the first is that of the export's stream
+       [] {
+         void* list = nullptr;
+         EXPECT_EQ(ossOpenServiceList(&list), 0u);
+         return ossCloseServiceList(list);
+       }},
+      {nullptr, 0, 0, 0x90000262, 0, 0, [] { return ossCloseServiceList(nullptr); }},
+      {nullptr, 0, 0, 0x90000267, 0, 0, find},
+      {"RegOpenKeyExA", 1, 2, 0x90000267, 105, 0x90000267, find},
+      {"RegEnumKeyExA", 1, 5, 0x90000267, 105, 0x90000267, find},
+      {nullptr, 0, 0, 0x90000260, 0, 0,
+       [] { return ossGetServiceInfo(nullptr, 0, nullptr, nullptr); }},
+      {nullptr, 0, 0, 0x90000260, 0, 0, [] { return ossSetServiceInfo(nullptr); }},
+      {nullptr, 0, 0, 0x90000005, 0, 0, [&] { return ossSetServiceInfo(&record); }},
+      {nullptr, 0, 0, 0x90000005, 0, 0, [] { return ossRemoveServiceInfo("ZOR", 0); }},
+  };
+  unsigned int number = 0;
+  for (const auto& row : cases) {
+    SCOPED_TRACE("row " + std::to_string(number++));
+    const Diagnostics diagnostics;
+    const FaultPlan plan(row.call, row.error, false, row.failing);
+    EXPECT_EQ(row.run(), row.code);
+    if (row.probe != 0) {
+      EXPECT_GE(diagnostics.logs(0x082A0000 + row.probe, row.innerCode), 1u);
+    }
+  }
+}
+
+TEST_F(InstalledCopies, OnlyTheInnerRoutinesTraceEntryAndExit) {
+  machine(copyKeys("A"));
+  OSSServiceInfo_t record;
+  g_pGTCB->enabled = 1;
+  Diagnostics diagnostics;
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, nullptr, &record), 0u);
+  EXPECT_EQ(ossGetServiceInfo("none", 0, nullptr, nullptr), GENREG_RC_NO_SERVICE_RECORD);
+  g_pGTCB->enabled = 0;
+  std::string entered;
+  for (const auto& made : diagnostics.records) {
+    if (made.kind == OSSRecordKind::Entry) entered += std::to_string(made.probe & 0xFFFF) + " ";
+  }
+  EXPECT_EQ(entered, "143 140 139 146 145 144 141 ");
+}
+
+}  // namespace
