@@ -100,14 +100,10 @@ TEST_F(Instances, EveryFieldOfTheRecordIsFilled) {
   ASSERT_EQ(ossGetInstanceInfo(nullptr, 0, nullptr, &record), 0u);
   EXPECT_EQ(record.flags, 0u);
   EXPECT_EQ(record.versionCode, 0x0009000100020003u);
-  EXPECT_STREQ(record.instanceName, "INST1");
-  EXPECT_STREQ(record.service, "ZOR");
-  EXPECT_STREQ(record.instancePath, "D:\\p\\INST1");
-  EXPECT_STREQ(record.usage, "");
-  EXPECT_STREQ(record.installPath, "C:\\X");
-  EXPECT_STREQ(record.hostName, "");
-  EXPECT_STREQ(record.comment, "");
-  EXPECT_STREQ(record.copyName, "A");
+  EXPECT_EQ(std::string(record.instanceName) + "|" + record.service + "|" + record.instancePath +
+                "|" + record.usage + "|" + record.installPath + "|" + record.hostName + "|" +
+                record.comment + "|" + record.copyName,
+            "INST1|ZOR|D:\\p\\INST1||C:\\X|||A");
 }
 
 TEST_F(Instances, AProfileOnAnotherMachineIsReadThere) {
@@ -272,69 +268,49 @@ TEST_F(Instances, EveryCodeOfEveryExport) {
       return code;
     };
   };
-  const auto find = [&] { return ossGetInstanceInfo("ZOR", 0, "NONE", nullptr, &record); };
-  const struct {
-    const char* failing;  // null: none
-    unsigned long call;   // number of the call that fails
-    int error;
-    unsigned int code;
-    unsigned int probe;  // of the routine that logs the inner code; 0: none does
-    unsigned int innerCode;
-    std::function<unsigned int()> run;
-  } cases[] = {
-      {nullptr, 0, 0, 0, 0, 0, openZor},
-      {nullptr, 0, 0, 0x90000280, 0, 0, [&] { return open(nullptr); }},
-      {nullptr, 0, 0, 0x90000263, 135, 0x90000263, [&] { return open("zor"); }},
-      {nullptr, 0, 0, 0x90000263, 0, 0, [] { return ossOpenInstanceList("ZOR", nullptr); }},
-      {"RegEnumKeyExA", 1, 5, 0x90000263, 135, 0x90000263, openZor},
-      {nullptr, 0, 0, 0x90000282, 135, 0x90000282, [&] { return open("ZEM"); }},
-      {"calloc", 1, ENOMEM, 0x9000000D, 135, 0x9000000D, openZor},
-      {"RegOpenKeyExA", 1, ENOSPC, 0x9000000A, 135, 0x9000000A, openZor},
-      {"RegOpenKeyExA", 1, 2, 0, 0, 0, openZor},  // the default entry has profiles
-      {nullptr, 0, 0, 0, 0, 0, next(4)},
-      {nullptr, 0, 0, 0x900001BE, 0, 0, next(5)},
-      {nullptr, 0, 0, 0x900001BE, 0, 0, next(6)},
-      {nullptr, 0, 0, 0x90000262, 0, 0, [&] { return ossGetNextInstance(nullptr, &record); }},
-      {nullptr, 0, 0, 0x90000261, 0, 0, [&] { return ossGetNextInstance(unopened, nullptr); }},
-      {"RegEnumKeyExA", 2, 5, 0x90000266, 138, 0x90000266, next(1)},
-      {"RegEnumKeyExA", 5, 5, 0x90000266, 138, 0x90000266, next(3)},
-      {"RegQueryValueExA", 1, 5, 0x90000266, 138, 0x90000268, next(1)},
-      {"RegQueryValueExA", 5, 5, 0x90000266, 138, 0x90000268, next(1)},
-      {"RegQueryValueExA", 9, 5, 0x90000266, 138, 0x90000268, next(1)},
-      {"RegOpenKeyExA", 6, 2, 0x90000266, 138, 0x90000282, next(1)},
-      {"RegOpenKeyExA", 6, ENOSPC, 0x90000266, 138, 0x9000000A, next(1)},
-      {"calloc", 2, ENOMEM, 0x90000266, 138, 0x9000000D, next(2)},
-      {"calloc", 2, ENOMEM, 0, 138, 0x9000000D, next(3)},  // met again, and read
-      {"OpenCluster", 1, 1, 0x90000266, 0, 0, next(2)},
-      {"GetClusterKey", 1, 1, 0x90000266, 0, 0, next(2)},
-      {"OpenSCManagerA", 1, 1, 0, 0, 0, next(1)},
-      {"free", 2, EIO, 0x90000264, 104, 0x90000264,  // the first is that of the export's stream
-       [] {
-         void* list = nullptr;
-         EXPECT_EQ(ossOpenInstanceList("ZOR", &list), 0u);
-         return ossCloseInstanceList(list);
-       }},
-      {nullptr, 0, 0, 0x90000262, 0, 0, [] { return ossCloseInstanceList(nullptr); }},
-      {nullptr, 0, 0, 0x90000268, 0, 0, find},
-      {"RegEnumKeyExA", 1, 5, 0x90000268, 106, 0x90000268, find},
-      {nullptr, 0, 0, 0x90000261, 0, 0,
-       [] { return ossGetInstanceInfo(nullptr, 0, nullptr, nullptr); }},
-      {nullptr, 0, 0, 0x90000261, 0, 0, [] { return ossSetInstanceInfo(nullptr); }},
-      {nullptr, 0, 0, 0x90000005, 0, 0, [&] { return ossSetInstanceInfo(&record); }},
-      {nullptr, 0, 0, 0x90000005, 0, 0, [] { return ossRemoveInstanceInfo("ZOR", 0, "I"); }},
+  const auto close = [] {
+    void* list = nullptr;
+    EXPECT_EQ(ossOpenInstanceList("ZOR", &list), 0u);
+    return ossCloseInstanceList(list);
   };
-  expectInChild([&] {
-    unsigned int number = 0;
-    for (const auto& row : cases) {
-      SCOPED_TRACE("row " + std::to_string(number++));
-      const Diagnostics diagnostics;
-      const FaultPlan plan(row.call, row.error, false, row.failing);
-      EXPECT_EQ(row.run(), row.code);
-      if (row.probe != 0) {
-        EXPECT_GE(diagnostics.logs(0x082A0000 + row.probe, row.innerCode), 1u);
-      }
-    }
-  });
+  const auto find = [&] { return ossGetInstanceInfo("ZOR", 0, "NONE", nullptr, &record); };
+  const std::vector<ExportCall> calls{
+      {0, openZor},
+      {0x90000280, [&] { return open(nullptr); }},
+      {0x90000263, [&] { return open("zor"); }, {}, 135, 0x90000263},
+      {0x90000263, [] { return ossOpenInstanceList("ZOR", nullptr); }},
+      {0x90000263, openZor, {"RegEnumKeyExA", 1, 5}, 135, 0x90000263},
+      {0x90000282, [&] { return open("ZEM"); }, {}, 135, 0x90000282},
+      {0x9000000D, openZor, {"calloc", 1, ENOMEM}, 135, 0x9000000D},
+      {0x9000000A, openZor, {"RegOpenKeyExA", 1, ENOSPC}, 135, 0x9000000A},
+      {0, openZor, {"RegOpenKeyExA", 1, 2}},  // the default entry has profiles
+      {0, next(4)},
+      {0x900001BE, next(5)},
+      {0x900001BE, next(6)},
+      {0x90000262, [&] { return ossGetNextInstance(nullptr, &record); }},
+      {0x90000261, [&] { return ossGetNextInstance(unopened, nullptr); }},
+      {0x90000266, next(1), {"RegEnumKeyExA", 2, 5}, 138, 0x90000266},
+      {0x90000266, next(3), {"RegEnumKeyExA", 5, 5}, 138, 0x90000266},
+      {0x90000266, next(1), {"RegQueryValueExA", 1, 5}, 138, 0x90000268},
+      {0x90000266, next(1), {"RegQueryValueExA", 5, 5}, 138, 0x90000268},
+      {0x90000266, next(1), {"RegQueryValueExA", 9, 5}, 138, 0x90000268},
+      {0x90000266, next(1), {"RegOpenKeyExA", 6, 2}, 138, 0x90000282},
+      {0x90000266, next(1), {"RegOpenKeyExA", 6, ENOSPC}, 138, 0x9000000A},
+      {0x90000266, next(2), {"calloc", 2, ENOMEM}, 138, 0x9000000D},
+      {0, next(3), {"calloc", 2, ENOMEM}, 138, 0x9000000D},  // met again, and read
+      {0x90000266, next(2), {"OpenCluster", 1, 1}},
+      {0x90000266, next(2), {"GetClusterKey", 1, 1}},
+      {0, next(1), {"OpenSCManagerA", 1, 1}},
+      {0x90000264, close, {"free", 2, EIO}, 104, 0x90000264},  // the first: the export's stream
+      {0x90000262, [] { return ossCloseInstanceList(nullptr); }},
+      {0x90000268, find},
+      {0x90000268, find, {"RegEnumKeyExA", 1, 5}, 106, 0x90000268},
+      {0x90000261, [] { return ossGetInstanceInfo(nullptr, 0, nullptr, nullptr); }},
+      {0x90000261, [] { return ossSetInstanceInfo(nullptr); }},
+      {0x90000005, [&] { return ossSetInstanceInfo(&record); }},
+      {0x90000005, [] { return ossRemoveInstanceInfo("ZOR", 0, "I"); }},
+  };
+  expectInChild([&] { expectCodes(calls); });
 }
 
 }  // namespace

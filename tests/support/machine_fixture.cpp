@@ -3,6 +3,13 @@
 #include <cstdio>
 #include <cstdlib>
 
+std::string codeText(unsigned int code) {
+  if (code == GENREG_RC_END) return "end";
+  char text[16];
+  (void)std::snprintf(text, sizeof text, "0x%08X", code);
+  return text;
+}
+
 namespace {
 
 const char* const product = "HKEY_LOCAL_MACHINE\\SOFTWARE\\NUV\\ZOR";
@@ -16,6 +23,27 @@ std::string value(const std::string& name, const std::string& text) {
 }
 
 std::string orDash(const std::string& text) { return text.empty() ? "-" : text; }
+
+std::string shown(const OSSServiceInfo_t& record) {
+  return std::string(record.service) + " " + orDash(record.copyName);
+}
+std::string shown(const OSSInstanceInfo_t& record) {
+  return std::string(record.instanceName) + " " + orDash(record.copyName) + " " +
+         orDash(record.instancePath) + " " + std::to_string(record.flags) + " " +
+         orDash(record.hostName);
+}
+
+template <typename Record>
+std::string walk(void* list, unsigned int (*next)(void*, Record*), unsigned int failures) {
+  std::string answer;
+  for (unsigned int code = 0; code != GENREG_RC_END && failures > 0;) {
+    Record record;
+    code = next(list, &record);
+    if (code != 0) --failures;
+    answer += (code == 0 ? shown(record) : codeText(code)) + ";";
+  }
+  return answer;
+}
 
 }  // namespace
 
@@ -41,11 +69,15 @@ std::string instanceKey(const std::string& copy, const std::string& name, const 
   return productKey(below(copy) + "\\" + profiles + "\\" + name, values);
 }
 
-std::string codeText(unsigned int code) {
-  if (code == GENREG_RC_END) return "end";
-  char text[16];
-  (void)std::snprintf(text, sizeof text, "0x%08X", code);
-  return text;
+void expectCodes(const std::vector<ExportCall>& calls) {
+  for (const ExportCall& call : calls) {
+    SCOPED_TRACE("row " + std::to_string(&call - calls.data()));
+    const Diagnostics diagnostics;
+    const FaultPlan plan(call.fault.call, call.fault.error, false, call.fault.operation);
+    EXPECT_EQ(call.run(), call.code);
+    if (call.probe == 0) continue;
+    EXPECT_GE(diagnostics.logs(0x082A0000 + call.probe, call.logged), 1u);
+  }
 }
 
 void MachineTest::SetUp() {
@@ -69,18 +101,7 @@ void MachineTest::remoteMachine(const std::string& name, const std::string& line
 std::string MachineTest::copies(unsigned int failures) {
   void* list = nullptr;
   if (const unsigned int code = ossOpenServiceList(&list); code != 0) return codeText(code);
-  std::string answer;
-  unsigned int code = 0;
-  while (code != GENREG_RC_END && failures > 0) {
-    OSSServiceInfo_t record;
-    code = ossGetNextService(list, &record);
-    if (code == 0) {
-      answer += std::string(record.service) + " " + orDash(record.copyName) + ";";
-    } else {
-      answer += codeText(code) + ";";
-      --failures;
-    }
-  }
+  const std::string answer = walk<OSSServiceInfo_t>(list, ossGetNextService, failures);
   EXPECT_EQ(ossCloseServiceList(list), 0u);
   return answer;
 }
@@ -88,21 +109,7 @@ std::string MachineTest::copies(unsigned int failures) {
 std::string MachineTest::instances(const char* kind, unsigned int failures) {
   void* list = nullptr;
   if (const unsigned int code = ossOpenInstanceList(kind, &list); code != 0) return codeText(code);
-  std::string answer;
-  unsigned int code = 0;
-  while (code != GENREG_RC_END && failures > 0) {
-    OSSInstanceInfo_t record;
-    code = ossGetNextInstance(list, &record);
-    if (code == 0) {
-      EXPECT_STREQ(record.service, kind);
-      answer += std::string(record.instanceName) + " " + orDash(record.copyName) + " " +
-                orDash(record.instancePath) + " " + std::to_string(record.flags) + " " +
-                orDash(record.hostName) + ";";
-    } else {
-      answer += codeText(code) + ";";
-      --failures;
-    }
-  }
+  const std::string answer = walk<OSSInstanceInfo_t>(list, ossGetNextInstance, failures);
   EXPECT_EQ(ossCloseInstanceList(list), 0u);
   return answer;
 }
