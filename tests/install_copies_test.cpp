@@ -11,6 +11,14 @@ class InstalledCopies : public MachineTest {};
 
 const std::string noCopies = productKey("\\INSTALLEDCOPIES");
 const std::string zem = "ZEM_PROFILES";
+const std::string versionOfA = "\\INSTALLEDCOPIES\\A\\CurrentVersion";
+
+// The bytes of a text of so many digits, as an export writes them.
+std::string wideNines(unsigned int count) {
+  std::string bytes = "39,00";
+  while (--count > 0) bytes += ",39,00";
+  return bytes + "\n";
+}
 
 TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
   const std::string longest(128, 'N');
@@ -37,12 +45,19 @@ TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
       {"default entry without a path", noCopies + versionKey("", "8"), "end;"},
       {"order of the registry", copyKeys("b") + copyKeys("_") + copyKeys("C") + copyKeys("A"),
        "ZOR A;ZOR b;ZOR C;ZOR _;end;"},
+      {"one copy in two cases", copyKeys("\xC3\xA4") + productKey("\\INSTALLEDCOPIES\\\xC3\x84"),
+       "ZOR \xC3\xA4;end;"},
       {"a copy without a version", productKey("\\INSTALLEDCOPIES\\A") + copyKeys("B"),
        "0x90000265;ZOR B;end;"},
       {"a copy without a path", versionKey("A", "9") + copyKeys("B"), "0x90000265;ZOR B;end;"},
       {"a path that just fits", copyKeys("A", "9", std::string(259, 'p')), "ZOR A;end;"},
       {"a path that does not fit", copyKeys("A", "9", std::string(260, 'p')), "0x90000265;end;"},
       {"a version that just fits", copyKeys("A", "000000000000009"), "ZOR A;end;"},
+      {"a version without its terminator that just fits",
+       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(15)), "ZOR A;end;"},
+      {"a version without its terminator that fills the buffer",
+       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(16)),
+       "0x90000265;end;"},
       {"a version that does not fit", copyKeys("A", "0000000000000009"), "0x90000265;end;"},
       {"names at the limit and beyond", copyKeys(longest + "N") + copyKeys(longest) + copyKeys("Z"),
        "ZOR " + longest + ";0x90000265;ZOR Z;end;"},

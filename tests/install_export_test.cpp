@@ -144,6 +144,7 @@ TEST_F(RegistryExport, AMalformedOneIsToldWithItsLineAndReasonAndIsEmpty) {
       {value + "\"b\n", 9, quote},
       {value + "\"b\\", 9, escape},
       {value + "\"b\\n\"", 9, escape},
+      {value + "\"two\nlines\"\nx", 11, "neither a key, a value nor a comment"},
       {value + "b", 9, "a value of unknown form"},
       {value, 9, "a value of unknown form"},
       {value + "\"b\" c", 9, "text after a value"},

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 #include "support/machine_fixture.h"
@@ -117,7 +118,7 @@ TEST_F(Instances, AProfileOnAnotherMachineIsReadThere) {
       {"written as a network name", "\\\\\\\\OTHER", "ZOR", "I A R:\\r\\I 4 \\\\OTHER;"},
       {"no such machine", "NONE", "ZOR", "0x90000266;"},
       {"no name", "", "ZOR", "0x90000266;"},
-      {"a name that leads elsewhere", "../x/OTHER", "ZOR", "0x90000266;"},
+      {"a name that leads elsewhere", "below/OTHER", "ZOR", "0x90000266;"},
       {"not an export", "BROKEN", "ZOR", "0x90000266;"},
       {"nothing of this instance", "EMPTY", "ZOR", "0x90000266;"},
       {"a directory at the limit", "LONG", "ZOR", "I A " + std::string(259, 'r') + "\\I 4 LONG;"},
@@ -130,6 +131,8 @@ TEST_F(Instances, AProfileOnAnotherMachineIsReadThere) {
     return productKey("\\INSTALLEDCOPIES\\A\\I", named("ZORINSTPROF", text));
   };
   remoteMachine("OTHER", profile("R:\\\\r"));
+  std::filesystem::create_directory(path("below"));
+  remoteMachine("below/OTHER", profile("R:\\\\r"));
   remoteMachine("LONG", profile(std::string(259, 'r')));
   remoteMachine("LONGER", profile(std::string(260, 'r')));
   remoteMachine("BROKEN", "broken");
