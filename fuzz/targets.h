@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+// Registry exports.
+int fuzzRegistryExport(const std::uint8_t* data, std::size_t size);
+
 // The stored form of global registry records.
 int fuzzStoredRecord(const std::uint8_t* data, std::size_t size);
 

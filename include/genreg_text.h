@@ -48,11 +48,12 @@ GENREG_API unsigned int GenRegWriteLine(char* line, std::uint64_t width,
 // GENREG_RC_CLOSE_AFTER_OPERATION, GENREG_RC_BUFFER_FREE.
 //
 // The updates add: GENREG_RC_LOCK_FAILED, GENREG_RC_OPEN_FOR_OPERATION, GENREG_RC_COPY_FAILED,
-// GENREG_RC_PACK_LINE_FAILED, GENREG_RC_NO_PACK_HOOK, GENREG_RC_VERIFY_FAILED. A failed update leaves the
-// registry file byte for byte as it was (a first Add may leave an empty one), with these exceptions, in
-// which only the clean-up behind the commit failed: GENREG_RC_UNLOCK_FAILED, GENREG_RC_BUFFER_FREE,
-// GENREG_RC_NO_POST_UPDATE_HOOK, and a GENREG_RC_VERIFY_FAILED or GENREG_RC_CLOSE_AFTER_OPERATION
-// whose log tells GENREG_RC_BACKUP_DELETE_FAILED or the release of a verification buffer.
+// GENREG_RC_PACK_LINE_FAILED, GENREG_RC_NO_PACK_HOOK, GENREG_RC_VERIFY_FAILED. A failed update
+// leaves the registry file byte for byte as it was (a first Add may leave an empty one), with these
+// exceptions, in which only the clean-up behind the commit failed: GENREG_RC_UNLOCK_FAILED,
+// GENREG_RC_BUFFER_FREE, GENREG_RC_NO_POST_UPDATE_HOOK, and a GENREG_RC_VERIFY_FAILED or
+// GENREG_RC_CLOSE_AFTER_OPERATION whose log tells GENREG_RC_BACKUP_DELETE_FAILED or the release of
+// a verification buffer.
 class GenRegText : public GenRegFile {
  public:
   GENREG_API GenRegText() noexcept;

@@ -49,9 +49,9 @@ std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
 // Bytes the file held when the stream was made.
 std::uint64_t streamSize(const StreamBacking* backing);
 
-// What a stream holds read but not yet taken, without copying it: the bytes and their number, which is
-// 0 at the end of the file and after a read error only (ferror tells which). They stay valid until
-// the next peek, read, seek or close.
+// What a stream holds read but not yet taken, without copying it: the bytes and their number, which
+// is 0 at the end of the file and after a read error only (ferror tells which). They stay valid
+// until the next peek, read, seek or close.
 const char* peekStream(std::FILE* stream, std::size_t* count);
 // Takes `count` of the bytes that peekStream showed.
 void skipStream(std::FILE* stream, std::size_t count);

@@ -135,26 +135,28 @@ int dump(Run& run) {
 struct Verb {
   const char* name;
   const char* help;
+  const char* fields;  // help of the FIELD=VALUE words, or null
+  int (*run)(Run& run);
   bool takesType;
   bool needsType;
-  const char* fields;  // help of the FIELD=VALUE words, or null
   bool takesNewFields;
   bool takesJson;
-  int (*run)(Run& run);
 };
 
+constexpr const char* keyFields = "fields to find it by";
+
 constexpr Verb verbs[] = {
-    {"list", "print every record with the fields it holds", true, false, nullptr, false, true,
-     list},
-    {"get", "print the first record that holds the given fields", true, true,
-     "fields to find it by", false, true, get},
-    {"add", "add a record; one of its name must not be there", true, true, "the record's fields",
-     false, false, add},
-    {"change", "give the one record that holds the given fields new values", true, true,
-     "fields to find it by", true, false, change},
-    {"delete", "delete the one record that holds the given fields", true, true,
-     "fields to find it by", false, false, remove},
-    {"dump", "print every record, field by field", false, false, nullptr, false, false, dump},
+    {"list", "print every record with the fields it holds", nullptr, list, true, false, false,
+     true},
+    {"get", "print the first record that holds the given fields", keyFields, get, true, true, false,
+     true},
+    {"add", "add a record; one of its name must not be there", "the record's fields", add, true,
+     true, false, false},
+    {"change", "give the one record that holds the given fields new values", keyFields, change,
+     true, true, true, false},
+    {"delete", "delete the one record that holds the given fields", keyFields, remove, true, true,
+     false, false},
+    {"dump", "print every record, field by field", nullptr, dump, false, false, false, false},
 };
 
 int runVerb(const Verb& verb, const Arguments& arguments) {

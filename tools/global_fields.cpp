@@ -53,7 +53,7 @@ std::string setField(const std::string& value, const GlobalRegField& field,
     if (value.size() >= field.width) {
       return std::string(field.name) + " has at most " + std::to_string(field.width - 1) + " bytes";
     }
-    std::memcpy(memory, value.data(), value.size());
+    (void)value.copy(reinterpret_cast<char*>(memory), value.size());
   } else {
     const std::uint64_t largest = field.kind == GlobalRegFieldKind::Flag ? 1
                                   : field.width == 8                     ? ~std::uint64_t{0}
@@ -121,7 +121,7 @@ std::string setFields(const std::vector<std::string>& words, const GlobalRegType
       return "'" + printable(word) + "' is no FIELD=VALUE of a record of type " + type.name +
              ", which has" + known;
     }
-    const std::string wrong = setField(word.substr(equals + 1), *field, record);
+    std::string wrong = setField(word.substr(equals + 1), *field, record);
     if (!wrong.empty()) return wrong;
   }
   return {};

@@ -6,6 +6,7 @@
 #include "bin_command.h"
 #include "check_command.h"
 #include "global_command.h"
+#include "install_command.h"
 #include "report.h"
 #include "services_command.h"
 #include "var_command.h"
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
     zorreg::addVarCommand(app, status);
     zorreg::addServicesCommand(app, status);
     zorreg::addCheckCommand(app, status);
+    zorreg::addInstallCommands(app, status);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

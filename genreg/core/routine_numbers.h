@@ -81,7 +81,29 @@ constexpr unsigned int probeBase = 0x082A0000u;
   ROUTINE(globalGetRecordLength, 90, "GlobalReg::GetRecordLength")          \
   ROUTINE(globalGetPackedLength, 91, "GlobalReg::GetPackedLength")          \
   ROUTINE(globalPackRecord, 92, "GlobalReg::PackRecord")                    \
-  ROUTINE(globalUnpackRecord, 93, "GlobalReg::UnpackRecord")
+  ROUTINE(globalUnpackRecord, 93, "GlobalReg::UnpackRecord")                \
+  ROUTINE(openServiceList, 99, "ossOpenServiceList")                        \
+  ROUTINE(getNextService, 100, "ossGetNextService")                         \
+  ROUTINE(closeServiceList, 101, "ossCloseServiceList")                     \
+  ROUTINE(openInstanceList, 102, "ossOpenInstanceList")                     \
+  ROUTINE(getNextInstance, 103, "ossGetNextInstance")                       \
+  ROUTINE(closeInstanceList, 104, "ossCloseInstanceList")                   \
+  ROUTINE(getServiceInfo, 105, "ossGetServiceInfo")                         \
+  ROUTINE(getInstanceInfo, 106, "ossGetInstanceInfo")                       \
+  ROUTINE(setServiceInfo, 107, "ossSetServiceInfo")                         \
+  ROUTINE(setInstanceInfo, 108, "ossSetInstanceInfo")                       \
+  ROUTINE(instanceListOpen, 135, "OpenInstanceList")                        \
+  ROUTINE(instanceListClose, 136, "CloseInstanceList")                      \
+  ROUTINE(instanceLookup, 137, "FindInstance")                              \
+  ROUTINE(instanceListNext, 138, "NextInstance")                            \
+  ROUTINE(serviceListNext, 139, "NextService")                              \
+  ROUTINE(serviceListOpen, 140, "OpenServiceList")                          \
+  ROUTINE(serviceListClose, 141, "CloseServiceList")                        \
+  ROUTINE(nextCopyWithProfiles, 142, "ossNextCopyWithProfiles")             \
+  ROUTINE(serviceLookup, 143, "FindService")                                \
+  ROUTINE(getCopyPath, 144, "ossGetCopyPath")                               \
+  ROUTINE(readCopyVersion, 145, "ossReadCopyVersion")                       \
+  ROUTINE(copyHasZemProfiles, 146, "ossCopyHasZemProfiles")
 
 enum class Function : unsigned int {
 #define GENREG_FUNCTION(identifier, number, name) identifier = number,
@@ -107,7 +129,8 @@ constexpr unsigned int probeOf(Function function) {
   PROBE(probeBaseName, 0x081A001Cu, "ossBaseName")                 \
   PROBE(probeFileGetInfo, 0x081A001Fu, "ossFileGetInfoV9")         \
   PROBE(probeMemAlloc, 0x081A0058u, "_ossMemAlloc")                \
-  PROBE(probeMemFree, 0x081A0059u, "_ossMemFree")
+  PROBE(probeMemFree, 0x081A0059u, "_ossMemFree")                  \
+  PROBE(probeRegistryExport, 0x081A0100u, "RegistryExport")
 
 #define GENREG_PROBE(identifier, probe, name) constexpr unsigned int identifier = probe;
 GENREG_SYSTEM_PROBES(GENREG_PROBE)

@@ -172,6 +172,7 @@ struct Stored {
 
 unsigned int unpackRecord(void** record) {
   Routine routine(Function::globalUnpackRecord);
+  if (*record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 5));
   const Stored stored(*record);
   GlobalRegRecord unpacked;
   const unsigned int code = genreg::unpackGlobal(*record, stored.length, stored.exact, unpacked);

@@ -1,0 +1,18 @@
+// What stands behind platform::Machine here: registry exports, loaded when they are first needed.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/posix/registry_tree.h"
+
+namespace platform {
+
+struct Machine {
+  std::string exportPath;  // of the local machine's registry; empty when there is none
+  std::unique_ptr<const RegistryTree> local;
+  std::map<std::string, std::unique_ptr<const RegistryTree>> others;  // by host
+};
+
+}  // namespace platform

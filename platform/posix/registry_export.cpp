@@ -1,0 +1,355 @@
+// A registry export, line by line:
+//
+//   Windows Registry Editor Version 5.00     always the first line
+//   ; a comment
+//   [HKEY_LOCAL_MACHINE\SOFTWARE\Name]       a key, made with those above it; values follow
+//   [-HKEY_LOCAL_MACHINE\SOFTWARE\Name]      the key is taken out, with all below it
+//   "name"="text"                            \\ and \" stand for \ and "; text may have several
+//   lines
+//   @="text"                                 the value without a name
+//   "name"=dword:0000000a
+//   "name"=hex:01,0a,\                       bytes; the line goes on after a backslash at its end
+//     ff
+//   "name"=hex(2):41,00,00,00                bytes of another type; types 1, 2 and 7 are UTF-16
+//   text "name"=-                                 the value is taken out
+//
+// A later line counts. Anything else makes the whole export worthless: a registry that is half
+// there would answer with half of the truth.
+#include "platform/posix/registry_export.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "platform/posix/unicode.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view utf8Mark = "\xEF\xBB\xBF";
+constexpr std::string_view utf16Mark = "\xFF\xFE";
+constexpr std::string_view firstLine = "Windows Registry Editor Version 5.00";
+constexpr std::string_view blanks = " \t";
+
+constexpr std::size_t longestKeyName = 255;  // UTF-16 units
+
+bool startsWith(std::string_view text, std::string_view start) {
+  return text.substr(0, start.size()) == start;
+}
+
+// Text of a value given as bytes. The export is well formed whatever they are, so what is no text
+// in them is shown as such.
+std::string textOfValue(std::string_view bytes) {
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size();) {
+    const char32_t codePoint = nextUtf16CodePoint(bytes, i);
+    appendUtf8(text, codePoint == invalidCodePoint ? replacementCharacter : codePoint);
+  }
+  return text;
+}
+
+std::optional<unsigned int> hexDigit(char character) {
+  if (character >= '0' && character <= '9') return static_cast<unsigned int>(character - '0');
+  if (character >= 'a' && character <= 'f') return static_cast<unsigned int>(character - 'a' + 10);
+  if (character >= 'A' && character <= 'F') return static_cast<unsigned int>(character - 'A' + 10);
+  return std::nullopt;
+}
+
+// The export's characters as UTF-8, all of them valid and none of them NUL.
+class ExportText {
+ public:
+  explicit ExportText(std::string_view bytes) {
+    if (startsWith(bytes, utf16Mark)) {
+      convert(bytes.substr(utf16Mark.size()));
+      return;
+    }
+    text_ = startsWith(bytes, utf8Mark) ? bytes.substr(utf8Mark.size()) : bytes;
+    for (std::size_t i = 0; i < text_.size() && reason_ == nullptr;) check(nextCodePoint(text_, i));
+  }
+
+  std::string_view text() const { return text_; }
+  std::uint32_t line() const { return line_; }  // where checking ended
+  const char* reason() const { return reason_; }
+
+ private:
+  void convert(std::string_view bytes) {
+    converted_.reserve(bytes.size() / 2);
+    for (std::size_t i = 0; i < bytes.size() && reason_ == nullptr;) {
+      const char32_t codePoint = nextUtf16CodePoint(bytes, i);
+      check(codePoint);
+      if (reason_ == nullptr) appendUtf8(converted_, codePoint);
+    }
+    text_ = converted_;
+  }
+
+  void check(char32_t codePoint) {
+    if (codePoint == '\n') ++line_;
+    if (codePoint == 0) reason_ = "a NUL character";
+    if (codePoint == invalidCodePoint) reason_ = "neither UTF-8 nor UTF-16LE with its mark";
+  }
+
+  std::string converted_;
+  std::string_view text_;
+  std::uint32_t line_ = 1;
+  const char* reason_ = nullptr;
+};
+
+class ExportReader {
+ public:
+  ExportReader(std::string_view text, RegistryTree& tree, ExportFault& fault)
+      : text_(text), tree_(tree), fault_(fault) {}
+
+  bool read() {
+    if (takeLine() != firstLine) return failAt(1, "not a registry export of version 5.00");
+    while (!atEnd()) {
+      if (!takeEntry()) return false;
+    }
+    return true;
+  }
+
+ private:
+  bool takeEntry() {
+    skipBlanks();
+    if (atLineEnd()) return takeLineEnd();
+    switch (text_[position_]) {
+      case ';':
+        (void)takeLine();
+        return true;
+      case '[':
+        return takeKeyLine();
+      case '"':
+      case '@':
+        return takeValueLine();
+      default:
+        return fail("neither a key, a value nor a comment");
+    }
+  }
+
+  bool takeKeyLine() {
+    const std::uint32_t line = line_;
+    std::string_view path = takeLine();
+    if (path.back() != ']') return failAt(line, "a key without its closing bracket");
+    path = path.substr(1, path.size() - 2);
+    const bool erase = startsWith(path, "-");
+    if (erase) path.remove_prefix(1);
+    const char* const reason = erase ? eraseKey(path) : enterKey(path);
+    return reason == nullptr || failAt(line, reason);
+  }
+
+  // Makes the key at `path` the one that values belong to; gives the reason why it cannot.
+  const char* enterKey(std::string_view path) {
+    key_ = tree_.rootKey(takeComponent(path));
+    if (key_ == nullptr) return "an unknown root key";
+    while (!path.empty()) {
+      const std::string_view name = takeComponent(path);
+      if (nameTooLong(name)) return "a key name of more than 255 characters";
+      if (!name.empty()) key_ = tree_.addKey(key_, name);
+    }
+    return nullptr;
+  }
+
+  const char* eraseKey(std::string_view path) {
+    key_ = nullptr;
+    RegistryKeyObject* parent = tree_.rootKey(takeComponent(path));
+    if (parent == nullptr) return "an unknown root key";
+    std::string_view name = takeComponent(path);
+    if (name.empty()) return "a root key cannot be deleted";
+    while (parent != nullptr && !path.empty()) {
+      const std::string_view next = takeComponent(path);
+      if (next.empty()) continue;
+      parent = tree_.subkey(parent, name);
+      name = next;
+    }
+    if (parent != nullptr) tree_.eraseKey(parent, name);
+    return nullptr;
+  }
+
+  static std::string_view takeComponent(std::string_view& path) {
+    const std::size_t end = std::min(path.find('\\'), path.size());
+    const std::string_view component = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    return component;
+  }
+
+  static bool nameTooLong(std::string_view name) {
+    if (name.size() <= longestKeyName) return false;
+    std::size_t units = 0;
+    for (std::size_t i = 0; i < name.size();) units += utf16Units(nextCodePoint(name, i));
+    return units > longestKeyName;
+  }
+
+  bool takeValueLine() {
+    if (key_ == nullptr) return fail("a value that belongs to no key");
+    std::string name;
+    if (!take('@') && !takeQuoted(name)) return false;
+    skipBlanks();
+    if (!take('=')) return fail("a value without its equals sign");
+    skipBlanks();
+    if (take('-')) {
+      tree_.eraseValue(key_, name);
+      return takeValueEnd();
+    }
+    std::uint32_t type = 0;
+    std::string data;
+    if (!takeData(type, data) || !takeValueEnd()) return false;
+    RegistryValue* const value = tree_.addValue(key_, name);
+    value->type = type;
+    value->data = std::move(data);
+    return true;
+  }
+
+  bool takeData(std::uint32_t& type, std::string& data) {
+    if (!atEnd() && text_[position_] == '"') {
+      type = registryText;
+      if (!takeQuoted(data)) return false;
+      data += '\0';
+      return true;
+    }
+    if (take("dword:")) {
+      type = registryDword;
+      return takeDword(data);
+    }
+    type = registryBinary;
+    if (take("hex:")) return takeBytes(data);
+    if (!take("hex(")) return fail("a value of unknown form");
+    if (!takeHexNumber(type) || !take("):")) return fail("a value of unknown type");
+    if (!takeBytes(data)) return false;
+    if (isRegistryText(type)) data = textOfValue(data);
+    return true;
+  }
+
+  bool takeQuoted(std::string& text) {
+    const std::uint32_t line = line_;
+    for (++position_; !atEnd();) {
+      const char character = text_[position_++];
+      if (character == '"') return true;
+      if (character == '\n') ++line_;
+      if (character != '\\') {
+        text += character;
+      } else if (!atEnd() && (text_[position_] == '\\' || text_[position_] == '"')) {
+        text += text_[position_++];
+      } else {
+        return fail("a backslash in a text that escapes neither a backslash nor a quote");
+      }
+    }
+    return failAt(line, "a text without its closing quote");
+  }
+
+  bool takeDword(std::string& data) {
+    std::uint32_t number = 0;
+    if (!takeHexNumber(number)) return fail("a dword without its one to eight digits");
+    for (unsigned int shift = 0; shift < 32; shift += 8) {
+      data += static_cast<char>(number >> shift & 0xFFu);
+    }
+    return true;
+  }
+
+  bool takeHexNumber(std::uint32_t& number) {
+    constexpr unsigned int mostDigits = 8;
+    number = 0;
+    unsigned int digits = 0;
+    for (; !atEnd() && digits < mostDigits; ++digits, ++position_) {
+      const auto digit = hexDigit(text_[position_]);
+      if (!digit) break;
+      number = number << 4 | *digit;
+    }
+    return digits > 0;
+  }
+
+  bool takeBytes(std::string& bytes) {
+    if (!skipContinuation()) return false;
+    if (atLineEnd()) return true;
+    for (;;) {
+      const auto high = position_ < text_.size() ? hexDigit(text_[position_]) : std::nullopt;
+      const auto low = position_ + 1 < text_.size() ? hexDigit(text_[position_ + 1]) : std::nullopt;
+      if (!high || !low) return fail("a byte that is not two hexadecimal digits");
+      bytes += static_cast<char>(*high << 4 | *low);
+      position_ += 2;
+      skipBlanks();
+      if (!take(',')) return true;
+      if (!skipContinuation()) return false;
+    }
+  }
+
+  bool skipContinuation() {
+    skipBlanks();
+    while (take('\\')) {
+      skipBlanks();
+      if (!atLineEnd() || atEnd()) return fail("a backslash that is not at the end of a line");
+      (void)takeLineEnd();
+      skipBlanks();
+    }
+    return true;
+  }
+
+  bool takeValueEnd() {
+    skipBlanks();
+    if (!take(';')) return takeLineEnd() || fail("text after a value");
+    (void)takeLine();
+    return true;
+  }
+
+  // The rest of the line without blanks at its end; goes to the next line.
+  std::string_view takeLine() {
+    const std::size_t end = std::min(text_.find('\n', position_), text_.size());
+    std::string_view line = text_.substr(position_, end - position_);
+    position_ = std::min(end + 1, text_.size());
+    ++line_;
+    const std::size_t last = line.find_last_not_of(" \t\r");
+    return line.substr(0, last + 1);
+  }
+
+  bool take(char expected) {
+    if (atEnd() || text_[position_] != expected) return false;
+    ++position_;
+    return true;
+  }
+
+  bool take(std::string_view expected) {
+    if (!startsWith(text_.substr(position_), expected)) return false;
+    position_ += expected.size();
+    return true;
+  }
+
+  bool takeLineEnd() {
+    if (!atLineEnd()) return false;
+    (void)takeLine();
+    return true;
+  }
+
+  void skipBlanks() {
+    position_ = std::min(text_.find_first_not_of(blanks, position_), text_.size());
+  }
+  bool atEnd() const { return position_ == text_.size(); }
+  bool atLineEnd() const {
+    return atEnd() || text_[position_] == '\n' || startsWith(text_.substr(position_), "\r\n");
+  }
+
+  bool fail(const char* reason) { return failAt(line_, reason); }
+  bool failAt(std::uint32_t line, const char* reason) {
+    fault_ = {line, reason};
+    return false;
+  }
+
+  std::string_view text_;
+  RegistryTree& tree_;
+  ExportFault& fault_;
+  std::size_t position_ = 0;
+  std::uint32_t line_ = 1;
+  RegistryKeyObject* key_ = nullptr;  // the one that values belong to
+};
+
+}  // namespace
+
+bool readRegistryExport(std::string_view bytes, RegistryTree& tree, ExportFault& fault) {
+  const ExportText text(bytes);
+  if (text.reason() != nullptr) {
+    fault = {text.line(), text.reason()};
+    return false;
+  }
+  if (!ExportReader(text.text(), tree, fault).read()) return false;
+  tree.finish();
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,28 @@
+// Code points in UTF-8 and UTF-16, one at a time and never past the end of the text.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// What stands where the text is not valid; no code point has this value.
+constexpr char32_t invalidCodePoint = 0xFFFFFFFFu;
+constexpr char32_t replacementCharacter = 0xFFFD;
+
+// The code point at `position`, which must be inside the text; moves `position` past it. Invalid
+// bytes are taken one at a time.
+char32_t nextCodePoint(std::string_view utf8, std::size_t& position) noexcept;
+
+// The same for little-endian UTF-16 as it lies in a file; half a unit at the end is invalid.
+char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexcept;
+
+// Writes the one to four bytes of a valid code point and gives their number.
+std::size_t encodeUtf8(char32_t codePoint, char (&bytes)[4]) noexcept;
+void appendUtf8(std::string& text, char32_t codePoint);
+
+// Number of UTF-16 units that a code point takes.
+constexpr std::size_t utf16Units(char32_t codePoint) { return codePoint < 0x10000 ? 1 : 2; }
+
+}  // namespace platform

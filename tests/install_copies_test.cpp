@@ -1,0 +1,196 @@
+// The installed copies: the whole list of each registry, the lookups, and every code of every
+// export.
+#include <cerrno>
+#include <cstring>
+
+#include "support/machine_fixture.h"
+
+namespace {
+
+class InstalledCopies : public MachineTest {};
+
+const std::string noCopies = productKey("\\INSTALLEDCOPIES");
+const std::string zem = "ZEM_PROFILES";
+const std::string versionOfA = "\\INSTALLEDCOPIES\\A\\CurrentVersion";
+
+// The bytes of a text of so many digits, as an export writes them.
+std::string wideNines(unsigned int count) {
+  std::string bytes = "39,00";
+  while (--count > 0) bytes += ",39,00";
+  return bytes + "\n";
+}
+
+TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
+  const std::string longest(128, 'N');
+  const struct {
+    const char* name;
+    std::string lines;
+    std::string answer;
+  } cases[] = {
+      {"no key of copies", productKey(""), "0x90000263"},
+      {"no copy at all", noCopies, "end;"},
+      {"two ZEM profiles",
+       copyKeys("A") + instanceKey("A", "Z1", "", zem) + instanceKey("A", "Z2", "", zem),
+       "ZEM A;ZOR A;end;"},
+      {"an empty ZEM key", copyKeys("A") + productKey("\\INSTALLEDCOPIES\\A\\ZEM_PROFILES"),
+       "ZOR A;end;"},
+      {"two copies with ZEM profiles",
+       copyKeys("A") + copyKeys("B") + instanceKey("A", "Z", "", zem) +
+           instanceKey("B", "Z", "", zem),
+       "ZEM A;ZOR A;ZOR B;end;"},
+      {"default entry of version 8", defaultKeys("8") + copyKeys("A"), "ZOR A;ZOR -;end;"},
+      {"default entry of version 9", defaultKeys("9") + copyKeys("A"), "ZOR A;end;"},
+      {"default entry with ZEM profiles",
+       defaultKeys("8") + copyKeys("A") + instanceKey("", "Z", "", zem), "ZOR A;ZEM -;end;"},
+      {"default entry without a path", noCopies + versionKey("", "8"), "end;"},
+      {"order of the registry", copyKeys("b") + copyKeys("_") + copyKeys("C") + copyKeys("A"),
+       "ZOR A;ZOR b;ZOR C;ZOR _;end;"},
+      {"one copy in two cases", copyKeys("\xC3\xA4") + productKey("\\INSTALLEDCOPIES\\\xC3\x84"),
+       "ZOR \xC3\xA4;end;"},
+      {"a copy without a version", productKey("\\INSTALLEDCOPIES\\A") + copyKeys("B"),
+       "0x90000265;ZOR B;end;"},
+      {"a copy without a path", versionKey("A", "9") + copyKeys("B"), "0x90000265;ZOR B;end;"},
+      {"a path that just fits", copyKeys("A", "9", std::string(259, 'p')), "ZOR A;end;"},
+      {"a path that does not fit", copyKeys("A", "9", std::string(260, 'p')), "0x90000265;end;"},
+      {"a version that just fits", copyKeys("A", "000000000000009"), "ZOR A;end;"},
+      {"a version without its terminator that just fits",
+       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(15)), "ZOR A;end;"},
+      {"a version without its terminator that fills the buffer",
+       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(16)),
+       "0x90000265;end;"},
+      {"a version that does not fit", copyKeys("A", "0000000000000009"), "0x90000265;end;"},
+      {"names at the limit and beyond", copyKeys(longest + "N") + copyKeys(longest) + copyKeys("Z"),
+       "ZOR " + longest + ";0x90000265;ZOR Z;end;"},
+      {"ZEM profiles of a copy that cannot be read", instanceKey("A", "Z", "", zem) + copyKeys("B"),
+       "0x90000265;0x90000265;ZOR B;end;"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    machine(row.lines);
+    EXPECT_EQ(copies(), row.answer);
+  }
+}
+
+TEST_F(InstalledCopies, EveryFieldOfTheRecordIsFilled) {
+  machine(copyKeys("A", "9", "C:\\\\Program Files\\\\X\\\\"));
+  OSSServiceInfo_t record;
+  std::memset(&record, 0xAA, sizeof record);
+  ASSERT_EQ(ossGetServiceInfo(nullptr, 0, nullptr, &record), 0u);
+  EXPECT_EQ(record.flags, 0u);
+  EXPECT_EQ(record.versionCode, 0x0009000100020003u);
+  EXPECT_EQ(record.level, 2u);
+  EXPECT_EQ(record.number1 + record.byte1 + record.number2 + record.number3, 0u);
+  EXPECT_EQ(std::string(record.service) + "|" + record.installPath + "|" + record.text2 + "|" +
+                record.text3 + "|" + record.copyName,
+            "ZOR|C:\\Program Files\\X|||A");
+}
+
+TEST_F(InstalledCopies, ALookupFindsTheFirstCopyThatAgreesWithEveryArgument) {
+  machine(copyKeys("A") + copyKeys("B", "10", "C:\\\\Y") + instanceKey("B", "Z", "", zem) +
+          defaultKeys("8"));
+  const struct {
+    const char* service;
+    std::uint64_t version;
+    const char* path;
+    const char* copy;
+    const char* found;  // null: none
+  } cases[] = {
+      {"ZOR", 0, nullptr, nullptr, "ZOR A"},
+      {"ZEM", 0, nullptr, nullptr, "ZEM B"},
+      {nullptr, 0x000A000100020003, nullptr, nullptr, "ZEM B"},
+      {"ZOR", 0x000A000100020003, "C:\\Y", "B", "ZOR B"},
+      {nullptr, 0, nullptr, "", "ZOR "},
+      {"zor", 0, nullptr, nullptr, nullptr},
+      {nullptr, 0, "c:\\y", nullptr, nullptr},
+      {nullptr, 0, nullptr, "b", nullptr},
+      {nullptr, 0x000A000100020004, nullptr, nullptr, nullptr},
+  };
+  for (const auto& row : cases) {
+    OSSServiceInfo_t record;
+    const unsigned int code =
+        ossGetServiceInfo(row.service, row.version, row.path, row.copy, &record);
+    ASSERT_EQ(code, row.found == nullptr ? GENREG_RC_SERVICE_INFO : 0u);
+    if (row.found != nullptr) {
+      EXPECT_EQ(std::string(record.service) + " " + record.copyName, row.found);
+    }
+  }
+  OSSServiceInfo_t record;
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, "C:\\Y", &record), 0u);
+  EXPECT_STREQ(record.copyName, "B");
+}
+
+// Each row makes the one call that must give the code, where the operation named fails as told.
+TEST_F(InstalledCopies, EveryCodeOfEveryExport) {
+  machine(copyKeys("A") + defaultKeys("8"));
+  OSSServiceInfo_t record;
+  void* const unopened = &record;
+  const auto open = [&] {
+    void* list = unopened;
+    const unsigned int code = ossOpenServiceList(&list);
+    if (code == 0) (void)ossCloseServiceList(list);
+    EXPECT_EQ(list == unopened, code != 0);
+    return code;
+  };
+  const auto next = [&](unsigned int steps) {
+    return [&record, steps] {
+      void* list = nullptr;
+      EXPECT_EQ(ossOpenServiceList(&list), 0u);
+      unsigned int code = 0;
+      for (unsigned int i = 0; i < steps; ++i) code = ossGetNextService(list, &record);
+      (void)ossCloseServiceList(list);
+      return code;
+    };
+  };
+  const auto close = [] {
+    void* list = nullptr;
+    EXPECT_EQ(ossOpenServiceList(&list), 0u);
+    return ossCloseServiceList(list);
+  };
+  const auto find = [&] { return ossGetServiceInfo("none", 0, nullptr, nullptr, &record); };
+  expectCodes({
+      {0, open},
+      {0x90000263, open, {"calloc", 1, ENOMEM}, 140, 0x9000000D},
+      {0x90000263, open, {"malloc", 1, ENOMEM}, 140, 0x9000000D},
+      {0x90000263, open, {"RegOpenKeyExA", 1, 2}, 140, 0x90000282},
+      {0x90000263, open, {"RegOpenKeyExA", 1, ENOSPC}, 140, 0x9000000A},
+      {0x90000263, [] { return ossOpenServiceList(nullptr); }},
+      {0, next(2)},
+      {0x900001BE, next(3)},
+      {0x900001BE, next(4)},
+      {0x90000262, [&] { return ossGetNextService(nullptr, &record); }},
+      {0x90000260, [&] { return ossGetNextService(unopened, nullptr); }},
+      {0x90000265, next(1), {"RegEnumKeyExA", 1, 5}, 139, 0x90000265},
+      {0, next(2), {"RegEnumKeyExA", 1, 5}, 139, 0x90000265},
+      {0x90000265, next(1), {"RegQueryValueExA", 3, 5}, 139, 0x90000265},
+      {0x90000265, next(1), {"RegQueryValueExA", 5, 5}, 139, 0x90000267},
+      {0x90000265, next(1), {"RegOpenKeyExA", 4, 5}, 144, 5},
+      {0x90000265, next(2), {"RegOpenKeyExA", 5, 5}, 139, 5},
+      {0x900001BE, next(2), {"RegOpenKeyExA", 7, 5}, 145, 5},
+      {0x90000264, close, {"free", 2, EIO}, 101, 0x90000264},  // the first: the export's stream
+      {0x90000262, [] { return ossCloseServiceList(nullptr); }},
+      {0x90000267, find},
+      {0x90000267, find, {"RegOpenKeyExA", 1, 2}, 105, 0x90000267},
+      {0x90000267, find, {"RegEnumKeyExA", 1, 5}, 105, 0x90000267},
+      {0x90000260, [] { return ossGetServiceInfo(nullptr, 0, nullptr, nullptr); }},
+      {0x90000260, [] { return ossSetServiceInfo(nullptr); }},
+      {0x90000005, [&] { return ossSetServiceInfo(&record); }},
+      {0x90000005, [] { return ossRemoveServiceInfo("ZOR", 0); }},
+  });
+}
+
+TEST_F(InstalledCopies, OnlyTheInnerRoutinesTraceEntryAndExit) {
+  machine(copyKeys("A"));
+  OSSServiceInfo_t record;
+  g_pGTCB->enabled = 1;
+  Diagnostics diagnostics;
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, nullptr, &record), 0u);
+  EXPECT_EQ(ossGetServiceInfo("none", 0, nullptr, nullptr), GENREG_RC_NO_SERVICE_RECORD);
+  g_pGTCB->enabled = 0;
+  std::string entered;
+  for (const auto& made : diagnostics.records) {
+    if (made.kind == OSSRecordKind::Entry) entered += std::to_string(made.probe & 0xFFFF) + " ";
+  }
+  EXPECT_EQ(entered, "143 140 139 146 145 144 141 ");
+}
+
+}  // namespace
