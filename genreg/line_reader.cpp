@@ -100,9 +100,12 @@ bool LineCursor::next(TextLine& line, bool join) noexcept {
   if (!take(line, join, bytes, count)) gather(line, join);
   const bool tail = insideLine;
   offset += line.rawLength;
-  const bool ended = !line.unended() && endsHere(line.raw, line.rawLength, join);
+  const bool newlineOnly = line.raw[0] == '\n' || line.raw[0] == '\r';
+  const bool joined = join && cutBeforeNewline && newlineOnly;
+  const bool ended = !line.unended() && endsHere(line.raw, line.rawLength, join) && !joined;
   line.endOfFile = !ended && offset >= size;
   insideLine = !ended && !line.endOfFile;
+  cutBeforeNewline = insideLine && line.unended() && line.raw[line.rawLength - 1] == '\\';
   line.fragment = tail || insideLine;
   return true;
 }

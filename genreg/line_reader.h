@@ -52,8 +52,9 @@ class TextLine {
 struct LineCursor {
   std::FILE* stream = nullptr;
   std::uint64_t offset = 0;
-  std::uint64_t size = 0;   // bytes of the file
-  bool insideLine = false;  // the last read was cut: what follows belongs to the same line
+  std::uint64_t size = 0;         // bytes of the file
+  bool insideLine = false;        // the last read was cut: what follows belongs to the same line
+  bool cutBeforeNewline = false;  // it was cut between a backslash and the newline it may join
 
   // Reads the next logical line; false when there is none (the end, or an error that the stream's
   // error flag tells).

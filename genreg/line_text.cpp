@@ -98,17 +98,18 @@ unsigned int GenRegWriteLine(char* line, std::uint64_t width, std::FILE* stream)
     return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 10));
   }
   if (stream == nullptr) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 20));
+  constexpr std::size_t longest = GENREG_LINE_SIZE - 1;
   char folded[GENREG_LINE_SIZE];
   std::size_t length = 0;
-  const auto breakIfFull = [&] {
-    if ((length + 1) % width != 0) return;
-    folded[length++] = '\\';
-    folded[length++] = '\n';
-  };
-  constexpr std::size_t room = sizeof folded - 4;  // a character, a break, the terminator
-  for (breakIfFull(); *line != '\0'; breakIfFull()) {
-    if (length > room) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
-    folded[length++] = *line++;
+  for (;; ++line) {
+    if ((length + 1) % width == 0) {
+      if (length + 2 > longest) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
+      folded[length++] = '\\';
+      folded[length++] = '\n';
+    }
+    if (*line == '\0') break;
+    if (length + 1 > longest) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
+    folded[length++] = *line;
   }
   folded[length] = '\0';
   (void)std::fputs(folded, stream);

@@ -53,6 +53,10 @@ unsigned int TextStore::pack(const Routine& routine, void* record, TextLine& lin
   if (line.rawLength >= GENREG_LINE_SIZE || !(hasNewline || line.append("\n", 1))) {
     return routine.fail(GENREG_RC_PACK_LINE_FAILED, 115, genreg::wide(line.rawLength));
   }
+  // A line that joins what follows it would swallow a record.
+  if (joins() && line.rawLength > 1 && line.raw[line.rawLength - 2] == '\\') {
+    return routine.fail(GENREG_RC_PACK_LINE_FAILED, 117, genreg::text(line.raw));
+  }
   return GENREG_RC_OK;
 }
 

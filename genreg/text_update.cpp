@@ -106,6 +106,8 @@ class AddWork final : public TextUpdate {
   static constexpr char lineEnd[] = "\r\n";
   static constexpr std::size_t lineEndLength = sizeof lineEnd - 1;
 
+  // A last line that only its missing newline keeps from being continued has no end that could be
+  // given to it: the new line would be a part of it.
   unsigned int copyLine() noexcept {
     if (!store_.has(GENREG_ALLOW_DUPLICATES)) {
       void* stored = parsed();
@@ -115,6 +117,9 @@ class AddWork final : public TextUpdate {
       }
     }
     if (line_.endOfFile) {
+      if (line_.unended() && store_.joins() && line_.raw[line_.rawLength - 1] == '\\') {
+        return routine_.fail(GENREG_RC_WRITE_NEW_FAILED, 83);
+      }
       if (!line_.append(lineEnd, lineEndLength)) {
         return routine_.fail(OSS_RC_BUFFER_TOO_SMALL, 86, genreg::wide(line_.rawLength));
       }
@@ -123,9 +128,8 @@ class AddWork final : public TextUpdate {
     return writeRaw();
   }
 
-  // In place the new line must not run into a last one that lacks its newline or that it would
-  // continue. A last line that only its missing newline keeps from being continued has no end that
-  // could be given to it.
+  // In place, too, the new line must not run into a last one that lacks its newline or that it
+  // would continue.
   unsigned int findEnd() noexcept {
     std::FILE* stream = RegistryHandle::main(store_.file());
     const std::uint64_t size = RegistryHandle::mainSize(store_.file());

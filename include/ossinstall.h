@@ -49,7 +49,7 @@ constexpr std::uint64_t OSS_INSTANCE_DISABLED = 0x10;  // its service cannot be 
 struct OSSInstanceInfo_t {
   std::uint64_t flags;        // OSS_INSTANCE_... bits
   std::uint64_t versionCode;  // of the copy
-  char instanceName[64];      // at most the first 63 characters of a longer name
+  char instanceName[64];      // at most the first 63 bytes of a longer name
   char service[64];           // "ZOR" or "ZEM", the kind of the list
   char instancePath[1024];    // profile directory; for kind "ZOR" it ends in "\" and the whole name
   char usage[64];             // empty
@@ -113,7 +113,9 @@ GENREG_API unsigned int ossOpenInstanceList(const char* kind, void** list) noexc
 // not be read (another machine or the cluster does not answer, the directory would be too long) the
 // next call goes on with the next instance; when the copy's version or path, the instance's own key
 // or memory is missing, the next call meets the same instance again. The record's instanceName
-// tells which one it was.
+// tells which one it was; it is empty when the instances or copies themselves cannot be walked
+// further (a copy's name over 128 bytes), which ends the list. The record's other fields are not to
+// be used after a failure.
 GENREG_API unsigned int ossGetNextInstance(void* list, OSSInstanceInfo_t* record) noexcept;
 
 // Closes a list; the handle must not be used again, whatever the result.

@@ -52,13 +52,13 @@ unsigned int openVersionKey(const platform::Machine& machine, const char* copyNa
   return error;
 }
 
-// Reads the parts of a version in turn, as far as they can be read.
-unsigned int readParts(platform::RegistryKey key, std::uint64_t* versionCode) {
-  for (unsigned int index = 0; index < versionParts; ++index) {
+// Reads the parts of a version in turn, as far as they can be read; *read is how many were.
+unsigned int readParts(platform::RegistryKey key, std::uint64_t* versionCode, std::uint32_t* read) {
+  for (*read = 0; *read < versionParts; ++*read) {
     char value[partTextSize];
-    const unsigned int error = readText(key, versionValues[index], value, sizeof value);
+    const unsigned int error = readText(key, versionValues[*read], value, sizeof value);
     if (error != 0) return error;
-    *versionCode = withPart(*versionCode, index, partOfText(value));
+    *versionCode = withPart(*versionCode, *read, partOfText(value));
   }
   return 0;
 }
@@ -75,26 +75,27 @@ unsigned int ossReadCopyVersion(const platform::Machine& machine, const char* co
   OpenKey key;
   std::uint64_t code = 0;
   unsigned int error = openVersionKey(machine, copyName, key);
-  if (error == 0) error = readParts(key.get(), &code);
+  std::uint32_t partsRead = 0;
+  if (error == 0) error = readParts(key.get(), &code, &partsRead);
   routine.trace(20, genreg::wide(code));
   if (error == 0) {
     *versionCode = code;
     return routine.exit(0);
   }
   if (!isDefault(copyName)) return routine.exit(error);
-  (void)routine.fail(error, 30, genreg::wide(code));
+  (void)routine.fail(error, 30, genreg::number(partsRead), genreg::wide(code));
   return routine.exit(GENREG_RC_END);
 }
 
 unsigned int ossGetCopyPath(const platform::Machine& machine, const char* copyName,
                             char* buffer) noexcept {
   Routine routine(Function::getCopyPath);
-  const std::uint32_t defaultEntry = isDefault(copyName) ? 1 : 0;
+  const std::uint8_t defaultEntry = isDefault(copyName) ? 1 : 0;
   const CopyKeyPath path(copyName);
   OpenKey key;
   unsigned int error = key.open(platform::localMachineKey(machine), path.text());
   if (error != 0) {
-    (void)routine.fail(error, 20, genreg::text(path.text()), genreg::number(defaultEntry));
+    (void)routine.fail(error, 20, genreg::text(path.text()), genreg::flag(defaultEntry));
   } else {
     error = readText(key.get(), "ZOR Path Name", buffer, copyPathSize);
   }

@@ -9,6 +9,7 @@ std::uint32_t thread() { return static_cast<std::uint32_t>(ossThreadID()); }
 
 unsigned int logCallee(genreg::Function routine, genreg::Function callee, unsigned int calleeCode,
                        unsigned int code, unsigned int point) noexcept {
+  genreg::handOverNames();
   ossLogRC(0, genreg::probeOf(routine), genreg::probeOf(callee), calleeCode, code, point,
            genreg::failureSeverity, 0);
   return code;
@@ -25,6 +26,7 @@ void traceErrorCode(genreg::Function routine, unsigned int point, unsigned int c
 }
 
 unsigned int mapRegistryError(genreg::Function routine, unsigned int error) noexcept {
+  genreg::handOverNames();
   return ossErrorMapSystem(genreg::probeOf(routine), 10, OSS_SYSCALL_REGISTRY,
                            static_cast<int>(error), 0);
 }

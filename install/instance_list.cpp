@@ -124,8 +124,8 @@ using install::OSSInstanceList_t;
 
 unsigned int ossOpenInstanceList(const char* kind, void** list) noexcept {
   constexpr Function self = Function::openInstanceList;
-  if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, 10);
   if (kind == nullptr) return genreg::logFailure(self, GENREG_RC_NO_KIND, 20);
+  if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, 25);
   unsigned int code = 0;
   OSSInstanceList_t* const made = install::openList(kind, &code);
   if (made == nullptr) {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "genreg/core/diagnostics.h"
 #include "platform/machine_registry.h"
 #include "sysservices/fault_hook.h"
 #include "sysservices/return_codes.h"
@@ -31,6 +32,7 @@ template <typename List, unsigned int (*closeList)(List*) noexcept>
 class NewList {
  public:
   NewList() noexcept : list_(allocateZeroed<List>()) {
+    genreg::handOverNames();  // the platform may have something to log
     if (list_ != nullptr) list_->machine = platform::openMachine();
   }
   ~NewList() {

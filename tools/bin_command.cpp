@@ -65,8 +65,8 @@ class CommentedVarVal : public GenRegBinVarVal {
     if (withoutComments != nullptr) GenRegFile::CompareRecord = compareWithComments;
   }
 
-  static bool isEqual(std::uint64_t mask, BinVarValRecord& left, BinVarValRecord& right) {
-    return withoutComments(mask, &left, &right) == 1;
+  static bool isSame(BinVarValRecord& stored, BinVarValRecord& given) {
+    return compareWithComments(GENREG_ALL_FIELDS, &stored, &given) == 1;
   }
 
  private:

@@ -116,8 +116,10 @@ std::uint64_t checkLines(const std::string& file, Findings& findings, Visit visi
   bool inside = false;  // a line that is longer than the buffer
   while (GenRegReadLine(raw, line, sizeof raw, stream.get(), nullptr, false) != nullptr) {
     const std::string where = "line " + std::to_string(number);
-    const bool ended = std::strchr(raw, '\n') != nullptr;
-    const bool cut = !ended && std::strlen(raw) == sizeof raw - 1;
+    const bool newline = std::strchr(raw, '\n') != nullptr;
+    const bool cut = !newline && std::strlen(raw) == sizeof raw - 1;
+    // A NUL may hide the newline, which only the end of the file can keep from being there.
+    const bool ended = newline || (!cut && std::feof(stream.get()) == 0);
     if (cut && !inside) {
       findings.add(Severity::Odd, where, "longer than 2,046 characters: updates keep it as it is");
     } else if (!inside && !ended) {

@@ -41,19 +41,21 @@ class FaithfulText : public Flavour {
     this->GenRegFile::UnpackRecord = GenRegUnpackHook(unpack);
   }
 
-  static bool isEqual(std::uint64_t mask, Record& left, Record& right) {
-    return plainCompare(mask, &left, &right) == 1;
+  // Whether a stored record and one that is given are the same, comments and aliases included.
+  static bool isSame(Record& stored, Record& given) {
+    return compare(GENREG_ALL_FIELDS, &stored, &given) == 1;
   }
 
  private:
   static unsigned int compare(std::uint64_t mask, void* stored, void* given) {
-    const unsigned int same = plainCompare(mask, stored, given);
-    if (same != 1 || mask != GENREG_ALL_FIELDS) return same;
+    const unsigned int answer = plainCompare(mask, stored, given);
+    if (answer != 1 || mask != GENREG_ALL_FIELDS) return answer;
     const auto& left = *static_cast<const Record*>(stored);
     const auto& right = *static_cast<const Record*>(given);
-    return bareComment(commentOf(left)) == bareComment(commentOf(right)) && sameExtras(left, right)
-               ? 1
-               : 0;
+    // A given comment is written behind a blank, which a stored one therefore has.
+    const char* comment = commentOf(right);
+    const bool same = bareComment(commentOf(left)) == (comment == nullptr ? "" : comment);
+    return same && sameExtras(left, right) ? 1 : 0;
   }
 
   // The flavour shows every byte that no terminal shows as a "."; what is written back must be what

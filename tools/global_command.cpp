@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@ constexpr const char* pathVariable = "ZOR_GLOBAL_REG_PATHNAME";
 
 // The words of one command line.
 struct Arguments {
-  std::string file;
+  std::optional<std::string> file;
   std::string type;
   std::vector<std::string> fields;     // a record's, or a key's
   std::vector<std::string> newFields;  // of a change
@@ -160,7 +161,7 @@ constexpr Verb verbs[] = {
 };
 
 int runVerb(const Verb& verb, const Arguments& arguments) {
-  if (!arguments.file.empty()) (void)::setenv(pathVariable, arguments.file.c_str(), 1);
+  if (arguments.file) (void)::setenv(pathVariable, arguments.file->c_str(), 1);
   const char* named = std::getenv(pathVariable);
   Run run{arguments, named == nullptr ? "global.reg" : named, typeNamed(arguments.type)};
   if (!run.registry.ready()) return run.report(GENREG_RC_NOT_READY);

@@ -1,5 +1,6 @@
 #include "install_command.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,6 +39,20 @@ std::string registryFile() {
   return file == nullptr || *file == '\0' ? "none: ZOROSSE_REGISTRY_FILE is not set" : file;
 }
 
+// Up to four numbers below 65536 with dots between them.
+bool isDotted(const std::string& text) {
+  std::size_t parts = 0;
+  for (std::size_t at = 0; at <= text.size(); ++parts) {
+    const std::size_t dot = std::min(text.find('.', at), text.size());
+    const std::string part = text.substr(at, dot - at);
+    const bool number = !part.empty() && part.size() <= 5 &&
+                        part.find_first_not_of("0123456789") == std::string::npos;
+    if (!number || std::stoul(part) > 0xFFFF) return false;
+    at = dot + 1;
+  }
+  return parts <= 4;
+}
+
 // The code that a dotted text, "0x" and hexadecimal digits, or a packed decimal number (more digits
 // than a part of a dotted text can have) stands for.
 bool parseVersion(const std::string& text, std::uint64_t& code) {
@@ -45,7 +60,8 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   if (text.empty()) return false;
   const bool hexadecimal = text.compare(0, 2, "0x") == 0;
   const bool packed = text.size() > mostPartDigits && text.find('.') == std::string::npos;
-  if (!hexadecimal && !packed) return ossVersionStringToCode(text.c_str(), &code) == 0;
+  if (!hexadecimal && !packed)
+    return isDotted(text) && ossVersionStringToCode(text.c_str(), &code) == 0;
   const std::string digits = hexadecimal ? text.substr(2) : text;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) return false;
@@ -160,11 +176,14 @@ void printRecords(const std::vector<Record>& records, bool json) {
   }
 }
 
-// Collects the entries of an open list. One that cannot be read is reported and passed over; the
-// same one twice means that the list cannot go on.
+// Collects the entries of an open list. One that cannot be read is reported and passed over. A list
+// that meets the same one again and again cannot go on; names that were cut may look alike a few
+// times.
 template <typename Record>
 int walk(void* list, unsigned int (*next)(void*, Record*), std::vector<Record>& records) {
+  constexpr int mostAlike = 64;
   int status = exitDone;
+  int alike = 0;
   std::string unreadable;
   for (;;) {
     Record record{};
@@ -175,7 +194,9 @@ int walk(void* list, unsigned int (*next)(void*, Record*), std::vector<Record>& 
       continue;
     }
     const std::string which = std::string(record.service) + " " + identity(record);
-    if (which == unreadable) return status;
+    alike = which == unreadable ? alike + 1 : 0;
+    if (alike == mostAlike) return status;
+    if (alike > 0) continue;
     unreadable = which;
     status = reportCode(code, registryFile());
     std::fprintf(stderr, "zorreg: %s\n", identity(record).c_str());
@@ -205,7 +226,10 @@ int listInstances(const Arguments& arguments) {
     const unsigned int code = ossOpenInstanceList(kind, &list);
     if (code == GENREG_RC_KEY_NOT_FOUND) continue;
     found = true;
-    if (code != 0) return reportCode(code, registryFile());
+    if (code != 0) {
+      status = reportCode(code, registryFile());
+      continue;
+    }
     const int walked = walk(list, ossGetNextInstance, records);
     if (status == exitDone) status = walked;
     (void)ossCloseInstanceList(list);

@@ -1,6 +1,7 @@
 #include "var_command.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -89,7 +90,9 @@ Json typedValue(FaithfulVarVal& registry, const Arguments& arguments) {
   const char* text = nullptr;
   if (arguments.type == "uint") return registry.GetUintValue(name, &u) ? Json(u) : Json();
   if (arguments.type == "sint") return registry.GetSintValue(name, &s) ? Json(s) : Json();
-  if (arguments.type == "double") return registry.GetDoubleValue(name, &d) ? Json(d) : Json();
+  if (arguments.type == "double") {
+    return registry.GetDoubleValue(name, &d) && std::isfinite(d) ? Json(d) : Json();
+  }
   if (arguments.type == "bool") return registry.GetBooleanValue(name, &b) ? Json(b) : Json();
   return registry.GetStringValue(name, &text) ? Json(text) : Json();
 }

@@ -34,13 +34,13 @@ struct HandedNames {
   ~HandedNames() { ossSetDiagnosticNames(nullptr, nullptr); }
 };
 
-void handOverNames() noexcept { static const HandedNames names; }
-
 std::uint32_t traceThread() noexcept { return static_cast<std::uint32_t>(ossThreadID()); }
 
 constexpr LogValue none{nullptr, 0, 0};
 
 }  // namespace
+
+void handOverNames() noexcept { static const HandedNames names; }
 
 LogValue text(const char* value) noexcept {
   return {value, value == nullptr ? 0 : std::strlen(value), OSS_LOG_STRING};
@@ -54,6 +54,8 @@ LogValue number(const std::uint32_t& value) noexcept {
 LogValue wide(const std::uint64_t& value) noexcept {
   return {&value, sizeof value, OSS_LOG_UINT64};
 }
+
+LogValue flag(const std::uint8_t& value) noexcept { return {&value, sizeof value, OSS_LOG_FLAG}; }
 
 unsigned int logFailure(Function function, unsigned int code, unsigned int point) noexcept {
   handOverNames();

@@ -29,11 +29,15 @@ constexpr unsigned int readOpenSeverity = 4;  // a registry that cannot be opene
 
 inline bool tracingOn() noexcept { return g_pGTCB != nullptr && g_pGTCB->enabled != 0; }
 
+// Tells the log how routines and codes are called, once; for whoever logs without a Routine.
+void handOverNames() noexcept;
+
 // Values that describe a failure. The referenced object must live until the call ends.
 LogValue text(const char* value) noexcept;
 LogValue number(const std::int32_t& value) noexcept;
 LogValue number(const std::uint32_t& value) noexcept;
 LogValue wide(const std::uint64_t& value) noexcept;
+LogValue flag(const std::uint8_t& value) noexcept;
 
 // Logs a failure of a routine that is not traced, and gives back `code`.
 unsigned int logFailure(Function function, unsigned int code, unsigned int point) noexcept;

@@ -67,9 +67,11 @@ std::unique_ptr<const RegistryTree> loadRegistry(const std::string& path, int* e
   if (*error == ENOENT) return nullptr;
   ExportFault fault;
   if (*error != 0) {
+    // What is no plain file is opened no further, and told by one of these numbers.
+    const bool noFile = *error == ELOOP || *error == EISDIR || *error == ENXIO;
     char message[128];
-    fault.reason = ::strerror_r(*error, message, sizeof message);
-    logUnreadable(OSS_RC_IO_ERROR, 10, path, fault);
+    fault.reason = noFile ? "not a plain file" : ::strerror_r(*error, message, sizeof message);
+    logUnreadable(noFile ? OSS_RC_NOT_A_FILE : OSS_RC_IO_ERROR, 10, path, fault);
     return tree;
   }
   if (readRegistryExport(bytes, *tree, fault)) return tree;
