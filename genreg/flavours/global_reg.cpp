@@ -7,6 +7,7 @@
 #include "genreg/core/record_buffer.h"
 #include "genreg/core/registry_handle.h"
 #include "genreg/flavours/global_codec.h"
+#include "genreg/packed_form.h"
 #include "genreg/record_span.h"
 #include "genreg_global.h"
 #include "sysservices/file_system.h"
@@ -184,6 +185,16 @@ unsigned int unpackRecord(void** record) {
   return routine.exit(GENREG_RC_OK);
 }
 
+unsigned int matchStored(std::uint64_t mask, const void* stored, std::uint64_t length,
+                         const void* key, bool* matches) {
+  const unsigned int code =
+      genreg::matchGlobal(stored, length, mask, *static_cast<const GlobalRegRecord*>(key), matches);
+  if (code == 0) return GENREG_RC_OK;
+  return Routine(Function::globalUnpackRecord).fail(code, 10, genreg::wide(length));
+}
+
+constexpr genreg::PackedForm packedGlobal{compareRecord, unpackRecord, matchStored};
+
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   Routine routine(Function::globalGetPackedLength);
   genreg::GlobalStoredReader reader(packed, Stored(packed).length);
@@ -264,6 +275,7 @@ GlobalReg::GlobalReg() noexcept {
   GetPackedLength = getPackedLength;
   GetRecordSize = getRecordSize;
   GetRecordLength = getRecordLength;
+  packedForm = &packedGlobal;
   char path[pathBufferSize];
   unsigned short size = sizeof path;
   unsigned int code = getGlobalRegPath(path, &size);
