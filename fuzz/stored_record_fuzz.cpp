@@ -1,8 +1,9 @@
 // The bytes are the stored form of a global registry record, which may be anything.
 //   - Nothing is read past them.
+//   - Matching them as they are refuses what unpacking refuses, and finds each field of the record
+//     by what it holds and by nothing else.
 //   - A record that could be read is packed, with these bytes as the record it replaces, into a
-//   stored
-//     form that is read as the same record; packing that again changes nothing.
+//     stored form that is read as the same record; packing that again changes nothing.
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -26,6 +27,26 @@ std::vector<unsigned char> packed(const GlobalRegRecord& record, const unsigned 
   return bytes;
 }
 
+bool matches(const std::vector<unsigned char>& stored, std::uint64_t mask,
+             const GlobalRegRecord& key) {
+  bool same = false;
+  require(genreg::matchGlobal(stored.data(), stored.size(), mask, key, &same) == 0);
+  return same;
+}
+
+void requireMatches(const std::vector<unsigned char>& stored, const GlobalRegRecord& record) {
+  GlobalRegRecord key = record;
+  require(matches(stored, GENREG_ALL_FIELDS, key));
+  const GlobalRegType& type = *globalRegFindType(record.RecordType);
+  for (std::size_t i = 0; i < type.fieldCount; ++i) {
+    const GlobalRegField& field = type.fields[i];
+    auto* memory = reinterpret_cast<unsigned char*>(&key) + field.offset;
+    *memory ^= 1;
+    require(!matches(stored, field.bit, key) && matches(stored, ~field.bit, key));
+    *memory ^= 1;
+  }
+}
+
 }  // namespace
 
 int fuzzStoredRecord(const std::uint8_t* data, std::size_t size) {
@@ -33,7 +54,13 @@ int fuzzStoredRecord(const std::uint8_t* data, std::size_t size) {
   // A copy of exactly this size, so that one byte too many is seen.
   const std::vector<unsigned char> stored(data, data + size);
   (void)genreg::unpackGlobal(stored.data(), stored.size(), false, record);
-  if (genreg::unpackGlobal(stored.data(), stored.size(), true, record) != 0) return 0;
+  const unsigned int code = genreg::unpackGlobal(stored.data(), stored.size(), true, record);
+  if (code != 0) {
+    bool same = false;
+    require(genreg::matchGlobal(stored.data(), stored.size(), 0, {}, &same) == code);
+    return 0;
+  }
+  requireMatches(stored, record);
   const std::vector<unsigned char> once = packed(record, stored.data(), stored.size());
   GlobalRegRecord again;
   require(genreg::unpackGlobal(once.data(), once.size(), true, again) == 0);

@@ -39,12 +39,12 @@ unsigned int BinaryStore::copyOut(const Routine& routine, const LoadedRecord& fo
 unsigned int BinaryStore::search(Routine& routine, RecordCursor& cursor, std::uint64_t mask,
                                  void* key, LoadedRecord& loaded,
                                  std::uint64_t size) const noexcept {
-  for (;;) {
-    const unsigned int code = load(routine, cursor, loaded, size, 80);
+  bool found = false;
+  while (!found) {
+    const unsigned int code = loadAndMatch(routine, cursor, loaded, size, mask, key, &found);
     if (code != 0) return code;
-    if (!canCompare()) return routine.fail(GENREG_RC_NO_COMPARE_HOOK, 90);
-    if (matches(mask, record(loaded), key)) return GENREG_RC_OK;
   }
+  return GENREG_RC_OK;
 }
 
 unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, void* out) noexcept {

@@ -4,6 +4,7 @@
 
 #include "genreg/binary_store.h"
 #include "genreg/core/registry_handle.h"
+#include "genreg/packed_form.h"
 #include "genreg/record_span.h"
 
 using genreg::Function;
@@ -119,7 +120,10 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
     }
   }
   // A record shorter than nominal must not show what an earlier, longer one left in the buffer.
-  if (length < size) std::memset(record.stored.bytes() + length, 0, size - length);
+  // A packed one is unpacked elsewhere.
+  if (length < size && !has(GENREG_PACKED_RECORDS)) {
+    std::memset(record.stored.bytes() + length, 0, size - length);
+  }
   cursor.offset = afterLength(cursor) + length;
   return routine.exit(GENREG_RC_OK);
 }
@@ -160,6 +164,38 @@ unsigned int BinaryStore::load(const Routine& routine, RecordCursor& cursor, Loa
                                std::uint64_t size, unsigned int point) const noexcept {
   const unsigned int code = read(routine, cursor, record, size, GENREG_RC_READ_FAILED, point);
   return code != 0 ? code : unpack(routine, record, size, point + 1);
+}
+
+// Whether records can be matched without being unpacked: nobody but the flavour itself would see a
+// difference, and no trace is being kept of the hooks.
+bool BinaryStore::matchesAsStored(const void* key) const noexcept {
+  const genreg::PackedForm* form = handle_.packedForm;
+  return form != nullptr && key != nullptr && has(GENREG_PACKED_RECORDS) &&
+         handle_.GenRegFile::UnpackRecord.binary == form->unpack &&
+         handle_.GenRegBase::CompareRecord == form->compare && !genreg::tracingOn();
+}
+
+unsigned int BinaryStore::loadAndMatch(const Routine& routine, RecordCursor& cursor,
+                                       LoadedRecord& record, std::uint64_t size, std::uint64_t mask,
+                                       void* key, bool* matching) const noexcept {
+  constexpr unsigned int point = 70;
+  if (const unsigned int code = read(routine, cursor, record, size, GENREG_RC_READ_FAILED, point);
+      code != 0) {
+    return code;
+  }
+  const bool asStored = matchesAsStored(key);
+  if (asStored) {
+    if (const unsigned int code =
+            handle_.packedForm->match(mask, record.stored.data(), record.length, key, matching);
+        code != 0) {
+      return routine.fail(GENREG_RC_UNPACK_FAILED, point + 3, genreg::number(code));
+    }
+    if (!*matching) return GENREG_RC_OK;
+  }
+  if (const unsigned int code = unpack(routine, record, size, point + 1); code != 0) return code;
+  if (!canCompare()) return routine.fail(GENREG_RC_NO_COMPARE_HOOK, point + 10);
+  if (!asStored) *matching = matches(mask, this->record(record), key);
+  return GENREG_RC_OK;
 }
 
 unsigned int BinaryStore::lengthHook() const noexcept {

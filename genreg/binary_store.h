@@ -66,6 +66,11 @@ class BinaryStore final : public genreg::Engine {
                     std::uint64_t size, unsigned int point) const noexcept;
   unsigned int unpack(const genreg::Routine& routine, LoadedRecord& record, std::uint64_t size,
                       unsigned int point) const noexcept;
+  // load, and whether the record matches the key; also GENREG_RC_NO_COMPARE_HOOK. A record that
+  // does not match may be left packed.
+  unsigned int loadAndMatch(const genreg::Routine& routine, RecordCursor& cursor,
+                            LoadedRecord& record, std::uint64_t size, std::uint64_t mask, void* key,
+                            bool* matching) const noexcept;
   // The record as the hooks take it.
   void* record(const LoadedRecord& loaded) const noexcept {
     return has(GENREG_PACKED_RECORDS) ? loaded.unpacked.data() : loaded.stored.data();
@@ -95,6 +100,7 @@ class BinaryStore final : public genreg::Engine {
                        void* record) noexcept;
 
  private:
+  bool matchesAsStored(const void* key) const noexcept;
   bool isDamaged(const RecordCursor& cursor, std::uint64_t length) const noexcept;
   unsigned int search(genreg::Routine& routine, RecordCursor& cursor, std::uint64_t mask, void* key,
                       LoadedRecord& loaded, std::uint64_t size) const noexcept;

@@ -50,9 +50,9 @@ class BinaryUpdate : public genreg::Update {
                                              : GENREG_RC_OK;
   }
 
-  // Loads the next stored record; GENREG_RC_END at the end.
-  unsigned int next(RecordCursor& cursor) noexcept {
-    return store_.load(routine_, cursor, loaded_, size_, 70);
+  // Loads the next stored record, which is unpacked if it matches `key`; GENREG_RC_END at the end.
+  unsigned int next(RecordCursor& cursor, void* key, bool* matching) noexcept {
+    return store_.loadAndMatch(routine_, cursor, loaded_, size_, mask_, key, matching);
   }
 
   BinaryStore& store_;
@@ -82,14 +82,13 @@ class AddWork final : public BinaryUpdate {
     const bool unique = !store_.has(GENREG_ALLOW_DUPLICATES);
     RecordCursor cursor = store_.mainCursor();
     for (;;) {
-      unsigned int code = next(cursor);
+      bool duplicate = false;
+      unsigned int code = unique ? next(cursor, record_, &duplicate)
+                                 : store_.load(routine_, cursor, loaded_, size_, 70);
       if (code != 0) return code == GENREG_RC_END ? GENREG_RC_OK : code;
-      if (unique) {
-        if (!store_.canCompare()) return routine_.fail(GENREG_RC_NO_COMPARE_HOOK, 80);
-        if (store_.matches(mask_, store_.record(loaded_), record_)) {
-          routine_.trace(84, genreg::text("Match found; duplicate record"));
-          return routine_.fail(GENREG_RC_DUPLICATE, 85);
-        }
+      if (duplicate) {
+        routine_.trace(84, genreg::text("Match found; duplicate record"));
+        return routine_.fail(GENREG_RC_DUPLICATE, 85);
       }
       code = store_.writeKept(routine_, temporary(), loaded_);
       if (code != 0) return code;
@@ -118,10 +117,11 @@ class ChangeWork final : public BinaryUpdate {
   unsigned int work() noexcept override {
     RecordCursor cursor = store_.mainCursor();
     for (;;) {
-      const unsigned int code = next(cursor);
+      bool matching = false;
+      const unsigned int code = next(cursor, key_, &matching);
       if (code == GENREG_RC_END) break;
       if (code != 0) return code;
-      if (const unsigned int failed = pass(); failed != 0) return failed;
+      if (const unsigned int failed = pass(matching); failed != 0) return failed;
     }
     if (unchanged_) return routine_.fail(GENREG_RC_UNCHANGED, 95);
     return changed_ == 0 ? routine_.fail(GENREG_RC_NOT_FOUND, 96) : readBack();
@@ -129,13 +129,9 @@ class ChangeWork final : public BinaryUpdate {
 
  private:
   // One stored record: changed or kept.
-  unsigned int pass() noexcept {
-    if (!store_.canCompare()) return routine_.fail(GENREG_RC_NO_COMPARE_HOOK, 80);
-    void* stored = store_.record(loaded_);
-    if (!store_.matches(mask_, stored, key_)) {
-      return store_.writeKept(routine_, temporary(), loaded_);
-    }
-    if (store_.matches(GENREG_ALL_FIELDS, stored, record_)) {
+  unsigned int pass(bool matching) noexcept {
+    if (!matching) return store_.writeKept(routine_, temporary(), loaded_);
+    if (store_.matches(GENREG_ALL_FIELDS, store_.record(loaded_), record_)) {
       unchanged_ = true;
       return store_.writeKept(routine_, temporary(), loaded_);
     }
@@ -158,11 +154,11 @@ class DeleteWork final : public BinaryUpdate {
     std::uint64_t deleted = 0;
     RecordCursor cursor = store_.mainCursor();
     for (;;) {
-      unsigned int code = next(cursor);
+      bool matching = false;
+      unsigned int code = next(cursor, key_, &matching);
       if (code == GENREG_RC_END) break;
       if (code != 0) return code;
-      if (!store_.canCompare()) return routine_.fail(GENREG_RC_NO_COMPARE_HOOK, 80);
-      if (!store_.matches(mask_, store_.record(loaded_), key_)) {
+      if (!matching) {
         code = store_.writeKept(routine_, temporary(), loaded_);
         if (code != 0) return code;
       } else if (deleted++ > 0 && !store_.has(GENREG_ALLOW_DUPLICATES)) {

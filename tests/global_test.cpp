@@ -16,11 +16,24 @@ class Global : public GlobalReg {
     (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", path.c_str(), 1);
     return Global();
   }
+  // From now on every record is unpacked for CompareRecord, instead of being matched as it is
+  // stored.
+  void unpackEverything() {
+    flavours = GenRegBase::CompareRecord;
+    GenRegBase::CompareRecord = [](std::uint64_t mask, void* record, void* key) {
+      return flavours(mask, record, key);
+    };
+  }
   using GenRegBase::PrintRecord;
   using GenRegBase::status;
   using GenRegBase::ValidateKey;
   using GenRegFile::getLockFilePath;
   using GenRegFile::getRegFilePath;
+  using GenRegFile::PackRecord;
+  using GenRegFile::UnpackRecord;
+
+ private:
+  static inline GenRegCompareHook flavours = nullptr;
 };
 
 template <typename Record>
@@ -217,18 +230,22 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
       {"bytes left over", stored(1, 0x1, {text("a"), "rest"}), GENREG_RC_MALFORMED_RECORD},
   };
   for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
-    const std::string bytes = framed(good) + framed(row.bytes);
-    writeFile(registry(), bytes);
-    Global handle;
-    GlobalRegRecord key = instance("absent");
-    GlobalRegRecord found;
-    Diagnostics diagnostics;
-    EXPECT_EQ(handle.Get(0x4, &key, &found), GENREG_RC_UNPACK_FAILED);
-    EXPECT_EQ(diagnostics.logs(0x082A005Du, row.logged), 1u);
-    EXPECT_EQ(handle.Add(0x4, &key), GENREG_RC_UNPACK_FAILED);
-    EXPECT_EQ(handle.Delete(0x4, &key), GENREG_RC_UNPACK_FAILED);
-    EXPECT_EQ(readFile(registry()), bytes);
+    for (const bool unpacked : {false, true}) {
+      SCOPED_TRACE(std::string(row.name) + (unpacked ? ", unpacked" : ", as stored"));
+      const std::string bytes = framed(good) + framed(row.bytes);
+      writeFile(registry(), bytes);
+      Global handle;
+      if (unpacked) handle.unpackEverything();
+      GlobalRegRecord key = instance("absent");
+      GlobalRegRecord found;
+      Diagnostics diagnostics;
+      EXPECT_EQ(handle.Get(0x4, &key, &found), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(diagnostics.logs(0x082A005Du, row.logged), 1u);
+      EXPECT_EQ(handle.Add(0x4, &key), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(handle.Change(0x4, &key, &key), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(handle.Delete(0x4, &key), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(readFile(registry()), bytes);
+    }
   }
 }
 
@@ -352,6 +369,73 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   GlobalRegRecord key = instance("x");
   key.FieldMask = 0x1;
   EXPECT_EQ(handle.Delete(0x1, &key), GENREG_RC_AMBIGUOUS);
+}
+
+// The records that a scan finds, one after the other.
+std::string scanned(Global& handle, std::uint64_t mask, GlobalRegRecord key) {
+  std::string found;
+  GlobalRegRecord record;
+  EXPECT_EQ(handle.OpenScan(), 0u);
+  while (handle.GetNext(mask, &key, &record) == 0) {
+    found.append(reinterpret_cast<const char*>(&record), sizeof record);
+  }
+  EXPECT_EQ(handle.CloseScan(), 0u);
+  return found;
+}
+
+TEST_F(GlobalTest, MatchingAsStoredFindsWhatMatchingUnpackedRecordsFinds) {
+  // Every field alone, then records without any, empty texts, and bytes behind a text's NUL.
+  std::string file;
+  for (const FieldCase& field : fields)
+    file += framed(stored(field.type, field.bit, {field.entry}));
+  for (const std::uint32_t type : {1u, 2u, 4u}) {
+    file += framed(stored(type, 0, {})) + framed(stored(type, 0x1, {text("")})) +
+            framed(stored(type, 0x401, {entry(std::string("svc\0x", 5)), entry("?")}));
+  }
+  writeFile(registry(), file);
+  Global asStored;
+  Global unpacked;
+  unpacked.unpackEverything();
+  std::size_t found = 0;
+  for (const FieldCase& field : fields) {
+    for (const std::uint64_t mask : {field.bit, field.bit | 0x400, std::uint64_t{0}}) {
+      for (const bool filled : {true, false}) {
+        GlobalRegRecord key = recordOf(field.type, field.bit);
+        if (filled) field.set(key);
+        const std::string records = scanned(asStored, mask, key);
+        EXPECT_EQ(records, scanned(unpacked, mask, key)) << field.type << " " << field.bit;
+        found += records.size() / sizeof(GlobalRegRecord);
+      }
+    }
+  }
+  // Had nothing been found, nothing would have been compared.
+  EXPECT_GT(found, 24u * 2);
+}
+
+TEST_F(GlobalTest, PackingAndUnpackingHaveTheirCodesForMemory) {
+  Global handle;
+  const struct {
+    const char* call;
+    bool packs;
+    Code code;
+  } cases[] = {{"malloc", true, GENREG_RC_PACK_ALLOC},
+               {"free", true, GENREG_RC_PACK_FREE},
+               {"malloc", false, GENREG_RC_UNPACK_ALLOC},
+               {"free", false, GENREG_RC_UNPACK_FREE}};
+  for (const auto& row : cases) {
+    GlobalRegRecord record = instance("one");
+    if (!row.packs) {
+      const std::string bytes = storedInstance("one");
+      std::memcpy(&record, bytes.data(), bytes.size());
+    }
+    void* memory = &record;
+    Diagnostics diagnostics;
+    FaultPlan plan(1, ENOMEM, false, row.call);
+    EXPECT_EQ(row.packs ? handle.PackRecord.binary(&memory, nullptr)
+                        : handle.UnpackRecord.binary(&memory),
+              row.code);
+    EXPECT_EQ(diagnostics.logs(row.packs ? 0x082A005Cu : 0x082A005Du, row.code), 1u);
+  }
 }
 
 TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {

@@ -6,10 +6,16 @@
 namespace genreg {
 namespace {
 
+// A number entry, whatever its width.
 std::uint64_t decode(const unsigned char* bytes, std::size_t width) noexcept {
-  std::uint64_t number = 0;
-  for (std::size_t i = width; i > 0; --i) number = (number << 8) | bytes[i - 1];
-  return number;
+  switch (width) {
+    case sizeof(std::uint8_t):
+      return *bytes;
+    case sizeof(std::uint32_t):
+      return globalDecode<std::uint32_t>(bytes);
+    default:
+      return globalDecode<std::uint64_t>(bytes);
+  }
 }
 
 void encode(std::uint64_t number, std::size_t width, unsigned char* bytes) noexcept {
@@ -58,50 +64,86 @@ const GlobalRegField* fieldOf(const GlobalRegType& type, std::uint64_t bit) noex
   return nullptr;
 }
 
-// Takes an entry into its field: a text with its NUL and within the field, a number of its width.
-bool takeEntry(const GlobalEntry& entry, const GlobalRegField& field,
+// A text ends within its entry, as a rule with it, and within its field; a number has its width.
+bool isSound(const GlobalEntry& entry, const GlobalRegField& field) noexcept {
+  if (field.kind != GlobalRegFieldKind::Text) return entry.length == field.width;
+  if (entry.length == 0 || entry.length > field.width) return false;
+  return entry.bytes[entry.length - 1] == '\0' ||
+         std::memchr(entry.bytes, '\0', entry.length) != nullptr;
+}
+
+// Takes a sound entry into its field.
+void takeEntry(const GlobalEntry& entry, const GlobalRegField& field,
                GlobalRegRecord& record) noexcept {
   auto* memory = reinterpret_cast<unsigned char*>(&record) + field.offset;
   if (field.kind != GlobalRegFieldKind::Text) {
-    if (entry.length != field.width) return false;
     storeNumber(decode(entry.bytes, entry.length), field.width, memory);
-    return true;
+  } else {
+    std::memcpy(memory, entry.bytes,
+                ::strnlen(reinterpret_cast<const char*>(entry.bytes), entry.length));
   }
-  const std::size_t length = ::strnlen(reinterpret_cast<const char*>(entry.bytes), entry.length);
-  if (length == entry.length || entry.length > field.width) return false;
-  std::memcpy(memory, entry.bytes, length);
+}
+
+// Whether a key has in a field what a sound entry holds; a field without an entry is empty or 0.
+bool equalsEntry(const GlobalRegRecord& key, const GlobalRegField& field,
+                 const GlobalEntry* entry) noexcept {
+  const unsigned char* memory = memoryOf(key, field);
+  if (field.kind != GlobalRegFieldKind::Text) {
+    const std::uint64_t number = entry == nullptr ? 0 : decode(entry->bytes, entry->length);
+    return loadNumber(memory, field.width) == number;
+  }
+  if (entry == nullptr) return *memory == '\0';
+  // The entry's NUL ends the comparison within the entry.
+  return std::strncmp(reinterpret_cast<const char*>(memory),
+                      reinterpret_cast<const char*>(entry->bytes), field.width) == 0;
+}
+
+// Takes a stored form of a known type apart: `take` gets every known field with its entry, or with
+// null when the record does not have it. Returns 0 or GENREG_RC_MALFORMED_RECORD.
+template <typename Take>
+unsigned int takeApart(GlobalStoredReader& reader, const GlobalRegType& type, Take take) noexcept {
+  GlobalEntry entry{};
+  bool more = reader.next(entry);
+  // Fields stand in the table in the order of their entries, before all unknown ones.
+  for (std::size_t i = 0; i < type.fieldCount; ++i) {
+    const GlobalRegField& field = type.fields[i];
+    if (!more || entry.bit != field.bit) {
+      take(field, static_cast<const GlobalEntry*>(nullptr));
+      continue;
+    }
+    if (!isSound(entry, field)) return GENREG_RC_MALFORMED_RECORD;
+    take(field, &entry);
+    more = reader.next(entry);
+  }
+  while (more) more = reader.next(entry);
+  return reader.ok() ? GENREG_RC_OK : GENREG_RC_MALFORMED_RECORD;
+}
+
+constexpr bool knownFieldsComeFirst() {
+  for (const GlobalRegType& type : globalRegTypes) {
+    for (std::size_t i = 0; i < type.fieldCount; ++i) {
+      if (type.fields[i].bit != std::uint64_t{1} << i) return false;
+    }
+    if (type.knownMask != (std::uint64_t{1} << type.fieldCount) - 1) return false;
+  }
   return true;
 }
+static_assert(knownFieldsComeFirst());
 
 }  // namespace
 
 GlobalStoredReader::GlobalStoredReader(const void* stored, std::size_t length) noexcept
     : bytes_(static_cast<const unsigned char*>(stored)), length_(length) {
   if (stored == nullptr || !hasHeader()) return;
-  type_ = static_cast<std::uint32_t>(decode(bytes_, globalTypeWidth));
-  fieldMask_ = decode(bytes_ + globalTypeWidth, globalMaskWidth);
-  missingMask_ = decode(bytes_ + globalTypeWidth + globalMaskWidth, globalMaskWidth);
+  type_ = globalDecode<std::uint32_t>(bytes_);
+  fieldMask_ = globalDecode<std::uint64_t>(bytes_ + globalTypeWidth);
+  missingMask_ = globalDecode<std::uint64_t>(bytes_ + globalTypeWidth + globalMaskWidth);
   // Records of no known type have no entries, whatever their mask says.
   bitsLeft_ = globalRegFindType(type_) == nullptr ? 0 : fieldMask_ & globalEntryBits;
 }
 
-bool GlobalStoredReader::next(GlobalEntry& entry) noexcept {
-  if (bitsLeft_ == 0 || !ok_) return false;
-  const std::size_t room = length_ - globalCheckSumWidth - offset_;
-  const std::size_t length =
-      room < globalEntryHeader
-          ? room
-          : static_cast<std::size_t>(decode(bytes_ + offset_, globalEntryHeader));
-  ok_ = room >= globalEntryHeader && room - globalEntryHeader >= length;
-  if (!ok_) return false;
-  entry = {bitsLeft_ & (~bitsLeft_ + 1), bytes_ + offset_ + globalEntryHeader, length};
-  bitsLeft_ &= bitsLeft_ - 1;
-  offset_ += globalEntryHeader + length;
-  return true;
-}
-
 std::uint32_t GlobalStoredReader::checkSum() const noexcept {
-  return static_cast<std::uint32_t>(decode(bytes_ + offset_, globalCheckSumWidth));
+  return globalDecode<std::uint32_t>(bytes_ + offset_);
 }
 
 unsigned int unpackGlobal(const void* stored, std::size_t length, bool exact,
@@ -115,18 +157,31 @@ unsigned int unpackGlobal(const void* stored, std::size_t length, bool exact,
   record.RecordType = reader.type();
   record.FieldMask = reader.fieldMask();
   record.MissingFieldMask = reader.missingMask() | (type->knownMask & ~record.FieldMask);
-  // Fields stand in the table in the order of their entries.
-  const GlobalRegField* field = type->fields;
-  const GlobalRegField* const end = type->fields + type->fieldCount;
-  for (GlobalEntry entry{}; reader.next(entry);) {
-    while (field != end && field->bit < entry.bit) ++field;
-    if (field == end || field->bit != entry.bit) continue;
-    if (!takeEntry(entry, *field, record)) return GENREG_RC_MALFORMED_RECORD;
-  }
-  if (!reader.ok() || (exact && reader.offset() + globalCheckSumWidth != length)) {
-    return GENREG_RC_MALFORMED_RECORD;
-  }
+  const unsigned int code =
+      takeApart(reader, *type, [&](const GlobalRegField& field, const GlobalEntry* entry) {
+        if (entry != nullptr) takeEntry(*entry, field, record);
+      });
+  if (code != 0) return code;
+  if (exact && reader.offset() + globalCheckSumWidth != length) return GENREG_RC_MALFORMED_RECORD;
   record.CheckSum = static_cast<std::int32_t>(reader.checkSum());
+  return GENREG_RC_OK;
+}
+
+unsigned int matchGlobal(const void* stored, std::size_t length, std::uint64_t mask,
+                         const GlobalRegRecord& key, bool* matches) noexcept {
+  GlobalStoredReader reader(stored, length);
+  if (!reader.hasHeader()) return GENREG_RC_MALFORMED_RECORD;
+  const GlobalRegType* type = globalRegFindType(reader.type());
+  if (type == nullptr) return GENREG_RC_UNKNOWN_RECORD_TYPE;
+  // A record that is not wanted is checked all the same: a malformed one is met by whatever reads.
+  bool same = key.RecordType == 0 || key.RecordType == type->type;
+  const unsigned int code =
+      takeApart(reader, *type, [&](const GlobalRegField& field, const GlobalEntry* entry) {
+        if (same && (mask & field.bit) != 0) same = equalsEntry(key, field, entry);
+      });
+  if (code != 0) return code;
+  if (reader.offset() + globalCheckSumWidth != length) return GENREG_RC_MALFORMED_RECORD;
+  *matches = same;
   return GENREG_RC_OK;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "genreg_global.h"
 
@@ -20,6 +21,16 @@ constexpr std::uint64_t globalEntryBits = 0x7FFFFFFFFFFFFFFFu;  // the top bit n
 // No stored form is longer: an entry of the longest length for every bit.
 constexpr std::size_t globalLongestStored =
     globalHeaderWidth + 63 * (globalEntryHeader + 0xFFFF) + globalCheckSumWidth;
+
+// A number of the stored form, in one load where the machine has its bytes in this order too.
+template <typename Number, std::size_t... Index>
+constexpr Number globalDecode(const unsigned char* bytes, std::index_sequence<Index...>) noexcept {
+  return static_cast<Number>((... | (std::uint64_t{bytes[Index]} << (8 * Index))));
+}
+template <typename Number>
+constexpr Number globalDecode(const unsigned char* bytes) noexcept {
+  return globalDecode<Number>(bytes, std::make_index_sequence<sizeof(Number)>());
+}
 
 struct GlobalEntry {
   std::uint64_t bit;
@@ -39,7 +50,18 @@ class GlobalStoredReader {
   std::uint64_t missingMask() const noexcept { return missingMask_; }
 
   // The next entry; false when there is none, or when it would run into the check sum (ok() then).
-  bool next(GlobalEntry& entry) noexcept;
+  bool next(GlobalEntry& entry) noexcept {
+    if (bitsLeft_ == 0 || !ok_) return false;
+    const std::size_t room = length_ - globalCheckSumWidth - offset_;
+    const std::size_t length =
+        room < globalEntryHeader ? room : globalDecode<std::uint16_t>(bytes_ + offset_);
+    ok_ = room >= globalEntryHeader && room - globalEntryHeader >= length;
+    if (!ok_) return false;
+    entry = {bitsLeft_ & (~bitsLeft_ + 1), bytes_ + offset_ + globalEntryHeader, length};
+    bitsLeft_ &= bitsLeft_ - 1;
+    offset_ += globalEntryHeader + length;
+    return true;
+  }
   bool ok() const noexcept { return ok_; }
   // After the last entry: where the check sum stands, and its value.
   std::size_t offset() const noexcept { return offset_; }
@@ -60,6 +82,11 @@ class GlobalStoredReader {
 // GENREG_RC_MALFORMED_RECORD. With `exact` the stored form must fill `length` bytes.
 unsigned int unpackGlobal(const void* stored, std::size_t length, bool exact,
                           GlobalRegRecord& record) noexcept;
+
+// Whether the record that a stored form of `length` bytes describes has the key's type, or the key
+// none, and the key's fields under `mask`, without building it. Returns what unpackGlobal would.
+unsigned int matchGlobal(const void* stored, std::size_t length, std::uint64_t mask,
+                         const GlobalRegRecord& key, bool* matches) noexcept;
 
 // The stored form of a record, in two steps over the same fields.
 class GlobalPacker {

@@ -7,6 +7,7 @@
 #include "genreg/core/record_buffer.h"
 #include "genreg/core/registry_handle.h"
 #include "genreg/flavours/global_codec.h"
+#include "genreg/packed_form.h"
 #include "genreg/record_span.h"
 #include "genreg_global.h"
 #include "sysservices/file_system.h"
@@ -172,17 +173,36 @@ struct Stored {
 
 unsigned int unpackRecord(void** record) {
   Routine routine(Function::globalUnpackRecord);
-  if (*record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 5));
-  const Stored stored(*record);
-  GlobalRegRecord unpacked;
-  const unsigned int code = genreg::unpackGlobal(*record, stored.length, stored.exact, unpacked);
-  if (code != 0) {
-    const std::uint64_t length = stored.length;
-    return routine.exit(routine.fail(code, 10, genreg::wide(length)));
+  if (*record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 4));
+  RecordBuffer work("GlobalReg", __LINE__);
+  if (const unsigned int code = work.reserve(sizeof(GlobalRegRecord)); code != 0) {
+    return routine.exit(routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_UNPACK_ALLOC, 5));
   }
-  std::memcpy(*record, &unpacked, sizeof unpacked);
-  return routine.exit(GENREG_RC_OK);
+  genreg::Outcome outcome;
+  const Stored stored(*record);
+  if (const unsigned int code = genreg::unpackGlobal(*record, stored.length, stored.exact,
+                                                     *static_cast<GlobalRegRecord*>(work.data()));
+      code != 0) {
+    const std::uint64_t length = stored.length;
+    outcome.note(routine.fail(code, 10, genreg::wide(length)));
+  } else {
+    std::memcpy(*record, work.data(), sizeof(GlobalRegRecord));
+  }
+  if (const unsigned int code = work.release(); code != 0) {
+    outcome.replace(routine.failFrom(genreg::probeMemFree, code, GENREG_RC_UNPACK_FREE, 20));
+  }
+  return routine.exit(outcome.code());
 }
+
+unsigned int matchStored(std::uint64_t mask, const void* stored, std::uint64_t length,
+                         const void* key, bool* matches) {
+  const unsigned int code =
+      genreg::matchGlobal(stored, length, mask, *static_cast<const GlobalRegRecord*>(key), matches);
+  if (code == 0) return GENREG_RC_OK;
+  return Routine(Function::globalUnpackRecord).fail(code, 10, genreg::wide(length));
+}
+
+constexpr genreg::PackedForm packedGlobal{compareRecord, unpackRecord, matchStored};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   Routine routine(Function::globalGetPackedLength);
@@ -264,6 +284,7 @@ GlobalReg::GlobalReg() noexcept {
   GetPackedLength = getPackedLength;
   GetRecordSize = getRecordSize;
   GetRecordLength = getRecordLength;
+  packedForm = &packedGlobal;
   char path[pathBufferSize];
   unsigned short size = sizeof path;
   unsigned int code = getGlobalRegPath(path, &size);
