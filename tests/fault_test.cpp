@@ -10,15 +10,18 @@
 
 namespace {
 
-// A flavour whose sweep runs on the records a = 1 and b = 2.
+enum class Verb { Add, Change, Delete, Get, Scan };
+struct Step {
+  Verb verb;
+  const char* name = "";
+  int value = 0;
+};
+
+// A handle of some flavour.
 class Subject {
  public:
   virtual ~Subject() = default;
-  virtual unsigned int add(const char* name, int value) = 0;
-  virtual unsigned int change(const char* name, int value) = 0;
-  virtual unsigned int remove(const char* name) = 0;
-  virtual unsigned int get(const char* name) = 0;
-  virtual unsigned int scan() = 0;
+  virtual Code run(const Step& step) = 0;
 };
 
 template <typename Flavour, typename Record>
@@ -26,60 +29,41 @@ class FlavourSubject : public Subject {
  public:
   FlavourSubject(const std::string& path, std::uint64_t features) : handle_(path, features) {}
 
-  unsigned int add(const char* name, int value) override {
-    return with(name, value, [&](Record& record) { return handle_.Add(byName, &record); });
-  }
-  unsigned int change(const char* name, int value) override {
-    return with(name, value,
-                [&](Record& record) { return handle_.Change(byName, &record, &record); });
-  }
-  unsigned int remove(const char* name) override {
-    return with(name, 0, [&](Record& record) { return handle_.Delete(byName, &record); });
-  }
-  unsigned int get(const char* name) override {
+  Code run(const Step& step) override {
+    const std::string text = std::to_string(step.value);
+    Record record{};
     Record found;
-    return with(name, 0, [&](Record& record) { return handle_.Get(byName, &record, &found); });
-  }
-  unsigned int scan() override {
-    Record key{};
-    Record record;
-    unsigned int code = handle_.OpenScan();
-    if (code != 0) return code;
-    while (code == 0) code = handle_.GetNext(0, &key, &record);
-    const unsigned int closed = handle_.CloseScan();
-    return code == GENREG_RC_END ? closed : code;
+    if constexpr (std::is_same_v<Record, BinVarValRecord>) {
+      record = variable(step.name, step.value);
+    } else {
+      record = {VARVAL_HAS_VARIABLE, nullptr, step.name, text.c_str(), {}};
+    }
+    if (step.verb == Verb::Add) return handle_.Add(byName, &record);
+    if (step.verb == Verb::Change) return handle_.Change(byName, &record, &record);
+    if (step.verb == Verb::Delete) return handle_.Delete(byName, &record);
+    if (step.verb == Verb::Get) return handle_.Get(byName, &record, &found);
+    return scan<Record>(handle_);
   }
 
  private:
-  template <typename Use>
-  static unsigned int with(const char* name, int value, Use use) {
-    const std::string text = std::to_string(value);
-    Record record{};
-    if constexpr (std::is_same_v<Record, BinVarValRecord>) {
-      record = variable(name, value);
-    } else {
-      record = {VARVAL_HAS_VARIABLE, nullptr, name, text.c_str(), {}};
-    }
-    return use(record);
-  }
-
   Exposed<Flavour> handle_;
 };
 
-using Binary = FlavourSubject<GenRegBinVarVal, BinVarValRecord>;
-using Text = FlavourSubject<GenRegVarVal, VarValRecord>;
-
-std::string binaryRecord(const char* name, int value) { return frame(variable(name, value)); }
-std::string textRecord(const char* name, int value) {
-  return std::string(name) + " = " + std::to_string(value) + "\n";
-}
-
-template <typename Kind>
+template <typename Flavour, typename Record>
 std::unique_ptr<Subject> make(const std::string& path, std::uint64_t features) {
-  return std::make_unique<Kind>(path, features);
+  return std::make_unique<FlavourSubject<Flavour, Record>>(path, features);
 }
 
-constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
+// A flavour, and its records as they stand in the file.
+struct Kind {
+  std::unique_ptr<Subject> (*make)(const std::string& path, std::uint64_t features);
+  std::string (*record)(const char* name, int value);
+};
+const Kind binary{make<GenRegBinVarVal, BinVarValRecord>,
+                  [](const char* name, int value) { return frame(variable(name, value)); }};
+const Kind text{make<GenRegVarVal, VarValRecord>, [](const char* name, int value) {
+                  return std::string(name) + " = " + std::to_string(value) + "\n";
+                }};
 
 // What is there before the operation.
 enum class Start {
@@ -90,69 +74,69 @@ enum class Start {
   TemporaryAndOld,  // an update that did not finish, and one before it
 };
 
+// An operation on the records a = 1 and b = 2.
 struct Sweep {
   const char* name;
-  std::unique_ptr<Subject> (*make)(const std::string& path, std::uint64_t features);
-  std::string (*record)(const char* name, int value);
+  Kind kind;
   std::uint64_t features;
   Start start;
-  unsigned int (*run)(Subject& subject);
+  Step step;
 };
 
-unsigned int addNew(Subject& subject) { return subject.add("new", 3); }
-unsigned int changeB(Subject& subject) { return subject.change("b", 22); }
-unsigned int removeA(Subject& subject) { return subject.remove("a"); }
-unsigned int getB(Subject& subject) { return subject.get("b"); }
-unsigned int scanAll(Subject& subject) { return subject.scan(); }
+const Step addNew{Verb::Add, "new", 3};
+const Step changeB{Verb::Change, "b", 22};
+const Step removeA{Verb::Delete, "a"};
+const Step getB{Verb::Get, "b"};
+const Step scanAll{Verb::Scan};
+constexpr std::uint64_t unverifiedUnique = GENREG_NOTIFY_CHANGE;
 
 const Sweep sweeps[] = {
-    {"Add", make<Binary>, binaryRecord, verified, Start::Clean, addNew},
-    {"FirstAdd", make<Binary>, binaryRecord, verified, Start::Nothing, addNew},
-    {"AddUnverified", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, Start::Clean, addNew},
-    {"AddInPlace", make<Binary>, binaryRecord, unverified, Start::Clean, addNew},
-    {"AddAfterCrash", make<Binary>, binaryRecord, verified, Start::BackupOnly, addNew},
-    {"AddInPlaceAfterCrash", make<Binary>, binaryRecord, unverified, Start::BackupOnly, addNew},
-    {"AddUniqueAfterCrash", make<Binary>, binaryRecord, GENREG_NOTIFY_CHANGE, Start::BackupOnly,
-     addNew},
-    {"GetAfterCrash", make<Binary>, binaryRecord, verified, Start::BackupOnly, getB},
-    {"ChangeBesideBackup", make<Binary>, binaryRecord, verified, Start::StaleBackup, changeB},
-    {"DeleteAfterFailure", make<Binary>, binaryRecord, verified, Start::TemporaryAndOld, removeA},
-    {"Change", make<Binary>, binaryRecord, verified, Start::Clean, changeB},
-    {"Delete", make<Binary>, binaryRecord, verified, Start::Clean, removeA},
-    {"DeleteUnverified", make<Binary>, binaryRecord, unverified, Start::Clean, removeA},
-    {"Get", make<Binary>, binaryRecord, verified, Start::Clean, getB},
-    {"Scan", make<Binary>, binaryRecord, verified, Start::Clean, scanAll},
-    {"TextAdd", make<Text>, textRecord, unique, Start::Clean, addNew},
-    {"TextAddInPlace", make<Text>, textRecord, unverified, Start::Clean, addNew},
-    {"TextChange", make<Text>, textRecord, verified, Start::Clean, changeB},
-    {"TextDelete", make<Text>, textRecord, verified, Start::Clean, removeA},
-    {"TextGet", make<Text>, textRecord, verified, Start::Clean, getB},
-    {"TextScan", make<Text>, textRecord, verified, Start::Clean, scanAll},
+    {"Add", binary, verified, Start::Clean, addNew},
+    {"FirstAdd", binary, verified, Start::Nothing, addNew},
+    {"AddUnverified", binary, unverifiedUnique, Start::Clean, addNew},
+    {"AddInPlace", binary, unverified, Start::Clean, addNew},
+    {"AddAfterCrash", binary, verified, Start::BackupOnly, addNew},
+    {"AddInPlaceAfterCrash", binary, unverified, Start::BackupOnly, addNew},
+    {"AddUniqueAfterCrash", binary, unverifiedUnique, Start::BackupOnly, addNew},
+    {"GetAfterCrash", binary, verified, Start::BackupOnly, getB},
+    {"ChangeBesideBackup", binary, verified, Start::StaleBackup, changeB},
+    {"DeleteAfterFailure", binary, verified, Start::TemporaryAndOld, removeA},
+    {"Change", binary, verified, Start::Clean, changeB},
+    {"Delete", binary, verified, Start::Clean, removeA},
+    {"DeleteUnverified", binary, unverified, Start::Clean, removeA},
+    {"Get", binary, verified, Start::Clean, getB},
+    {"Scan", binary, verified, Start::Clean, scanAll},
+    {"TextAdd", text, unique, Start::Clean, addNew},
+    {"TextAddInPlace", text, unverified, Start::Clean, addNew},
+    {"TextChange", text, verified, Start::Clean, changeB},
+    {"TextDelete", text, verified, Start::Clean, removeA},
+    {"TextGet", text, verified, Start::Clean, getB},
+    {"TextScan", text, verified, Start::Clean, scanAll},
 };
 
 class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Sweep> {
  protected:
   void start() {
-    for (const char* name : {"r", "r.tmp", "r.cor", ".r.bkp", ".r.lock"}) {
-      (void)std::remove(path(name).c_str());
-    }
+    clearDirectory();
     const Start state = GetParam().start;
-    old_ = GetParam().record("a", 1) + GetParam().record("b", 2);
+    old_ = GetParam().kind.record("a", 1) + GetParam().kind.record("b", 2);
     if (state == Start::Nothing) old_.clear();
     if (!old_.empty()) writeFile(state == Start::BackupOnly ? backup() : registry(), old_);
-    if (state == Start::StaleBackup) writeFile(backup(), GetParam().record("stale", 0));
+    if (state == Start::StaleBackup) writeFile(backup(), GetParam().kind.record("stale", 0));
     if (state == Start::BackupOnly || state == Start::TemporaryAndOld) {
       writeFile(temporary(), "unfinished");
       writeFile(corrupt(), "older");
     }
   }
 
-  std::unique_ptr<Subject> subject() { return GetParam().make(registry(), GetParam().features); }
+  std::unique_ptr<Subject> subject() {
+    return GetParam().kind.make(registry(), GetParam().features);
+  }
 
   // What the registry holds after the operation, run once undisturbed.
   std::string undisturbed() {
     start();
-    EXPECT_EQ(GetParam().run(*subject()), 0u);
+    EXPECT_EQ(subject()->run(GetParam().step), 0u);
     return committed();
   }
 
@@ -163,8 +147,8 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Swee
 
   // The next update works and keeps everything.
   void expectNextUpdateKeeps(Subject& handle, const std::string& content) {
-    ASSERT_EQ(handle.add("next", 9), 0u);
-    EXPECT_EQ(readFile(registry()), content + GetParam().record("next", 9));
+    ASSERT_EQ(handle.run({Verb::Add, "next", 9}), 0u);
+    EXPECT_EQ(readFile(registry()), content + GetParam().kind.record("next", 9));
     EXPECT_FALSE(exists(backup()));
     EXPECT_FALSE(exists(lockFile()));
   }
@@ -177,16 +161,15 @@ class FaultTest : public RegistryTest, public ::testing::WithParamInterface<Swee
       left[entry.path()] = readFile(entry.path());
     }
     for (unsigned long j = 1 + first % 7;; j += 7) {
-      for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
-        std::filesystem::remove(entry.path());
-      }
+      clearDirectory();
       for (const auto& [name, bytes] : left) writeFile(name, bytes);
       const int ended = inChild([&] {
         FaultPlan plan(j, 0, true);
-        return static_cast<int>(GetParam().make(registry(), unique)->add("other", 0));
+        return static_cast<int>(
+            GetParam().kind.make(registry(), unique)->run({Verb::Add, "other", 0}));
       });
       const std::string now = committed();
-      ASSERT_TRUE(now == content || now == content + GetParam().record("other", 0))
+      ASSERT_TRUE(now == content || now == content + GetParam().kind.record("other", 0))
           << "killed again before call " << j;
       if (ended == -SIGKILL) continue;
       EXPECT_EQ(ended, 0);
@@ -208,7 +191,7 @@ TEST_P(FaultTest, AnyFailedCallLeavesOldOrNewContentAndAWorkingHandle) {
       std::string operation;
       {
         FaultPlan plan(k, fault);
-        code = GetParam().run(*handle);
+        code = handle->run(GetParam().step);
         if (plan.calls() < k) break;
         operation = plan.operation();
       }
@@ -233,7 +216,7 @@ TEST_P(FaultTest, DyingBeforeAnyCallLosesNothing) {
     start();
     const int ended = inChild([&] {
       FaultPlan plan(k, 0, true);
-      return static_cast<int>(GetParam().run(*subject()) != 0);
+      return static_cast<int>(subject()->run(GetParam().step) != 0);
     });
     if (ended != -SIGKILL) {
       EXPECT_EQ(ended, 0);
@@ -243,7 +226,7 @@ TEST_P(FaultTest, DyingBeforeAnyCallLosesNothing) {
     const std::string content = committed();
     EXPECT_TRUE(content == old_ || content == changed);
     const std::unique_ptr<Subject> handle = subject();
-    EXPECT_TRUE(old_.empty() || handle->get("b") == 0) << "a reader missed a committed record";
+    EXPECT_TRUE(old_.empty() || handle->run(getB) == 0) << "a reader missed a committed record";
     expectDyingAgainLosesNothing(content, k);
     expectNextUpdateKeeps(*handle, committed());
     if (HasFailure()) return;

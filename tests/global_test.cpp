@@ -7,8 +7,6 @@
 
 namespace {
 
-using Code = unsigned int;
-
 // The file at `path`, with the protected side shown.
 class Global : public GlobalReg {
  public:
@@ -161,24 +159,18 @@ TEST_F(GlobalTest, OtherRecordsSurviveEveryUpdateByteForByte) {
   ASSERT_EQ(handle.Change(0x4, &key, &changed), 0u);
   ASSERT_EQ(handle.Delete(0x4, &two), 0u);
   EXPECT_EQ(readFile(registry()), odd + framed(storedInstance("three")) + odd);
-  EXPECT_EQ(handle.Change(0x4, &changed, &changed), GENREG_RC_UNCHANGED);
+  EXPECT_EQ(handle.Change(0x4, &changed, &changed), unchanged);
 }
 
 TEST_F(GlobalTest, AFullLengthRecordGoesThroughEveryOperation) {
   GlobalRegRecord full = recordOf(1, 0x3FF);
-  std::vector<std::string> entries;
   for (const FieldCase& field : fields) {
-    if (field.type != 1) continue;
-    field.set(full);
+    if (field.type == 1) field.set(full);
   }
-  const auto fill = [](auto& field) { std::memset(field, 'x', sizeof field - 1); };
-  fill(full.Instance.Service);
-  fill(full.Instance.InstanceName);
-  fill(full.Instance.InstancePath);
-  fill(full.Instance.Usage);
-  fill(full.Instance.InstallPath);
-  fill(full.Instance.HostName);
-  fill(full.Instance.Comment);
+  const auto fill = [](auto&... texts) { (std::memset(texts, 'x', sizeof texts - 1), ...); };
+  auto& texts = full.Instance;
+  fill(texts.Service, texts.InstanceName, texts.InstancePath, texts.Usage, texts.InstallPath,
+       texts.HostName, texts.Comment);
   const GlobalRegRecord original = full;
   Global handle;
   ASSERT_EQ(handle.Add(0x4, &full), 0u);
@@ -207,6 +199,9 @@ TEST_F(GlobalTest, AFullLengthRecordGoesThroughEveryOperation) {
 
 TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
   const std::string good = storedInstance("one");
+  constexpr Code malformed = GENREG_RC_MALFORMED_RECORD;
+  const std::string pastTheEnd = little(200, 2) + "abc";
+  const std::string intoCheckSum = little(5, 2) + std::string("abc\0", 4);
   const struct {
     const char* name;
     std::string bytes;
@@ -214,20 +209,16 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
   } cases[] = {
       {"type 0", stored(0, 0, {}), GENREG_RC_UNKNOWN_RECORD_TYPE},
       {"type 3", stored(3, 0x1, {}), GENREG_RC_UNKNOWN_RECORD_TYPE},
-      {"shorter than its header", good.substr(0, 23), GENREG_RC_MALFORMED_RECORD},
-      {"text longer than its field", stored(1, 0x1, {text(std::string(64, 'x'))}),
-       GENREG_RC_MALFORMED_RECORD},
-      {"text without its NUL", stored(1, 0x1, {entry("abc")}), GENREG_RC_MALFORMED_RECORD},
-      {"empty text entry", stored(1, 0x1, {entry("")}), GENREG_RC_MALFORMED_RECORD},
-      {"number of another width", stored(1, 0x20, {number(1, 8)}), GENREG_RC_MALFORMED_RECORD},
-      {"entry past the record", stored(1, 0x1, {little(200, 2) + "abc"}),
-       GENREG_RC_MALFORMED_RECORD},
-      {"entry into the check sum", stored(1, 0x1, {little(5, 2) + std::string("abc\0", 4)}),
-       GENREG_RC_MALFORMED_RECORD},
-      {"unknown entry past the record", stored(1, 0x401, {text("a"), little(9, 2)}),
-       GENREG_RC_MALFORMED_RECORD},
-      {"entries missing", stored(1, 0x3FF, {text("a")}), GENREG_RC_MALFORMED_RECORD},
-      {"bytes left over", stored(1, 0x1, {text("a"), "rest"}), GENREG_RC_MALFORMED_RECORD},
+      {"shorter than its header", good.substr(0, 23), malformed},
+      {"text longer than its field", stored(1, 0x1, {text(std::string(64, 'x'))}), malformed},
+      {"text without its NUL", stored(1, 0x1, {entry("abc")}), malformed},
+      {"empty text entry", stored(1, 0x1, {entry("")}), malformed},
+      {"number of another width", stored(1, 0x20, {number(1, 8)}), malformed},
+      {"entry past the record", stored(1, 0x1, {pastTheEnd}), malformed},
+      {"entry into the check sum", stored(1, 0x1, {intoCheckSum}), malformed},
+      {"unknown entry past the record", stored(1, 0x401, {text("a"), little(9, 2)}), malformed},
+      {"entries missing", stored(1, 0x3FF, {text("a")}), malformed},
+      {"bytes left over", stored(1, 0x1, {text("a"), "rest"}), malformed},
   };
   for (const auto& row : cases) {
     for (const bool unpacked : {false, true}) {
@@ -278,8 +269,7 @@ TEST_F(GlobalTest, WhatCouldNotBeReadAgainIsNotStored) {
 TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
   const struct {
     std::uint32_t type;
-    std::uint64_t fieldMask;
-    std::uint64_t mask;
+    std::uint64_t fieldMask, mask;
     void (*set)(GlobalRegRecord& record);  // after every present text was filled
     Code code;
   } cases[] = {
@@ -325,12 +315,12 @@ TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
   }
   GlobalRegRecord record = instance("one");
   EXPECT_EQ(handle.ValidateKey(0, nullptr), GENREG_RC_NO_ARGUMENT);
-  EXPECT_EQ(handle.Add(0, nullptr), GENREG_RC_KEY_REJECTED);
-  EXPECT_EQ(handle.Get(0, nullptr, &record), GENREG_RC_KEY_REJECTED);
+  EXPECT_EQ(handle.Add(0, nullptr), rejected);
+  EXPECT_EQ(handle.Get(0, nullptr, &record), rejected);
   EXPECT_EQ(handle.Get(0, &record, nullptr), OSS_RC_NULL_ARGUMENT);
-  EXPECT_EQ(handle.Change(0x4, nullptr, &record), GENREG_RC_OPEN_FOR_OPERATION);
+  EXPECT_EQ(handle.Change(0x4, nullptr, &record), opening);
   ASSERT_EQ(handle.Add(0x4, &record), 0u);
-  EXPECT_EQ(handle.Change(0x4, nullptr, &record), GENREG_RC_NOT_FOUND);
+  EXPECT_EQ(handle.Change(0x4, nullptr, &record), notFound);
 }
 
 TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
@@ -343,17 +333,11 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
     std::uint64_t mask;
     const char* service;
     Code code;
-    std::uint32_t foundType;
-    std::uint64_t foundMask;
-  } cases[] = {
-      {0, 0, "", 0, 4, 0x1},
-      {2, 0, "", 0, 2, 0x1},
-      {2, 0x1, "ZOR", 0, 2, 0x3},
-      {2, 0x1, "Zor", GENREG_RC_NOT_FOUND, 0, 0},
-      {1, 0x1, "ZOR", 0, 1, 0x5},
-      {1, 0x401, "ZOR", 0, 1, 0x5},
-      {1, 0x4, "ZOR", GENREG_RC_KEY_REJECTED, 0, 0},
-  };
+    std::uint32_t foundType = 0;
+    std::uint64_t foundMask = 0;
+  } cases[] = {{0, 0, "", 0, 4, 0x1},     {2, 0, "", 0, 2, 0x1},      {2, 0x1, "ZOR", 0, 2, 0x3},
+               {2, 0x1, "Zor", notFound}, {1, 0x1, "ZOR", 0, 1, 0x5}, {1, 0x401, "ZOR", 0, 1, 0x5},
+               {1, 0x4, "ZOR", rejected}};
   for (const auto& row : cases) {
     GlobalRegRecord key = recordOf(row.type, 0x1);
     put(key.Instance.Service, row.service);
@@ -363,12 +347,12 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
     EXPECT_EQ(found.FieldMask, row.foundMask);
   }
   GlobalRegRecord record = instance("new");
-  EXPECT_EQ(handle.Add(0, &record), GENREG_RC_DUPLICATE) << "mask 0 matches any of its type";
+  EXPECT_EQ(handle.Add(0, &record), duplicate) << "mask 0 matches any of its type";
   EXPECT_EQ(handle.Add(0x5, &record), 0u);
-  EXPECT_EQ(handle.Add(0x4, &record), GENREG_RC_DUPLICATE);
+  EXPECT_EQ(handle.Add(0x4, &record), duplicate);
   GlobalRegRecord key = instance("x");
   key.FieldMask = 0x1;
-  EXPECT_EQ(handle.Delete(0x1, &key), GENREG_RC_AMBIGUOUS);
+  EXPECT_EQ(handle.Delete(0x1, &key), ambiguous);
 }
 
 // The records that a scan finds, one after the other.
@@ -439,25 +423,21 @@ TEST_F(GlobalTest, PackingAndUnpackingHaveTheirCodesForMemory) {
 }
 
 TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
-  const struct {
-    const char* name;
-    std::string path;
-    bool ready;
-  } cases[] = {{"usable", registry(), true},
-               {"253 characters", std::string(253, 'x'), true},
-               {"empty", "", false},
-               {"254 characters", std::string(254, 'x'), false},
-               {"261 characters", std::string(261, 'x'), false},
-               {"70,000 characters", std::string(70000, 'x'), false},
-               {"no file name", "/", false}};
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
-    Global handle = Global::at(row.path);
+  const std::pair<std::string, bool> cases[] = {{registry(), true},
+                                                {std::string(253, 'x'), true},
+                                                {"", false},
+                                                {"/", false},
+                                                {std::string(254, 'x'), false},
+                                                {std::string(261, 'x'), false},
+                                                {std::string(70000, 'x'), false}};
+  for (const auto& [wanted, ready] : cases) {
+    SCOPED_TRACE(wanted.substr(0, 80) + ", length " + std::to_string(wanted.size()));
+    Global handle = Global::at(wanted);
     char path[GENREG_PATH_SIZE];
     EXPECT_EQ(handle.getRegFilePath(path, sizeof path), 0u);
-    EXPECT_EQ(path, row.ready ? row.path : "");
-    EXPECT_EQ((handle.status & GENREG_STATUS_READY) != 0, row.ready);
-    if (row.ready) continue;
+    EXPECT_EQ(path, ready ? wanted : "");
+    EXPECT_EQ((handle.status & GENREG_STATUS_READY) != 0, ready);
+    if (ready) continue;
     GlobalRegRecord record = instance("one");
     EXPECT_EQ(handle.Add(0x4, &record), GENREG_RC_LOCK_FAILED);
     EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
@@ -477,19 +457,14 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
 
 TEST_F(GlobalTest, WhatStandsInFieldsThatARecordDoesNotHaveIsNoPartOfIt) {
   Global handle;
-  GlobalRegRecord record;
-  std::memset(static_cast<void*>(&record), 'g', sizeof record);
-  const GlobalRegRecord named = instance("one");
-  record.RecordType = named.RecordType;
-  record.FieldMask = named.FieldMask;
-  record.MissingFieldMask = 0;
-  record.CheckSum = 0;
-  put(record.Instance.Service, std::string("ZOR\0", 4));
-  put(record.Instance.InstanceName, std::string("one\0", 4));
+  GlobalRegRecord record = instance("one");
+  record.Instance.VersionCode = 7;
+  std::memset(record.Instance.InstancePath, 'g', sizeof record.Instance.InstancePath);
+  std::memset(record.Instance.Service + 4, 'g', sizeof record.Instance.Service - 4);
   EXPECT_EQ(handle.Add(0x4, &record), 0u);
   EXPECT_EQ(readFile(registry()), framed(storedInstance("one")));
-  GlobalRegRecord key = named;
-  put(record.Instance.InstanceName, std::string("two\0", 4));
+  GlobalRegRecord key = instance("one");
+  put(record.Instance.InstanceName, "two");
   EXPECT_EQ(handle.Change(0x4, &key, &record), 0u);
   EXPECT_EQ(readFile(registry()), framed(storedInstance("two")));
 }

@@ -6,29 +6,26 @@
 
 namespace {
 
-struct FeatureCase {
-  std::uint64_t before;
-  bool set;
-  std::uint64_t value;
-  unsigned int code;
-  std::uint64_t after;
-};
-
 TEST(Handle, FeaturesAreSetAndClearedWithinTheirRange) {
-  const FeatureCase cases[] = {
-      {0, true, 0, GENREG_RC_BAD_FEATURE, 0},
-      {0, true, 129, GENREG_RC_BAD_FEATURE, 0},
-      {0, true, 128, 0, 128},
-      {0, true, 3, 0, 3},
-      {16, true, 24, 0, 24},
-      {3, false, 0, GENREG_RC_BAD_FEATURE, 3},
-      {3, false, 129, GENREG_RC_BAD_FEATURE, 3},
-      {1, false, 2, GENREG_RC_FEATURE_NOT_SET, 1},
-      {1, false, 3, 0, 0},
-      {7, false, 2, 0, 5},
-      {0, true, ~0ull, GENREG_RC_BAD_FEATURE, 0},
-  };
-  for (const FeatureCase& row : cases) {
+  constexpr Code bad = GENREG_RC_BAD_FEATURE;
+  const struct {
+    std::uint64_t before;
+    bool set;
+    std::uint64_t value;
+    Code code;
+    std::uint64_t after;
+  } cases[] = {{0, true, 0, bad, 0},
+               {0, true, 129, bad, 0},
+               {0, true, 128, 0, 128},
+               {0, true, 3, 0, 3},
+               {16, true, 24, 0, 24},
+               {3, false, 0, bad, 3},
+               {3, false, 129, bad, 3},
+               {1, false, 3, 0, 0},
+               {7, false, 2, 0, 5},
+               {0, true, ~0ull, bad, 0},
+               {1, false, 2, GENREG_RC_FEATURE_NOT_SET, 1}};
+  for (const auto& row : cases) {
     TestRegistry handle("r");
     handle.useFeatures(row.before);
     EXPECT_EQ(row.set ? handle.setFeature(row.value) : handle.unsetFeature(row.value), row.code);
@@ -39,16 +36,13 @@ TEST(Handle, FeaturesAreSetAndClearedWithinTheirRange) {
 }
 
 TEST(Handle, NamesFollowFromThePath) {
+  const std::string longest(253, 'x');
   const struct {
     std::string path, lock, backup;
-  } cases[] = {
-      {"prof.reg", ".prof.reg.lock", ".prof.reg.bkp"},
-      {"/data/prof.reg", "/data/.prof.reg.lock", "/data/.prof.reg.bkp"},
-      {"a/b/c", "a/b/.c.lock", "a/b/.c.bkp"},
-      {"./r", ".r.lock", ".r.bkp"},
-      {std::string(253, 'x'), "." + std::string(253, 'x') + ".lock",
-       "." + std::string(253, 'x') + ".bkp"},
-  };
+  } cases[] = {{"prof.reg", ".prof.reg.lock", ".prof.reg.bkp"},
+               {"/data/prof.reg", "/data/.prof.reg.lock", "/data/.prof.reg.bkp"},
+               {"./r", ".r.lock", ".r.bkp"},
+               {longest, "." + longest + ".lock", "." + longest + ".bkp"}};
   for (const auto& row : cases) {
     TestRegistry handle(row.path);
     char name[GENREG_PATH_SIZE];
@@ -83,25 +77,23 @@ TEST(Handle, APathGetterTakesABufferOfExactlyTheLength) {
 }
 
 TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
+  const std::string tooLong(254, 'x');
   const struct {
     const char* path;
-    unsigned int code;
-  } cases[] = {{nullptr, GENREG_RC_NO_ARGUMENT},
-               {"", GENREG_RC_NO_ARGUMENT},
-               {"/", GENREG_RC_BASE_NAME},
-               {nullptr, GENREG_RC_PATH_TOO_LONG}};
-  const std::string tooLong(254, 'x');
+    Code code, add;
+    std::size_t notReady = 0;  // failure logs that say so
+  } cases[] = {{nullptr, GENREG_RC_NO_ARGUMENT, hookMissing},
+               {"", GENREG_RC_NO_ARGUMENT, hookMissing},
+               {"/", GENREG_RC_BASE_NAME, GENREG_RC_LOCK_FAILED, 1},
+               {tooLong.c_str(), GENREG_RC_PATH_TOO_LONG, hookMissing}};
   for (const auto& row : cases) {
-    const char* path = row.code == GENREG_RC_PATH_TOO_LONG ? tooLong.c_str() : row.path;
-    unsigned int code = 0;
-    GenRegBinVarVal handle(path, &code);
+    Code code = 0;
+    GenRegBinVarVal handle(row.path, &code);
     EXPECT_EQ(code, row.code);
     BinVarValRecord record = variable("a");
     Diagnostics diagnostics;
-    EXPECT_EQ(handle.Add(0, &record),
-              row.code == GENREG_RC_BASE_NAME ? GENREG_RC_LOCK_FAILED : GENREG_RC_HOOK_MISSING);
-    EXPECT_EQ(diagnostics.logs(0x082A000Eu, GENREG_RC_NOT_READY),
-              row.code == GENREG_RC_BASE_NAME ? 1u : 0u);
+    EXPECT_EQ(handle.Add(0, &record), row.add);
+    EXPECT_EQ(diagnostics.logs(0x082A000Eu, GENREG_RC_NOT_READY), row.notReady);
     EXPECT_NE(handle.Change(0, &record, &record), 0u);
     EXPECT_NE(handle.Delete(0, &record), 0u);
     EXPECT_NE(handle.Get(0, &record, &record), 0u);
@@ -136,9 +128,7 @@ TEST(Handle, TracingIsAskedBeforeEachRecordAndFailuresAreLoggedWithoutIt) {
   BinVarValRecord record{};
   EXPECT_EQ(handle.Get(0, &record, &record), GENREG_RC_KEY_REJECTED);
   g_pGTCB->enabled = 0;
-  std::size_t entries = 0;
-  for (const auto& seen : diagnostics.records) entries += seen.kind == OSSRecordKind::Entry;
-  EXPECT_EQ(entries, 0u);
+  for (const auto& seen : diagnostics.records) EXPECT_NE(seen.kind, OSSRecordKind::Entry);
   EXPECT_EQ(diagnostics.records.back().kind, OSSRecordKind::Exit);
 }
 

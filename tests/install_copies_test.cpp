@@ -10,38 +10,35 @@ namespace {
 class InstalledCopies : public MachineTest {};
 
 const std::string noCopies = productKey("\\INSTALLEDCOPIES");
-const std::string zem = "ZEM_PROFILES";
-const std::string versionOfA = "\\INSTALLEDCOPIES\\A\\CurrentVersion";
 
-// The bytes of a text of so many digits, as an export writes them.
-std::string wideNines(unsigned int count) {
+std::string zemOf(const std::string& copy, const std::string& name = "Z") {
+  return instanceKey(copy, name, "", "ZEM_PROFILES");
+}
+
+// A version of so many digits without a terminator.
+std::string unterminated(unsigned int count) {
   std::string bytes = "39,00";
   while (--count > 0) bytes += ",39,00";
-  return bytes + "\n";
+  return productKey("\\INSTALLEDCOPIES\\A\\CurrentVersion", "\"Version\"=hex(1):" + bytes + "\n");
 }
 
 TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
   const std::string longest(128, 'N');
   const struct {
     const char* name;
-    std::string lines;
-    std::string answer;
+    std::string lines, answer;
   } cases[] = {
       {"no key of copies", productKey(""), "0x90000263"},
       {"no copy at all", noCopies, "end;"},
-      {"two ZEM profiles",
-       copyKeys("A") + instanceKey("A", "Z1", "", zem) + instanceKey("A", "Z2", "", zem),
-       "ZEM A;ZOR A;end;"},
+      {"two ZEM profiles", copyKeys("A") + zemOf("A") + zemOf("A", "Z2"), "ZEM A;ZOR A;end;"},
       {"an empty ZEM key", copyKeys("A") + productKey("\\INSTALLEDCOPIES\\A\\ZEM_PROFILES"),
        "ZOR A;end;"},
-      {"two copies with ZEM profiles",
-       copyKeys("A") + copyKeys("B") + instanceKey("A", "Z", "", zem) +
-           instanceKey("B", "Z", "", zem),
+      {"two copies with ZEM profiles", copyKeys("A") + copyKeys("B") + zemOf("A") + zemOf("B"),
        "ZEM A;ZOR A;ZOR B;end;"},
       {"default entry of version 8", defaultKeys("8") + copyKeys("A"), "ZOR A;ZOR -;end;"},
       {"default entry of version 9", defaultKeys("9") + copyKeys("A"), "ZOR A;end;"},
-      {"default entry with ZEM profiles",
-       defaultKeys("8") + copyKeys("A") + instanceKey("", "Z", "", zem), "ZOR A;ZEM -;end;"},
+      {"default entry with ZEM profiles", defaultKeys("8") + copyKeys("A") + zemOf(""),
+       "ZOR A;ZEM -;end;"},
       {"default entry without a path", noCopies + versionKey("", "8"), "end;"},
       {"order of the registry", copyKeys("b") + copyKeys("_") + copyKeys("C") + copyKeys("A"),
        "ZOR A;ZOR b;ZOR C;ZOR _;end;"},
@@ -53,15 +50,12 @@ TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
       {"a path that just fits", copyKeys("A", "9", std::string(259, 'p')), "ZOR A;end;"},
       {"a path that does not fit", copyKeys("A", "9", std::string(260, 'p')), "0x90000265;end;"},
       {"a version that just fits", copyKeys("A", "000000000000009"), "ZOR A;end;"},
-      {"a version without its terminator that just fits",
-       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(15)), "ZOR A;end;"},
-      {"a version without its terminator that fills the buffer",
-       copyKeys("A") + productKey(versionOfA, "\"Version\"=hex(1):" + wideNines(16)),
-       "0x90000265;end;"},
+      {"an unterminated version that just fits", copyKeys("A") + unterminated(15), "ZOR A;end;"},
+      {"one that fills the buffer", copyKeys("A") + unterminated(16), "0x90000265;end;"},
       {"a version that does not fit", copyKeys("A", "0000000000000009"), "0x90000265;end;"},
       {"names at the limit and beyond", copyKeys(longest + "N") + copyKeys(longest) + copyKeys("Z"),
        "ZOR " + longest + ";0x90000265;ZOR Z;end;"},
-      {"ZEM profiles of a copy that cannot be read", instanceKey("A", "Z", "", zem) + copyKeys("B"),
+      {"ZEM profiles of a copy that cannot be read", zemOf("A") + copyKeys("B"),
        "0x90000265;0x90000265;ZOR B;end;"},
   };
   for (const auto& row : cases) {
@@ -71,37 +65,20 @@ TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
   }
 }
 
-TEST_F(InstalledCopies, EveryFieldOfTheRecordIsFilled) {
-  machine(copyKeys("A", "9", "C:\\\\Program Files\\\\X\\\\"));
-  OSSServiceInfo_t record;
-  std::memset(&record, 0xAA, sizeof record);
-  ASSERT_EQ(ossGetServiceInfo(nullptr, 0, nullptr, &record), 0u);
-  EXPECT_EQ(record.flags, 0u);
-  EXPECT_EQ(record.versionCode, 0x0009000100020003u);
-  EXPECT_EQ(record.level, 2u);
-  EXPECT_EQ(record.number1 + record.byte1 + record.number2 + record.number3, 0u);
-  EXPECT_EQ(std::string(record.service) + "|" + record.installPath + "|" + record.text2 + "|" +
-                record.text3 + "|" + record.copyName,
-            "ZOR|C:\\Program Files\\X|||A");
-}
-
 TEST_F(InstalledCopies, ALookupFindsTheFirstCopyThatAgreesWithEveryArgument) {
-  machine(copyKeys("A") + copyKeys("B", "10", "C:\\\\Y") + instanceKey("B", "Z", "", zem) +
-          defaultKeys("8"));
+  machine(copyKeys("A") + copyKeys("B", "10", "C:\\\\Y z\\\\") + zemOf("B") + defaultKeys("8"));
   const struct {
     const char* service;
     std::uint64_t version;
-    const char* path;
-    const char* copy;
-    const char* found;  // null: none
+    const char *path, *copy, *found;  // found: null where none is
   } cases[] = {
       {"ZOR", 0, nullptr, nullptr, "ZOR A"},
       {"ZEM", 0, nullptr, nullptr, "ZEM B"},
       {nullptr, 0x000A000100020003, nullptr, nullptr, "ZEM B"},
-      {"ZOR", 0x000A000100020003, "C:\\Y", "B", "ZOR B"},
+      {"ZOR", 0x000A000100020003, "C:\\Y z", "B", "ZOR B"},
       {nullptr, 0, nullptr, "", "ZOR "},
       {"zor", 0, nullptr, nullptr, nullptr},
-      {nullptr, 0, "c:\\y", nullptr, nullptr},
+      {nullptr, 0, "c:\\y z", nullptr, nullptr},
       {nullptr, 0, nullptr, "b", nullptr},
       {nullptr, 0x000A000100020004, nullptr, nullptr, nullptr},
   };
@@ -115,37 +92,24 @@ TEST_F(InstalledCopies, ALookupFindsTheFirstCopyThatAgreesWithEveryArgument) {
     }
   }
   OSSServiceInfo_t record;
-  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, "C:\\Y", &record), 0u);
-  EXPECT_STREQ(record.copyName, "B");
+  std::memset(&record, 0xAA, sizeof record);
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, "C:\\Y z", &record), 0u);
+  EXPECT_EQ(record.versionCode, 0x000A000100020003u);
+  EXPECT_EQ(record.level, 2u);
+  EXPECT_EQ(record.flags + record.number1 + record.byte1 + record.number2 + record.number3, 0u);
+  const std::string texts = std::string(record.service) + "|" + record.installPath + "|" +
+                            record.text2 + "|" + record.text3 + "|" + record.copyName;
+  EXPECT_EQ(texts, "ZOR|C:\\Y z|||B");
 }
 
 // Each row makes the one call that must give the code, where the operation named fails as told.
 TEST_F(InstalledCopies, EveryCodeOfEveryExport) {
   machine(copyKeys("A") + defaultKeys("8"));
   OSSServiceInfo_t record;
-  void* const unopened = &record;
-  const auto open = [&] {
-    void* list = unopened;
-    const unsigned int code = ossOpenServiceList(&list);
-    if (code == 0) (void)ossCloseServiceList(list);
-    EXPECT_EQ(list == unopened, code != 0);
-    return code;
-  };
-  const auto next = [&](unsigned int steps) {
-    return [&record, steps] {
-      void* list = nullptr;
-      EXPECT_EQ(ossOpenServiceList(&list), 0u);
-      unsigned int code = 0;
-      for (unsigned int i = 0; i < steps; ++i) code = ossGetNextService(list, &record);
-      (void)ossCloseServiceList(list);
-      return code;
-    };
-  };
-  const auto close = [] {
-    void* list = nullptr;
-    EXPECT_EQ(ossOpenServiceList(&list), 0u);
-    return ossCloseServiceList(list);
-  };
+  const auto list = copyList();
+  const auto open = [&] { return list.open(); };
+  const auto next = [&](unsigned int steps) { return list.next(steps); };
+  const auto close = [&] { return list.close(); };
   const auto find = [&] { return ossGetServiceInfo("none", 0, nullptr, nullptr, &record); };
   expectCodes({
       {0, open},
@@ -158,7 +122,7 @@ TEST_F(InstalledCopies, EveryCodeOfEveryExport) {
       {0x900001BE, next(3)},
       {0x900001BE, next(4)},
       {0x90000262, [&] { return ossGetNextService(nullptr, &record); }},
-      {0x90000260, [&] { return ossGetNextService(unopened, nullptr); }},
+      {0x90000260, [&] { return ossGetNextService(&record, nullptr); }},
       {0x90000265, next(1), {"RegEnumKeyExA", 1, 5}, 139, 0x90000265},
       {0, next(2), {"RegEnumKeyExA", 1, 5}, 139, 0x90000265},
       {0x90000265, next(1), {"RegQueryValueExA", 3, 5}, 139, 0x90000265},

@@ -12,16 +12,7 @@
 
 namespace {
 
-class Instances : public MachineTest {
- protected:
-  static void expectInChild(const std::function<void()>& body) {
-    EXPECT_EQ(inChild([&] {
-                body();
-                return HasFailure() ? 1 : 0;
-              }),
-              0);
-  }
-};
+class Instances : public MachineTest {};
 
 const std::string zem = "ZEM_PROFILES";
 const std::string here = "\"ZORINSTPROF\"=\"D:\\\\p\"\n";
@@ -30,8 +21,11 @@ std::string named(const std::string& value, const std::string& text) {
   return "\"" + value + "\"=\"" + text + "\"\n";
 }
 
+std::string profile(const std::string& directory) { return named("ZORINSTPROF", directory); }
+
 std::string serviceKey(const std::string& name, const std::string& start) {
-  return "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\" + name + "]\n" + start + "\n";
+  return "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\" + name +
+         "]\n\"Start\"=" + start + "\n";
 }
 
 std::string clusterKey(const std::string& below, const std::string& value) {
@@ -43,10 +37,8 @@ TEST_F(Instances, AreListedAsTheRegistryHasThem) {
   const std::string reported(63, 'N');
   const std::string thousand(1000, 'p');
   const struct {
-    const char* name;
-    const char* kind;
-    std::string lines;
-    std::string answer;
+    const char *name, *kind;
+    std::string lines, answer;
   } cases[] = {
       {"no profiles", "ZOR", copyKeys("A") + defaultKeys("8"), "0x90000282"},
       {"nothing at all", "ZOR", "", "0x90000282"},
@@ -57,31 +49,28 @@ TEST_F(Instances, AreListedAsTheRegistryHasThem) {
        copyKeys("b") + instanceKey("b", "I2") + instanceKey("b", "i1", here) + copyKeys("B2") +
            copyKeys("A") + instanceKey("A", "I3") + defaultKeys("8") + instanceKey("", "I4"),
        "I3 A C:\\X\\I3 0 -;i1 b D:\\p\\i1 0 -;I2 b C:\\X\\I2 0 -;I4 - C:\\D\\I4 0 -;end;"},
-      {"default entry alone", "ZOR", defaultKeys("8") + instanceKey("", "I"),
-       "I - C:\\D\\I 0 -;end;"},
       {"default entry of version 9", "ZOR", defaultKeys("9") + instanceKey("", "I"), "end;"},
       {"ZEM profiles as they are", "ZEM",
        copyKeys("A") + instanceKey("A", "I1", named("ZORZEMPROF", "Z:\\\\z") + here, zem) +
            instanceKey("A", "I2", "", zem) + instanceKey("A", "I3"),
        "I1 A Z:\\z 0 -;I2 A C:\\X 0 -;end;"},
-      {"an empty profile", "ZOR", copyKeys("A") + instanceKey("A", "I", named("ZORINSTPROF", "")),
+      {"an empty profile", "ZOR", copyKeys("A") + instanceKey("A", "I", profile("")),
        "I A - 0 -;end;"},
       {"a long name is found whole and reported in part", "ZOR",
-       copyKeys("A") + instanceKey("A", full, here) + serviceKey(full, "\"Start\"=dword:2") +
-           serviceKey(reported, "\"Start\"=dword:4"),
+       copyKeys("A") + instanceKey("A", full, here) + serviceKey(full, "dword:2") +
+           serviceKey(reported, "dword:4"),
        reported + " A D:\\p\\" + full + " 1 -;end;"},
       {"a profile directory at the limit and beyond", "ZOR",
-       copyKeys("A") + instanceKey("A", std::string(22, 'a'), named("ZORINSTPROF", thousand)) +
-           instanceKey("A", std::string(23, 'b'), named("ZORINSTPROF", thousand)) +
-           instanceKey("A", std::string(30, 'c'), named("ZORINSTPROF", thousand)) +
-           instanceKey("A", "d", here),
+       copyKeys("A") + instanceKey("A", std::string(22, 'a'), profile(thousand)) +
+           instanceKey("A", std::string(23, 'b'), profile(thousand)) +
+           instanceKey("A", std::string(30, 'c'), profile(thousand)) + instanceKey("A", "d", here),
        std::string(22, 'a') + " A " + thousand + "\\" + std::string(22, 'a') +
            " 0 -;0x90000266;0x90000266;d A D:\\p\\d 0 -;end;"},
       {"start types", "ZOR",
        copyKeys("A") + instanceKey("A", "I1") + instanceKey("A", "I2") + instanceKey("A", "I3") +
-           instanceKey("A", "I4") + serviceKey("i1", "\"Start\"=dword:00000002") +
-           serviceKey("I2", "\"Start\"=dword:00000004") + serviceKey("I3", "\"Start\"=\"2\"") +
-           serviceKey("I4", "\"Start\"=dword:00000102"),
+           instanceKey("A", "I4") + serviceKey("i1", "dword:00000002") +
+           serviceKey("I2", "dword:00000004") + serviceKey("I3", "\"2\"") +
+           serviceKey("I4", "dword:00000102"),
        "I1 A C:\\X\\I1 1 -;I2 A C:\\X\\I2 16 -;I3 A C:\\X\\I3 0 -;I4 A C:\\X\\I4 0 -;end;"},
       {"a copy that cannot be read holds up the list", "ZOR",
        instanceKey("A", "I") + copyKeys("B") + instanceKey("B", "I"),
@@ -94,25 +83,11 @@ TEST_F(Instances, AreListedAsTheRegistryHasThem) {
   }
 }
 
-TEST_F(Instances, EveryFieldOfTheRecordIsFilled) {
-  machine(copyKeys("A") + instanceKey("A", "INST1", here));
-  OSSInstanceInfo_t record;
-  std::memset(&record, 0xAA, sizeof record);
-  ASSERT_EQ(ossGetInstanceInfo(nullptr, 0, nullptr, &record), 0u);
-  EXPECT_EQ(record.flags, 0u);
-  EXPECT_EQ(record.versionCode, 0x0009000100020003u);
-  EXPECT_EQ(std::string(record.instanceName) + "|" + record.service + "|" + record.instancePath +
-                "|" + record.usage + "|" + record.installPath + "|" + record.hostName + "|" +
-                record.comment + "|" + record.copyName,
-            "INST1|ZOR|D:\\p\\INST1||C:\\X|||A");
-}
-
 TEST_F(Instances, AProfileOnAnotherMachineIsReadThere) {
   const struct {
     const char* name;
     std::string remote;  // the value that names the machine
-    std::string kind;
-    std::string answer;
+    std::string kind, answer;
   } cases[] = {
       {"there", "OTHER", "ZOR", "I A R:\\r\\I 4 OTHER;"},
       {"written as a network name", "\\\\\\\\OTHER", "ZOR", "I A R:\\r\\I 4 \\\\OTHER;"},
@@ -127,14 +102,14 @@ TEST_F(Instances, AProfileOnAnotherMachineIsReadThere) {
       {"a name of 15 characters", "NAMEOF15LETTERS", "ZOR", "0x90000266;"},
       {"a name of 16 characters does not read", "NAMEOF16LETTERS_", "ZOR", "I A C:\\X\\I 0 -;"},
   };
-  const auto profile = [](const std::string& text) {
-    return productKey("\\INSTALLEDCOPIES\\A\\I", named("ZORINSTPROF", text));
+  const auto other = [&](const std::string& name, const std::string& directory) {
+    remoteMachine(name, productKey("\\INSTALLEDCOPIES\\A\\I", profile(directory)));
   };
-  remoteMachine("OTHER", profile("R:\\\\r"));
   std::filesystem::create_directory(path("below"));
-  remoteMachine("below/OTHER", profile("R:\\\\r"));
-  remoteMachine("LONG", profile(std::string(259, 'r')));
-  remoteMachine("LONGER", profile(std::string(260, 'r')));
+  other("OTHER", "R:\\\\r");
+  other("below/OTHER", "R:\\\\r");
+  other("LONG", std::string(259, 'r'));
+  other("LONGER", std::string(260, 'r'));
   remoteMachine("BROKEN", "broken");
   remoteMachine("EMPTY", copyKeys("A"));
   for (const auto& row : cases) {
@@ -167,19 +142,19 @@ TEST_F(Instances, AProfileInTheClusterIsReadThere) {
                                std::string(256, 'p') +
                                "\\I2 8 CLU;0x90000266;I4 A S:\\I4 8 CLU;0x90000266;end;");
     EXPECT_EQ(opened.calls(), 1u);
-    EXPECT_EQ(instances("ZEM"), "Z1 A S:\\z 8 CLU;end;");
+    return instances("ZEM") == "Z1 A S:\\z 8 CLU;end;";
   });
 }
 
 TEST_F(Instances, WithoutAClusterTheOthersAreListedAndTheLibraryIsLookedForOnce) {
-  machine(copyKeys("A") + instanceKey("A", "I1", named("ZORCLUSTER", "CLU")) +
-          instanceKey("A", "I2", named("ZORCLUSTER", "CLU")) + instanceKey("A", "I3"));
+  const std::string inCluster = named("ZORCLUSTER", "CLU");
+  machine(copyKeys("A") + instanceKey("A", "I1", inCluster) + instanceKey("A", "I2", inCluster) +
+          instanceKey("A", "I3"));
   expectInChild([] {
     const FaultPlan loads(0, 0, false, "LoadLibraryA");
-    const std::string answer = "0x90000266;0x90000266;I3 A C:\\X\\I3 0 -;end;";
-    EXPECT_EQ(instances(), answer);
-    EXPECT_EQ(instances(), answer);
-    EXPECT_EQ(loads.calls(), 1u);
+    for (int i = 0; i < 2; ++i)
+      EXPECT_EQ(instances(), "0x90000266;0x90000266;I3 A C:\\X\\I3 0 -;end;");
+    return loads.calls() == 1;
   });
 }
 
@@ -187,14 +162,12 @@ TEST_F(Instances, TwoThreadsThatMeetTheirFirstClusterInstanceAtOnceLoadTheLibrar
   machine(copyKeys("A") + instanceKey("A", "I", named("ZORCLUSTER", "CLU")) +
           clusterKey("PROFILES\\I", here));
   expectInChild([] {
-    static std::atomic<int> loads{0};
-    static std::atomic<int> ready{0};
-    ossSetFaultHook(
-        [](const char* operation, const char*, void*) {
-          if (std::strcmp(operation, "LoadLibraryA") == 0) ++loads;
-          return 0;
-        },
-        nullptr);
+    std::atomic<int> loads{0};
+    std::atomic<int> ready{0};
+    const FaultHook counting([&](const std::string& call) {
+      loads += call == "LoadLibraryA";
+      return 0;
+    });
     std::string answers[2];
     const auto run = [&](std::string& answer) {
       for (++ready; ready < 2;) std::this_thread::yield();
@@ -204,21 +177,20 @@ TEST_F(Instances, TwoThreadsThatMeetTheirFirstClusterInstanceAtOnceLoadTheLibrar
     run(answers[1]);
     other.join();
     for (const std::string& answer : answers) EXPECT_EQ(answer, "I A D:\\p\\I 8 CLU;end;");
-    EXPECT_EQ(loads, 1);
+    return loads == 1;
   });
 }
 
 TEST_F(Instances, ALookupFindsTheFirstInstanceThatAgreesWithEveryArgument) {
   const std::string longName(63, 'L');
   machine(copyKeys("A") + instanceKey("A", "INST1") + instanceKey("A", "inst2") +
-          copyKeys("B", "10") + instanceKey("B", "INST1") + instanceKey("B", "ZEM1", "", zem) +
-          instanceKey("B", longName + "TAIL"));
+          copyKeys("B", "10") + instanceKey("B", "INST1", here) +
+          instanceKey("B", "ZEM1", "", zem) + instanceKey("B", longName + "TAIL"));
   const struct {
     const char* kind;
     std::uint64_t version;
-    std::string name;  // empty: null
-    const char* copy;
-    const char* found;  // copy and instance; null: none
+    std::string name;          // empty: null
+    const char *copy, *found;  // found: copy and instance; null: none
   } cases[] = {
       {"ZOR", 0, "inst1", nullptr, "A INST1"},
       {nullptr, 0, "", nullptr, "A INST1"},
@@ -243,6 +215,14 @@ TEST_F(Instances, ALookupFindsTheFirstInstanceThatAgreesWithEveryArgument) {
   }
   OSSInstanceInfo_t record;
   EXPECT_EQ(ossGetInstanceInfo("ZOR", 0, longName.c_str(), &record), 0u);
+  std::memset(&record, 0xAA, sizeof record);
+  EXPECT_EQ(ossGetInstanceInfo("ZOR", 0x000A000100020003, "INST1", &record), 0u);
+  EXPECT_EQ(record.flags, 0u);
+  EXPECT_EQ(record.versionCode, 0x000A000100020003u);
+  const std::string texts = std::string(record.instanceName) + "|" + record.service + "|" +
+                            record.instancePath + "|" + record.usage + "|" + record.installPath +
+                            "|" + record.hostName + "|" + record.comment + "|" + record.copyName;
+  EXPECT_EQ(texts, "INST1|ZOR|D:\\p\\INST1||C:\\X|||B");
 }
 
 // Each row makes the one call that must give the code, where the operation named fails as told.
@@ -252,38 +232,18 @@ TEST_F(Instances, EveryCodeOfEveryExport) {
           instanceKey("B", "K") + defaultKeys("8") + instanceKey("", "L") +
           clusterKey("PROFILES\\J", here));
   OSSInstanceInfo_t record;
-  void* const unopened = &record;
-  const auto open = [&](const char* kind) {
-    void* list = unopened;
-    const unsigned int code = ossOpenInstanceList(kind, &list);
-    if (code == 0) (void)ossCloseInstanceList(list);
-    EXPECT_EQ(list == unopened, code != 0);
-    return code;
-  };
-  const auto openZor = [&] { return open("ZOR"); };
-  const auto next = [&](unsigned int steps) {
-    return [&record, steps] {
-      void* list = nullptr;
-      EXPECT_EQ(ossOpenInstanceList("ZOR", &list), 0u);
-      unsigned int code = 0;
-      for (unsigned int i = 0; i < steps; ++i) code = ossGetNextInstance(list, &record);
-      (void)ossCloseInstanceList(list);
-      return code;
-    };
-  };
-  const auto close = [] {
-    void* list = nullptr;
-    EXPECT_EQ(ossOpenInstanceList("ZOR", &list), 0u);
-    return ossCloseInstanceList(list);
-  };
+  const auto zor = instanceList("ZOR");
+  const auto openZor = [&] { return zor.open(); };
+  const auto next = [&](unsigned int steps) { return zor.next(steps); };
+  const auto close = [&] { return zor.close(); };
   const auto find = [&] { return ossGetInstanceInfo("ZOR", 0, "NONE", nullptr, &record); };
   const std::vector<ExportCall> calls{
       {0, openZor},
-      {0x90000280, [&] { return open(nullptr); }},
-      {0x90000263, [&] { return open("zor"); }, {}, 135, 0x90000263},
+      {0x90000280, [&] { return instanceList(nullptr).open(); }},
+      {0x90000263, [&] { return instanceList("zor").open(); }, {}, 135, 0x90000263},
       {0x90000263, [] { return ossOpenInstanceList("ZOR", nullptr); }},
       {0x90000263, openZor, {"RegEnumKeyExA", 1, 5}, 135, 0x90000263},
-      {0x90000282, [&] { return open("ZEM"); }, {}, 135, 0x90000282},
+      {0x90000282, [&] { return instanceList("ZEM").open(); }, {}, 135, 0x90000282},
       {0x9000000D, openZor, {"calloc", 1, ENOMEM}, 135, 0x9000000D},
       {0x9000000A, openZor, {"RegOpenKeyExA", 1, ENOSPC}, 135, 0x9000000A},
       {0, openZor, {"RegOpenKeyExA", 1, 2}},  // the default entry has profiles
@@ -291,7 +251,7 @@ TEST_F(Instances, EveryCodeOfEveryExport) {
       {0x900001BE, next(5)},
       {0x900001BE, next(6)},
       {0x90000262, [&] { return ossGetNextInstance(nullptr, &record); }},
-      {0x90000261, [&] { return ossGetNextInstance(unopened, nullptr); }},
+      {0x90000261, [&] { return ossGetNextInstance(&record, nullptr); }},
       {0x90000266, next(1), {"RegEnumKeyExA", 2, 5}, 138, 0x90000266},
       {0x90000266, next(3), {"RegEnumKeyExA", 5, 5}, 138, 0x90000266},
       {0x90000266, next(1), {"RegQueryValueExA", 1, 5}, 138, 0x90000268},
@@ -313,7 +273,7 @@ TEST_F(Instances, EveryCodeOfEveryExport) {
       {0x90000005, [&] { return ossSetInstanceInfo(&record); }},
       {0x90000005, [] { return ossRemoveInstanceInfo("ZOR", 0, "I"); }},
   };
-  expectInChild([&] { expectCodes(calls); });
+  expectInChild([&] { return expectCodes(calls), true; });
 }
 
 }  // namespace

@@ -20,11 +20,7 @@ Stream streamOf(const std::string& bytes) {
 }
 
 // What one call gives: the raw buffer, the line buffer, the code.
-struct Line {
-  std::string raw;
-  std::string text;
-  unsigned int code;
-};
+using Line = std::tuple<std::string, std::string, Code>;
 
 std::vector<Line> readAll(const std::string& bytes, bool join, std::size_t size) {
   const Stream stream = streamOf(bytes);
@@ -39,7 +35,7 @@ std::vector<Line> readAll(const std::string& bytes, bool join, std::size_t size)
       return lines;
     }
     EXPECT_EQ(got, raw.data());
-    lines.push_back({raw.data(), text.data(), code});
+    lines.emplace_back(raw.data(), text.data(), code);
   }
 }
 
@@ -74,12 +70,7 @@ TEST(LineReader, TurnsPhysicalLinesIntoLogicalOnes) {
   for (const auto& row : cases) {
     SCOPED_TRACE(row.bytes.substr(0, 20) + (row.join ? ", joined" : ""));
     const std::vector<Line> lines = readAll(row.bytes, row.join, row.size);
-    ASSERT_EQ(lines.size(), row.lines.size());
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      EXPECT_EQ(lines[i].raw, row.lines[i].raw);
-      EXPECT_EQ(lines[i].text, row.lines[i].text);
-      EXPECT_EQ(lines[i].code, row.lines[i].code);
-    }
+    EXPECT_EQ(lines, row.lines);
   }
 }
 
@@ -122,7 +113,7 @@ TEST(LineWriter, FoldsSoThatTheReaderJoins) {
     if (row.code != 0 || row.line.empty()) continue;
     const std::vector<Line> read = readAll(written, true, GENREG_LINE_SIZE);
     ASSERT_EQ(read.size(), 1u);
-    EXPECT_EQ(read[0].text, row.line) << "width " << row.width;
+    EXPECT_EQ(std::get<1>(read[0]), row.line) << "width " << row.width;
   }
   EXPECT_EQ(GenRegWriteLine(nullptr, 4, stdout), bad);
   char text[] = "abc";

@@ -30,49 +30,39 @@ class SessionTest : public RegistryTest {
 };
 
 TEST_F(SessionTest, LockRequestsAreCheckedAndTheLockExcludes) {
+  constexpr std::uint64_t exclusive = GENREG_LOCK_EXCLUSIVE;
+  constexpr std::uint64_t shared = GENREG_LOCK_SHARED;
+  constexpr std::uint64_t wait = GENREG_LOCK_WAIT;
+  constexpr std::uint64_t noWait = GENREG_LOCK_NOWAIT;
   TestRegistry handle(registry());
   TestRegistry other(registry());
   for (const std::uint64_t request : {0u, 16u, 1u, 2u, 4u, 8u}) {
     EXPECT_EQ(handle.LockRegistry(request), GENREG_RC_BAD_ARGUMENT) << request;
   }
-  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_SHARED | GENREG_LOCK_WAIT), GENREG_RC_OPEN_LOCK_FAILED)
+  EXPECT_EQ(handle.LockRegistry(shared | wait), GENREG_RC_OPEN_LOCK_FAILED)
       << "a shared request creates no lock file";
-  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_SHARED | GENREG_LOCK_WAIT), 0u);
-  EXPECT_EQ(handle.LockRegistry(5), GENREG_RC_ALREADY_LOCKED);
-  EXPECT_EQ(other.LockRegistry(GENREG_LOCK_SHARED | GENREG_LOCK_NOWAIT), GENREG_RC_BUSY);
-  EXPECT_EQ(other.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT | GENREG_LOCK_NOWAIT),
-            GENREG_RC_BUSY);
+  EXPECT_EQ(handle.LockRegistry(exclusive | shared | wait), 0u);
+  EXPECT_EQ(handle.LockRegistry(exclusive | wait), GENREG_RC_ALREADY_LOCKED);
+  EXPECT_EQ(other.LockRegistry(shared | noWait), GENREG_RC_BUSY);
+  EXPECT_EQ(other.LockRegistry(exclusive | wait | noWait), GENREG_RC_BUSY);
   EXPECT_EQ(other.status & GENREG_STATUS_LOCKED, 0u);
   EXPECT_EQ(handle.UnlockRegistry(), 0u);
   EXPECT_EQ(files(), "");
   EXPECT_EQ(handle.UnlockRegistry(), GENREG_RC_UNLOCK_FILE_FAILED);
-  EXPECT_EQ(other.LockRegistry(5), 0u);
+  EXPECT_EQ(other.LockRegistry(exclusive | wait), 0u);
   (void)std::remove(lockFile().c_str());
   Diagnostics diagnostics;
   EXPECT_EQ(other.UnlockRegistry(), 0u) << "somebody else deleted the lock file";
   EXPECT_EQ(diagnostics.logs(0x082A0011u, GENREG_RC_LOCK_FILE_GONE), 1u);
 }
 
-TEST_F(SessionTest, ALockLeftByADeadHolderIsTakenOver) {
-  EXPECT_EQ(inChild([&] {
-              TestRegistry holder(registry());
-              return static_cast<int>(holder.LockRegistry(5));
-            }),
-            0);
+TEST_F(SessionTest, ALockLeftByADeadHolderIsTakenOverAndADestroyedHandleHoldsNone) {
+  expectInChild([&] { return TestRegistry(registry()).LockRegistry(5) == 0; });
   EXPECT_EQ(files(), ".r.lock");
+  EXPECT_EQ(TestRegistry(registry()).LockRegistry(5), 0u);
   TestRegistry handle(registry());
   EXPECT_EQ(add(handle), 0u);
   EXPECT_EQ(files(), "r");
-}
-
-TEST_F(SessionTest, AHandleDestroyedUnderTheLockEndsIt) {
-  {
-    TestRegistry holder(registry());
-    ASSERT_EQ(holder.LockRegistry(5), 0u);
-  }
-  TestRegistry handle(registry());
-  EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_NOWAIT), 0u);
-  EXPECT_EQ(handle.UnlockRegistry(), 0u);
 }
 
 TEST_F(SessionTest, TheFirstAddCreatesDirectoryAndFileForTheirOwnerAlone) {
@@ -92,8 +82,8 @@ TEST_F(SessionTest, AMissingRegistryIsToldApart) {
   TestRegistry handle(registry());
   EXPECT_EQ(get(handle), GENREG_RC_NO_FILE);
   Diagnostics diagnostics;
-  EXPECT_EQ(change(handle), GENREG_RC_OPEN_FOR_OPERATION);
-  EXPECT_EQ(remove(handle), GENREG_RC_OPEN_FOR_OPERATION);
+  EXPECT_EQ(change(handle), opening);
+  EXPECT_EQ(remove(handle), opening);
   for (const auto& record : diagnostics.records) {
     EXPECT_EQ(record.calleeCode, GENREG_RC_NO_FILE);
     EXPECT_EQ(record.probe >> 16, 0x082Au);
@@ -101,16 +91,13 @@ TEST_F(SessionTest, AMissingRegistryIsToldApart) {
   EXPECT_EQ(files(), "");
 }
 
-// What an earlier session left behind, and what is there after the next update.
-struct Leftovers {
-  const char* name;
-  bool registry, backup, temporary, corrupt;
-  const char* after;
-  const char* corruptAfter;
-};
-
 TEST_F(SessionTest, LeftoversOfACrashAreRepairedByTheNextUpdate) {
-  const Leftovers cases[] = {
+  // What an earlier session left behind, and what is there after the next update.
+  const struct {
+    const char* name;
+    bool registry, backup, temporary, corrupt;
+    const char *after, *corruptAfter;
+  } cases[] = {
       {"nothing", true, false, false, false, "r", ""},
       {"an unfinished update", true, false, true, false, "r r.cor", "unfinished"},
       {"one and an older one", true, false, true, true, "r r.cor", "unfinished"},
@@ -119,13 +106,16 @@ TEST_F(SessionTest, LeftoversOfACrashAreRepairedByTheNextUpdate) {
       {"only the backup", false, true, false, false, "r", ""},
       {"between the renames", false, true, true, true, "r r.cor", "unfinished"},
   };
-  for (const Operation& operation :
-       {Operation{"Add", verified, false, add}, Operation{"Change", unverified, false, change},
-        Operation{"InPlace", unverified, false, add}}) {
-    for (const Leftovers& row : cases) {
+  const struct {
+    const char* name;
+    std::uint64_t features;
+    Code (*run)(TestRegistry&);
+  } operations[] = {
+      {"Add", verified, add}, {"Change", unverified, change}, {"InPlace", unverified, add}};
+  for (const auto& operation : operations) {
+    for (const auto& row : cases) {
       SCOPED_TRACE(std::string(operation.name) + " after " + row.name);
-      fs::remove_all(directory_);
-      fs::create_directory(directory_);
+      clearDirectory();
       if (row.registry) writeFile(registry(), content());
       if (row.backup) writeFile(backup(), row.registry ? "stale" : content());
       if (row.temporary) writeFile(temporary(), "unfinished");
@@ -137,7 +127,7 @@ TEST_F(SessionTest, LeftoversOfACrashAreRepairedByTheNextUpdate) {
       EXPECT_EQ(operation.run(handle), 0u);
       EXPECT_EQ(readFile(registry()),
                 operation.run == change ? content(22) : content() + frame(variable("new", 3)));
-      if (operation.name == std::string("InPlace")) continue;
+      if (operation.run == add && operation.features == unverified) continue;  // it makes no copy
       EXPECT_EQ(files(), row.after);
       EXPECT_EQ(readFile(corrupt()), row.corruptAfter);
     }
@@ -148,13 +138,12 @@ TEST_F(SessionTest, ReadersNeedNoRightToWrite) {
   writeFile(backup(), content());
   (void)::chmod(backup().c_str(), 0444);
   (void)::chmod(directory_.c_str(), 0555);
-  EXPECT_EQ(inChild([&] {
-              constexpr uid_t nobody = 65534;
-              if (::geteuid() == 0 && ::setuid(nobody) != 0) return 9;
-              TestRegistry handle(registry());
-              return get(handle) == 0 && scan(handle) == 0 ? 0 : 1;
-            }),
-            0);
+  expectInChild([&] {
+    constexpr uid_t nobody = 65534;
+    if (::geteuid() == 0 && ::setuid(nobody) != 0) return false;
+    TestRegistry handle(registry());
+    return get(handle) == 0 && scan(handle) == 0;
+  });
   (void)::chmod(directory_.c_str(), 0700);
 }
 
@@ -162,20 +151,15 @@ TEST_F(SessionTest, TheNewFileHasThePermissionsOfTheOldOneAndIsNeverWider) {
   for (const unsigned int permissions : {0600u, 0640u, 0400u, 0664u}) {
     writeFile(registry(), content());
     ASSERT_EQ(::chmod(registry().c_str(), permissions), 0);
-    static std::string watched;
-    static unsigned int widest;
-    watched = temporary();
-    widest = 0;
-    ossSetFaultHook(
-        [](const char*, const char*, void*) {
-          struct stat status {};
-          if (::stat(watched.c_str(), &status) == 0) widest |= status.st_mode & 07777u;
-          return 0;
-        },
-        nullptr);
-    TestRegistry handle(registry());
-    EXPECT_EQ(change(handle), 0u);
-    ossSetFaultHook(nullptr, nullptr);
+    unsigned int widest = 0;
+    {
+      const FaultHook watch([&](const std::string&) {
+        if (exists(temporary())) widest |= permissionsOf(temporary());
+        return 0;
+      });
+      TestRegistry handle(registry());
+      EXPECT_EQ(change(handle), 0u);
+    }
     EXPECT_EQ(permissionsOf(registry()), permissions);
     EXPECT_EQ(widest & ~permissions & ~0600u, 0u);
   }
@@ -187,60 +171,52 @@ TEST_F(SessionTest, AGroupThatCannotBeKeptGetsNoMoreThanEverybody) {
   writeFile(registry(), content());
   ASSERT_EQ(::chmod(registry().c_str(), 0664), 0);
   ASSERT_EQ(::chmod(directory_.c_str(), 0777), 0);
-  EXPECT_EQ(inChild([&] {
-              if (::setgid(nobody) != 0 || ::setuid(nobody) != 0) return 9;
-              TestRegistry handle(registry());
-              return static_cast<int>(change(handle) != 0);
-            }),
-            0);
+  expectInChild([&] {
+    if (::setgid(nobody) != 0 || ::setuid(nobody) != 0) return false;
+    TestRegistry handle(registry());
+    return change(handle) == 0;
+  });
   EXPECT_EQ(permissionsOf(registry()), 0644u);
 }
 
 TEST_F(SessionTest, PlantedLinksPipesAndSecondNamesAreNotFollowed) {
+  constexpr Code locking = GENREG_RC_LOCK_FAILED;
   const std::string victim = path("victim");
   const auto link = [](const char* target, const std::string& name) {
     ASSERT_EQ(::symlink(target, name.c_str()), 0);
   };
+  const auto pipe = [](const std::string& name) { ASSERT_EQ(::mkfifo(name.c_str(), 0600), 0); };
+  const auto secondName = [](const std::string& file, const std::string& name) {
+    ASSERT_EQ(::link(file.c_str(), name.c_str()), 0);
+  };
+  const auto realElsewhere = [&] {
+    fs::rename(registry(), path("real"));
+    link("real", registry());
+  };
+  const auto onlyABackupLink = [&] {
+    fs::remove(registry());
+    writeFile(victim, content());
+    link("victim", backup());
+    ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
+  };
   const struct {
     const char* name;
     std::function<void()> plant;
-    unsigned int result;  // of a Change
+    Code result;  // of a Change
   } cases[] = {
       {"link at the temporary name", [&] { link("victim", temporary()); }, 0},
-      {"link at the lock name", [&] { link("victim", lockFile()); }, GENREG_RC_LOCK_FAILED},
-      {"dangling lock", [&] { link("nowhere", lockFile()); }, GENREG_RC_LOCK_FAILED},
-      {"pipe at the lock name", [&] { ASSERT_EQ(::mkfifo(lockFile().c_str(), 0600), 0); },
-       GENREG_RC_LOCK_FAILED},
-      {"lock with a second name", [&] { ASSERT_EQ(::link(victim.c_str(), lockFile().c_str()), 0); },
-       GENREG_RC_LOCK_FAILED},
-      {"registry is a link",
-       [&] {
-         fs::rename(registry(), path("real"));
-         link("real", registry());
-       },
-       GENREG_RC_OPEN_FOR_OPERATION},
-      {"registry has a second name",
-       [&] { ASSERT_EQ(::link(registry().c_str(), path("second").c_str()), 0); },
-       GENREG_RC_OPEN_FOR_OPERATION},
-      {"only a link at the backup name",
-       [&] {
-         fs::remove(registry());
-         writeFile(victim, content());
-         link("victim", backup());
-         ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
-       },
-       GENREG_RC_OPEN_FOR_OPERATION},
-      {"registry is a pipe",
-       [&] {
-         fs::remove(registry());
-         ASSERT_EQ(::mkfifo(registry().c_str(), 0600), 0);
-       },
-       GENREG_RC_OPEN_FOR_OPERATION},
+      {"link at the lock name", [&] { link("victim", lockFile()); }, locking},
+      {"dangling lock", [&] { link("nowhere", lockFile()); }, locking},
+      {"pipe at the lock name", [&] { pipe(lockFile()); }, locking},
+      {"lock with a second name", [&] { secondName(victim, lockFile()); }, locking},
+      {"registry is a link", realElsewhere, opening},
+      {"registry has a second name", [&] { secondName(registry(), path("second")); }, opening},
+      {"only a link at the backup name", onlyABackupLink, opening},
+      {"registry is a pipe", [&] { fs::remove(registry()), pipe(registry()); }, opening},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
-    fs::remove_all(directory_);
-    fs::create_directory(directory_);
+    clearDirectory();
     writeFile(registry(), content());
     writeFile(victim, "precious");
     ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
@@ -267,61 +243,69 @@ TEST_F(SessionTest, ALongNameWithoutRoomForItsCompanionsCreatesNothing) {
 
 TEST_F(SessionTest, DescriptorsStayAboveTheStandardThreeAndOutOfChildren) {
   writeFile(registry(), content());
-  EXPECT_EQ(inChild([&] {
-              ::close(0);
-              ::close(2);
-              TestRegistry handle(registry());
-              if (handle.OpenScan() != 0 || handle.LockRegistry(5) != 0) return 1;
-              if (::fcntl(0, F_GETFD) != -1 || ::fcntl(2, F_GETFD) != -1) return 2;
-              for (int descriptor = 3; descriptor < 64; ++descriptor) {
-                char target[512] = {};
-                const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
-                if (::readlink(name.c_str(), target, sizeof target - 1) <= 0) continue;
-                const bool ours = std::string(target).find(directory_) == 0;
-                if (ours && (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) return 3;
-              }
-              return 0;
-            }),
-            0);
+  expectInChild([&] {
+    ::close(0);
+    ::close(2);
+    TestRegistry handle(registry());
+    if (handle.OpenScan() != 0 || handle.LockRegistry(5) != 0) return false;
+    if (::fcntl(0, F_GETFD) != -1 || ::fcntl(2, F_GETFD) != -1) return false;
+    for (int descriptor = 3; descriptor < 64; ++descriptor) {
+      std::error_code none;
+      const fs::path target = fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none);
+      const bool ours = target.string().find(directory_) == 0;
+      if (ours && (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) return false;
+    }
+    return true;
+  });
 }
 
 TEST_F(SessionTest, AFullDiskLeavesTheRegistryAsItWas) {
   std::string many;
   for (int i = 0; i < 1000; ++i) many += frame(variable("v" + std::to_string(i), i));
   writeFile(registry(), many);
-  EXPECT_EQ(inChild([&] {
-              const rlimit limit{8192, 8192};
-              (void)::signal(SIGXFSZ, SIG_IGN);
-              if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 9;
-              TestRegistry handle(registry());
-              return static_cast<int>(add(handle) == 0);
-            }),
-            0);
+  expectInChild([&] {
+    const rlimit limit{8192, 8192};
+    (void)::signal(SIGXFSZ, SIG_IGN);
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
+    TestRegistry handle(registry());
+    return add(handle) != 0;
+  });
   EXPECT_EQ(readFile(registry()), many);
 }
 
-// One failing system call, the code the operation gives for it, and the routine and code logged.
-struct FailingStep {
-  const char* call;
-  unsigned long nth;
-  unsigned int (*run)(TestRegistry& registry);
-  std::uint64_t features;
-  unsigned int result;
-  unsigned int function;
-  unsigned int logged;
-  bool committed;
-};
-
-constexpr unsigned int opening = GENREG_RC_OPEN_FOR_OPERATION;
-constexpr unsigned int closing = GENREG_RC_CLOSE_AFTER_OPERATION;
-constexpr unsigned int unlocking = GENREG_RC_UNLOCK_FAILED;
-constexpr unsigned int verifying = GENREG_RC_VERIFY_FAILED;
-
 TEST_F(SessionTest, EachFailingStepGivesItsCode) {
-  const FailingStep cases[] = {
+  constexpr Code locking = GENREG_RC_LOCK_FAILED;
+  constexpr Code deleting = GENREG_RC_DELETE_TEMP_FAILED;
+  constexpr Code unlocking = GENREG_RC_UNLOCK_FAILED;
+  const auto removeAbsent = [](TestRegistry& handle) {
+    BinVarValRecord key = variable("absent");
+    return handle.Delete(byName, &key);
+  };
+  const auto position = [](TestRegistry& handle) {
+    std::int64_t second = 40;
+    EXPECT_EQ(handle.OpenScan(), 0u);
+    const Code code = handle.setRegFilePosition(&second);
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    return code;
+  };
+  const auto rewind = [](TestRegistry& handle) {
+    EXPECT_EQ(handle.OpenScan(), 0u);
+    const Code code = handle.Rewind();
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    return code;
+  };
+  // One failing system call, the code the operation gives for it, the routine and code logged.
+  const struct {
+    const char* call;
+    unsigned long nth;
+    Code (*run)(TestRegistry& registry);
+    std::uint64_t features;
+    Code result, function, logged;
+    bool committed;
+  } cases[] = {
       {"malloc", 1, change, unverified, GENREG_RC_BUFFER_ALLOC, 30, GENREG_RC_BUFFER_ALLOC, false},
-      {"open", 1, change, unverified, GENREG_RC_LOCK_FAILED, 14, GENREG_RC_OPEN_LOCK_FAILED, false},
-      {"flock", 1, change, unverified, GENREG_RC_LOCK_FAILED, 14, OSS_RC_IO_ERROR, false},
+      {"open", 1, change, unverified, locking, 14, GENREG_RC_OPEN_LOCK_FAILED, false},
+      {"flock", 1, change, unverified, locking, 14, OSS_RC_IO_ERROR, false},
       {"open", 2, change, unverified, opening, 15, GENREG_RC_OPEN_FAILED, false},
       {"flock", 2, change, unverified, opening, 15, GENREG_RC_FILE_LOCK, false},
       {"fopen", 1, change, unverified, opening, 15, GENREG_RC_OPEN_FAILED, false},
@@ -330,8 +314,7 @@ TEST_F(SessionTest, EachFailingStepGivesItsCode) {
       {"stat", 4, change, unverified, opening, 15, GENREG_RC_FILE_INFO_OPEN, false},
       {"open", 3, change, unverified, opening, 15, GENREG_RC_OPEN_TEMP_FAILED, false},
       {"fchmod", 1, change, unverified, opening, 15, GENREG_RC_TEMP_PERMISSIONS, false},
-      {"read", 1, change, unverified, GENREG_RC_READ_FAILED, 33, GENREG_RC_READ_LENGTH_FAILED,
-       false},
+      {"read", 1, change, unverified, readFailed, 33, GENREG_RC_READ_LENGTH_FAILED, false},
       {"write", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
       {"fsync", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
       {"close", 1, change, unverified, closing, 11, GENREG_RC_CLOSE_FAILED, false},
@@ -348,30 +331,32 @@ TEST_F(SessionTest, EachFailingStepGivesItsCode) {
       {"malloc", 5, change, verified, verifying, 34, GENREG_RC_VERIFY_ALLOC_NEW, false},
       {"open", 4, change, verified, verifying, 34, opening, false},
       {"open", 5, change, verified, verifying, 15, GENREG_RC_OPEN_TEMP_FAILED, false},
-      {"read", 3, change, verified, verifying, 34, GENREG_RC_READ_FAILED, false},
+      {"read", 3, change, verified, verifying, 34, readFailed, false},
       {"read", 4, change, verified, verifying, 34, GENREG_RC_VERIFY_READ_NEW, false},
       {"close", 3, change, verified, verifying, 34, closing, false},
-      {"fsync", 1, change, verified, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED, false},
+      {"unlink", 2, removeAbsent, verified, deleting, 29, deleting, false},
       {"free", 5, change, verified, verifying, 34, GENREG_RC_VERIFY_FREE_NEW, true},
       {"free", 6, change, verified, verifying, 34, GENREG_RC_VERIFY_FREE_OLD, true},
       {"stat", 7, add, verified, GENREG_RC_FILE_INFO, 28, GENREG_RC_FILE_INFO, false},
       {"lseek", 1, add, verified, GENREG_RC_SEEK_END_FAILED, 28, GENREG_RC_SEEK_END_FAILED, false},
       {"write", 1, add, unverified, closing, 11, GENREG_RC_CLOSE_FAILED, false},
+      {"fsync", 1, add, unverified, closing, 11, GENREG_RC_CLOSE_FAILED, false},
       {"malloc", 1, get, verified, GENREG_RC_BUFFER_ALLOC, 31, GENREG_RC_BUFFER_ALLOC, false},
       {"open", 1, get, verified, opening, 31, opening, false},
-      {"read", 1, get, verified, GENREG_RC_READ_FAILED, 31, GENREG_RC_READ_FAILED, false},
+      {"read", 1, get, verified, readFailed, 31, readFailed, false},
       {"close", 1, get, verified, closing, 31, closing, false},
       {"free", 2, get, verified, GENREG_RC_BUFFER_FREE, 31, GENREG_RC_BUFFER_FREE, false},
       {"flock", 1, scan, verified, GENREG_RC_FILE_LOCK, 5, GENREG_RC_FILE_LOCK, false},
       {"fopen", 1, scan, verified, GENREG_RC_OPEN_FAILED, 5, GENREG_RC_OPEN_FAILED, false},
       {"malloc", 2, scan, verified, GENREG_RC_BUFFER_ALLOC, 32, GENREG_RC_BUFFER_ALLOC, false},
+      {"lseek", 1, position, verified, GENREG_RC_SETPOS_FAILED, 20, GENREG_RC_SETPOS_FAILED, false},
+      {"lseek", 1, rewind, verified, GENREG_RC_REWIND_FAILED, 7, GENREG_RC_REWIND_FAILED, false},
       {"close", 1, scan, verified, GENREG_RC_CLOSE_FAILED, 6, GENREG_RC_CLOSE_FAILED, false},
   };
-  for (const FailingStep& row : cases) {
+  for (const auto& row : cases) {
     SCOPED_TRACE(std::string(row.call) + " " + std::to_string(row.nth) + " in function " +
                  std::to_string(row.function));
-    fs::remove_all(directory_);
-    fs::create_directory(directory_);
+    clearDirectory();
     writeFile(registry(), content());
     ASSERT_EQ(::chmod(registry().c_str(), 0640), 0);
     if (row.call == std::string("rename")) writeFile(temporary(), "unfinished");
@@ -391,16 +376,12 @@ TEST_F(SessionTest, WhatWasNotSyncedIsNotCommittedWhateverElseFailed) {
   writeFile(registry(), content());
   TestRegistry handle(registry(), verified);
   // Both the close of the registry and the sync of the temporary file.
-  static int closes;
-  closes = 0;
-  ossSetFaultHook(
-      [](const char* call, const char*, void*) {
-        if (call == std::string("close") && ++closes == 1) return EIO;
-        return call == std::string("fsync") ? EIO : 0;
-      },
-      nullptr);
+  int closes = 0;
+  const FaultHook failing([&](const std::string& call) {
+    if (call == "close") return ++closes == 1 ? EIO : 0;
+    return call == "fsync" ? EIO : 0;
+  });
   EXPECT_EQ(change(handle), closing);
-  ossSetFaultHook(nullptr, nullptr);
   EXPECT_EQ(readFile(registry()), content());
 }
 
@@ -436,29 +417,6 @@ TEST_F(SessionTest, ASharedLockIsOnTheFileAtTheName) {
   const bool shares = (sharing.status & GENREG_STATUS_LOCKED) != 0;
   EXPECT_EQ(holder.LockRegistry(GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_NOWAIT),
             shares ? GENREG_RC_BUSY : 0u);
-}
-
-TEST_F(SessionTest, ATemporaryFileThatCannotBeDeletedReplacesTheResult) {
-  writeFile(registry(), content());
-  TestRegistry handle(registry());
-  BinVarValRecord key = variable("absent");
-  FaultPlan plan(2, EACCES, false, "unlink");
-  EXPECT_EQ(handle.Delete(byName, &key), GENREG_RC_DELETE_TEMP_FAILED);
-}
-
-TEST_F(SessionTest, FailedPositioningGivesItsCode) {
-  writeFile(registry(), content());
-  TestRegistry handle(registry());
-  ASSERT_EQ(handle.OpenScan(), 0u);
-  std::int64_t position = 40;
-  {
-    FaultPlan plan(1, EIO, false, "lseek");
-    EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
-  }
-  ASSERT_EQ(handle.setRegFilePosition(&position), 0u);
-  FaultPlan plan(1, EIO, false, "lseek");
-  EXPECT_EQ(handle.Rewind(), GENREG_RC_REWIND_FAILED);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 }  // namespace

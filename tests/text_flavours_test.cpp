@@ -8,39 +8,41 @@
 
 namespace {
 
-using Code = unsigned int;
 using VarVal = Exposed<GenRegVarVal>;
 using Services = Exposed<GenRegServices>;
 
 class TextFlavoursTest : public RegistryTest {};
 
-std::string shown(const char* text) { return text == nullptr ? "(null)" : text; }
+// The texts of a record, joined by bars; "-" for one that is null.
+std::string shown(const char* text) { return text == nullptr ? "-" : text; }
+template <typename... Texts>
+std::string shown(const char* first, const Texts&... others) {
+  return shown(first) + "|" + shown(others...);
+}
 
 TEST_F(TextFlavoursTest, AVariableLineIsSplitIntoNameValueAndComment) {
+  constexpr Code openQuote = GENREG_RC_VARVAL_OPEN_QUOTE;
   const struct {
     std::string line;
     Code code;
     unsigned int contains;
-    const char* variable;
-    const char* value;
-    const char* comment;
+    const char* fields;
   } cases[] = {
-      {"DB_HOME = /opt/x # where\n", 0, 3, "DB_HOME", "/opt/x", " where"},
-      {"A=b c   d\n", 0, 2, "A", "b c d", nullptr},
-      {"MSG = \"a  b\" tail\n", 0, 2, "MSG", "\"a  b\"", nullptr},
-      {"X = a=b\n", 0, 2, "X", "a=b", nullptr},
-      {"   # note\n", 0, 1, nullptr, nullptr, " note"},
-      {"# a # b\n", 0, 1, nullptr, nullptr, " a # b"},
-      {"\n", 0, 0, nullptr, nullptr, nullptr},
-      {"\t \n", 0, 0, nullptr, nullptr, nullptr},
-      {"A =\n", 0, 2, "A", "", nullptr},
-      {"= 1\n", 0, 2, "", "1", nullptr},
-      {"MY  VAR\t= 1\n", 0, 2, "MY VAR", "1", nullptr},
-      {"A = \"x # y\"\n", GENREG_RC_VARVAL_OPEN_QUOTE, 1, nullptr, nullptr, " y\""},
-      {"A = \"x\n", GENREG_RC_VARVAL_OPEN_QUOTE, 0, nullptr, nullptr, nullptr},
-      {"word\n", GENREG_RC_VARVAL_NO_EQUALS, 0, nullptr, nullptr, nullptr},
-      {"A = 1 # \x01\x7f\xff\tz\n", 0, 3, "A", "1", " ...\tz"},
-      {"A = \xC3\xA4", 0, 2, "A", "\xC3\xA4", nullptr},
+      {"DB_HOME = /opt/x # where\n", 0, 3, "DB_HOME|/opt/x| where"},
+      {"A=b c   d\n", 0, 2, "A|b c d|-"},
+      {"MSG = \"a  b\" tail\n", 0, 2, "MSG|\"a  b\"|-"},
+      {"X = a=b\n", 0, 2, "X|a=b|-"},
+      {"   # note\n", 0, 1, "-|-| note"},
+      {"# a # b\n", 0, 1, "-|-| a # b"},
+      {"\t \n", 0, 0, "-|-|-"},
+      {"A =\n", 0, 2, "A||-"},
+      {"= 1\n", 0, 2, "|1|-"},
+      {"MY  VAR\t= 1\n", 0, 2, "MY VAR|1|-"},
+      {"A = \"x # y\"\n", openQuote, 1, "-|-| y\""},
+      {"A = \"x\n", openQuote, 0, "-|-|-"},
+      {"word\n", GENREG_RC_VARVAL_NO_EQUALS, 0, "-|-|-"},
+      {"A = 1 # \x01\x7f\xff\tz\n", 0, 3, "A|1| ...\tz"},
+      {"A = \xC3\xA4", 0, 2, "A|\xC3\xA4|-"},
   };
   VarVal file(registry());
   for (const auto& row : cases) {
@@ -49,9 +51,7 @@ TEST_F(TextFlavoursTest, AVariableLineIsSplitIntoNameValueAndComment) {
     std::string line = row.line;
     EXPECT_EQ(file.UnpackRecord.text(&record, line.data()), row.code);
     EXPECT_EQ(record.Contains, row.contains);
-    EXPECT_EQ(shown(record.Variable), shown(row.variable));
-    EXPECT_EQ(shown(record.Value), shown(row.value));
-    EXPECT_EQ(shown(record.Comment), shown(row.comment));
+    EXPECT_EQ(shown(record.Variable, record.Value, record.Comment), row.fields);
   }
   char line[] = "A=1";
   EXPECT_EQ(file.UnpackRecord.text(nullptr, line), GENREG_RC_NO_ARGUMENT);
@@ -65,22 +65,18 @@ TEST_F(TextFlavoursTest, AVariableLineIsWrittenAfterTheOneItReplaces) {
     Code code;
     const char* written;
   } cases[] = {
-      {{2, nullptr, "A", "1", {}}, false, "", 0, "A = 1\n"},
-      {{2, nullptr, "A", "1", {}}, true, "", 0, "A=1\n"},
-      {{3, "x", "A", "1", {}}, false, "", 0, "A = 1 # x\n"},
-      {{3, "x", "A", "1", {}}, true, "", 0, "A=1 # x\n"},
-      {{2, nullptr, "A", "2", {}}, false, "    A\t=  1   # old\n", 0, "    A\t=  2\n"},
-      {{2, nullptr, "NEW", "2", {}}, true, "A=1\n", 0, "NEW=2\n"},
-      {{2, nullptr, "A", "2", {}},
-       false,
-       "MY VAR = 1\n",
-       GENREG_RC_VARVAL_NO_EQUALS,
-       "MY VAR = 1\n"},
+      {assignment("A", "1"), false, "", 0, "A = 1\n"},
+      {assignment("A", "1"), true, "", 0, "A=1\n"},
+      {assignment("A", "1", "x"), false, "", 0, "A = 1 # x\n"},
+      {assignment("A", "1", "x"), true, "", 0, "A=1 # x\n"},
+      {assignment("A", "2"), false, "    A\t=  1   # old\n", 0, "    A\t=  2\n"},
+      {assignment("NEW", "2"), true, "A=1\n", 0, "NEW=2\n"},
+      {assignment("A", "2"), false, "MY VAR = 1\n", GENREG_RC_VARVAL_NO_EQUALS, "MY VAR = 1\n"},
       {{1, "x", nullptr, nullptr, {}}, false, "", 0, "# x\n"},
       {{0, nullptr, nullptr, nullptr, {}}, false, "", 0, "\n"},
-      {{2, nullptr, "A", nullptr, {}}, false, "", GENREG_RC_VARVAL_NO_VALUE, ""},
-      {{2, nullptr, nullptr, "1", {}}, false, "", GENREG_RC_VARVAL_NO_VARIABLE, ""},
-      {{2, nullptr, "A", "1\n", {}}, false, "", GENREG_RC_BAD_ARGUMENT, ""},
+      {assignment("A", nullptr), false, "", GENREG_RC_VARVAL_NO_VALUE, ""},
+      {assignment(nullptr, "1"), false, "", GENREG_RC_VARVAL_NO_VARIABLE, ""},
+      {assignment("A", "1\n"), false, "", GENREG_RC_BAD_ARGUMENT, ""},
   };
   VarVal file(registry());
   for (const auto& row : cases) {
@@ -139,9 +135,7 @@ TEST_F(TextFlavoursTest, GettersConvertWholeValuesOnly) {
   EXPECT_FALSE(file.GetStringValue(nullptr, &text));
   EXPECT_STREQ(text, "untouched");
   EXPECT_TRUE(file.GetStringValue("quoted", &text));
-  VarValRecord key{};
-  key.Contains = VARVAL_HAS_VARIABLE;
-  key.Variable = "n";
+  VarValRecord key = assignment("n", nullptr);
   VarValRecord record;
   EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), 0u);
   EXPECT_EQ(file.Delete(VARVAL_VARIABLE, &key), 0u);
@@ -150,35 +144,29 @@ TEST_F(TextFlavoursTest, GettersConvertWholeValuesOnly) {
 
 TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
   std::string manyAliases = "svc 1/tcp";
-  std::string tooMany;
   for (int i = 0; i < 127; ++i) manyAliases += " a";
-  tooMany = manyAliases + " b\n";
   const struct {
     std::string line;
     Code code;
-    unsigned int contains;
-    const char* name;
-    unsigned int port;
-    const char* protocol;
-    const char* alias;  // the first
+    unsigned int contains, port;
+    const char* fields;  // name, protocol, first alias and comment
     std::size_t aliases;
-    const char* comment;
   } cases[] = {
-      {"ftp\t21/tcp\t\tfile # transfer\n", 0, 3, "ftp", 21, "tcp", "file", 1, " transfer"},
-      {"echo 7/udp\n", 0, 2, "echo", 7, "udp", nullptr, 0, nullptr},
-      {"  x  5/tcp a  b\tc", 0, 2, "x", 5, "tcp", "a", 3, nullptr},
-      {"x 5/icmp y\n", 0, 6, "x", 5, "icmp", nullptr, 0, nullptr},
-      {"x 5/TCP\n", 0, 6, "x", 5, "TCP", nullptr, 0, nullptr},
-      {"x 5\n", 0, 6, "x", 0, nullptr, nullptr, 0, nullptr},
-      {"lonely\n", GENREG_RC_SERVICES_NO_PORT, 2, "lonely", 0, nullptr, nullptr, 0, nullptr},
-      {"\n", 0, 1, nullptr, 0, nullptr, nullptr, 0, nullptr},
-      {"  \n", 0, 0, nullptr, 0, nullptr, nullptr, 0, nullptr},
-      {"#\n", 0, 1, nullptr, 0, nullptr, nullptr, 0, ""},
-      {"svc 99999/tcp\n", 0, 2, "svc", 34463, "tcp", nullptr, 0, nullptr},
-      {"svc 99999999999999999999/tcp\n", 0, 2, "svc", 65535, "tcp", nullptr, 0, nullptr},
-      {"svc x/ddp\n", 0, 2, "svc", 0, "ddp", nullptr, 0, nullptr},
-      {manyAliases + "\n", 0, 2, "svc", 1, "tcp", "a", 127, nullptr},
-      {tooMany, OSS_RC_BUFFER_TOO_SMALL, 2, "svc", 1, "tcp", "a", 127, nullptr},
+      {"ftp\t21/tcp\t\tfile # transfer\n", 0, 3, 21, "ftp|tcp|file| transfer", 1},
+      {"echo 7/udp\n", 0, 2, 7, "echo|udp|-|-", 0},
+      {"  x  5/tcp a  b\tc", 0, 2, 5, "x|tcp|a|-", 3},
+      {"x 5/icmp y\n", 0, 6, 5, "x|icmp|-|-", 0},
+      {"x 5/TCP\n", 0, 6, 5, "x|TCP|-|-", 0},
+      {"x 5\n", 0, 6, 0, "x|-|-|-", 0},
+      {"lonely\n", GENREG_RC_SERVICES_NO_PORT, 2, 0, "lonely|-|-|-", 0},
+      {"\n", 0, 1, 0, "-|-|-|-", 0},
+      {"  \n", 0, 0, 0, "-|-|-|-", 0},
+      {"#\n", 0, 1, 0, "-|-|-|", 0},
+      {"svc 99999/tcp\n", 0, 2, 34463, "svc|tcp|-|-", 0},
+      {"svc 99999999999999999999/tcp\n", 0, 2, 65535, "svc|tcp|-|-", 0},
+      {"svc x/ddp\n", 0, 2, 0, "svc|ddp|-|-", 0},
+      {manyAliases + "\n", 0, 2, 1, "svc|tcp|a|-", 127},
+      {manyAliases + " b\n", OSS_RC_BUFFER_TOO_SMALL, 2, 1, "svc|tcp|a|-", 127},
   };
   Services file(registry());
   for (const auto& row : cases) {
@@ -187,14 +175,12 @@ TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
     std::string line = row.line;
     EXPECT_EQ(file.UnpackRecord.text(&record, line.data()), row.code);
     EXPECT_EQ(record.Contains, row.contains);
-    EXPECT_EQ(shown(record.name), shown(row.name));
     EXPECT_EQ(ntohs(record.port), row.port);
-    EXPECT_EQ(shown(record.protocol), shown(row.protocol));
-    EXPECT_EQ(shown(record.comment), shown(row.comment));
     std::size_t count = 0;
     while (record.aliases != nullptr && record.aliases[count] != nullptr) ++count;
     EXPECT_EQ(count, row.aliases);
-    EXPECT_EQ(shown(count == 0 ? nullptr : record.aliases[0]), shown(row.alias));
+    const char* const alias = count == 0 ? nullptr : record.aliases[0];
+    EXPECT_EQ(shown(record.name, record.protocol, alias, record.comment), row.fields);
   }
 }
 
@@ -207,9 +193,7 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
     std::uint8_t contains;
     const char* name;
     unsigned int port;
-    const char* protocol;
-    const char** aliases;
-    const char* comment;
+    const char *protocol, **aliases, *comment;
     Code code;
     std::string written;
   } cases[] = {
@@ -244,52 +228,54 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
 }
 
 TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
+  const auto key = [](const char* name, unsigned int port, const char* protocol) {
+    const auto inNetworkOrder = htons(static_cast<std::uint16_t>(port));
+    return ServiceEntryRecord{2, nullptr, name, nullptr, protocol, inNetworkOrder, {}, {}};
+  };
   const struct {
     std::uint64_t mask;
     ServiceEntryRecord key;
     Code refused;
     unsigned int port;  // of the record found; 0: none
   } cases[] = {
-      {1, {2, nullptr, "b", nullptr, nullptr, 0, {}, {}}, 0, 2},
-      {2, {2, nullptr, nullptr, nullptr, nullptr, htons(3), {}, {}}, 0, 3},
-      {4, {2, nullptr, nullptr, nullptr, "udp", 0, {}, {}}, 0, 3},
-      {7, {2, nullptr, "b", nullptr, "udp", htons(3), {}, {}}, 0, 3},
-      {7, {2, nullptr, "B", nullptr, "udp", htons(3), {}, {}}, 0, 0},
-      {1, {2, nullptr, nullptr, nullptr, nullptr, 0, {}, {}}, GENREG_RC_SERVICES_NO_NAME, 0},
-      {2, {2, nullptr, "b", nullptr, nullptr, 0, {}, {}}, GENREG_RC_SERVICES_NO_PORT_KEY, 0},
-      {4, {2, nullptr, "b", nullptr, nullptr, 0, {}, {}}, GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
-      {1, {0, nullptr, "b", nullptr, nullptr, 0, {}, {}}, GENREG_RC_KEY_EMPTY, 0},
+      {1, key("b", 0, nullptr), 0, 2},
+      {2, key(nullptr, 3, nullptr), 0, 3},
+      {4, key(nullptr, 0, "udp"), 0, 3},
+      {7, key("b", 3, "udp"), 0, 3},
+      {7, key("B", 3, "udp"), 0, 0},
+      {1, key(nullptr, 0, nullptr), GENREG_RC_SERVICES_NO_NAME, 0},
+      {2, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PORT_KEY, 0},
+      {4, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
+      {1, ServiceEntryRecord{}, GENREG_RC_KEY_EMPTY, 0},
   };
   writeFile(registry(), "# c\na 1/tcp\nb 2/tcp\nb 3/udp\n");
   Services file(registry());
   for (const auto& row : cases) {
-    ServiceEntryRecord key = row.key;
+    ServiceEntryRecord wanted = row.key;
     ServiceEntryRecord record;
-    EXPECT_EQ(file.ValidateKey(row.mask, &key), row.refused);
-    const Code code = file.Get(row.mask, &key, &record);
-    EXPECT_EQ(code, row.refused != 0 ? GENREG_RC_KEY_REJECTED
-                    : row.port == 0  ? GENREG_RC_NOT_FOUND
-                                     : 0u);
+    EXPECT_EQ(file.ValidateKey(row.mask, &wanted), row.refused);
+    const Code code = file.Get(row.mask, &wanted, &record);
+    EXPECT_EQ(code, row.refused != 0 ? rejected : row.port == 0 ? notFound : 0u);
     EXPECT_TRUE(code != 0 || ntohs(record.port) == row.port);
   }
   // A comment line is addressed by its text, whatever the mask.
   ServiceEntryRecord comment{SERVICES_HAS_COMMENT, " c", nullptr, nullptr, nullptr, 0, {}, {}};
   EXPECT_EQ(file.Delete(0, &comment), 0u);
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\n");
-  ServiceEntryRecord added{2, nullptr, "b", nullptr, "udp", htons(3), {}, {}};
-  EXPECT_EQ(file.Add(7, &added), GENREG_RC_DUPLICATE);
+  ServiceEntryRecord added = key("b", 3, "udp");
+  EXPECT_EQ(file.Add(7, &added), duplicate);
   added.port = htons(4);
   EXPECT_EQ(file.Add(7, &added), 0u);
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\nb\t\t4/udp\n");
 
   VarVal variables(path("v"));
-  VarValRecord key{};
+  VarValRecord empty{};
+  VarValRecord unfilled = assignment(nullptr, nullptr);
   EXPECT_EQ(variables.ValidateKey(1, nullptr), GENREG_RC_NO_ARGUMENT);
-  EXPECT_EQ(variables.ValidateKey(0, &key), GENREG_RC_KEY_EMPTY);
-  key.Contains = VARVAL_HAS_VARIABLE;
-  EXPECT_EQ(variables.ValidateKey(1, &key), GENREG_RC_VARVAL_NO_VARIABLE);
-  EXPECT_EQ(variables.ValidateKey(2, &key), GENREG_RC_VARVAL_NO_VALUE);
-  EXPECT_EQ(variables.ValidateKey(4, &key), 0u);
+  EXPECT_EQ(variables.ValidateKey(0, &empty), GENREG_RC_KEY_EMPTY);
+  EXPECT_EQ(variables.ValidateKey(1, &unfilled), GENREG_RC_VARVAL_NO_VARIABLE);
+  EXPECT_EQ(variables.ValidateKey(2, &unfilled), GENREG_RC_VARVAL_NO_VALUE);
+  EXPECT_EQ(variables.ValidateKey(4, &unfilled), 0u);
 }
 
 TEST_F(TextFlavoursTest, RecordsArePrintedFieldByField) {

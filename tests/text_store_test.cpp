@@ -6,25 +6,9 @@
 
 namespace {
 
-using Code = unsigned int;
 using VarVal = Exposed<GenRegVarVal>;
 
-constexpr std::uint64_t verified = GENREG_VERIFY_UPDATES | GENREG_ALLOW_DUPLICATES;
-constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
-constexpr std::uint64_t inPlace = GENREG_ALLOW_DUPLICATES;
 constexpr std::uint64_t joining = verified | GENREG_JOIN_CONTINUED_LINES;
-
-VarValRecord assignment(const char* name, const char* value, const char* comment = nullptr) {
-  VarValRecord record{};
-  record.Contains = VARVAL_HAS_VARIABLE;
-  record.Variable = name;
-  record.Value = value;
-  if (comment != nullptr) {
-    record.Contains |= VARVAL_HAS_COMMENT;
-    record.Comment = comment;
-  }
-  return record;
-}
 
 Code add(VarVal& file, const char* name, const char* value) {
   VarValRecord record = assignment(name, value);
@@ -42,69 +26,60 @@ Code remove(VarVal& file, const char* name) {
 
 class TextStoreTest : public RegistryTest {};
 
-// One update of a file's bytes.
-struct TextCase {
-  const char* name;
-  std::uint64_t features;
-  std::string before;
-  char operation;  // 'a'dd, 'c'hange, 'd'elete, of the variable B, to the value 2
-  Code result;
-  std::string after;
-};
-
 TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
-  const std::string odd = "# comment\n\n  \t\nnot a variable\nQ = \"open\nB = 1\nend = x\n";
   const std::string full(2045, 'x');
   const std::string tooLong = "# " + std::string(5000, 'y') + " B = 1";
   const std::string nul("# a\0b\nB = 1\0x\nB = 1\n", 20);
-  const TextCase cases[] = {
+  const std::string beforeB = "# comment\n\n  \t\nnot a variable\nQ = \"open\n";
+  const std::string odd = beforeB + "B = 1\nend = x\n";
+  const std::string folded = "A = 1\nB \\\n= 1\nC = 1\n";
+  // One update of a file's bytes.
+  const struct {
+    const char* name;
+    std::uint64_t features;
+    std::string before;
+    char operation;  // 'a'dd, 'c'hange, 'd'elete, of the variable B, to the value 2
+    Code result;
+    std::string after;
+  } cases[] = {
       {"add to nothing", verified, "", 'a', 0, "B = 2\n"},
       {"add", verified, odd, 'a', 0, odd + "B = 2\n"},
-      {"add once", unique, odd, 'a', GENREG_RC_DUPLICATE, odd},
-      {"add in place", inPlace, odd, 'a', 0, odd + "B = 2\n"},
+      {"add once", unique, odd, 'a', duplicate, odd},
+      {"add in place", unverified, odd, 'a', 0, odd + "B = 2\n"},
       {"add after an unended variable", verified, "A = 1", 'a', 0, "A = 1\r\nB = 2\n"},
       {"add after an unended comment", verified, "# x", 'a', 0, "# x\r\nB = 2\n"},
-      {"add after an unended oddity", verified, "what?", 'a', 0, "what?\r\nB = 2\n"},
-      {"add after blanks", unique, " ", 'a', 0, " \r\nB = 2\n"},
-      {"add in place after one", inPlace, "A = 1", 'a', 0, "A = 1\r\nB = 2\n"},
+      {"add in place after one", unverified, "A = 1", 'a', 0, "A = 1\r\nB = 2\n"},
       {"add with room", verified, full, 'a', 0, full + "\r\nB = 2\n"},
       {"add without room", verified, full + "x", 'a', OSS_RC_BUFFER_TOO_SMALL, full + "x"},
-      {"add after a CRLF file", verified, "A = 1\r\n", 'a', 0, "A = 1\r\nB = 2\n"},
       {"add behind a continued end", joining, "A = 1\\\n", 'a', 0, "A = 1\\\n\r\nB = 2\n"},
-      {"the same in place", inPlace | 128, "A = 1\\\n", 'a', 0, "A = 1\\\n\r\nB = 2\n"},
-      {"add behind a backslash", joining, "A = 1\\", 'a', GENREG_RC_WRITE_NEW_FAILED, "A = 1\\"},
-      {"in place behind one", inPlace | 128, "A = 1\\", 'a', GENREG_RC_WRITE_NEW_FAILED, "A = 1\\"},
-      {"change", verified, odd, 'c', 0,
-       "# comment\n\n  \t\nnot a variable\nQ = \"open\nB = 2\nend = x\n"},
+      {"the same in place", unverified | 128, "A = 1\\\n", 'a', 0, "A = 1\\\n\r\nB = 2\n"},
+      {"add behind a backslash", joining, "A = 1\\", 'a', writeNewFailed, "A = 1\\"},
+      {"in place behind one", unverified | 128, "A = 1\\", 'a', writeNewFailed, "A = 1\\"},
+      {"change", verified, odd, 'c', 0, beforeB + "B = 2\nend = x\n"},
       {"change keeps the layout", verified, "    B\t=  1   # old\n", 'c', 0, "    B\t=  2\n"},
-      {"change nothing", verified, "A = 1\n", 'c', GENREG_RC_NOT_FOUND, "A = 1\n"},
-      {"change to itself", verified, "B = 2 # x\n", 'c', GENREG_RC_UNCHANGED, "B = 2 # x\n"},
+      {"change nothing", verified, "A = 1\n", 'c', notFound, "A = 1\n"},
+      {"change to itself", verified, "B = 2 # x\n", 'c', unchanged, "B = 2 # x\n"},
       {"change both", verified, "B = 1\nA\nB=3\n", 'c', 0, "B = 2\nA\nB=2\n"},
-      {"change one of two", unique, "B = 1\nB = 3\n", 'c', GENREG_RC_AMBIGUOUS, "B = 1\nB = 3\n"},
-      {"one equal already", verified, "B = 1\nB = 2\n", 'c', GENREG_RC_UNCHANGED, "B = 1\nB = 2\n"},
-      {"the same, unverified", inPlace, "B = 1\nB = 2\n", 'c', GENREG_RC_UNCHANGED,
-       "B = 2\nB = 2\n"},
+      {"change one of two", unique, "B = 1\nB = 3\n", 'c', ambiguous, "B = 1\nB = 3\n"},
+      {"one equal already", verified, "B = 1\nB = 2\n", 'c', unchanged, "B = 1\nB = 2\n"},
+      {"the same, unverified", unverified, "B = 1\nB = 2\n", 'c', unchanged, "B = 2\nB = 2\n"},
       {"change before an unended line", verified, "B = 1\n# x", 'c', 0, "B = 2\n# x\n"},
       {"change an unended line", verified, "A\nB = 1", 'c', 0, "A\nB = 2\n"},
       {"change in a CRLF file", verified, "A = 1\r\nB = 1\r\n", 'c', 0, "A = 1\r\nB = 2\n"},
-      {"change a continued line", joining, "A = 1\nB \\\n= 1\nC = 1\n", 'c',
-       GENREG_RC_PACK_LINE_FAILED, "A = 1\nB \\\n= 1\nC = 1\n"},
+      {"change a continued line", joining, folded, 'c', packLineFailed, folded},
       {"change a continued value", joining, "B = 1\\\n1\nC = 1\n", 'c', 0, "B = 2\nC = 1\n"},
       {"change beside a continued line", joining, "A = 1\\\n  2\nB = 1\n", 'c', 0,
        "A = 1\\\n  2\nB = 2\n"},
       {"change beside NUL bytes", verified, nul, 'c', 0, nul.substr(0, 18) + "2\n"},
-      {"change inside a long line", verified, tooLong + "\n", 'c', GENREG_RC_NOT_FOUND,
-       tooLong + "\n"},
+      {"change inside a long line", verified, tooLong, 'c', notFound, tooLong},
       {"change beside a long line", verified, tooLong + "\nB = 1\n", 'c', 0, tooLong + "\nB = 2\n"},
-      {"delete", verified, odd, 'd', 0, "# comment\n\n  \t\nnot a variable\nQ = \"open\nend = x\n"},
+      {"delete", verified, odd, 'd', 0, beforeB + "end = x\n"},
       {"delete the only line", verified, "B = 1\n", 'd', 0, ""},
-      {"delete the last line", verified, "A = 1\nB = 1\n", 'd', 0, "A = 1\n"},
       {"delete both", verified, "B = 1\nA = 1\nB = 2\nB = 3\n", 'd', 0, "A = 1\n"},
-      {"delete one of two", unique, "B = 1\nB = 2\n", 'd', GENREG_RC_AMBIGUOUS, "B = 1\nB = 2\n"},
-      {"delete nothing", verified, "A = 1\n", 'd', GENREG_RC_NOT_FOUND, "A = 1\n"},
+      {"delete one of two", unique, "B = 1\nB = 2\n", 'd', ambiguous, "B = 1\nB = 2\n"},
+      {"delete nothing", verified, "A = 1\n", 'd', notFound, "A = 1\n"},
       {"delete an unended line", verified, "A = 1\nB = 1", 'd', 0, "A = 1\n"},
-      {"delete before an unended line", verified, "B = 1\n# x", 'd', GENREG_RC_VERIFY_FAILED,
-       "B = 1\n# x"},
+      {"delete before an unended line", verified, "B = 1\n# x", 'd', verifying, "B = 1\n# x"},
       {"delete well before one", verified, "B = 1\nA = 1\n# x", 'd', 0, "A = 1\n# x"},
       {"delete in a CRLF file", verified, "A = 1\r\nB = 1\r\nC = 1\r\n", 'd', 0,
        "A = 1\r\nC = 1\r\n"},
@@ -113,7 +88,7 @@ TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
       {"delete beside high bytes", verified, "\xE4\xFF = \x80\nB = 1\n", 'd', 0,
        "\xE4\xFF = \x80\n"},
   };
-  for (const TextCase& row : cases) {
+  for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
     writeFile(registry(), row.before);
     VarVal file(registry(), row.features);
@@ -162,30 +137,28 @@ TEST_F(TextStoreTest, ChangingAVariableAndBackLeavesAnyFileAsItWas) {
 TEST_F(TextStoreTest, WhatCannotBeReadBackIsRefusedAndTheFileStaysAsItIs) {
   const std::string before = "A = 1\n";
   const std::string longValue(2042, 'v');
+  const VarValRecord onlyComment{VARVAL_HAS_COMMENT, "x", nullptr, nullptr, {}};
   const struct {
     const char* name;
     VarValRecord record;
     std::uint64_t features;
     Code result;
   } cases[] = {
-      {"a number sign in the value", assignment("B", "1#2"), verified, GENREG_RC_VERIFY_FAILED},
-      {"an open quote", assignment("B", "\"x"), verified, GENREG_RC_VERIFY_FAILED},
-      {"a value of blanks", assignment("B", "a  b"), verified, GENREG_RC_VERIFY_FAILED},
-      {"a newline in the value", assignment("B", "1\nC = 2"), verified, GENREG_RC_PACK_LINE_FAILED},
-      {"a newline in the name", assignment("B\nC", "1"), verified, GENREG_RC_PACK_LINE_FAILED},
-      {"a newline in the comment", assignment("B", "1", "x\ny"), verified,
-       GENREG_RC_PACK_LINE_FAILED},
-      {"a backslash at the end", assignment("B", "1\\"), joining, GENREG_RC_PACK_LINE_FAILED},
-      {"no value", assignment("B", nullptr), verified, GENREG_RC_PACK_LINE_FAILED},
-      {"no name", assignment(nullptr, "1"), verified, GENREG_RC_KEY_REJECTED},
-      {"nothing", VarValRecord{}, verified, GENREG_RC_KEY_REJECTED},
-      {"a comment alone",
-       {VARVAL_HAS_COMMENT, "x", nullptr, nullptr, {}},
-       verified,
-       GENREG_RC_KEY_REJECTED},
+      {"a number sign in the value", assignment("B", "1#2"), verified, verifying},
+      {"an open quote", assignment("B", "\"x"), verified, verifying},
+      {"a value of blanks", assignment("B", "a  b"), verified, verifying},
+      {"a newline in the value", assignment("B", "1\nC = 2"), verified, packLineFailed},
+      {"a newline in the name", assignment("B\nC", "1"), verified, packLineFailed},
+      {"a newline in the comment", assignment("B", "1", "x\ny"), verified, packLineFailed},
+      {"a backslash at the end", assignment("B", "1\\"), joining, packLineFailed},
+      {"one in the comment", assignment("B", "1", "c\\"), joining, packLineFailed},
+      {"one that would join", assignment("B", "1\\"), joining & ~verified, packLineFailed},
+      {"no value", assignment("B", nullptr), verified, packLineFailed},
+      {"no name", assignment(nullptr, "1"), verified, rejected},
+      {"nothing", VarValRecord{}, verified, rejected},
+      {"a comment alone", onlyComment, verified, rejected},
       {"the longest line", assignment("B", longValue.c_str()), verified, 0},
-      {"one character more", assignment("BB", longValue.c_str()), verified,
-       GENREG_RC_PACK_LINE_FAILED},
+      {"one character more", assignment("BB", longValue.c_str()), verified, packLineFailed},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
@@ -196,8 +169,8 @@ TEST_F(TextStoreTest, WhatCannotBeReadBackIsRefusedAndTheFileStaysAsItIs) {
     EXPECT_EQ(readFile(registry()) == before, row.result != 0);
   }
   VarVal file(registry());
-  EXPECT_EQ(file.Add(1, nullptr), GENREG_RC_KEY_REJECTED);
-  EXPECT_EQ(file.Delete(1, nullptr), GENREG_RC_KEY_REJECTED);
+  EXPECT_EQ(file.Add(1, nullptr), rejected);
+  EXPECT_EQ(file.Delete(1, nullptr), rejected);
 }
 
 TEST_F(TextStoreTest, ReadsEveryLineAndFindsTheFirstMatch) {
@@ -212,8 +185,7 @@ TEST_F(TextStoreTest, ReadsEveryLineAndFindsTheFirstMatch) {
   ASSERT_EQ(file.OpenScan(), 0u);
   const struct {
     unsigned int contains;
-    const char* value;
-    const char* comment;
+    const char *value, *comment;
   } lines[] = {{1, nullptr, " note"},
                {0, nullptr, nullptr},
                {2, "1", nullptr},
@@ -227,7 +199,7 @@ TEST_F(TextStoreTest, ReadsEveryLineAndFindsTheFirstMatch) {
   }
   EXPECT_EQ(file.GetNext(0, nullptr, &record), GENREG_RC_END);
   EXPECT_EQ(file.GetNext(0, nullptr, &record), GENREG_RC_END);
-  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), GENREG_RC_OPEN_FOR_OPERATION);
+  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), opening);
   ASSERT_EQ(file.Rewind(), 0u);
   EXPECT_EQ(file.GetNext(VARVAL_VARIABLE, &key, &record), 0u);
   ASSERT_EQ(file.setFeature(GENREG_GET_IN_SCAN), 0u);
@@ -238,40 +210,37 @@ TEST_F(TextStoreTest, ReadsEveryLineAndFindsTheFirstMatch) {
   EXPECT_EQ(file.CloseScan(), 0u);
   EXPECT_EQ(file.GetNext(0, nullptr, &record), GENREG_RC_NO_SCAN);
   key = assignment("none", nullptr);
-  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), GENREG_RC_NOT_FOUND);
+  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), notFound);
   EXPECT_EQ(record.Contains, 0u);
   VarVal missing(path("missing"));
-  EXPECT_EQ(missing.Get(VARVAL_VARIABLE, &key, &record), GENREG_RC_OPEN_FOR_OPERATION);
+  EXPECT_EQ(missing.Get(VARVAL_VARIABLE, &key, &record), opening);
 }
 
 TEST_F(TextStoreTest, AMissingHookFailsTheOperation) {
   using Break = void (*)(VarVal&);
-  const Break noValidate = [](VarVal& f) { f.ValidateKey = nullptr; };
-  const Break noSize = [](VarVal& f) { f.GetRecordSize = nullptr; };
-  const Break noUnpack = [](VarVal& f) { f.UnpackRecord = nullptr; };
-  const Break noCompare = [](VarVal& f) { f.compareHook() = nullptr; };
-  const Break noPack = [](VarVal& f) { f.PackRecord = nullptr; };
+  const Break withoutValidate = [](VarVal& f) { f.ValidateKey = nullptr; };
+  const Break withoutSize = [](VarVal& f) { f.GetRecordSize = nullptr; };
+  const Break withoutUnpack = [](VarVal& f) { f.UnpackRecord = nullptr; };
+  const Break withoutCompare = [](VarVal& f) { f.compareHook() = nullptr; };
+  const Break withoutPack = [](VarVal& f) { f.PackRecord = nullptr; };
   const Break smallSize = [](VarVal& f) {
     f.UnpackRecord = GenRegUnpackHook([](void*, char*) -> Code { return 0; });
     f.compareHook() = [](std::uint64_t, void*, void*) -> Code { return 1; };
     f.GetRecordSize = [](std::uint64_t* size) -> Code { return *size = 5, 0; };
   };
-  constexpr Code missing = GENREG_RC_HOOK_MISSING;
+  constexpr Code unpack = GENREG_RC_NO_UNPACK_HOOK;
+  constexpr Code pack = GENREG_RC_NO_PACK_HOOK;
   const struct {
     const char* name;
     Break breakHook;
     Code add, change, remove, get;
   } cases[] = {
-      {"ValidateKey", noValidate, missing, GENREG_RC_NO_VALIDATE_HOOK, GENREG_RC_NO_VALIDATE_HOOK,
-       GENREG_RC_NO_VALIDATE_HOOK},
-      {"GetRecordSize", noSize, missing, GENREG_RC_NO_SIZE_HOOK, GENREG_RC_NO_SIZE_HOOK,
-       GENREG_RC_NO_SIZE_HOOK},
-      {"UnpackRecord", noUnpack, missing, GENREG_RC_NO_UNPACK_HOOK, GENREG_RC_NO_UNPACK_HOOK,
-       GENREG_RC_NO_UNPACK_HOOK},
-      {"CompareRecord", noCompare, missing, GENREG_RC_NO_COMPARE_HOOK, GENREG_RC_NO_COMPARE_HOOK,
-       GENREG_RC_NO_COMPARE_HOOK},
-      {"PackRecord", noPack, missing, GENREG_RC_NO_PACK_HOOK, GENREG_RC_VERIFY_FAILED, 0},
-      {"size 5", smallSize, 0, GENREG_RC_UNCHANGED, 0, GENREG_RC_RECORD_TOO_LARGE},
+      {"ValidateKey", withoutValidate, hookMissing, noValidate, noValidate, noValidate},
+      {"GetRecordSize", withoutSize, hookMissing, noSize, noSize, noSize},
+      {"UnpackRecord", withoutUnpack, hookMissing, unpack, unpack, unpack},
+      {"CompareRecord", withoutCompare, hookMissing, noCompare, noCompare, noCompare},
+      {"PackRecord", withoutPack, hookMissing, pack, verifying, 0},
+      {"size 5", smallSize, 0, unchanged, 0, GENREG_RC_RECORD_TOO_LARGE},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);

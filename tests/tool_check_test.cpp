@@ -12,108 +12,55 @@ class CheckToolTest : public RegistryTest {};
 TEST_F(CheckToolTest, TellsCleanLeftOverAndDamagedApart) {
   const std::string a = frame(variable("a", 1));
   const std::string good = framed(stored(4, 0x3, {text("S"), text("V")}));
+  const std::string longLine = "A = " + std::string(5000, 'x') + "\nA = 1\n";
+  const std::string malformed = framed(stored(4, 0x3, {text("S")}));
+  const std::string nul("A = 1\0\n", 7);
   const struct {
     const char* name;
     const char* type;
     std::string bytes;
-    std::vector<std::string> companions;
-    int status;
-    const char* first;  // of the output, behind the file's name
-    const char* part;   // of the output
+    int status, records;
+    const char* part = "";       // of the output
+    const char* companion = "";  // another file that is there
   } cases[] = {
-      {"binary", "bin", a, {}, 0, "bin, 1 records: clean", ""},
-      {"empty", "bin", "", {}, 0, "bin, 0 records: clean", ""},
-      {"global", "global", good, {}, 0, "global, 1 records: clean", ""},
-      {"variables", "var", "A = 1\n# x\n", {}, 0, "var, 1 records: clean", ""},
-      {"services", "services", "# x\nftp 21/tcp\n", {}, 0, "services, 1 records: clean", ""},
-      {"lock file",
-       "bin",
-       a,
-       {".r.lock"},
-       1,
-       "bin, 1 records: whole, with remarks",
-       "takes the lock over"},
-      {"temporary", "bin", a, {"r.tmp"}, 1, "bin, 1 records: whole, with remarks", "sets it aside"},
-      {"corrupt", "bin", a, {"r.cor"}, 1, "bin, 1 records: whole, with remarks", "to be looked at"},
-      {"stale backup",
-       "bin",
-       a,
-       {".r.bkp"},
-       1,
-       "bin, 1 records: whole, with remarks",
-       "at its very end"},
-      {"name twice", "bin", a + a, {}, 1, "bin, 2 records: whole, with remarks", "offset 40"},
-      {"torn record", "bin", a + a.substr(0, 20), {}, 3, "bin, 1 records: damaged", "offset 40"},
-      {"stray byte", "bin", a + "x", {}, 3, "bin, 1 records: damaged", "GENREG_RC_READ_FAILED"},
-      {"length 0", "bin", a + std::string(8, '\0'), {}, 3, "bin, 1 records: damaged", "offset 40"},
-      {"malformed record",
-       "global",
-       good + framed(stored(4, 0x3, {text("S")})) + good,
-       {},
-       3,
-       "global, 2 records: damaged",
-       "GENREG_RC_UNPACK_FAILED"},
-      {"no assignment",
-       "var",
-       "A = 1\nodd\n",
-       {},
-       1,
-       "var, 1 records: whole, with remarks",
-       "line 2"},
-      {"open quote",
-       "var",
-       "A = \"1\n",
-       {},
-       1,
-       "var, 0 records: whole, with remarks",
-       "double quote"},
-      {"no newline",
-       "var",
-       "A = 1",
-       {},
-       1,
-       "var, 1 records: whole, with remarks",
-       "lacks its newline"},
-      {"long line",
-       "var",
-       "A = " + std::string(5000, 'x') + "\nA = 1\n",
-       {},
-       1,
-       "var, 1 records: whole, with remarks",
-       "2,046"},
-      {"NUL byte",
-       "var",
-       std::string("A = 1\0\n", 7),
-       {},
-       1,
-       "var, 1 records: whole, with remarks",
-       "NUL"},
-      {"no protocol",
-       "services",
-       "a 1\nb 1/tcp\nb 1/tcp\n",
-       {},
-       1,
-       "services, 3 records: whole, with remarks",
-       "line 3"},
+      {"binary", "bin", a, 0, 1},
+      {"empty", "bin", "", 0, 0},
+      {"global", "global", good, 0, 1},
+      {"variables", "var", "A = 1\n# x\n", 0, 1},
+      {"services", "services", "# x\nftp 21/tcp\n", 0, 1},
+      {"lock file", "bin", a, 1, 1, "takes the lock over", ".r.lock"},
+      {"temporary", "bin", a, 1, 1, "sets it aside", "r.tmp"},
+      {"corrupt", "bin", a, 1, 1, "to be looked at", "r.cor"},
+      {"stale backup", "bin", a, 1, 1, "at its very end", ".r.bkp"},
+      {"name twice", "bin", a + a, 1, 2, "offset 40"},
+      {"torn record", "bin", a + a.substr(0, 20), 3, 1, "offset 40"},
+      {"stray byte", "bin", a + "x", 3, 1, "GENREG_RC_READ_FAILED"},
+      {"length 0", "bin", a + std::string(8, '\0'), 3, 1, "offset 40"},
+      {"malformed record", "global", good + malformed + good, 3, 2, "GENREG_RC_UNPACK_FAILED"},
+      {"no assignment", "var", "A = 1\nodd\n", 1, 1, "line 2"},
+      {"open quote", "var", "A = \"1\n", 1, 0, "double quote"},
+      {"no newline", "var", "A = 1", 1, 1, "lacks its newline"},
+      {"long line", "var", longLine, 1, 1, "2,046"},
+      {"NUL byte", "var", nul, 1, 1, "NUL"},
+      {"no protocol", "services", "a 1\nb 1/tcp\nb 1/tcp\n", 1, 3, "line 3"},
   };
+  const char* const verdicts[] = {"clean", "whole, with remarks", "", "damaged"};
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
-    std::filesystem::remove_all(directory_);
-    std::filesystem::create_directory(directory_);
+    clearDirectory();
     writeFile(registry(), row.bytes);
-    for (const std::string& companion : row.companions) writeFile(path(companion), "left");
+    if (*row.companion != '\0') writeFile(path(row.companion), "left");
     const std::string before = files();
     const ToolRun run = runTool("check " + registry() + " --type " + row.type);
     EXPECT_EQ(run.status, row.status) << run.error;
-    EXPECT_EQ(run.output.find(registry() + ": " + row.first), 0u) << run.output;
+    const std::string first = registry() + ": " + row.type + ", " + std::to_string(row.records) +
+                              " records: " + verdicts[row.status];
+    EXPECT_EQ(run.output.find(first), 0u) << run.output;
     EXPECT_NE(run.output.find(row.part), std::string::npos) << run.output;
     EXPECT_EQ(readFile(registry()), row.bytes);
     EXPECT_EQ(files(), before);
-    const bool guessable =
-        row.type != std::string("var") || row.bytes.find('\0') == std::string::npos;
-    if (guessable) {
-      EXPECT_EQ(runTool("check " + registry()).output, run.output) << "the guess is the type";
-    }
+    if (row.bytes == nul) continue;
+    EXPECT_EQ(runTool("check " + registry()).output, run.output) << "the guess is the type";
   }
   std::filesystem::rename(registry(), backup());
   const ToolRun crashed = runTool("check " + registry() + " --json");

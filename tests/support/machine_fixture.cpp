@@ -24,6 +24,8 @@ std::string value(const std::string& name, const std::string& text) {
 
 std::string orDash(const std::string& text) { return text.empty() ? "-" : text; }
 
+}  // namespace
+
 std::string shown(const OSSServiceInfo_t& record) {
   return std::string(record.service) + " " + orDash(record.copyName);
 }
@@ -32,20 +34,6 @@ std::string shown(const OSSInstanceInfo_t& record) {
          orDash(record.instancePath) + " " + std::to_string(record.flags) + " " +
          orDash(record.hostName);
 }
-
-template <typename Record>
-std::string walk(void* list, unsigned int (*next)(void*, Record*), unsigned int failures) {
-  std::string answer;
-  for (unsigned int code = 0; code != GENREG_RC_END && failures > 0;) {
-    Record record;
-    code = next(list, &record);
-    if (code != 0) --failures;
-    answer += (code == 0 ? shown(record) : codeText(code)) + ";";
-  }
-  return answer;
-}
-
-}  // namespace
 
 std::string productKey(const std::string& path, const std::string& values) {
   return std::string("[") + product + path + "]\n" + values;
@@ -98,18 +86,11 @@ void MachineTest::remoteMachine(const std::string& name, const std::string& line
   writeFile(path(name + ".reg"), "Windows Registry Editor Version 5.00\n" + lines);
 }
 
-std::string MachineTest::copies(unsigned int failures) {
-  void* list = nullptr;
-  if (const unsigned int code = ossOpenServiceList(&list); code != 0) return codeText(code);
-  const std::string answer = walk<OSSServiceInfo_t>(list, ossGetNextService, failures);
-  EXPECT_EQ(ossCloseServiceList(list), 0u);
-  return answer;
+ListCalls<OSSServiceInfo_t> MachineTest::copyList() {
+  return {ossOpenServiceList, ossGetNextService, ossCloseServiceList};
 }
 
-std::string MachineTest::instances(const char* kind, unsigned int failures) {
-  void* list = nullptr;
-  if (const unsigned int code = ossOpenInstanceList(kind, &list); code != 0) return codeText(code);
-  const std::string answer = walk<OSSInstanceInfo_t>(list, ossGetNextInstance, failures);
-  EXPECT_EQ(ossCloseInstanceList(list), 0u);
-  return answer;
+ListCalls<OSSInstanceInfo_t> MachineTest::instanceList(const char* kind) {
+  const auto open = [kind](void** list) { return ossOpenInstanceList(kind, list); };
+  return {open, ossGetNextInstance, ossCloseInstanceList};
 }

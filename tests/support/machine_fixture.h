@@ -34,6 +34,58 @@ struct ExportCall {
 };
 void expectCodes(const std::vector<ExportCall>& calls);
 
+// The calls on one kind of list, each as a row of codes makes it.
+std::string shown(const OSSServiceInfo_t& record);
+std::string shown(const OSSInstanceInfo_t& record);
+template <typename Record>
+struct ListCalls {
+  std::function<Code(void** list)> openList;
+  Code (*nextOf)(void* list, Record* record);
+  Code (*closeList)(void* list);
+
+  // Opens a list and closes it again; a list that is not opened leaves the pointer alone.
+  Code open() const {
+    void* const unopened = const_cast<ListCalls*>(this);
+    void* list = unopened;
+    const Code code = openList(&list);
+    if (code == 0) (void)closeList(list);
+    EXPECT_EQ(list == unopened, code != 0);
+    return code;
+  }
+  // The code of so many steps along a new list.
+  std::function<Code()> next(unsigned int steps) const {
+    return [this, steps] {
+      void* list = nullptr;
+      EXPECT_EQ(openList(&list), 0u);
+      Record record;
+      Code code = 0;
+      for (unsigned int i = 0; i < steps; ++i) code = nextOf(list, &record);
+      (void)closeList(list);
+      return code;
+    };
+  }
+  Code close() const {
+    void* list = nullptr;
+    EXPECT_EQ(openList(&list), 0u);
+    return closeList(list);
+  }
+  // The whole list in one text: a record or a code and ";" for each step, up to "end;" or to the
+  // last of so many failures; the code alone of a list that is not opened.
+  std::string all(unsigned int failures) const {
+    void* list = nullptr;
+    if (const Code code = openList(&list); code != 0) return codeText(code);
+    std::string answer;
+    for (Code code = 0; code != GENREG_RC_END && failures > 0;) {
+      Record record;
+      code = nextOf(list, &record);
+      if (code != 0) --failures;
+      answer += (code == 0 ? shown(record) : codeText(code)) + ";";
+    }
+    EXPECT_EQ(closeList(list), 0u);
+    return answer;
+  }
+};
+
 class MachineTest : public RegistryTest {
  protected:
   void SetUp() override;
@@ -44,10 +96,10 @@ class MachineTest : public RegistryTest {
   void machineBytes(const std::string& bytes);
   void remoteMachine(const std::string& name, const std::string& lines);
 
-  // The whole list in one text: "SERVICE copy;" or a code and ";" for each step, up to "end;" or to
-  // the last of so many failures.
-  static std::string copies(unsigned int failures = 3);
-  // "NAME copy path flags host;" for each instance of a kind; "-" for an empty text, flags as a
-  // number.
-  static std::string instances(const char* kind = "ZOR", unsigned int failures = 3);
+  // The calls on each kind of list, and all that a list gives: "SERVICE copy;" for each copy, "NAME
+  // copy path flags host;" for each instance, "-" for an empty text, flags as a number.
+  static ListCalls<OSSServiceInfo_t> copyList();
+  static ListCalls<OSSInstanceInfo_t> instanceList(const char* kind);
+  static std::string copies(unsigned int failures = 3) { return copyList().all(failures); }
+  static std::string instances(const char* kind = "ZOR") { return instanceList(kind).all(3); }
 };

@@ -3,17 +3,6 @@
 
 #include "support/registry_fixture.h"
 
-constexpr std::uint64_t byName = BINVARVAL_VARIABLE;
-constexpr std::uint64_t verified = GENREG_VERIFY_UPDATES | GENREG_ALLOW_DUPLICATES;
-constexpr std::uint64_t unverified = GENREG_ALLOW_DUPLICATES;
-
-struct Operation {
-  const char* name;
-  std::uint64_t features;
-  bool startsEmpty;  // there is no registry file before
-  unsigned int (*run)(TestRegistry& registry);
-};
-
 inline unsigned int add(TestRegistry& registry) {
   BinVarValRecord record = variable("new", 3);
   return registry.Add(byName, &record);
@@ -32,9 +21,10 @@ inline unsigned int get(TestRegistry& registry) {
   BinVarValRecord record;
   return registry.Get(byName, &key, &record);
 }
-inline unsigned int scan(TestRegistry& registry) {
-  BinVarValRecord key{};
-  BinVarValRecord record;
+template <typename Record = BinVarValRecord, typename Registry>
+unsigned int scan(Registry& registry) {
+  Record key{};
+  Record record;
   unsigned int code = registry.OpenScan();
   if (code != 0) return code;
   while (code == 0) code = registry.GetNext(0, &key, &record);

@@ -23,6 +23,12 @@ BinVarValRecord variable(const std::string& name, std::int32_t value, const std:
   return record;
 }
 
+VarValRecord assignment(const char* name, const char* value, const char* comment) {
+  VarValRecord record{VARVAL_HAS_VARIABLE, comment, name, value, {}};
+  if (comment != nullptr) record.Contains |= VARVAL_HAS_COMMENT;
+  return record;
+}
+
 std::string frameBytes(std::uint32_t length, const std::string& bytes) {
   std::string field;
   for (unsigned int shift = 0; shift < 32; shift += 8) {
@@ -63,6 +69,10 @@ int inChild(const std::function<int()>& body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+void expectInChild(const std::function<bool()>& body) {
+  EXPECT_EQ(inChild([&] { return body() && !::testing::Test::HasFailure() ? 0 : 1; }), 0);
+}
+
 void RegistryTest::SetUp() {
   char name[] = "/tmp/zorgenreg-test-XXXXXX";
   directory_ = ::mkdtemp(name);
@@ -76,6 +86,10 @@ void RegistryTest::TearDown() {
   fs::remove_all(directory_);
 }
 
+void RegistryTest::clearDirectory() const {
+  for (const auto& entry : fs::directory_iterator(directory_)) fs::remove_all(entry.path());
+}
+
 std::string RegistryTest::files() const {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory_)) {
@@ -87,20 +101,26 @@ std::string RegistryTest::files() const {
   return joined;
 }
 
-FaultPlan::FaultPlan(unsigned long k, int fault, bool kill, const char* only)
-    : k_(k), fault_(fault), kill_(kill), only_(only) {
-  ossSetFaultHook(answer, this);
+FaultHook::FaultHook(std::function<int(const std::string& call)> answer)
+    : answer_(std::move(answer)) {
+  ossSetFaultHook([](const char* call, const char*,
+                     void* context) { return static_cast<FaultHook*>(context)->answer_(call); },
+                  this);
 }
 
-FaultPlan::~FaultPlan() { ossSetFaultHook(nullptr, nullptr); }
+FaultHook::~FaultHook() { ossSetFaultHook(nullptr, nullptr); }
 
-int FaultPlan::answer(const char* operation, const char*, void* context) {
-  auto& plan = *static_cast<FaultPlan*>(context);
-  if (plan.only_ != nullptr && std::strcmp(plan.only_, operation) != 0) return 0;
-  if (++plan.calls_ != plan.k_) return 0;
-  if (plan.kill_) (void)::raise(SIGKILL);
-  plan.operation_ = operation;
-  return plan.fault_;
+FaultPlan::FaultPlan(unsigned long k, int fault, bool kill, const char* only)
+    : k_(k), fault_(fault), kill_(kill), only_(only), hook_([this](const std::string& call) {
+        return answer(call);
+      }) {}
+
+int FaultPlan::answer(const std::string& operation) {
+  if (only_ != nullptr && only_ != operation) return 0;
+  if (++calls_ != k_) return 0;
+  if (kill_) (void)::raise(SIGKILL);
+  operation_ = operation;
+  return fault_;
 }
 
 Diagnostics::Diagnostics() {

@@ -14,6 +14,29 @@
 #include "sysservices/diagnostics.h"
 #include "sysservices/fault_hook.h"
 
+using Code = unsigned int;
+
+// The codes, masks and features that the rows of the tests' tables name most.
+constexpr Code notFound = GENREG_RC_NOT_FOUND;
+constexpr Code unchanged = GENREG_RC_UNCHANGED;
+constexpr Code ambiguous = GENREG_RC_AMBIGUOUS;
+constexpr Code duplicate = GENREG_RC_DUPLICATE;
+constexpr Code rejected = GENREG_RC_KEY_REJECTED;
+constexpr Code opening = GENREG_RC_OPEN_FOR_OPERATION;
+constexpr Code closing = GENREG_RC_CLOSE_AFTER_OPERATION;
+constexpr Code readFailed = GENREG_RC_READ_FAILED;
+constexpr Code writeNewFailed = GENREG_RC_WRITE_NEW_FAILED;
+constexpr Code verifying = GENREG_RC_VERIFY_FAILED;
+constexpr Code packLineFailed = GENREG_RC_PACK_LINE_FAILED;
+constexpr Code hookMissing = GENREG_RC_HOOK_MISSING;
+constexpr Code noValidate = GENREG_RC_NO_VALIDATE_HOOK;
+constexpr Code noSize = GENREG_RC_NO_SIZE_HOOK;
+constexpr Code noCompare = GENREG_RC_NO_COMPARE_HOOK;
+constexpr std::uint64_t byName = BINVARVAL_VARIABLE;
+constexpr std::uint64_t unique = GENREG_VERIFY_UPDATES;
+constexpr std::uint64_t verified = GENREG_VERIFY_UPDATES | GENREG_ALLOW_DUPLICATES;
+constexpr std::uint64_t unverified = GENREG_ALLOW_DUPLICATES;
+
 // A handle that shows its protected side.
 template <typename Flavour>
 class Exposed : public Flavour {
@@ -51,6 +74,9 @@ using TestRegistry = Exposed<GenRegBinVarVal>;
 BinVarValRecord variable(const std::string& name, std::int32_t value = 0,
                          const std::string& comment = "");
 
+// A profile variable line; without a comment where that is null.
+VarValRecord assignment(const char* name, const char* value, const char* comment = nullptr);
+
 // A frame as it stands in the file, length least significant byte first.
 std::string frame(const BinVarValRecord& record);
 std::string frameBytes(std::uint32_t length, const std::string& bytes);
@@ -63,6 +89,8 @@ std::size_t openDescriptors();
 
 // Runs `body` in a child process; gives its exit status, or minus the signal that ended it.
 int inChild(const std::function<int()>& body);
+// Runs `body` in a child process, where it must hold.
+void expectInChild(const std::function<bool()>& body);
 
 class RegistryTest : public ::testing::Test {
  protected:
@@ -75,6 +103,7 @@ class RegistryTest : public ::testing::Test {
   std::string lockFile() const { return path(".r.lock"); }
   std::string temporary() const { return registry() + ".tmp"; }
   std::string corrupt() const { return registry() + ".cor"; }
+  void clearDirectory() const;
   // Names in the directory, sorted, joined by blanks.
   std::string files() const;
 
@@ -85,20 +114,28 @@ class RegistryTest : public ::testing::Test {
   std::size_t blocks_ = 0;
 };
 
+// While it lives, `answer` is asked before each system call: 0, or the error with which it fails.
+class FaultHook {
+ public:
+  explicit FaultHook(std::function<int(const std::string& call)> answer);
+  ~FaultHook();
+  FaultHook(const FaultHook&) = delete;
+  FaultHook& operator=(const FaultHook&) = delete;
+
+ private:
+  std::function<int(const std::string& call)> answer_;
+};
+
 // While it lives, system call number `k` (from 1) fails as `fault` says; 0 only counts. With
 // `kill`, the process dies right before it instead. With `only`, calls of that name alone count.
 class FaultPlan {
  public:
   FaultPlan(unsigned long k, int fault, bool kill = false, const char* only = nullptr);
-  ~FaultPlan();
-  FaultPlan(const FaultPlan&) = delete;
-  FaultPlan& operator=(const FaultPlan&) = delete;
-
   unsigned long calls() const { return calls_; }
   const std::string& operation() const { return operation_; }
 
  private:
-  static int answer(const char* operation, const char* path, void* context);
+  int answer(const std::string& operation);
 
   unsigned long k_;
   int fault_;
@@ -106,6 +143,7 @@ class FaultPlan {
   const char* only_;
   unsigned long calls_ = 0;
   std::string operation_;
+  FaultHook hook_;
 };
 
 // Collects the diagnostic records made while it lives.

@@ -9,5 +9,15 @@ struct ToolRun {
   std::string error;
 };
 
+// One run of the tool: its arguments and input, and what must come of it.
+struct ToolStep {
+  std::string arguments;
+  int status;
+  std::string output = "";
+  std::string error = "";  // a part of what is on standard error
+  std::string input = "";
+};
+void expectSteps(const std::string& prefix, const std::vector<ToolStep>& steps);
+
 // `arguments` pass a shell and may redirect again; `input` is the tool's standard input.
 ToolRun runTool(const std::string& arguments, const std::string& input = "");
