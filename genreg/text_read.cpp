@@ -66,6 +66,7 @@ unsigned int TextStore::get(Routine& routine, std::uint64_t mask, void* key, voi
   if (const unsigned int code = record.reserve(size); code != 0) {
     return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);
   }
+  std::memset(record.data(), 0, size);  // what the flavour leaves alone goes to the caller, too
   if (const unsigned int code =
           beginSearch(routine, GENREG_RC_OPEN_FOR_OPERATION, genreg::failureSeverity);
       code != 0) {
@@ -104,6 +105,7 @@ unsigned int TextStore::getNext(Routine& routine, std::uint64_t mask, void* key,
   if (const unsigned int code = record.reserve(size); code != 0) {
     return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);
   }
+  std::memset(record.data(), 0, size);  // what the flavour leaves alone goes to the caller, too
   TextLine line;
   Outcome outcome;
   outcome.note(search(routine, mask, key, record.data(), anyLine, line));

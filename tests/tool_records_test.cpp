@@ -20,6 +20,8 @@ TEST_F(RecordsTool, EachVerbOfBinDoesItsWorkAndSaysHowItWent) {
       {"set a 2", 0},
       {"set a 2", 0},
       {"set a 2 --comment changed", 0},
+      {"get a --json", 0,
+       "{\n  \"name\": \"a\",\n  \"value\": 2,\n  \"comment\": \"changed\"\n}\n"},
       {"get a", 0, "2\n"},
       {"get c", 1, "", "zorreg: GENREG_RC_NOT_FOUND (0x900001F6): no record matches the key"},
       {"import", 0, "", "", "c 3\n# a comment\n\n  d   4 \n"},

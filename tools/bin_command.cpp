@@ -26,6 +26,7 @@ struct Arguments {
   std::string value;
   std::optional<std::string> comment;
   bool bigEndian = false;
+  bool json = false;
 };
 
 template <std::size_t Size>
@@ -81,6 +82,15 @@ class CommentedVarVal : public GenRegBinVarVal {
   static inline GenRegCompareHook withoutComments = nullptr;
 };
 
+Json jsonOf(const BinVarValRecord& record) {
+  const auto text = [](const char(&field)[sizeof record.Variable]) {
+    return std::string(field, ::strnlen(field, sizeof field));
+  };
+  Json row{{"name", text(record.Variable)}, {"value", record.Value}};
+  if (record.Comment[0] != '\0') row["comment"] = text(record.Comment);
+  return row;
+}
+
 // One registry of binary variables and what the verbs do with it.
 class BinRegistry {
  public:
@@ -91,12 +101,16 @@ class BinRegistry {
 
   int opened() const { return opened_ == 0 ? exitDone : reportCode(opened_, file_); }
 
-  int get(const std::string& name) {
+  int get(const std::string& name, bool json) {
     BinVarValRecord key = keyOf(name);
     BinVarValRecord found;
     const unsigned int code = registry_.Get(BINVARVAL_VARIABLE, &key, &found);
     if (code != 0) return reportCode(code, file_);
-    std::printf("%d\n", found.Value);
+    if (json) {
+      printJson(jsonOf(found));
+    } else {
+      std::printf("%d\n", found.Value);
+    }
     return exitDone;
   }
 
@@ -159,12 +173,19 @@ class BinRegistry {
   CommentedVarVal registry_;
 };
 
-int list(BinRegistry& registry) {
-  return registry.forEach([](const BinVarValRecord& record) {
+int list(BinRegistry& registry, bool json) {
+  Json all = Json::array();
+  const int status = registry.forEach([&](const BinVarValRecord& record) {
+    if (json) {
+      all.push_back(jsonOf(record));
+      return;
+    }
     const std::string comment = printable(record.Comment, sizeof record.Comment);
     std::printf("%-15s %11d%s%s\n", printable(record.Variable, sizeof record.Variable).c_str(),
                 record.Value, comment.empty() ? "" : "  ", comment.c_str());
   });
+  if (status == exitDone && json) printJson(all);
+  return status;
 }
 
 int dump(BinRegistry& registry) {
@@ -177,23 +198,24 @@ struct Verb {
   const char* help;
   bool takesName;
   bool takesValue;
+  bool takesJson;
   int (*run)(BinRegistry& registry, const Arguments& arguments);
 };
 
 constexpr Verb verbs[] = {
-    {"list", "print every variable: name, value, comment", false, false,
-     [](BinRegistry& registry, const Arguments&) { return list(registry); }},
-    {"get", "print the value of the first variable of that name", true, false,
-     [](BinRegistry& registry, const Arguments& a) { return registry.get(a.name); }},
-    {"set", "add a variable, or change every one of that name", true, true,
+    {"list", "print every variable: name, value, comment", false, false, true,
+     [](BinRegistry& registry, const Arguments& a) { return list(registry, a.json); }},
+    {"get", "print the value of the first variable of that name", true, false, true,
+     [](BinRegistry& registry, const Arguments& a) { return registry.get(a.name, a.json); }},
+    {"set", "add a variable, or change every one of that name", true, true, false,
      [](BinRegistry& registry, const Arguments& a) {
        return registry.set(a.name, a.value, a.comment);
      }},
-    {"unset", "delete every variable of that name", true, false,
+    {"unset", "delete every variable of that name", true, false, false,
      [](BinRegistry& registry, const Arguments& a) { return registry.unset(a.name); }},
-    {"import", "set variables from lines of NAME VALUE on standard input", false, false,
+    {"import", "set variables from lines of NAME VALUE on standard input", false, false, false,
      [](BinRegistry& registry, const Arguments&) { return registry.importLines(std::cin); }},
-    {"dump", "print every record, field by field", false, false,
+    {"dump", "print every record, field by field", false, false, false,
      [](BinRegistry& registry, const Arguments&) { return dump(registry); }},
 };
 
@@ -225,6 +247,7 @@ void addBinCommand(CLI::App& app, int& status) {
       command->add_option("VALUE", arguments->value, "a whole number of 32 bits")->required();
       command->add_option("--comment", arguments->comment, "free text, at most 15 bytes");
     }
+    if (verb.takesJson) command->add_flag("--json", arguments->json, "print JSON");
     command->callback([&verb, arguments, &status] { status = runVerb(verb, *arguments); });
   }
 }

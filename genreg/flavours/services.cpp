@@ -1,4 +1,5 @@
 // GenRegServices: the hooks of services lines.
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,6 +113,7 @@ unsigned int unpackService(const Routine& routine, ServiceEntryRecord& record, c
     }
     record.aliases = record.aliasList;
     record.aliasList[count++] = token;
+    record.aliasList[count] = nullptr;
   }
   return GENREG_RC_OK;
 }
@@ -120,11 +122,15 @@ unsigned int unpackRecord(void* record, char* line) {
   Routine routine(Function::servicesUnpackRecord);
   if (record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
   auto& fields = *static_cast<ServiceEntryRecord*>(record);
-  std::memset(&fields, 0, sizeof fields);
+  // Behind the fields, only what they point to is ever looked at.
+  std::memset(static_cast<void*>(&fields), 0, offsetof(ServiceEntryRecord, text));
   fields.comment = genreg::takeLine(fields.text, line);
   if (fields.comment != nullptr) fields.Contains = SERVICES_HAS_COMMENT;
-  if (const unsigned int code = genreg::normalizeIfNeeded(fields.text); code != 0) {
-    return routine.exit(routine.failFrom(Function::normalizeLine, code, code, 20));
+  // Words are told apart at any run of blanks, so only other white space must become a blank.
+  if (std::strchr(fields.text, '\r') != nullptr) {
+    if (const unsigned int code = genreg::GenRegNormalizeLine(fields.text); code != 0) {
+      return routine.exit(routine.failFrom(Function::normalizeLine, code, code, 20));
+    }
   }
   char* cursor = fields.text;
   char* token = nullptr;
