@@ -91,9 +91,15 @@ template <typename BinaryForm, typename TextForm>
 class GenRegFormHook {
  public:
   GenRegFormHook(std::nullptr_t = nullptr) noexcept : binary(nullptr), text(nullptr) {}
-  GenRegFormHook(BinaryForm hook) noexcept : binary(hook), text(nullptr) {}
-  GenRegFormHook(TextForm hook) noexcept : binary(nullptr), text(hook) {}
+  // A function, or a lambda that captures nothing.
+  template <typename Hook, std::enable_if_t<std::is_convertible_v<Hook, BinaryForm>, int> = 0>
+  GenRegFormHook(Hook hook) noexcept : binary(hook), text(nullptr) {}
+  template <typename Hook, std::enable_if_t<std::is_convertible_v<Hook, TextForm>, int> = 0,
+            typename = void>
+  GenRegFormHook(Hook hook) noexcept : binary(nullptr), text(hook) {}
   explicit operator bool() const noexcept { return binary != nullptr || text != nullptr; }
+  friend bool operator==(const GenRegFormHook& hook, std::nullptr_t) noexcept { return !hook; }
+  friend bool operator!=(const GenRegFormHook& hook, std::nullptr_t) noexcept { return bool{hook}; }
   // Calls the hook in the form that the arguments have; that form must be filled.
   template <typename... Arguments>
   auto operator()(Arguments... arguments) const {
