@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "genreg/core/diagnostics.h"
+#include "platform/byte_search.h"
 #include "platform/stream.h"
 
 namespace genreg {
@@ -63,7 +64,7 @@ std::size_t logicalText(const char* raw, std::size_t rawLength, bool join, char*
 // Whether a raw text that ends in a newline ends there, or is continued by what follows.
 bool endsHere(const char* raw, std::size_t length, bool join) noexcept {
   if (!join || length < 2) return true;
-  const void* before = ::memrchr(raw, '\n', length - 1);
+  const void* before = platform::findLastByte(raw, '\n', length - 1);
   const char* start = before == nullptr ? raw : static_cast<const char*>(before) + 1;
   return !PhysicalLine(start, length - static_cast<std::size_t>(start - raw)).continues(true);
 }

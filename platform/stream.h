@@ -56,9 +56,10 @@ const char* peekStream(std::FILE* stream, std::size_t* count);
 // Takes `count` of the bytes that peekStream showed.
 void skipStream(std::FILE* stream, std::size_t count);
 
-// 64-bit positions. tellStream gives -1 and seekStream non-zero, both with errno, on failure.
+// 64-bit positions. tellStream gives -1 and the seeks non-zero, all with errno, on failure.
 std::int64_t tellStream(std::FILE* stream);
 int seekStream(std::FILE* stream, std::int64_t position);
+int seekStreamEnd(std::FILE* stream);
 
 // Writes out what is buffered and waits until it is on stable storage. Returns 0 or the system
 // error.

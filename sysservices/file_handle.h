@@ -51,7 +51,8 @@ class ZOROSSE_API OSSHFile {
   OSSHFile(const OSSHFile&) = delete;
   OSSHFile& operator=(const OSSHFile&) = delete;
 
-  // Opens a plain file. The descriptor is never inherited by a child process and never 0, 1 or 2.
+  // Opens a plain file. Its handle is never inherited by a child process, nor one of the standard
+  // three.
   // Modes 2 and 4, and any mode on a lock file (mode 2, or a name that ends in ".lock"), do not
   // follow a symbolic link in the last component; a lock file with a second hard link is refused.
   // An open handle is closed first.
@@ -59,10 +60,11 @@ class ZOROSSE_API OSSHFile {
   // OSS_RC_BAD_PARAMETER; or the mapped system error, with lastError() telling the number.
   unsigned int open(const OSSFileOpenParam* param) noexcept;
 
-  // Locks the whole file. A lock granted on a lock file is a lock on the file that stands at that
-  // path now: one that its previous holder removed meanwhile is opened again and the lock taken
-  // there (the code of the open when there is none any more), so that at most one holder exists.
-  // A thread that already holds a conflicting lock through another handle waits for itself.
+  // Locks the whole file; a lock that this handle holds already ends first. A lock granted on a
+  // lock file is a lock on the file that stands at that path now: where a lock file can be removed
+  // while it is open, one that its previous holder removed meanwhile is opened again and the lock
+  // taken there (the code of the open when there is none any more), so that at most one holder
+  // exists. A thread that already holds a conflicting lock through another handle waits for itself.
   // Returns 0; OSS_RC_LOCK_BUSY when another holder has it and wait is OSS_LOCK_NOWAIT;
   // OSS_RC_BAD_PARAMETER; or the mapped system error.
   unsigned int lock(const OSSFileLockParam* param) noexcept;
@@ -85,6 +87,7 @@ class ZOROSSE_API OSSHFile {
  private:
   bool isLockFile() const noexcept;
   unsigned int reopen() noexcept;
+  unsigned int takeLock(bool exclusive, bool wait) noexcept;
   unsigned int fail(int error) noexcept;
 
   std::intptr_t handle_;

@@ -10,6 +10,7 @@
 #include "check_findings.h"
 #include "genreg.h"
 #include "global_fields.h"
+#include "sysservices/environment.h"
 
 namespace zorreg {
 namespace {
@@ -98,7 +99,7 @@ bool holdsNul(std::FILE* stream) {
 // Walks the lines of a text registry.
 template <typename Flavour, typename Record, typename Visit>
 std::uint64_t checkLines(const std::string& file, Findings& findings, Visit visit) {
-  const std::unique_ptr<std::FILE, StreamCloser> stream(std::fopen(file.c_str(), "rbe"));
+  const std::unique_ptr<std::FILE, StreamCloser> stream(std::fopen(file.c_str(), "rb"));
   if (stream == nullptr) {
     findings.addCode("registry file", GENREG_RC_OPEN_FAILED);
     return 0;
@@ -162,7 +163,7 @@ std::uint64_t checkBinary(const std::string& file, Findings& findings) {
 }
 
 std::uint64_t checkGlobal(const std::string& file, Findings& findings) {
-  (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", file.c_str(), 1);
+  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", file.c_str());
   GlobalReg registry;
   Duplicates duplicates(findings);
   return checkRecords<GlobalRegRecord>(

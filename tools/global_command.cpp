@@ -11,6 +11,7 @@
 #include "output.h"
 #include "registry_use.h"
 #include "report.h"
+#include "sysservices/environment.h"
 
 namespace zorreg {
 namespace {
@@ -161,7 +162,7 @@ constexpr Verb verbs[] = {
 };
 
 int runVerb(const Verb& verb, const Arguments& arguments) {
-  if (arguments.file) (void)::setenv(pathVariable, arguments.file->c_str(), 1);
+  if (arguments.file) (void)ossEnvironmentSet(pathVariable, arguments.file->c_str());
   const char* named = std::getenv(pathVariable);
   Run run{arguments, named == nullptr ? "global.reg" : named, typeNamed(arguments.type)};
   if (!run.registry.ready()) return run.report(GENREG_RC_NOT_READY);

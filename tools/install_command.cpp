@@ -13,6 +13,7 @@
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
+#include "sysservices/environment.h"
 
 namespace zorreg {
 namespace {
@@ -32,11 +33,6 @@ struct Arguments {
 
 const char* orNull(const std::optional<std::string>& text) {
   return text ? text->c_str() : nullptr;
-}
-
-std::string registryFile() {
-  const char* const file = std::getenv("ZOROSSE_REGISTRY_FILE");
-  return file == nullptr || *file == '\0' ? "none: ZOROSSE_REGISTRY_FILE is not set" : file;
 }
 
 // Up to four numbers below 65536 with dots between them.
@@ -198,7 +194,7 @@ int walk(void* list, unsigned int (*next)(void*, Record*), std::vector<Record>& 
     if (alike == mostAlike) return status;
     if (alike > 0) continue;
     unreadable = which;
-    status = reportCode(code, registryFile());
+    status = reportCode(code, ossMachineRegistryName());
     std::fprintf(stderr, "zorreg: %s\n", identity(record).c_str());
   }
 }
@@ -206,7 +202,7 @@ int walk(void* list, unsigned int (*next)(void*, Record*), std::vector<Record>& 
 int listCopies(const Arguments& arguments) {
   void* list = nullptr;
   if (const unsigned int code = ossOpenServiceList(&list); code != 0) {
-    return reportCode(code, registryFile());
+    return reportCode(code, ossMachineRegistryName());
   }
   std::vector<OSSServiceInfo_t> records;
   const int status = walk(list, ossGetNextService, records);
@@ -227,7 +223,7 @@ int listInstances(const Arguments& arguments) {
     if (code == GENREG_RC_KEY_NOT_FOUND) continue;
     found = true;
     if (code != 0) {
-      status = reportCode(code, registryFile());
+      status = reportCode(code, ossMachineRegistryName());
       continue;
     }
     const int walked = walk(list, ossGetNextInstance, records);
@@ -235,7 +231,7 @@ int listInstances(const Arguments& arguments) {
     (void)ossCloseInstanceList(list);
   }
   if (!found) {
-    (void)reportCode(GENREG_RC_KEY_NOT_FOUND, registryFile());
+    (void)reportCode(GENREG_RC_KEY_NOT_FOUND, ossMachineRegistryName());
     return exitNotFound;
   }
   printRecords(records, arguments.json);
@@ -246,7 +242,7 @@ int listInstances(const Arguments& arguments) {
 template <typename Record>
 int showFound(unsigned int code, const Record& record, bool json) {
   if (code != 0) {
-    (void)reportCode(code, registryFile());
+    (void)reportCode(code, ossMachineRegistryName());
     return exitNotFound;
   }
   if (json) {

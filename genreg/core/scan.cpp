@@ -98,7 +98,7 @@ unsigned int GenRegFile::Rewind() noexcept {
   if ((status & GENREG_STATUS_SCAN_OPEN) == 0) {
     return routine.exit(routine.fail(GENREG_RC_NO_SCAN, 10));
   }
-  if (std::fseek(mainStream, 0, SEEK_SET) != 0) {
+  if (platform::seekStream(mainStream, 0) != 0) {
     const std::int32_t errorFlag = std::ferror(mainStream);
     return routine.exit(routine.fail(GENREG_RC_REWIND_FAILED, 20, genreg::number(errorFlag)));
   }

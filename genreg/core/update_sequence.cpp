@@ -97,7 +97,7 @@ unsigned int Update::askFileSize(std::uint64_t* size) const noexcept {
 
 unsigned int Update::seekTarget(std::FILE** target) const noexcept {
   *target = appendsInPlace() ? RegistryHandle::main(engine_.file()) : temporary();
-  if (std::fseek(*target, 0, SEEK_END) == 0) return GENREG_RC_OK;
+  if (platform::seekStreamEnd(*target) == 0) return GENREG_RC_OK;
   const std::int32_t error = std::ferror(*target);
   return routine_.fail(GENREG_RC_SEEK_END_FAILED, 90, number(error));
 }

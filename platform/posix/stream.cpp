@@ -259,6 +259,8 @@ int seekStream(std::FILE* stream, std::int64_t position) {
   return ::fseeko(stream, position, SEEK_SET);
 }
 
+int seekStreamEnd(std::FILE* stream) { return std::fseek(stream, 0, SEEK_END); }
+
 int makeDurable(std::FILE* stream, StreamBacking* backing) {
   errno = 0;
   if (std::fflush(stream) != 0 || std::ferror(stream) != 0) {

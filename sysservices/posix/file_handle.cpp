@@ -10,12 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
-
 #include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
-
-bool g_bIsPlatformID_Win32On95 = false;
 
 namespace {
 
@@ -23,44 +19,16 @@ namespace {
 int openFlags(std::uint32_t openMode) {
   constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   switch (openMode) {
-    case OSS_OPEN_EXISTING:
-      return always | O_RDONLY;
     case OSS_OPEN_LOCK_FILE:
       return always | O_RDWR | O_CREAT | O_NOFOLLOW;
     case OSS_OPEN_APPEND:
       return always | O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW;
     default:
-      return -1;
+      return always | O_RDONLY;
   }
 }
 
 }  // namespace
-
-OSSHFile::OSSHFile() noexcept
-    : handle_(-1), openMode_(0), options_(0), permissions_(0), error_(0), path_{} {}
-
-OSSHFile::~OSSHFile() { (void)close(); }
-
-unsigned int OSSHFile::fail(int error) noexcept {
-  error_ = error;
-  return oss::codeOfError(error);
-}
-
-unsigned int OSSHFile::open(const OSSFileOpenParam* param) noexcept {
-  if (param == nullptr || param->path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  if (param->level != OSS_PARAM_LEVEL || param->access != OSS_ACCESS_READ_WRITE ||
-      openFlags(param->openMode) < 0) {
-    return OSS_RC_BAD_PARAMETER;
-  }
-  const std::size_t length = std::strlen(param->path);
-  if (length >= sizeof path_) return fail(ENAMETOOLONG);
-  (void)close();
-  std::memcpy(path_, param->path, length + 1);
-  openMode_ = param->openMode;
-  options_ = param->options;
-  permissions_ = param->permissions;
-  return reopen();
-}
 
 unsigned int OSSHFile::reopen() noexcept {
   const bool noLink = options_ == OSS_OPEN_NO_LINK || isLockFile();
@@ -82,14 +50,8 @@ unsigned int OSSHFile::reopen() noexcept {
   return OSS_RC_OK;
 }
 
-unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {
-  if (param == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const bool knownType =
-      param->lockType == OSS_LOCK_EXCLUSIVE || param->lockType == OSS_LOCK_SHARED;
-  const bool knownWait = param->wait == OSS_LOCK_WAIT || param->wait == OSS_LOCK_NOWAIT;
-  if (param->level != OSS_PARAM_LEVEL || !knownType || !knownWait) return OSS_RC_BAD_PARAMETER;
-  const int operation = (param->lockType == OSS_LOCK_EXCLUSIVE ? LOCK_EX : LOCK_SH) |
-                        (param->wait == OSS_LOCK_NOWAIT ? LOCK_NB : 0);
+unsigned int OSSHFile::takeLock(bool exclusive, bool wait) noexcept {
+  const int operation = (exclusive ? LOCK_EX : LOCK_SH) | (wait ? 0 : LOCK_NB);
   for (;;) {
     if (!isOpen()) return fail(EBADF);
     const int descriptor = static_cast<int>(handle_);
@@ -126,19 +88,3 @@ unsigned int OSSHFile::close() noexcept {
   const int error = oss::closeDescriptor(static_cast<int>(releaseFileHandle()));
   return error == 0 ? OSS_RC_OK : fail(error);
 }
-
-bool OSSHFile::isLockFile() const noexcept {
-  return openMode_ == OSS_OPEN_LOCK_FILE || oss::isLockFileName(path_);
-}
-
-bool OSSHFile::isOpen() const noexcept { return handle_ >= 0; }
-
-std::intptr_t OSSHFile::getFileHandle() const noexcept { return handle_; }
-
-std::intptr_t OSSHFile::releaseFileHandle() noexcept {
-  const std::intptr_t handle = handle_;
-  handle_ = -1;
-  return handle;
-}
-
-int OSSHFile::lastError() const noexcept { return error_; }

@@ -1,4 +1,4 @@
-// Paths, files and directories over POSIX calls.
+// Files and directories over POSIX calls.
 #include "sysservices/file_system.h"
 
 #include <fcntl.h>
@@ -7,13 +7,16 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "sysservices/file_handle.h"
+#include "sysservices/inner/error_codes.h"
+#include "sysservices/inner/path_rules.h"
 #include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
 
 const char ossPathSeparator = '/';
+const char oss::otherPathSeparator = '/';
+const bool oss::pathsHaveDrives = false;
 
 namespace {
 
@@ -33,27 +36,6 @@ bool hasMode(const char* path, mode_t kind) {
   return path != nullptr &&
          oss::systemCall("stat", path, [&] { return ::stat(path, &status); }) == 0 &&
          (status.st_mode & S_IFMT) == kind;
-}
-
-unsigned int copyText(const char* text, std::size_t length, char* buffer, std::size_t size) {
-  if (length >= size) return OSS_RC_BUFFER_TOO_SMALL;
-  std::memcpy(buffer, text, length);
-  buffer[length] = '\0';
-  return OSS_RC_OK;
-}
-
-// Length of `path` without trailing separators, the root's own excepted.
-std::size_t trimmedLength(const char* path) {
-  std::size_t length = std::strlen(path);
-  while (length > 1 && path[length - 1] == ossPathSeparator) --length;
-  return length;
-}
-
-// Where the last component starts in the first `length` characters.
-std::size_t baseStart(const char* path, std::size_t length) {
-  std::size_t start = length;
-  while (start > 0 && path[start - 1] != ossPathSeparator) --start;
-  return start;
 }
 
 unsigned int removeName(const char* path) {
@@ -107,23 +89,6 @@ int renameNoReplace(const char* source, const char* target) {
 }
 
 }  // namespace
-
-unsigned int ossBaseName(const char* path, char* buffer, std::size_t size) {
-  if (path == nullptr || buffer == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const std::size_t length = trimmedLength(path);
-  const std::size_t start = baseStart(path, length);
-  if (start == length) return OSS_RC_BAD_PARAMETER;
-  return copyText(path + start, length - start, buffer, size);
-}
-
-unsigned int ossDirectoryName(const char* path, char* buffer, std::size_t size) {
-  if (path == nullptr || buffer == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const std::size_t start = baseStart(path, trimmedLength(path));
-  if (start == 0) return copyText(".", 1, buffer, size);
-  std::size_t length = start - 1;
-  while (length > 0 && path[length - 1] == ossPathSeparator) --length;
-  return copyText(path, length == 0 ? 1 : length, buffer, size);
-}
 
 unsigned int ossDirectoryCreate(const OSSDirectoryCreateParam* param) {
   if (param == nullptr || param->path == nullptr) return OSS_RC_NULL_ARGUMENT;

@@ -31,17 +31,11 @@ int closeDescriptor(int descriptor) noexcept;
 // finds a registry file in its place. Returns the descriptor, or -1 with errno (it is closed then).
 int aboveStandard(int descriptor) noexcept;
 
-// Whether a path names a lock file: it ends in ".lock".
-bool isLockFileName(const char* path) noexcept;
-
 // Whether an open file is the one that a path names now. Unknown leaves errno.
 enum class Standing { AtName, Replaced, Unknown };
 Standing standing(int descriptor, const char* path) noexcept;
 
 // Makes the names in the directory that holds `path` durable. Returns 0 or the error number.
 int syncDirectoryOf(const char* path) noexcept;
-
-// The code of the system-services space for an error number; 0 never maps to success.
-unsigned int codeOfError(int error) noexcept;
 
 }  // namespace oss

@@ -1,13 +1,7 @@
 // Trace and log records: to the callback, and as lines of key=value pairs to the log file.
 //
-// The log must never make an operation fail or change errno, so its own system calls pass no fault
-// hook and their failures are ignored. One record is one write to a file opened for appending:
-// lines of several processes do not mix.
+// The log must never make an operation fail or change errno.
 #include "sysservices/diagnostics.h"
-
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,9 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
-#include "sysservices/posix/system_call.h"
+#include "sysservices/inner/error_codes.h"
+#include "sysservices/inner/log_output.h"
 #include "sysservices/return_codes.h"
 
 namespace {
@@ -71,7 +65,7 @@ const char* kindName(OSSRecordKind kind) {
 // One line under construction; what does not fit is cut, the newline always fits.
 class Line {
  public:
-  __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
+  __attribute__((format(gnu_printf, 2, 3))) void add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     const int written = std::vsnprintf(text_ + length_, room(), format, arguments);
@@ -93,10 +87,9 @@ class Line {
     for (std::size_t i = 0; i < count && i < 64; ++i) add("%02x", bytes[i]);
   }
 
-  void write(int descriptor) {
+  void write(const char* target) {
     text_[length_++] = '\n';
-    const ssize_t ignored = ::write(descriptor, text_, length_);
-    (void)ignored;
+    oss::appendToLog(target, text_, length_);
   }
 
  private:
@@ -139,10 +132,9 @@ void addValue(Line& line, unsigned int index, const OSSDiagnosticValue& value) {
 }
 
 void formatLine(Line& line, const OSSDiagnosticRecord& record) {
-  timespec now{};
-  (void)::clock_gettime(CLOCK_REALTIME, &now);
+  const oss::LogTime now = oss::logTime();
   line.add("time=%lld.%06ld pid=%d tid=%u event=%s probe=0x%08X code=0x%08X point=%u severity=%u",
-           static_cast<long long>(now.tv_sec), now.tv_nsec / 1000, static_cast<int>(::getpid()),
+           now.seconds, now.microseconds, oss::processNumber(),
            static_cast<unsigned int>(ossThreadID()), kindName(record.kind), record.probe,
            record.code, record.point, record.severity);
   line.add(" routine=%s name=%s", routineName(record.probe), codeName(record.code));
@@ -158,15 +150,7 @@ void writeLine(const OSSDiagnosticRecord& record) {
   if (target == nullptr || *target == '\0') return;
   Line line;
   formatLine(line, record);
-  if (std::strcmp(target, "stderr") == 0) {
-    line.write(STDERR_FILENO);
-    return;
-  }
-  const int descriptor = oss::aboveStandard(
-      ::open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
-  if (descriptor < 0) return;
-  line.write(descriptor);
-  ::close(descriptor);
+  line.write(target);
 }
 
 void emit(const OSSDiagnosticRecord& record) {
@@ -203,8 +187,6 @@ void ossSetDiagnosticNames(OSSNameLookup routineNames, OSSNameLookup codeNames) 
   routineLookup.store(routineNames, std::memory_order_release);
   codeLookup.store(codeNames, std::memory_order_release);
 }
-
-std::uint64_t ossThreadID() { return static_cast<std::uint64_t>(::syscall(SYS_gettid)); }
 
 void _gtraceEntry(std::uint32_t, unsigned int probe) {
   emit({OSSRecordKind::Entry, probe, 0, 0, 0, 0, 0, 0, nullptr});
@@ -262,11 +244,11 @@ void ossLogRC(int, unsigned int probe, unsigned int calleeProbe, unsigned int ca
 
 unsigned int ossErrorMapSystem(unsigned int probe, unsigned int point, unsigned int systemCall,
                                int error, int) {
-  const unsigned int code = oss::codeOfError(error);
+  const unsigned int code = oss::codeOfSystemError(systemCall, error);
   const std::uint64_t call = systemCall;
   const std::int32_t number = error;
   char message[128];
-  const char* text = ::strerror_r(error, message, sizeof message);
+  const char* text = oss::textOfSystemError(systemCall, error, message, sizeof message);
   ossLog(0, probe, code, point, 2, 3, &call, sizeof call, OSS_LOG_UINT64, &number, sizeof number,
          OSS_LOG_INT32, text, std::strlen(text), OSS_LOG_STRING);
   return code;

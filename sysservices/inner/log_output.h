@@ -1,0 +1,23 @@
+// What a log line takes from the system, and where it goes. Nothing here passes the fault hook, and
+// failures are ignored: the log must never make an operation fail.
+#pragma once
+
+#include <cstddef>
+
+namespace oss {
+
+// The time of day, counted from the beginning of 1970.
+struct LogTime {
+  long long seconds;
+  long microseconds;
+};
+LogTime logTime() noexcept;
+
+int processNumber() noexcept;
+
+// Appends one line to the log: "stderr", or the file of that path, made for its owner alone when it
+// is missing. The line is one write to a file opened for appending, so that lines of several
+// processes do not mix.
+void appendToLog(const char* target, const char* line, std::size_t length) noexcept;
+
+}  // namespace oss

@@ -1,0 +1,51 @@
+#include "sysservices/inner/log_output.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "sysservices/diagnostics.h"
+#include "sysservices/inner/error_codes.h"
+#include "sysservices/posix/system_call.h"
+
+namespace {
+
+void writeAll(int descriptor, const char* line, std::size_t length) {
+  const ssize_t ignored = ::write(descriptor, line, length);
+  (void)ignored;
+}
+
+}  // namespace
+
+std::uint64_t ossThreadID() { return static_cast<std::uint64_t>(::syscall(SYS_gettid)); }
+
+namespace oss {
+
+LogTime logTime() noexcept {
+  timespec now{};
+  (void)::clock_gettime(CLOCK_REALTIME, &now);
+  return {now.tv_sec, now.tv_nsec / 1000};
+}
+
+int processNumber() noexcept { return ::getpid(); }
+
+void appendToLog(const char* target, const char* line, std::size_t length) noexcept {
+  if (std::strcmp(target, "stderr") == 0) return writeAll(STDERR_FILENO, line, length);
+  const int descriptor =
+      aboveStandard(::open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
+  if (descriptor < 0) return;
+  writeAll(descriptor, line, length);
+  ::close(descriptor);
+}
+
+// Every system call here tells its error by errno.
+unsigned int codeOfSystemError(unsigned int, int error) noexcept { return codeOfError(error); }
+
+const char* textOfSystemError(unsigned int, int error, char* buffer, std::size_t size) noexcept {
+  return ::strerror_r(error, buffer, size);
+}
+
+}  // namespace oss
