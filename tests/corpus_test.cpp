@@ -17,7 +17,7 @@ TEST_P(Corpus, EveryInputKeepsThePromises) {
   std::size_t count = 0;
   const std::string directory = std::string(FUZZ_CORPUS) + "/" + GetParam().name;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    const std::string bytes = readFile(entry.path());
+    const std::string bytes = readFile(entry.path().string());
     EXPECT_EQ(GetParam().run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), 0);
     ++count;
   }

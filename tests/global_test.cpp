@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "support/stored_record.h"
+#include "sysservices/environment.h"
+#include "sysservices/file_system.h"
 
 namespace {
 
@@ -11,7 +13,7 @@ namespace {
 class Global : public GlobalReg {
  public:
   static Global at(const std::string& path) {
-    (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", path.c_str(), 1);
+    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path.c_str());
     return Global();
   }
   // From now on every record is unpacked for CompareRecord, instead of being matched as it is
@@ -61,10 +63,10 @@ class GlobalTest : public RegistryTest {
  protected:
   void SetUp() override {
     RegistryTest::SetUp();
-    (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", registry().c_str(), 1);
+    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", registry().c_str());
   }
   void TearDown() override {
-    (void)::unsetenv("ZOR_GLOBAL_REG_PATHNAME");
+    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
     RegistryTest::TearDown();
   }
 };
@@ -443,11 +445,11 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
     EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
-  (void)::unsetenv("ZOR_GLOBAL_REG_PATHNAME");
+  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
   Global standard;
   char path[GENREG_PATH_SIZE];
   EXPECT_EQ(standard.getRegFilePath(path, sizeof path), 0u);
-  EXPECT_STREQ(path, "./global.reg");
+  EXPECT_EQ(path, std::string(".") + ossPathSeparator + "global.reg");
   EXPECT_EQ(standard.getLockFilePath(path, sizeof path), 0u);
   EXPECT_STREQ(path, ".global.reg.lock");
   for (std::uint64_t bit = 1; bit <= 128; bit *= 2) {

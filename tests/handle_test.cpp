@@ -3,6 +3,7 @@
 #include <set>
 
 #include "support/registry_fixture.h"
+#include "sysservices/file_system.h"
 
 namespace {
 
@@ -37,12 +38,14 @@ TEST(Handle, FeaturesAreSetAndClearedWithinTheirRange) {
 
 TEST(Handle, NamesFollowFromThePath) {
   const std::string longest(253, 'x');
+  const std::string joint(1, ossPathSeparator);
   const struct {
     std::string path, lock, backup;
-  } cases[] = {{"prof.reg", ".prof.reg.lock", ".prof.reg.bkp"},
-               {"/data/prof.reg", "/data/.prof.reg.lock", "/data/.prof.reg.bkp"},
-               {"./r", ".r.lock", ".r.bkp"},
-               {longest, "." + longest + ".lock", "." + longest + ".bkp"}};
+  } cases[] = {
+      {"prof.reg", ".prof.reg.lock", ".prof.reg.bkp"},
+      {"/data/prof.reg", "/data" + joint + ".prof.reg.lock", "/data" + joint + ".prof.reg.bkp"},
+      {"./r", ".r.lock", ".r.bkp"},
+      {longest, "." + longest + ".lock", "." + longest + ".bkp"}};
   for (const auto& row : cases) {
     TestRegistry handle(row.path);
     char name[GENREG_PATH_SIZE];

@@ -38,6 +38,11 @@ class ExportLog {
 
 class RegistryExport : public MachineTest {
  protected:
+  void SetUp() override {
+    MachineTest::SetUp();
+    SKIP_WITHOUT(Need::RegistryExports);
+  }
+
   // The installation path of the copy "A", or the code why there is none.
   static std::string pathOfA() {
     OSSServiceInfo_t record;
@@ -169,8 +174,8 @@ TEST_F(RegistryExport, AMalformedOneIsToldWithItsLineAndReasonAndIsEmpty) {
 }
 
 TEST_F(RegistryExport, AFileThatCannotBeReadIsToldAndIsEmpty) {
-  const auto reasonOf = [](const std::string& file) {
-    ::setenv("ZOROSSE_REGISTRY_FILE", file.c_str(), 1);
+  const auto reasonOf = [this](const std::string& file) {
+    machineOf(file);
     const ExportLog log;
     EXPECT_EQ(copies(), "0x90000263");
     return log.reason;

@@ -8,7 +8,7 @@ class InstallTool : public MachineTest {
  protected:
   void SetUp() override {
     MachineTest::SetUp();
-    ::setenv("ZOROSSE_REGISTRY_FILE", ZORGENREG_SOURCE_DIR "/docs/example/machine.reg", 1);
+    if (!IsSkipped()) machineOf(ZORGENREG_SOURCE_DIR "/docs/example/machine.reg");
   }
 };
 
@@ -34,6 +34,18 @@ TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
       {"copies find --service zor", 1, "", "GENREG_RC_SERVICE_INFO (0x90000267)"},
       {"copies find --version x", 2, "", "a version is"},
       {"copies --frobnicate", 2, "", "frobnicate"},
+      {"instances find --kind ZEM", 0,
+       "KIND  INSTANCE  VERSION   COPY   FLAGS      HOST  PATH\n"
+       "ZEM   ZEM1      10.5.3.1  COPY2  autostart  -     E:\\zem\\ZEM1\n"},
+      {"instances find --name none", 1, "", "GENREG_RC_INSTANCE_INFO (0x90000268)"},
+      {"instances --kind zor", 2, "", "zor"},
+  };
+  expectSteps("", steps);
+}
+
+TEST_F(InstallTool, InstancesAreShownWithWhereTheirProfilesAre) {
+  SKIP_WITHOUT(Need::Cluster);
+  const std::vector<ToolStep> steps{
       {"instances", 0,
        "KIND  INSTANCE  VERSION   COPY   FLAGS      HOST      PATH\n"
        "ZOR   INST1     9.1.0.0   COPY1  autostart  -         D:\\profiles\\INST1\n"
@@ -45,23 +57,17 @@ TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
        "ZOR   OLD       8.2.0.7   -      -          -         C:\\NUV\\profiles\\OLD\n"
        "ZEM   ZEM1      10.5.3.1  COPY2  autostart  -         E:\\zem\\ZEM1\n"
        "ZEM   ZEM2      10.5.3.1  COPY2  cluster    CLUSTER1  S:\\zem\\ZEM2\n"},
-      {"instances find --kind ZEM", 0,
-       "KIND  INSTANCE  VERSION   COPY   FLAGS      HOST  PATH\n"
-       "ZEM   ZEM1      10.5.3.1  COPY2  autostart  -     E:\\zem\\ZEM1\n"},
       {"instances find --kind ZOR --name shared1 --version 9.1 --copy COPY1 --json", 0,
        "{\n  \"kind\": \"ZOR\",\n  \"instanceName\": \"SHARED1\",\n  \"version\": \"9.1.0.0\",\n"
        "  \"versionCode\": \"0x0009000100000000\",\n  \"copyName\": \"COPY1\",\n"
        "  \"installPath\": \"C:\\\\Program Files\\\\NUV\\\\COPY1\",\n"
        "  \"instancePath\": \"S:\\\\shared\\\\SHARED1\",\n  \"flags\": [\n    \"cluster\"\n  ],\n"
        "  \"hostName\": \"CLUSTER1\"\n}\n"},
-      {"instances find --name none", 1, "", "GENREG_RC_INSTANCE_INFO (0x90000268)"},
-      {"instances --kind zor", 2, "", "zor"},
   };
   expectSteps("", steps);
 }
 
 TEST_F(InstallTool, WhatCannotBeReadIsToldAndTheRestIsListed) {
-  ::setenv("ZOROSSE_REGISTRY_FILE", path("machine.reg").c_str(), 1);
   machine(copyKeys("A") + instanceKey("A", "I1", "\"ZORREMOTEPREG\"=\"NONE\"\n") +
           instanceKey("A", "I2") + productKey("\\INSTALLEDCOPIES\\B") + instanceKey("B", "I3") +
           copyKeys("C") + instanceKey("C", "I4"));

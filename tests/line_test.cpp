@@ -1,6 +1,4 @@
 // The exported line reader and writer.
-#include <unistd.h>
-
 #include <cstring>
 
 #include "support/registry_fixture.h"
@@ -13,7 +11,7 @@ struct StreamCloser {
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
 Stream streamOf(const std::string& bytes) {
-  Stream stream(std::tmpfile());
+  Stream stream(scratchStream());
   EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), stream.get()), bytes.size());
   std::rewind(stream.get());
   return stream;

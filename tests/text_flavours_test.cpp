@@ -1,7 +1,5 @@
 // Profile variable lines and services lines: what is read from a line, what is written for a
 // record.
-#include <arpa/inet.h>
-
 #include <cmath>
 
 #include "support/registry_fixture.h"
@@ -175,7 +173,7 @@ TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
     std::string line = row.line;
     EXPECT_EQ(file.UnpackRecord.text(&record, line.data()), row.code);
     EXPECT_EQ(record.Contains, row.contains);
-    EXPECT_EQ(ntohs(record.port), row.port);
+    EXPECT_EQ(record.port, inNetworkOrder(row.port));
     std::size_t count = 0;
     while (record.aliases != nullptr && record.aliases[count] != nullptr) ++count;
     EXPECT_EQ(count, row.aliases);
@@ -217,7 +215,7 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
     ServiceEntryRecord record{};
     record.Contains = row.contains;
     record.name = row.name;
-    record.port = htons(static_cast<std::uint16_t>(row.port));
+    record.port = inNetworkOrder(row.port);
     record.protocol = row.protocol;
     record.aliases = row.aliases;
     record.comment = row.comment;
@@ -229,8 +227,7 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
 
 TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
   const auto key = [](const char* name, unsigned int port, const char* protocol) {
-    const auto inNetworkOrder = htons(static_cast<std::uint16_t>(port));
-    return ServiceEntryRecord{2, nullptr, name, nullptr, protocol, inNetworkOrder, {}, {}};
+    return ServiceEntryRecord{2, nullptr, name, nullptr, protocol, inNetworkOrder(port), {}, {}};
   };
   const struct {
     std::uint64_t mask;
@@ -256,7 +253,7 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
     EXPECT_EQ(file.ValidateKey(row.mask, &wanted), row.refused);
     const Code code = file.Get(row.mask, &wanted, &record);
     EXPECT_EQ(code, row.refused != 0 ? rejected : row.port == 0 ? notFound : 0u);
-    EXPECT_TRUE(code != 0 || ntohs(record.port) == row.port);
+    EXPECT_TRUE(code != 0 || record.port == inNetworkOrder(row.port));
   }
   // A comment line is addressed by its text, whatever the mask.
   ServiceEntryRecord comment{SERVICES_HAS_COMMENT, " c", nullptr, nullptr, nullptr, 0, {}, {}};
@@ -264,7 +261,7 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\n");
   ServiceEntryRecord added = key("b", 3, "udp");
   EXPECT_EQ(file.Add(7, &added), duplicate);
-  added.port = htons(4);
+  added.port = inNetworkOrder(4);
   EXPECT_EQ(file.Add(7, &added), 0u);
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\nb\t\t4/udp\n");
 
@@ -281,7 +278,7 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
 TEST_F(TextFlavoursTest, RecordsArePrintedFieldByField) {
   VarValRecord variable{3, " c", "A", "1", {}};
   VarValRecord comment{1, " c", nullptr, nullptr, {}};
-  ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", htons(7), {}, {}};
+  ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
   ServiceEntryRecord blank{};
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(GenRegVarVal::PrintRecord(&variable), 0u);

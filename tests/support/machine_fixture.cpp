@@ -1,7 +1,6 @@
 #include "support/machine_fixture.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 std::string codeText(unsigned int code) {
   if (code == GENREG_RC_END) return "end";
@@ -66,24 +65,6 @@ void expectCodes(const std::vector<ExportCall>& calls) {
     if (call.probe == 0) continue;
     EXPECT_GE(diagnostics.logs(0x082A0000 + call.probe, call.logged), 1u);
   }
-}
-
-void MachineTest::SetUp() {
-  RegistryTest::SetUp();
-  ::setenv("ZOROSSE_REGISTRY_FILE", path("machine.reg").c_str(), 1);
-}
-
-void MachineTest::TearDown() {
-  ::unsetenv("ZOROSSE_REGISTRY_FILE");
-  RegistryTest::TearDown();
-}
-
-void MachineTest::machine(const std::string& lines) { remoteMachine("machine", lines); }
-
-void MachineTest::machineBytes(const std::string& bytes) { writeFile(path("machine.reg"), bytes); }
-
-void MachineTest::remoteMachine(const std::string& name, const std::string& lines) {
-  writeFile(path(name + ".reg"), "Windows Registry Editor Version 5.00\n" + lines);
 }
 
 ListCalls<OSSServiceInfo_t> MachineTest::copyList() {

@@ -1,4 +1,5 @@
-// A machine whose registry is an export written by the test.
+// A machine whose registry the test writes, as an export or, where the registry is the system's
+// own, from the lines of one.
 #pragma once
 
 #include "ossinstall.h"
@@ -14,6 +15,12 @@ std::string defaultKeys(const std::string& version);
 // An instance of a copy (empty: the default entry); `profiles` is PROFILES or ZEM_PROFILES.
 std::string instanceKey(const std::string& copy, const std::string& name,
                         const std::string& values = "", const std::string& profiles = "PROFILES");
+
+// Text as the system's 8-bit encoding has it.
+std::string systemText(const std::string& utf8);
+
+// Streams that opening a machine reads and closes.
+extern const unsigned long machineStreams;
 
 // A code as it stands in an expected answer: "end", or 0x and eight digits.
 std::string codeText(unsigned int code);
@@ -94,6 +101,8 @@ class MachineTest : public RegistryTest {
   // Gives the machine, or another one, a registry of these lines, or of bytes as they are.
   void machine(const std::string& lines);
   void machineBytes(const std::string& bytes);
+  // Gives the machine the registry of the export at `path`.
+  void machineOf(const std::string& path);
   void remoteMachine(const std::string& name, const std::string& lines);
 
   // The calls on each kind of list, and all that a list gives: "SERVICE copy;" for each copy, "NAME

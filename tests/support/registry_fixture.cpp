@@ -1,10 +1,5 @@
 #include "support/registry_fixture.h"
 
-#include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -50,23 +45,11 @@ std::string readFile(const std::string& path) {
 
 void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
-  (void)::chmod(path.c_str(), 0600);
+  setPermissions(path, 0600);
 }
 
 bool exists(const std::string& path) {
   return fs::symlink_status(path).type() != fs::file_type::not_found;
-}
-
-std::size_t openDescriptors() {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
-}
-
-int inChild(const std::function<int()>& body) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(body());
-  int status = 0;
-  (void)::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 void expectInChild(const std::function<bool()>& body) {
@@ -74,8 +57,7 @@ void expectInChild(const std::function<bool()>& body) {
 }
 
 void RegistryTest::SetUp() {
-  char name[] = "/tmp/zorgenreg-test-XXXXXX";
-  directory_ = ::mkdtemp(name);
+  directory_ = makeTestDirectory();
   descriptors_ = openDescriptors();
   blocks_ = ossMemBlocksInUse();
 }
@@ -93,7 +75,7 @@ void RegistryTest::clearDirectory() const {
 std::string RegistryTest::files() const {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory_)) {
-    names.push_back(entry.path().filename());
+    names.push_back(entry.path().filename().string());
   }
   std::sort(names.begin(), names.end());
   std::string joined;
@@ -118,7 +100,7 @@ FaultPlan::FaultPlan(unsigned long k, int fault, bool kill, const char* only)
 int FaultPlan::answer(const std::string& operation) {
   if (only_ != nullptr && only_ != operation) return 0;
   if (++calls_ != k_) return 0;
-  if (kill_) (void)::raise(SIGKILL);
+  if (kill_) killThisProcess();
   operation_ = operation;
   return fault_;
 }

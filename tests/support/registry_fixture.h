@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <cstdint>
 #include <functional>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "genreg.h"
+#include "support/surroundings.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/fault_hook.h"
 
@@ -84,13 +84,6 @@ std::string frameBytes(std::uint32_t length, const std::string& bytes);
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
-// Open descriptors of this process.
-std::size_t openDescriptors();
-
-// Runs `body` in a child process; gives its exit status, or minus the signal that ended it.
-int inChild(const std::function<int()>& body);
-// Runs `body` in a child process, where it must hold.
-void expectInChild(const std::function<bool()>& body);
 
 class RegistryTest : public ::testing::Test {
  protected:

@@ -1,0 +1,106 @@
+// The cluster library of the system, loaded when it is first needed and never unloaded. A machine
+// that belongs to no cluster need not have it, so nothing here is linked to.
+#include "platform/cluster_library.h"
+
+#include "platform/windows/machine.h"
+
+namespace platform {
+namespace {
+
+static_assert(sizeof(wchar_t) == sizeof(char16_t));
+
+const wchar_t* wide(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
+wchar_t* wide(char16_t* text) { return reinterpret_cast<wchar_t*>(text); }
+
+// The library's functions, as its own interface declares them.
+struct SystemEntryPoints {
+  void*(WINAPI* openCluster)(const wchar_t* name);
+  BOOL(WINAPI* closeCluster)(void* cluster);
+  HKEY(WINAPI* getClusterKey)(void* cluster, REGSAM access);
+  LONG(WINAPI* openKey)(HKEY parent, const wchar_t* path, REGSAM access, HKEY* key);
+  LONG(WINAPI* closeKey)(HKEY key);
+  LONG(WINAPI* queryValue)(HKEY key, const wchar_t* name, DWORD* type, BYTE* data, DWORD* size);
+};
+SystemEntryPoints library{};
+
+// Fails a call as a test wants it: false with GetLastError.
+bool passes(const char* operation) {
+  const DWORD error = injectedError(operation, nullptr);
+  if (error != 0) ::SetLastError(error);
+  return error == 0;
+}
+
+Cluster openCluster(const Machine&) noexcept {
+  return passes("OpenCluster") ? asOurs<Cluster>(library.openCluster(nullptr)) : nullptr;
+}
+
+bool closeCluster(Cluster cluster) noexcept {
+  return library.closeCluster(asSystems<void*>(cluster)) != 0;
+}
+
+ClusterKey getClusterKey(Cluster cluster) noexcept {
+  if (!passes("GetClusterKey")) return nullptr;
+  return asOurs<ClusterKey>(library.getClusterKey(asSystems<void*>(cluster), KEY_READ));
+}
+
+unsigned int openKey(ClusterKey parent, const char16_t* path, ClusterKey* key) noexcept {
+  HKEY opened = nullptr;
+  const LONG status = library.openKey(asSystems<HKEY>(parent), wide(path), KEY_READ, &opened);
+  if (status == ERROR_SUCCESS) *key = asOurs<ClusterKey>(opened);
+  return static_cast<unsigned int>(status);
+}
+
+unsigned int closeKey(ClusterKey key) noexcept {
+  return static_cast<unsigned int>(library.closeKey(asSystems<HKEY>(key)));
+}
+
+unsigned int queryValue(ClusterKey key, const char16_t* name, void* data,
+                        std::uint32_t* size) noexcept {
+  DWORD type = REG_NONE;
+  DWORD room = *size;
+  const LONG status =
+      library.queryValue(asSystems<HKEY>(key), wide(name), &type, static_cast<BYTE*>(data), &room);
+  *size = room;
+  return static_cast<unsigned int>(status);
+}
+
+// Finds one function of the library and gives ours that calls it, or null.
+template <typename Function, typename Ours>
+void resolve(HMODULE module, const char* name, Function* function, Ours* ours, Ours wrapper) {
+  const FARPROC found = ::GetProcAddress(module, name);
+  *function = reinterpret_cast<Function>(reinterpret_cast<void*>(found));
+  *ours = found == nullptr ? nullptr : wrapper;
+}
+
+}  // namespace
+
+void loadClusterLibrary(const Machine&, ClusterEntryPoints* entryPoints) noexcept {
+  constexpr const char* name = "CLUSAPI.DLL";
+  if (const DWORD error = injectedError("LoadLibraryA", name); error != 0) {
+    ::SetLastError(error);
+    return;
+  }
+  const HMODULE module = ::LoadLibraryA(name);
+  if (module == nullptr) return;
+  ClusterEntryPoints& ours = *entryPoints;
+  resolve(module, "OpenCluster", &library.openCluster, &ours.OpenCluster, openCluster);
+  resolve(module, "CloseCluster", &library.closeCluster, &ours.CloseCluster, closeCluster);
+  resolve(module, "GetClusterKey", &library.getClusterKey, &ours.GetClusterKey, getClusterKey);
+  resolve(module, "ClusterRegOpenKey", &library.openKey, &ours.ClusterRegOpenKey, openKey);
+  resolve(module, "ClusterRegCloseKey", &library.closeKey, &ours.ClusterRegCloseKey, closeKey);
+  resolve(module, "ClusterRegQueryValue", &library.queryValue, &ours.ClusterRegQueryValue,
+          queryValue);
+}
+
+unsigned int GetLastError() noexcept { return ::GetLastError(); }
+
+bool MultiByteToWideChar(const char* text, char16_t* buffer, std::size_t size) noexcept {
+  return ::MultiByteToWideChar(CP_ACP, 0, text, -1, wide(buffer), static_cast<int>(size)) > 0;
+}
+
+bool WideCharToMultiByte(const char16_t* text, char* buffer, std::size_t size) noexcept {
+  return ::WideCharToMultiByte(CP_ACP, 0, wide(text), -1, buffer, static_cast<int>(size), nullptr,
+                               nullptr) > 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,77 @@
+// System calls as the services make them on Windows: past the fault hook, errors told by errno, and
+// patient with whoever holds a file for a moment.
+#pragma once
+
+#include <windows.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "sysservices/fault_hook.h"
+
+namespace oss {
+
+// An error number of the system as errno, and back; a number without a counterpart is EIO, or stays
+// what it is.
+int errnoOf(DWORD systemError) noexcept;
+DWORD systemErrorOf(int error) noexcept;
+
+// False, with errno, when a test wants the operation to fail.
+bool passesFaultPoint(const char* operation, const char* path) noexcept;
+
+// Waits a little before try number `attempt` (from 1) of a call that failed with `systemError`.
+// False when waiting cannot help: a virus scanner, an indexer or a delete that is under way lets go
+// of a file within milliseconds, everything else stays as it is.
+bool waitAndRetry(DWORD systemError, unsigned int attempt) noexcept;
+
+// Makes one system call that reports failure as false with GetLastError.
+template <typename Call>
+bool systemCall(const char* operation, const char* path, Call&& call) {
+  if (!passesFaultPoint(operation, path)) return false;
+  if (call()) return true;
+  errno = errnoOf(::GetLastError());
+  return false;
+}
+
+// The same for a call that another process's passing interest in the file may refuse.
+template <typename Call>
+bool patientCall(const char* operation, const char* path, Call&& call) {
+  if (!passesFaultPoint(operation, path)) return false;
+  for (unsigned int attempt = 1;; ++attempt) {
+    if (call()) return true;
+    const DWORD error = ::GetLastError();
+    if (waitAndRetry(error, attempt)) continue;
+    errno = errnoOf(error);
+    return false;
+  }
+}
+
+// How to open a file. Its handle is never inherited.
+struct FileOpening {
+  DWORD access;
+  DWORD disposition;           // CREATE_NEW, OPEN_EXISTING or OPEN_ALWAYS
+  bool canBeRemovedMeanwhile;  // others may rename and delete the file while it is open
+  bool followsLinks;           // else a link at the path is refused
+  bool readOnly = false;       // attribute of a file that the open creates
+  SECURITY_DESCRIPTOR* security = nullptr;  // of a file that the open creates; null: inherited
+};
+
+// Opens a plain file on a disk, past the fault point "open"; INVALID_HANDLE_VALUE with errno for
+// anything else. `links` receives the number of names the file has; it may be null.
+HANDLE openFile(const char* path, const FileOpening& opening, DWORD* links) noexcept;
+
+// Closes a handle once; returns 0 or the error number.
+int closeHandle(HANDLE handle) noexcept;
+
+// Takes, without the fault hook, or gives back the lock that all holders of a file compete for.
+bool lockHandle(HANDLE handle, DWORD flags) noexcept;
+bool unlockHandle(HANDLE handle) noexcept;
+
+// What there is to do after renames to make the names in a directory durable: nothing, since each
+// rename is written through. Returns 0 or the error number of the fault hook.
+int syncDirectoryOf(const char* path) noexcept;
+
+// Whether file attributes are those of a link or of another stand-in for a file.
+inline bool isLink(DWORD attributes) { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+
+}  // namespace oss

@@ -1,0 +1,104 @@
+#include "support/surroundings.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+const char* lacking(Need) { return nullptr; }
+
+std::string makeTestDirectory() {
+  char name[] = "/tmp/zorgenreg-test-XXXXXX";
+  return ::mkdtemp(name);
+}
+
+void setPermissions(const std::string& path, unsigned int permissions) {
+  EXPECT_EQ(::chmod(path.c_str(), permissions), 0) << path;
+}
+
+unsigned int permissionsOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 07777u;
+}
+
+unsigned int keptPermissions(unsigned int permissions) { return permissions; }
+
+void plantLink(const std::string& target, const std::string& name) {
+  ASSERT_EQ(::symlink(target.c_str(), name.c_str()), 0);
+}
+
+void plantPipe(const std::string& name) { ASSERT_EQ(::mkfifo(name.c_str(), 0600), 0); }
+
+std::FILE* scratchStream() { return std::tmpfile(); }
+
+std::uint16_t inNetworkOrder(unsigned int port) { return htons(static_cast<std::uint16_t>(port)); }
+
+std::size_t openDescriptors() {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+
+void closeTwoStandardDescriptors() {
+  ::close(0);
+  ::close(2);
+}
+
+bool standardDescriptorsAreFree() { return ::fcntl(0, F_GETFD) == -1 && ::fcntl(2, F_GETFD) == -1; }
+
+bool wouldInheritFilesOf(const std::string& directory) {
+  for (int descriptor = 0; descriptor < 64; ++descriptor) {
+    std::error_code none;
+    const fs::path target = fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none);
+    const bool ours = target.string().find(directory) == 0;
+    if (ours && (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) return true;
+  }
+  return false;
+}
+
+int inChild(const std::function<int()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body());
+  int status = 0;
+  (void)::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+void killThisProcess() { (void)::raise(SIGKILL); }
+
+bool becomeNobody() {
+  constexpr uid_t nobody = 65534;
+  return ::geteuid() != 0 || (::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+}
+
+bool limitFileSize(unsigned int bytes) {
+  const rlimit limit{bytes, bytes};
+  (void)::signal(SIGXFSZ, SIG_IGN);
+  return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
+bool isAdministrator() { return ::geteuid() == 0; }
+
+ForkedChild::ForkedChild() {
+  int ends[2];
+  if (::pipe(ends) != 0) return;
+  process_ = ::fork();
+  if (process_ == 0) {
+    char byte;
+    ::close(ends[1]);
+    ::_exit(static_cast<int>(::read(ends[0], &byte, 1)));  // until the parent is done
+  }
+  ::close(ends[0]);
+  end_ = ends[1];
+}
+
+ForkedChild::~ForkedChild() {
+  ::close(end_);
+  EXPECT_EQ(::waitpid(process_, nullptr, 0), process_);
+}

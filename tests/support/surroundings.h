@@ -1,0 +1,81 @@
+// What the tests ask of the platform that they run on: files, processes, and what it cannot do.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+// What some tests need and not every platform has.
+enum class Need {
+  Links,               // symbolic links and pipes with names
+  PermissionBits,      // nine bits that say who may do what
+  Users,               // becoming another user
+  FileSizeLimit,       // a limit on the size of the files that a process writes
+  Forks,               // children that start with their parent's open files
+  Devices,             // a device that is always full, a shell to redirect to it
+  RemovableLockFiles,  // an open lock file can be removed
+  RegistryExports,     // the machine's registry is an export
+  OtherMachines,       // other machines, made by the test
+  Cluster,             // a cluster, made by the test
+};
+// Why a test that needs it is skipped; null where the platform has it.
+const char* lacking(Need need);
+
+#define SKIP_WITHOUT(need)                                                             \
+  do {                                                                                 \
+    if (const char* reason = lacking(need); reason != nullptr) GTEST_SKIP() << reason; \
+  } while (false)
+
+// A new directory for one test. The child of a test works in the directory of its parent.
+std::string makeTestDirectory();
+
+void setPermissions(const std::string& path, unsigned int permissions);
+unsigned int permissionsOf(const std::string& path);
+// What the platform keeps of permission bits.
+unsigned int keptPermissions(unsigned int permissions);
+
+// Each puts something at a name that is no plain file of its own.
+void plantLink(const std::string& target, const std::string& name);
+void plantPipe(const std::string& name);
+
+// An empty stream for reading and writing, gone when it is closed.
+std::FILE* scratchStream();
+
+// The port number as a services record keeps it.
+std::uint16_t inNetworkOrder(unsigned int port);
+
+// Open descriptors or files of this process.
+std::size_t openDescriptors();
+// Gives two of the three standard descriptors up; whether they are still free.
+void closeTwoStandardDescriptors();
+bool standardDescriptorsAreFree();
+// Whether a child process would inherit an open file of that directory.
+bool wouldInheritFilesOf(const std::string& directory);
+
+// Runs `body` in a child process; gives its exit status, or minus the signal that ended it.
+int inChild(const std::function<int()>& body);
+// Runs `body` in a child process, where it must hold.
+void expectInChild(const std::function<bool()>& body);
+// Ends this process without any cleaning up.
+void killThisProcess();
+
+// What a test that Need::... lets through asks of the process. False when it is refused.
+bool becomeNobody();
+bool limitFileSize(unsigned int bytes);
+bool isAdministrator();
+
+// A child that was forked with all open files of this process, until it is destroyed.
+class ForkedChild {
+ public:
+  ForkedChild();
+  ~ForkedChild();
+  ForkedChild(const ForkedChild&) = delete;
+  ForkedChild& operator=(const ForkedChild&) = delete;
+
+ private:
+  int end_ = -1;
+  int process_ = -1;
+};
