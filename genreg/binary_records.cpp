@@ -86,7 +86,7 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
     std::memcpy(field, bytes, sizeof field);
     got = sizeof field;
   } else {
-    if (buffered > 0) got = std::fread(field, 1, sizeof field, cursor.stream);
+    if (buffered > 0) got = platform::readStream(cursor.stream, field, sizeof field);
     bytes = nullptr;
   }
   const std::uint32_t length = readLength(field, has(GENREG_BIG_ENDIAN_LENGTH));
@@ -114,7 +114,7 @@ unsigned int BinaryStore::readRecord(RecordCursor& cursor, LoadedRecord& record,
     platform::skipStream(cursor.stream, sizeof field + length);
   } else {
     if (bytes != nullptr) platform::skipStream(cursor.stream, sizeof field);
-    if (std::fread(record.stored.bytes(), 1, length, cursor.stream) != length) {
+    if (platform::readStream(cursor.stream, record.stored.bytes(), length) != length) {
       const std::int32_t error = std::ferror(cursor.stream);
       return routine.exit(routine.fail(GENREG_RC_READ_RECORD_FAILED, 50, genreg::number(error)));
     }
@@ -220,11 +220,11 @@ unsigned int BinaryStore::writeFrame(std::FILE* stream, const void* bytes, std::
   }
   unsigned char field[genreg::lengthWidth];
   writeLength(static_cast<std::uint32_t>(length), has(GENREG_BIG_ENDIAN_LENGTH), field);
-  if (std::fwrite(field, 1, sizeof field, stream) != sizeof field) {
+  if (platform::writeStream(stream, field, sizeof field) != sizeof field) {
     const std::int32_t error = std::ferror(stream);
     return routine.exit(routine.fail(GENREG_RC_WRITE_LENGTH_FAILED, 40, genreg::number(error)));
   }
-  if (std::fwrite(bytes, 1, length, stream) != length) {
+  if (platform::writeStream(stream, bytes, length) != length) {
     const std::int32_t error = std::ferror(stream);
     return routine.exit(routine.fail(GENREG_RC_WRITE_RECORD_FAILED, 50, genreg::number(error)));
   }

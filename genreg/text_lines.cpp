@@ -63,7 +63,7 @@ unsigned int TextStore::pack(const Routine& routine, void* record, TextLine& lin
 unsigned int TextStore::write(const Routine& routine, std::FILE* stream, const char* bytes,
                               std::size_t length, unsigned int writeFailed,
                               unsigned int point) const noexcept {
-  if (std::fwrite(bytes, 1, length, stream) == length) return GENREG_RC_OK;
+  if (platform::writeStream(stream, bytes, length) == length) return GENREG_RC_OK;
   const std::int32_t error = std::ferror(stream);
   return routine.fail(writeFailed, point, genreg::number(error));
 }

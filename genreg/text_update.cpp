@@ -136,7 +136,7 @@ class AddWork final : public TextUpdate {
     char tail[3];
     std::size_t length = std::min<std::uint64_t>(sizeof tail, size);
     if (platform::seekStream(stream, static_cast<std::int64_t>(size - length)) != 0 ||
-        std::fread(tail, 1, length, stream) != length) {
+        platform::readStream(stream, tail, length) != length) {
       return routine_.fail(GENREG_RC_READ_FAILED, 88);
     }
     const bool newline = tail[length - 1] == '\n';

@@ -56,6 +56,11 @@ const char* peekStream(std::FILE* stream, std::size_t* count);
 // Takes `count` of the bytes that peekStream showed.
 void skipStream(std::FILE* stream, std::size_t count);
 
+// The next bytes, up to `count`, into or out of a caller's memory. Give the number that was read or
+// written; fewer than asked for is the end of the file, or an error that ferror tells.
+std::size_t readStream(std::FILE* stream, void* bytes, std::size_t count);
+std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count);
+
 // 64-bit positions. tellStream gives -1 and the seeks non-zero, all with errno, on failure.
 std::int64_t tellStream(std::FILE* stream);
 int seekStream(std::FILE* stream, std::int64_t position);

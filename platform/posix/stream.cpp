@@ -253,6 +253,14 @@ const char* peekStream(std::FILE* stream, std::size_t* count) {
 
 void skipStream(std::FILE* stream, std::size_t count) { stream->_IO_read_ptr += count; }
 
+std::size_t readStream(std::FILE* stream, void* bytes, std::size_t count) {
+  return std::fread(bytes, 1, count, stream);
+}
+
+std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count) {
+  return std::fwrite(bytes, 1, count, stream);
+}
+
 std::int64_t tellStream(std::FILE* stream) { return ::ftello(stream); }
 
 int seekStream(std::FILE* stream, std::int64_t position) {

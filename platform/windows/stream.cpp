@@ -2,13 +2,14 @@
 // a 0x1A byte and tell wrong positions in one whose lines end in a bare newline.
 //
 // The runtime library makes its own reads and writes, so the fault hook is asked where a stream is
-// about to read, to write out what it holds, or to seek.
+// about to make one: where what is asked for is not in its buffer, or does not fit.
 #include "platform/stream.h"
 
 #include <fcntl.h>
 #include <io.h>
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "sysservices/memory.h"
@@ -47,16 +48,23 @@ std::FILE* failClosed(HANDLE handle, int error) {
 // find a registry file in its place.
 int descriptorOf(HANDLE handle, int flags) {
   constexpr int firstFree = 3;
-  int descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
-  if (descriptor < 0) ::CloseHandle(handle);
   int low[firstFree];
   int count = 0;
-  while (descriptor >= 0 && descriptor < firstFree) {
-    low[count++] = descriptor;
-    descriptor = ::_dup(descriptor);
+  for (;;) {
+    const int descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
+    if (descriptor < 0) ::CloseHandle(handle);
+    const bool isLow = descriptor >= 0 && descriptor < firstFree;
+    HANDLE copy = nullptr;
+    const HANDLE self = ::GetCurrentProcess();
+    if (isLow && ::DuplicateHandle(self, handle, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+      low[count++] = descriptor;
+      handle = copy;
+      continue;
+    }
+    if (isLow) low[count++] = descriptor;
+    while (count > 0) ::_close(low[--count]);
+    return isLow ? -1 : descriptor;
   }
-  while (count > 0) ::_close(low[--count]);
-  return descriptor;
 }
 
 // A stream of a handle with the buffer that follows `backing`; null with errno, and the handle
@@ -66,7 +74,10 @@ std::FILE* makeStream(HANDLE handle, StreamUse use, StreamBacking* backing, std:
   const bool appends = use == StreamUse::Append;
   const int flags = _O_BINARY | _O_NOINHERIT | (appends ? _O_APPEND : _O_RDONLY);
   const int descriptor = descriptorOf(handle, flags);
-  if (descriptor < 0) return nullptr;
+  if (descriptor < 0) {
+    errno = EMFILE;
+    return nullptr;
+  }
   std::FILE* const stream = ::_fdopen(descriptor, appends ? "a+b" : "rb");
   if (stream == nullptr) {
     const int error = errno;
@@ -137,6 +148,13 @@ bool holdsUnwritten(const std::FILE* stream) {
   return (stream->_flag & _IOWRT) != 0 && stream->_ptr > stream->_base;
 }
 
+// False, with the stream's error flag, when a test wants its next read or write to fail.
+bool mayTransfer(std::FILE* stream, const char* operation) {
+  if (oss::passesFaultPoint(operation, nullptr)) return true;
+  stream->_flag |= _IOERR;
+  return false;
+}
+
 // Writes out what is buffered. Returns 0 or the system error, EIO when there is none.
 int flush(std::FILE* stream) {
   if (holdsUnwritten(stream) && !oss::passesFaultPoint("write", nullptr)) return errno;
@@ -205,10 +223,7 @@ std::uint64_t streamSize(const StreamBacking* backing) { return backing->size; }
 const char* peekStream(std::FILE* stream, std::size_t* count) {
   *count = 0;
   if (stream->_cnt <= 0) {
-    if (!oss::passesFaultPoint("read", nullptr)) {
-      stream->_flag |= _IOERR;
-      return nullptr;
-    }
+    if (!mayTransfer(stream, "read")) return nullptr;
     const int byte = std::getc(stream);
     if (byte == EOF || std::ungetc(byte, stream) == EOF) return nullptr;
   }
@@ -219,6 +234,22 @@ const char* peekStream(std::FILE* stream, std::size_t* count) {
 void skipStream(std::FILE* stream, std::size_t count) {
   stream->_ptr += count;
   stream->_cnt -= static_cast<int>(count);
+}
+
+std::size_t readStream(std::FILE* stream, void* bytes, std::size_t count) {
+  const std::size_t held =
+      std::min(count, stream->_cnt > 0 ? static_cast<std::size_t>(stream->_cnt) : 0);
+  std::memcpy(bytes, stream->_ptr, held);
+  skipStream(stream, held);
+  if (held == count || !mayTransfer(stream, "read")) return held;
+  return held + std::fread(static_cast<char*>(bytes) + held, 1, count - held, stream);
+}
+
+std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count) {
+  const int room = holdsUnwritten(stream) ? stream->_cnt : stream->_bufsiz;
+  const bool fits = room > 0 && count <= static_cast<std::size_t>(room);
+  if (!fits && !mayTransfer(stream, "write")) return 0;
+  return std::fwrite(bytes, 1, count, stream);
 }
 
 std::int64_t tellStream(std::FILE* stream) { return ::_ftelli64(stream); }
