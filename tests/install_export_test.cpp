@@ -206,6 +206,11 @@ TEST_F(RegistryExport, IsReadOncePerOpenListAndThenKeepsWhatItSaid) {
   EXPECT_EQ(opened.calls(), 2u);
 }
 
+TEST_F(RegistryExport, NamesStandInTheOrderOfTheirCapitals) {
+  machine(copyKeys("b") + copyKeys("_") + copyKeys("A"));
+  EXPECT_EQ(copies(), "ZOR A;ZOR b;ZOR _;end;");
+}
+
 // A time that grows with the square of the keys would be noticed: the test would not end.
 TEST_F(RegistryExport, AHundredThousandCopiesAreListedInOrder) {
   constexpr unsigned int count = 100'000;

@@ -82,7 +82,10 @@ TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
   EXPECT_EQ(scanning.status & GENREG_STATUS_LOCKED, 0u);
   BinVarValRecord found;
   EXPECT_EQ(scanning.Get(byName, &record, &found), opening);
-  EXPECT_EQ(writing.Add(byName, &record), 0u);
+  for (std::int32_t value = 4; value < 7; ++value) {
+    record.Value = value;
+    EXPECT_EQ(writing.Add(byName, &record), 0u) << "the file that the scan reads was deleted before";
+  }
   EXPECT_EQ(next(scanning, "new"), -1);
   EXPECT_EQ(code_, GENREG_RC_END);
   EXPECT_EQ(scanning.CloseScan(), 0u);

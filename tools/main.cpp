@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
     CLI::App app("Look after registry files.", "zorreg");
     app.set_version_flag("--version", ZORREG_VERSION);
     app.require_subcommand(1);
+    // A value may begin with a slash, and options are written the same everywhere.
+    app.allow_windows_style_options(false);
     int status = zorreg::exitDone;
     zorreg::addBinCommand(app, status);
     zorreg::addGlobalCommand(app, status);

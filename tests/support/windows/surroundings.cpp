@@ -71,6 +71,9 @@ int runAgain(unsigned int number) {
 
 }  // namespace
 
+const unsigned long lockChecks = 0;
+const unsigned long directorySyncs = 0;
+
 const char* lacking(Need need) {
   switch (need) {
     case Need::Links:
@@ -103,9 +106,12 @@ std::string makeTestDirectory() {
   if (!currentDirectory.empty()) return currentDirectory;
   char temporary[MAX_PATH];
   (void)::GetTempPathA(sizeof temporary, temporary);
-  currentDirectory = std::string(temporary) + "zorgenreg-test-" +
-                     std::to_string(::GetCurrentProcessId()) + "-" + std::to_string(++count);
-  EXPECT_NE(::CreateDirectoryA(currentDirectory.c_str(), nullptr), 0);
+  const std::string start =
+      std::string(temporary) + "zorgenreg-test-" + std::to_string(::GetCurrentProcessId()) + "-";
+  do {
+    currentDirectory = start + std::to_string(++count);
+  } while (::CreateDirectoryA(currentDirectory.c_str(), nullptr) == 0 &&
+           ::GetLastError() == ERROR_ALREADY_EXISTS);
   return currentDirectory;
 }
 
