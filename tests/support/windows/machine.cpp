@@ -69,7 +69,7 @@ void deleteServices() {
   const SC_HANDLE manager = ::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
   for (const std::string& name : services) {
     const SC_HANDLE service = ::OpenServiceA(manager, name.c_str(), DELETE);
-    EXPECT_NE(::DeleteService(service), 0) << name;
+    EXPECT_NE(::DeleteService(service), 0) << name << ": " << ::GetLastError();
     ::CloseServiceHandle(service);
   }
   ::CloseServiceHandle(manager);
