@@ -1,0 +1,121 @@
+// What only Windows does: names that stay taken, devices among the files, mandatory locks, access
+// lists, another machine's registry.
+// The second header needs the first.
+// clang-format off
+#include <windows.h>
+#include <sddl.h>
+// clang-format on
+
+#include "support/machine_fixture.h"
+#include "support/operations.h"
+#include "sysservices/file_system.h"
+
+namespace {
+
+class Windows : public RegistryTest {
+ protected:
+  static Code open(OSSHFile& file, const std::string& name, std::uint32_t mode) {
+    const OSSFileOpenParam param{
+        OSS_PARAM_LEVEL, name.c_str(), OSS_ACCESS_READ_WRITE, mode, 0, 0600, 0};
+    return file.open(&param);
+  }
+
+  // The access list of a file, as text.
+  static std::string accessOf(const std::string& name) {
+    alignas(SECURITY_DESCRIPTOR) BYTE list[4096];
+    DWORD size = sizeof list;
+    EXPECT_NE(::GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, list, size, &size), 0);
+    char* text = nullptr;
+    EXPECT_NE(::ConvertSecurityDescriptorToStringSecurityDescriptorA(
+                  list, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr),
+              0);
+    const std::string access = text == nullptr ? "" : text;
+    ::LocalFree(text);
+    return access;
+  }
+
+  static void giveAccess(const std::string& name, const char* access) {
+    PSECURITY_DESCRIPTOR list = nullptr;
+    EXPECT_NE(::ConvertStringSecurityDescriptorToSecurityDescriptorA(access, SDDL_REVISION_1, &list,
+                                                                     nullptr),
+              0);
+    EXPECT_NE(
+        ::SetFileSecurityA(name.c_str(),
+                           DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, list),
+        0);
+    ::LocalFree(list);
+  }
+};
+
+TEST_F(Windows, ADeletedNameIsFreeAtOnceAlthoughAReaderHasTheFile) {
+  const std::string next = path("next");
+  OSSHFile readers[2];
+  for (OSSHFile& reader : readers) {
+    writeFile(registry(), "old");
+    writeFile(next, "new");
+    ASSERT_EQ(open(reader, registry(), OSS_OPEN_EXISTING), 0u);
+    EXPECT_EQ(ossFileDelete(registry().c_str()), 0u);
+    EXPECT_FALSE(exists(registry()));
+    EXPECT_EQ(ossFileRename(next.c_str(), registry().c_str()), 0u);
+  }
+  for (OSSHFile& reader : readers) EXPECT_EQ(reader.close(), 0u);
+  EXPECT_EQ(files(), "r");
+}
+
+TEST_F(Windows, AnOpenLockFileCannotBeTakenAway) {
+  OSSHFile holder;
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  EXPECT_EQ(::DeleteFileA(lockFile().c_str()), 0);
+  EXPECT_EQ(::MoveFileExA(lockFile().c_str(), path("away").c_str(), 0), 0);
+  EXPECT_EQ(files(), ".r.lock");
+}
+
+TEST_F(Windows, ADeviceIsNoFile) {
+  OSSHFile file;
+  for (const std::uint32_t mode : {OSS_OPEN_EXISTING, OSS_OPEN_LOCK_FILE, OSS_OPEN_APPEND}) {
+    EXPECT_EQ(open(file, "NUL", mode), OSS_RC_NOT_A_FILE) << mode;
+  }
+}
+
+TEST_F(Windows, ALockStopsNobodyFromReading) {
+  writeFile(registry(), "content");
+  OSSHFile file;
+  ASSERT_EQ(open(file, registry(), OSS_OPEN_APPEND), 0u);
+  const OSSFileLockParam wanted{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
+  ASSERT_EQ(file.lock(&wanted), 0u);
+  EXPECT_EQ(readFile(registry()), "content");
+}
+
+TEST_F(Windows, TheNewFileIsOpenToTheSamePeopleFromBirth) {
+  writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
+  const std::string inherited = accessOf(registry());
+  giveAccess(registry(), "D:P(A;;FA;;;BA)(A;;FA;;;SY)");
+  const std::string narrow = accessOf(registry());
+  ASSERT_NE(narrow, inherited);
+  TestRegistry handle(registry());
+  std::string atFirst;
+  {
+    const FaultHook watch([&](const std::string&) {
+      if (atFirst.empty() && exists(temporary())) atFirst = accessOf(temporary());
+      return 0;
+    });
+    EXPECT_EQ(change(handle), 0u);
+  }
+  EXPECT_EQ(atFirst, narrow);
+  EXPECT_EQ(accessOf(registry()), narrow);
+}
+
+class WindowsMachine : public MachineTest {};
+
+TEST_F(WindowsMachine, AProfileIsReadFromTheMachineOfThatName) {
+  char name[MAX_COMPUTERNAME_LENGTH + 1] = "";
+  DWORD size = sizeof name;
+  ASSERT_NE(::GetComputerNameA(name, &size), 0);
+  machine(copyKeys("A") +
+          instanceKey("A", "I", std::string("\"ZORREMOTEPREG\"=\"") + name + "\"\n") +
+          instanceKey("A", "J", "\"ZORREMOTEPREG\"=\"NO-SUCH-HOST\"\n") +
+          productKey("\\INSTALLEDCOPIES\\A\\I", "\"ZORINSTPROF\"=\"R:\\\\r\"\n"));
+  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";0x90000266;end;");
+}
+
+}  // namespace
