@@ -65,7 +65,7 @@ const char* kindName(OSSRecordKind kind) {
 // One line under construction; what does not fit is cut, the newline always fits.
 class Line {
  public:
-  __attribute__((format(gnu_printf, 2, 3))) void add(const char* format, ...) {
+  __attribute__((format(OSS_PRINTF_FORMS, 2, 3))) void add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     const int written = std::vsnprintf(text_ + length_, room(), format, arguments);

@@ -84,7 +84,8 @@ TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
   EXPECT_EQ(scanning.Get(byName, &record, &found), opening);
   for (std::int32_t value = 4; value < 7; ++value) {
     record.Value = value;
-    EXPECT_EQ(writing.Add(byName, &record), 0u) << "the file that the scan reads was deleted before";
+    EXPECT_EQ(writing.Add(byName, &record), 0u)
+        << "the file that the scan reads was deleted before";
   }
   EXPECT_EQ(next(scanning, "new"), -1);
   EXPECT_EQ(code_, GENREG_RC_END);

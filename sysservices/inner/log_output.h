@@ -4,6 +4,14 @@
 
 #include <cstddef>
 
+// What printf understands, for the compiler's check of its format: the C standard's forms, which
+// not every runtime library has by itself.
+#ifdef _WIN32
+#define OSS_PRINTF_FORMS gnu_printf
+#else
+#define OSS_PRINTF_FORMS printf
+#endif
+
 namespace oss {
 
 // The time of day, counted from the beginning of 1970.
