@@ -39,8 +39,10 @@ std::string frame(const BinVarValRecord& record) {
 }
 
 std::string readFile(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  std::ifstream stream(path, std::ios::binary | std::ios::ate);
+  std::string bytes(stream ? static_cast<std::size_t>(stream.tellg()) : 0, '\0');
+  stream.seekg(0).read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
