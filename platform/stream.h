@@ -37,11 +37,11 @@ struct FileAttributes {
 
 enum class PrivateFileStep { Create, SetAttributes };
 
-// Creates a file that must not exist yet, never through a symbolic link, open to its owner alone
-// from birth; then, before its first byte, gives it the owner, as far as the process may, and the
-// permissions of `attributes`. On failure returns null, errno and `step` tell why, and no file is
-// left.
-// `expectedSize` is about how many bytes will be written, for the buffer.
+// Creates a file that must not exist yet, never through a symbolic link, open to its owner alone,
+// or to those on the access list of its model, from birth; then, before its first byte, gives it
+// the owner, as far as the process may, and the permissions of `attributes`. On failure returns
+// null, errno and `step` tell why, and no file is left. `expectedSize` is about how many bytes will
+// be written, for the buffer.
 std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
                              std::uint64_t expectedSize, StreamBacking** backing,
                              PrivateFileStep* step);

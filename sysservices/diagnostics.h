@@ -87,7 +87,8 @@ ZOROSSE_API void ossLogRC(int zero, unsigned int probe, unsigned int calleeProbe
                           unsigned int calleeCode, unsigned int code, unsigned int point,
                           unsigned int severity, int zero2);
 
-// Turns a system error (errno on this platform) into a code of the system-services space and logs
-// it with the error number. Error 0 gives OSS_RC_SYSTEM_ERROR: a failure stays a failure.
+// Turns a system error (errno, or the registry's own number for OSS_SYSCALL_REGISTRY) into a code
+// of the system-services space and logs it with the error number. Error 0 gives
+// OSS_RC_SYSTEM_ERROR: a failure stays a failure.
 ZOROSSE_API unsigned int ossErrorMapSystem(unsigned int probe, unsigned int point,
                                            unsigned int systemCall, int error, int zero);

@@ -81,7 +81,7 @@ class ZOROSSE_API OSSHFile {
   std::intptr_t getFileHandle() const noexcept;
   // The operating-system handle, now owned by the caller; this object is closed.
   std::intptr_t releaseFileHandle() noexcept;
-  // The system error number of the last failed call.
+  // The system error number (errno) of the last failed call.
   int lastError() const noexcept;
 
  private:

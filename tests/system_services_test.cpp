@@ -85,6 +85,8 @@ TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesTellWhatWasMissing) {
   EXPECT_EQ(ossFileDelete(c.c_str()), 0u);
   EXPECT_EQ(ossFileDelete(c.c_str()), OSS_RC_FILE_NOT_FOUND);
   EXPECT_EQ(ossFileDelete(nullptr), OSS_RC_NULL_ARGUMENT);
+  EXPECT_EQ(ossFileDelete(directory_.c_str()), OSS_RC_NOT_A_FILE);
+  EXPECT_TRUE(ossIsDirectory(directory_.c_str()));
   EXPECT_EQ(ossFileSetPermissions(b.c_str(), 0440), 0u);
   const OSSFileInfoRequest request{OSS_PARAM_LEVEL, b.c_str()};
   OSSFileInfo info{};

@@ -11,6 +11,7 @@
 #include "genreg.h"
 #include "global_fields.h"
 #include "sysservices/environment.h"
+#include "sysservices/file_system.h"
 
 namespace zorreg {
 namespace {
@@ -99,7 +100,7 @@ bool holdsNul(std::FILE* stream) {
 // Walks the lines of a text registry.
 template <typename Flavour, typename Record, typename Visit>
 std::uint64_t checkLines(const std::string& file, Findings& findings, Visit visit) {
-  const std::unique_ptr<std::FILE, StreamCloser> stream(std::fopen(file.c_str(), "rb"));
+  const std::unique_ptr<std::FILE, StreamCloser> stream(ossFileOpenToRead(file.c_str()));
   if (stream == nullptr) {
     findings.addCode("registry file", GENREG_RC_OPEN_FAILED);
     return 0;

@@ -157,4 +157,8 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   return OSS_RC_OK;
 }
 
+std::FILE* ossFileOpenToRead(const char* path) {
+  return path == nullptr ? nullptr : std::fopen(path, "rbe");
+}
+
 int ossFileLastError() { return lastError; }

@@ -1,6 +1,9 @@
 // Files and directories over Win32 calls. Paths are in the system's 8-bit encoding.
 #include "sysservices/file_system.h"
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <cstdio>
 
 #include "sysservices/file_handle.h"
@@ -103,6 +106,11 @@ void dispose(const char* aside) {
 // next commit could not rename onto it: the file is renamed away first. A name that is taken was
 // left by a process that died before its delete, or by such a reader; one more delete tells which.
 bool deleteAside(const char* path) {
+  const DWORD attributes = ::GetFileAttributesA(path);
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    ::SetLastError(ERROR_DIRECTORY);  // a directory could be renamed, and would stay so
+    return false;
+  }
   constexpr unsigned int mostNames = 64;
   char aside[OSS_PATH_SIZE + 16];
   for (unsigned int i = 0; i < mostNames; ++i) {
@@ -213,6 +221,18 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   info->isFile = (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
   info->isSymbolicLink = link;
   return OSS_RC_OK;
+}
+
+std::FILE* ossFileOpenToRead(const char* path) {
+  if (path == nullptr) return nullptr;
+  const HANDLE handle = oss::openFile(path, {GENERIC_READ, OPEN_EXISTING, true, true}, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return nullptr;
+  const int descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle),
+                                           _O_RDONLY | _O_BINARY | _O_NOINHERIT);
+  if (descriptor < 0) ::CloseHandle(handle);
+  std::FILE* const stream = descriptor < 0 ? nullptr : ::_fdopen(descriptor, "rb");
+  if (descriptor >= 0 && stream == nullptr) ::_close(descriptor);
+  return stream;
 }
 
 int ossFileLastError() { return lastError; }
