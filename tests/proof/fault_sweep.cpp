@@ -114,6 +114,13 @@ class Sweep {
     // The hook that fails a free fails to count it, too.
     report_.expect(ossMemBlocksInUse() == blocks || call == "free", scenario_,
                    where("memory leaked"));
+    // What may not be on the disk is never called done.
+    const bool lost = (call == "write" || call == "fsync") && error > 0 && error != EINTR;
+    report_.expect(!lost || code != 0, scenario_, where("success after a failure to store"));
+    const bool stood =
+        scenario_.start != proof::Start::Nothing && scenario_.start != proof::Start::BackupOnly;
+    report_.expect(sticky || !stood || exists(proof::Directory::registry()), scenario_,
+                   where("the registry left under its backup name"));
     const bool repeats = error == EINTR && call != "close";
     report_.expect(!repeats || code == 0, scenario_, where("an interrupted call must be repeated"));
     report_.expect(proof::nextUpdateKeeps(scenario_, directory_, *handle, content), scenario_,

@@ -328,6 +328,9 @@ int Report::finish() const {
 
 bool read(const Scenario& scenario, const Directory& directory, Records* found) {
   const unsigned int code = scenario.open()->scan(found);
+  if (code == 0 && !found->empty()) {
+    return scenario.open()->run({Verb::Get, found->back().first.c_str()}) == 0;
+  }
   if (code != GENREG_RC_OPEN_FAILED) return code == 0;
   return !exists(Directory::registry()) && directory.committed().empty();
 }

@@ -122,7 +122,8 @@ class Report {
   std::vector<Row> rows_;
 };
 
-// The records that a reader finds; false when it fails. Without a registry it finds none.
+// The records that a scan finds; false when it, or a Get of the last of them, fails. Without a
+// registry it finds none.
 bool read(const Scenario& scenario, const Directory& directory, Records* found);
 
 // The next writer works, keeps `content`, and leaves nothing behind.
