@@ -1,10 +1,10 @@
 // The floor: what an operation cannot do without. It makes exactly the system calls that the
 // library makes, on a file of the same bytes, and moves the bytes that have to be moved, but does
-// no work on records: nothing is searched, compared, parsed or formatted. `scripts/bench
-// --check-floor` compares its calls with the library's.
+// no work on records: nothing is searched, compared, parsed or formatted. scripts/bench compares
+// its calls with the library's.
 //
 // What is in it besides the calls:
-// - a buffer per open file, as large as the library's, from the same allocator;
+// - a buffer per open file, as large as the library's, not cleared;
 // - a scan copies each record once, from the read buffer to where a caller would have it;
 // - an update copies what it keeps once, from the read buffer to the write buffer;
 // - the verification of an update reads both files and looks at nothing.
@@ -17,72 +17,61 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <vector>
 
 #include "bench/flavours.h"
-#include "bench/subjects.h"
 
 namespace {
 
-constexpr std::size_t smallestBuffer = 4096;
-constexpr std::size_t largestBuffer = std::size_t{256} * 1024;
 constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-// A file and its buffer. Buffers are not cleared.
-class File {
- public:
+// An open file, its size, and its buffer for reading or for appending.
+struct File {
   File(const std::string& path, int flags, mode_t permissions = 0)
-      : descriptor_(::open(path.c_str(), flags, permissions)) {
-    readStatus();
+      : descriptor(::open(path.c_str(), flags, permissions)) {
+    askSize();
   }
-  bool isOpen() const { return descriptor_ >= 0; }
-  int descriptor() const { return descriptor_; }
-  std::size_t size() const { return static_cast<std::size_t>(status_.st_size); }
-
-  void readStatus() { (void)::fstat(descriptor_, &status_); }
-  void lock(int operation) const { (void)::flock(descriptor_, operation); }
+  void askSize() {
+    struct stat status {};
+    (void)::fstat(descriptor, &status);
+    size = static_cast<std::size_t>(status.st_size);
+  }
   void makeBuffer(std::size_t expected) {
-    capacity_ = std::clamp(expected + 1, smallestBuffer, largestBuffer);
-    buffer_.reset(new char[capacity_]);
+    capacity = std::clamp<std::size_t>(expected + 1, 4096, std::size_t{256} * 1024);
+    buffer.reset(new char[capacity]);
   }
-
-  // The next bytes of the file, at buffer(); 0 at its end.
+  // The next bytes of the file, in the buffer; 0 at its end.
   std::size_t read() {
-    const ssize_t count = ::pread(descriptor_, buffer_.get(), capacity_, offset_);
-    if (count > 0) offset_ += count;
-    return count > 0 ? static_cast<std::size_t>(count) : 0;
+    const ssize_t count = ::pread(descriptor, buffer.get(), capacity, static_cast<off_t>(offset));
+    if (count <= 0) return 0;
+    offset += static_cast<std::size_t>(count);
+    return static_cast<std::size_t>(count);
   }
-  const char* buffer() const { return buffer_.get(); }
-  bool atEnd() const { return static_cast<std::size_t>(offset_) >= size(); }
-
   void append(const char* bytes, std::size_t count) {
     while (count > 0) {
-      const std::size_t part = std::min(count, capacity_ - pending_);
-      std::memcpy(buffer_.get() + pending_, bytes, part);
-      pending_ += part;
+      const std::size_t part = std::min(count, capacity - pending);
+      std::memcpy(buffer.get() + pending, bytes, part);
+      pending += part;
       bytes += part;
       count -= part;
-      if (pending_ == capacity_) flush();
+      if (pending == capacity) flush();
     }
   }
   void flush() {
-    if (pending_ > 0) failed_ = failed_ || ::write(descriptor_, buffer_.get(), pending_) < 0;
-    pending_ = 0;
+    if (pending > 0 && ::write(descriptor, buffer.get(), pending) < 0) failed = true;
+    pending = 0;
   }
-  bool sync() const { return !failed_ && ::fsync(descriptor_) == 0; }
   void close() {
-    (void)::close(descriptor_);
-    buffer_.reset();
+    (void)::close(descriptor);
+    buffer.reset();
   }
 
- private:
-  int descriptor_;
-  struct stat status_ {};
-  std::unique_ptr<char[]> buffer_;
-  std::size_t capacity_ = 0;
-  off_t offset_ = 0;
-  std::size_t pending_ = 0;
-  bool failed_ = false;
+  int descriptor;
+  std::size_t size = 0;
+  std::unique_ptr<char[]> buffer;
+  std::size_t capacity = 0;
+  std::size_t offset = 0;   // of the next read
+  std::size_t pending = 0;  // bytes appended but not written
+  bool failed = false;
 };
 
 void askStatus(const std::string& path) {
@@ -97,101 +86,88 @@ bool rename(const std::string& from, const std::string& to) {
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
 }
 
-class Floor : public Subject {
+template <typename Flavour>
+class Floor final : public Subject {
  public:
-  void attach(const std::string& directory, std::size_t count) override {
-    directory_ = directory;
-    registry_ = directory + "/registry";
-    lock_ = directory + "/.registry.lock";
-    backup_ = directory + "/.registry.bkp";
-    temporary_ = registry_ + ".tmp";
-    corrupt_ = registry_ + ".cor";
-    lengths_.clear();
+  Floor(const std::string& directory, std::size_t count)
+      : directory_(directory),
+        lastName_(entryAt(count - 1).name),
+        last_(Flavour::stored(entryAt(count - 1))),
+        missing_(Flavour::stored(entryAt(count))) {
+    flavours::writeAll<Flavour>(registry_, count);
     for (std::size_t i = 0; i < count; ++i) {
-      lengths_.push_back(static_cast<std::uint8_t>(stored(entryAt(i)).size()));
+      lengths_.push_back(static_cast<std::uint8_t>(Flavour::stored(entryAt(i)).size()));
     }
-    lastName_ = entryAt(count - 1).name;
-    last_ = stored(entryAt(count - 1));
-    missing_ = stored(entryAt(count));
   }
 
+  // The search for what is not there meets the end of the file.
   bool get(const Entry& key) override {
     const bool present = key.name == lastName_;
     File file = openRegistry();
-    while (file.read() > 0 && !(present && file.atEnd())) {
+    while (file.read() > 0 && !(present && file.offset == file.size)) {
     }
     closeRegistry(file);
     return present;
   }
   std::size_t scan() override {
     File file = openRegistry();
-    char record[256];
     std::size_t window = 0;
     const char* next = nullptr;
-    for (std::size_t length : lengths_) {
-      length -= frameBytes();
-      for (std::size_t skip = frameBytes(); length + skip > 0;) {
+    for (const std::size_t length : lengths_) {
+      char record[256];
+      for (std::size_t done = 0; done < length;) {
         if (window == 0) {
           window = file.read();
-          next = file.buffer();
-          if (window == 0) break;
+          next = file.buffer.get();
+          if (window == 0) return 0;
         }
-        const std::size_t skipped = std::min(skip, window);
-        const std::size_t part = std::min(length, window - skipped);
-        std::memcpy(record, next + skipped, part);
-        benchmark::DoNotOptimize(record);
-        benchmark::ClobberMemory();
-        next += skipped + part;
-        window -= skipped + part;
-        skip -= skipped;
-        length -= part;
+        const std::size_t part = std::min(length - done, window);
+        std::memcpy(record + done, next, part);
+        next += part;
+        window -= part;
+        done += part;
       }
+      benchmark::DoNotOptimize(record);
     }
     (void)file.read();
     closeRegistry(file);
     return lengths_.size();
   }
-  bool add(const Entry& entry) override { return update(true, 0, bytesOf(entry)); }
-  bool change(const Entry&) override { return update(false, 0, ""); }
-  bool remove(const Entry& key) override { return update(false, bytesOf(key).size(), ""); }
-
- protected:
-  virtual std::string stored(const Entry& entry) const = 0;
-  virtual std::size_t frameBytes() const = 0;  // in front of a record's own bytes
-  std::string registry_;
+  bool add(const Entry& entry) override { return update(bytesOf(entry), 0); }
+  bool change(const Entry&) override { return update("", 0); }
+  bool remove(const Entry& key) override { return update("", bytesOf(key).size()); }
 
  private:
   const std::string& bytesOf(const Entry& entry) const {
     return entry.name == lastName_ ? last_ : missing_;
   }
-
   File openRegistry() const {
     File file(registry_, always | O_RDONLY);
-    file.lock(LOCK_SH);
-    file.readStatus();
-    file.makeBuffer(file.size());
+    (void)::flock(file.descriptor, LOCK_SH);
+    file.askSize();
+    file.makeBuffer(file.size);
     return file;
   }
   static void closeRegistry(File& file) {
-    file.lock(LOCK_UN);
+    (void)::flock(file.descriptor, LOCK_UN);
     file.close();
   }
 
-  // Rewrites the file with its last `dropped` bytes left out and `added` behind it.
-  bool update(bool adds, std::size_t dropped, const std::string& added) const {
-    if (adds) askStatus(directory_);
+  // Rewrites the file with `added` behind it or its last `dropped` bytes left out.
+  bool update(const std::string& added, std::size_t dropped) const {
+    if (!added.empty()) askStatus(directory_);
     File lock(lock_, always | O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-    if (!lock.isOpen()) return false;
-    lock.lock(LOCK_EX);
-    lock.readStatus();
+    (void)::flock(lock.descriptor, LOCK_EX);
+    lock.askSize();
     askLinkStatus(lock_);
-    const bool committed = writeTemporary(adds, dropped, added) && readBoth() && commit();
-    lock.lock(LOCK_UN);
+    const bool committed = writeTemporary(added, dropped) && readBoth() && commit();
+    (void)::flock(lock.descriptor, LOCK_UN);
     lock.close();
     return committed && removeLockFile();
   }
 
-  bool writeTemporary(bool adds, std::size_t dropped, const std::string& added) const {
+  bool writeTemporary(const std::string& added, std::size_t dropped) const {
+    const bool adds = !added.empty();
     askLinkStatus(backup_);
     if (adds) {
       askStatus(directory_);
@@ -206,19 +182,19 @@ class Floor : public Subject {
     File made(temporary_, O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     char list[4096];
     (void)::getxattr(registry_.c_str(), "system.posix_acl_access", list, sizeof list);
-    (void)::fchmod(made.descriptor(), 0644);
-    made.makeBuffer(old.size());
+    (void)::fchmod(made.descriptor, 0644);
+    made.makeBuffer(old.size);
     if (adds) askLinkStatus(registry_);
-    std::size_t kept = old.size() - dropped;
+    std::size_t kept = old.size - dropped;
     while (const std::size_t count = old.read()) {
-      made.append(old.buffer(), std::min(count, kept));
+      made.append(old.buffer.get(), std::min(count, kept));
       kept -= std::min(count, kept);
     }
     if (adds) made.flush();
     made.append(added.data(), added.size());
     closeRegistry(old);
     made.flush();
-    const bool durable = made.sync();
+    const bool durable = !made.failed && ::fsync(made.descriptor) == 0;
     made.close();
     return durable;
   }
@@ -228,15 +204,14 @@ class Floor : public Subject {
     File old = openRegistry();
     askLinkStatus(registry_);
     File made(temporary_, always | O_RDONLY | O_NOFOLLOW);
-    made.makeBuffer(made.size());
-    bool more = true;
-    while (more) {
+    made.makeBuffer(made.size);
+    for (bool more = true; more;) {
       const bool moreOld = old.read() > 0;
       more = made.read() > 0 || moreOld;
     }
     closeRegistry(old);
     made.close();
-    return true;
+    return made.offset == made.size;
   }
 
   bool commit() const {
@@ -260,38 +235,22 @@ class Floor : public Subject {
   }
 
   std::string directory_;
-  std::string lock_;
-  std::string backup_;
-  std::string temporary_;
-  std::string corrupt_;
+  std::string registry_ = directory_ + "/registry";
+  std::string lock_ = directory_ + "/.registry.lock";
+  std::string backup_ = directory_ + "/.registry.bkp";
+  std::string temporary_ = registry_ + ".tmp";
+  std::string corrupt_ = registry_ + ".cor";
   std::vector<std::uint8_t> lengths_;  // of the records in the file
   std::string lastName_;
   std::string last_;     // stored bytes of the last entry
-  std::string missing_;  // of the one that Add adds
-};
-
-template <typename Flavour>
-class FlavourFloor final : public Floor {
- public:
-  bool prepare() override { return flavours::writeAll<Flavour>(registry_, count_); }
-  void attach(const std::string& directory, std::size_t count) override {
-    count_ = count;
-    Floor::attach(directory, count);
-  }
-
- protected:
-  std::string stored(const Entry& entry) const override { return Flavour::stored(entry); }
-  std::size_t frameBytes() const override { return Flavour::frameBytes; }
-
- private:
-  std::size_t count_ = 0;
+  std::string missing_;  // of the entry that is not there
 };
 
 }  // namespace
 
-std::vector<SubjectRow> floorSubjects() {
-  return {{"binary-floor", makeSubject<FlavourFloor<flavours::BinaryVariables>>, anySize, true},
-          {"global-floor", makeSubject<FlavourFloor<flavours::GlobalRegistry>>, anySize, true},
-          {"profile-floor", makeSubject<FlavourFloor<flavours::ProfileVariables>>, anySize, true},
-          {"services-floor", makeSubject<FlavourFloor<flavours::Services>>, anySize, true}};
+SubjectRows floorSubjects() {
+  return {{"binary-floor", make<Floor<flavours::BinaryVariables>>},
+          {"global-floor", make<Floor<flavours::GlobalRegistry>>},
+          {"profile-floor", make<Floor<flavours::ProfileVariables>>},
+          {"services-floor", make<Floor<flavours::Services>>}};
 }

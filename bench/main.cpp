@@ -1,86 +1,116 @@
-// Registers every subject with every operation, size and place, as SUBJECT/OPERATION/RECORDS/PLACE,
-// and hands over to Google Benchmark. Options of its own:
-//   --memory=DIR, --disk=DIR      where the two places are (default /dev/shm and the working
-//                                 directory); a scratch directory is made there and removed
-//   --once=SUBJECT/OPERATION/RECORDS/PLACE
-//                                 one operation in a fresh process, which prints its peak of
-//                                 memory; the process makes its getppid calls right before and
-//                                 behind it
+// zorgenreg_bench MEMORY DISK [Google Benchmark's options]
+//   measures every subject, operation and size at the two places, which are existing directories,
+//   under the names SUBJECT/OPERATION/ENTRIES/PLACE with "memory" and "disk" for the place.
+// zorgenreg_bench MEMORY DISK --once NAME
+//   does one operation in this fresh process, between two getppid calls for whoever traces its
+//   system calls, and prints the bytes that it needed of the heap.
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <map>
-#include <string>
-#include <vector>
+#include <utility>
 
-#include "bench/once.h"
-#include "bench/subjects.h"
-#include "bench/workload.h"
+#include "bench/subject.h"
 
 namespace {
 
-constexpr std::size_t sizes[] = {10, 100, 1000, 10000, 100000};
+constexpr std::size_t sizes[] = {10, 100, 1000, 10000, anySize};
 constexpr std::size_t largestUpdated = 10000;
+const char* const places[] = {"memory", "disk"};  // in the order of the arguments
 
-struct Place {
-  std::string name;
-  std::filesystem::path directory;
+// One store and the entries that the operations use.
+struct Workload {
+  std::unique_ptr<Subject> subject;
+  std::size_t count;
+  Entry last;     // stands last in the store
+  Entry missing;  // does not stand there
+  Entry next;     // `last` with another value
+};
+
+// Each operation leaves the store as it was: `undo` is not timed.
+struct Operation {
+  const char* name;
+  bool updates;
+  bool (*run)(Workload& store);
+  bool (*undo)(Workload& store);
+};
+
+constexpr Operation operations[] = {
+    {"GetLast", false, [](Workload& store) { return store.subject->get(store.last); }, nullptr},
+    {"GetMiss", false, [](Workload& store) { return !store.subject->get(store.missing); }, nullptr},
+    {"Scan", false, [](Workload& store) { return store.subject->scan() == store.count; }, nullptr},
+    {"Add", true, [](Workload& store) { return store.subject->add(store.missing); },
+     [](Workload& store) { return store.subject->remove(store.missing); }},
+    {"Change", true, [](Workload& store) { return store.subject->change(store.next); },
+     [](Workload& store) {  // the next Change changes it back
+       std::swap(store.last, store.next);
+       return true;
+     }},
+    {"Delete", true, [](Workload& store) { return store.subject->remove(store.last); },
+     [](Workload& store) { return store.subject->add(store.last); }},
 };
 
 struct Case {
-  const SubjectRow* subject;
-  const OperationRow* operation;
-  std::size_t records;
-  const Place* place;
+  SubjectRow subject;
+  const Operation* operation;
+  std::size_t count;
+  std::string place;
+  std::filesystem::path directory;  // of the place
 
   std::string name() const {
-    return std::string(subject->name) + "/" + operation->name + "/" + std::to_string(records) +
-           "/" + place->name;
+    return std::string(subject.name) + "/" + operation->name + "/" + std::to_string(count) + "/" +
+           place;
+  }
+  Workload makeStore(std::size_t entries, const char* use = "measured") const {
+    const auto home = directory / use / (subject.name + ("-" + std::to_string(entries)));
+    std::filesystem::create_directories(home);
+    Workload store{subject.make(home, entries), entries, entryAt(entries - 1), entryAt(entries),
+                   entryAt(entries - 1)};
+    store.next.value += 1;
+    return store;
   }
 };
 
-std::vector<SubjectRow> allSubjects() {
-  std::vector<SubjectRow> all;
-  for (const auto& some :
-       {registrySubjects(), floorSubjects(), databaseSubjects(), textPeerSubjects()}) {
-    all.insert(all.end(), some.begin(), some.end());
-  }
-  return all;
-}
-
-std::vector<Case> allCases(const std::vector<SubjectRow>& subjects,
-                           const std::vector<Place>& places) {
+std::vector<Case> allCases(char** directories) {
   std::vector<Case> cases;
-  for (const SubjectRow& subject : subjects) {
-    for (const OperationRow& operation : operations) {
-      if (!operation.updates && !subject.reads) continue;
-      for (const std::size_t records : sizes) {
-        if (records > subject.largest || (operation.updates && records > largestUpdated)) continue;
-        for (const Place& place : places) cases.push_back({&subject, &operation, records, &place});
+  for (const auto& rows :
+       {registrySubjects(), floorSubjects(), databaseSubjects(), textPeerSubjects()}) {
+    for (const SubjectRow& subject : rows) {
+      for (const Operation& operation : operations) {
+        if (!operation.updates && !subject.reads) continue;
+        for (const std::size_t count : sizes) {
+          if (count > subject.largest) continue;
+          for (std::size_t i = 0; i < std::size(places); ++i) {
+            cases.push_back({subject, &operation, count, places[i], directories[i]});
+          }
+        }
       }
     }
   }
   return cases;
 }
 
-// One store per subject, size and place serves all its operations and repetitions: each of them
-// leaves it as it was.
+// One store per subject, size and place serves all its operations and repetitions.
 Workload& storeOf(const Case& wanted) {
-  static std::map<std::string, std::unique_ptr<Workload>> stores;
-  const std::string name = std::string(wanted.subject->name) + "-" + std::to_string(wanted.records);
-  std::unique_ptr<Workload>& store = stores[wanted.place->name + "/" + name];
-  if (store == nullptr) {
-    store =
-        std::make_unique<Workload>(*wanted.subject, wanted.place->directory / name, wanted.records);
-    store->prepare();
-  }
-  return *store;
+  static std::map<std::string, Workload> stores;
+  const std::string name =
+      wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place;
+  const auto found = stores.find(name);
+  if (found != stores.end()) return found->second;
+  return stores.emplace(name, wanted.makeStore(wanted.count)).first->second;
 }
 
-// An update's own time alone is counted, without what brings the store back.
-void measureUpdate(benchmark::State& state, const OperationRow& operation, Workload& store) {
+void measureRead(benchmark::State& state, const Operation& operation, Workload& store) {
+  for ([[maybe_unused]] auto iteration : state) {
+    if (!operation.run(store)) return state.SkipWithError("the operation failed");
+  }
+}
+
+void measureUpdate(benchmark::State& state, const Operation& operation, Workload& store) {
   using Clock = std::chrono::steady_clock;
   for ([[maybe_unused]] auto iteration : state) {
     const Clock::time_point start = Clock::now();
@@ -91,86 +121,49 @@ void measureUpdate(benchmark::State& state, const OperationRow& operation, Workl
   }
 }
 
-void measureRead(benchmark::State& state, const OperationRow& operation, Workload& store) {
-  for ([[maybe_unused]] auto iteration : state) {
-    if (!operation.run(store)) return state.SkipWithError("the operation failed");
-  }
-}
-
 void registerCase(const Case& wanted) {
-  auto* registered =
-      benchmark::RegisterBenchmark(wanted.name().c_str(), [wanted](benchmark::State& state) {
-        const auto measure = wanted.operation->updates ? measureUpdate : measureRead;
-        measure(state, *wanted.operation, storeOf(wanted));
-      });
-  if (wanted.operation->updates) {
-    registered->UseManualTime();
-  } else {
-    registered->UseRealTime();
-  }
-  registered->Unit(benchmark::kMicrosecond);
+  const auto measure = wanted.operation->updates ? measureUpdate : measureRead;
+  auto* made = benchmark::RegisterBenchmark(wanted.name().c_str(),
+                                            [wanted, measure](benchmark::State& state) {
+                                              measure(state, *wanted.operation, storeOf(wanted));
+                                            });
+  made->Unit(benchmark::kMicrosecond);
+  wanted.operation->updates ? made->UseManualTime() : made->UseRealTime();
 }
 
-int runOnce(const std::vector<Case>& cases, const std::string& name) {
-  for (const Case& each : cases) {
-    if (each.name() != name) continue;
-    const auto& directory = each.place->directory;
-    Workload warming(*each.subject, directory / "warming", sizes[0]);
-    Workload measured(*each.subject, directory / "measured", each.records);
-    return reportOnce(*each.operation, warming, measured);
-  }
-  std::fprintf(stderr, "no such case: %s\n", name.c_str());
-  return 2;
+// The same operation on a small store comes first, so that what the process needs once for all does
+// not count. The peak is that of bench/heap_peak.cpp, 0 without it.
+int runOnce(const Case& wanted) {
+  Workload warming = wanted.makeStore(sizes[0], "warming");
+  Workload store = wanted.makeStore(wanted.count);
+  const auto heapPeak = reinterpret_cast<std::size_t (*)()>(::dlsym(RTLD_DEFAULT, "heapPeak"));
+  if (!wanted.operation->run(warming)) return 1;
+  if (heapPeak != nullptr) (void)heapPeak();
+  (void)::getppid();
+  const bool done = wanted.operation->run(store);
+  (void)::getppid();
+  std::printf("%zu\n", heapPeak != nullptr ? heapPeak() : 0);
+  return done ? 0 : 1;
 }
-
-// Takes "--NAME=VALUE" out of the arguments; the value, or `otherwise`.
-std::string takeOption(int& count, char** arguments, const std::string& name,
-                       const std::string& otherwise) {
-  const std::string prefix = "--" + name + "=";
-  for (int i = 1; i < count; ++i) {
-    const std::string argument = arguments[i];
-    if (argument.compare(0, prefix.size(), prefix) != 0) continue;
-    for (int k = i; k < count; ++k) arguments[k] = arguments[k + 1];
-    --count;
-    return argument.substr(prefix.size());
-  }
-  return otherwise;
-}
-
-class Scratch {
- public:
-  explicit Scratch(const std::string& parent) {
-    std::string pattern = parent + "/zorgenreg-bench-XXXXXX";
-    if (::mkdtemp(pattern.data()) != nullptr) directory_ = pattern;
-  }
-  ~Scratch() {
-    std::error_code ignored;
-    if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const std::filesystem::path& directory() const { return directory_; }
-
- private:
-  std::filesystem::path directory_;
-};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string once = takeOption(argc, argv, "once", "");
-  const Scratch memory(takeOption(argc, argv, "memory", "/dev/shm"));
-  const Scratch disk(takeOption(argc, argv, "disk", "."));
-  if (memory.directory().empty() || disk.directory().empty()) {
-    std::perror("scratch directory");
-    return 2;
+  if (argc < 3) return std::fprintf(stderr, "usage: %s MEMORY DISK [OPTIONS]\n", argv[0]), 2;
+  const std::vector<Case> cases = allCases(argv + 1);
+  if (argc == 5 && argv[3] == std::string("--once")) {
+    for (const Case& each : cases) {
+      if (each.name() == argv[4]) return runOnce(each);
+    }
+    return std::fprintf(stderr, "no such case: %s\n", argv[4]), 2;
   }
-  const std::vector<SubjectRow> subjects = allSubjects();
-  const std::vector<Place> places = {{"memory", memory.directory()}, {"disk", disk.directory()}};
-  const std::vector<Case> cases = allCases(subjects, places);
-  if (!once.empty()) return runOnce(cases, once);
-
-  for (const Case& each : cases) registerCase(each);
+  for (const Case& each : cases) {
+    if (!each.operation->updates || each.count <= largestUpdated) registerCase(each);
+  }
+  char* program = argv[0];
+  argv += 2;
+  argc -= 2;
+  argv[0] = program;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();

@@ -1,19 +1,14 @@
 // The four flavours of registries, used as their callers use them: a fresh handle per operation.
 #include "bench/flavours.h"
-#include "bench/subjects.h"
 
 namespace {
 
 template <typename Flavour>
 class Registry final : public Subject {
  public:
-  void attach(const std::string& directory, std::size_t count) override {
-    path_ = directory + "/registry";
-    count_ = count;
+  Registry(const std::string& directory, std::size_t count) : path_(directory + "/registry") {
+    flavours::writeAll<Flavour>(path_, count);
   }
-
-  // Written by hand: adding the records one by one would take as many updates.
-  bool prepare() override { return flavours::writeAll<Flavour>(path_, count_); }
 
   bool get(const Entry& key) override {
     auto registry = Flavour::open(path_);
@@ -22,13 +17,12 @@ class Registry final : public Subject {
   }
   std::size_t scan() override {
     auto registry = Flavour::open(path_);
-    if (registry.OpenScan() != 0) return 0;
-    const Entry any{};
+    const Entry any;
     Flavour::fill(key_, any);
+    if (registry.OpenScan() != 0) return 0;
     std::size_t records = 0;
-    unsigned int code = 0;
-    while ((code = registry.GetNext(0, &key_, &found_)) == 0) ++records;
-    return registry.CloseScan() == 0 && code == GENREG_RC_END ? records : 0;
+    while (registry.GetNext(0, &key_, &found_) == 0) ++records;
+    return registry.CloseScan() == 0 ? records : 0;
   }
   bool add(const Entry& entry) override {
     auto registry = Flavour::open(path_);
@@ -49,7 +43,6 @@ class Registry final : public Subject {
 
  private:
   std::string path_;
-  std::size_t count_ = 0;
   typename Flavour::Record key_{};
   typename Flavour::Record record_{};
   typename Flavour::Record found_{};
@@ -57,9 +50,9 @@ class Registry final : public Subject {
 
 }  // namespace
 
-std::vector<SubjectRow> registrySubjects() {
-  return {{"binary", makeSubject<Registry<flavours::BinaryVariables>>, anySize, true},
-          {"global", makeSubject<Registry<flavours::GlobalRegistry>>, anySize, true},
-          {"profile", makeSubject<Registry<flavours::ProfileVariables>>, anySize, true},
-          {"services", makeSubject<Registry<flavours::Services>>, anySize, true}};
+SubjectRows registrySubjects() {
+  return {{"binary", make<Registry<flavours::BinaryVariables>>},
+          {"global", make<Registry<flavours::GlobalRegistry>>},
+          {"profile", make<Registry<flavours::ProfileVariables>>},
+          {"services", make<Registry<flavours::Services>>}};
 }

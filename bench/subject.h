@@ -1,4 +1,4 @@
-// What is measured: something that keeps records in a file, and the one shape of record that all of
+// What is measured: something that keeps records in files, and the one shape of record that all of
 // them keep.
 #pragma once
 
@@ -6,43 +6,32 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 // A setting as programs keep them. Every third has a comment; every value has five digits, so that
-// a change does not alter a text file's size.
+// a change does not alter the size of a text file.
 struct Entry {
   std::string name;  // distinct, at most 15 characters
-  std::int32_t value;
+  std::int32_t value = 0;
   std::string comment;  // at most 15 characters, or empty
 };
 
-// The entry at a position; a store of N records holds those at 0 to N - 1.
+// The entry at a position; a store of N entries holds those at 0 to N - 1.
 inline Entry entryAt(std::size_t index) {
   static constexpr const char* words[] = {"timeout", "retries", "cache", "buffer",
                                           "limit",   "threads", "log",   "interval"};
   static constexpr const char* comments[] = {"set by setup", "seconds", "site default"};
-  constexpr std::size_t smallest = 10000;
-  constexpr std::size_t span = 50000;
-  Entry entry;
-  entry.name = words[index % 8] + ("_" + std::to_string(index));
-  entry.value = static_cast<std::int32_t>(smallest + index * 7919 % span);
-  if (index % 3 == 0) entry.comment = comments[index / 3 % 3];
-  return entry;
+  return {words[index % 8] + ("_" + std::to_string(index)),
+          static_cast<std::int32_t>(10000 + index * 7919 % 50000),
+          index % 3 == 0 ? comments[index / 3 % 3] : ""};
 }
 
-// One way to keep entries in a file. Every operation opens the store, does its work and closes the
+// One way to keep entries. Its constructor takes an existing directory and a number and writes a
+// store of so many entries there. Every operation opens the store, does its work and closes the
 // store, as a caller does who needs it once, and tells whether it succeeded.
 class Subject {
  public:
-  Subject() = default;
-  Subject(const Subject&) = delete;
-  Subject& operator=(const Subject&) = delete;
   virtual ~Subject() = default;
-
-  // The store lives in `directory`, which exists, and holds `count` entries.
-  virtual void attach(const std::string& directory, std::size_t count) = 0;
-  // Writes the store anew with its entries.
-  virtual bool prepare() = 0;
-
   virtual bool get(const Entry& key) = 0;  // true when found
   virtual std::size_t scan() = 0;          // entries read
   virtual bool add(const Entry& entry) = 0;
@@ -50,17 +39,22 @@ class Subject {
   virtual bool remove(const Entry& key) = 0;
 };
 
-struct SubjectRow {
-  const char* name;
-  std::unique_ptr<Subject> (*make)();
-  std::size_t largest;  // most records it is measured with
-  bool reads;           // false where another row's reads are the same
-};
-
 constexpr std::size_t anySize = 100000;
 
-// Makers for SubjectRow.
+struct SubjectRow {
+  const char* name;
+  std::unique_ptr<Subject> (*make)(const std::string& directory, std::size_t count);
+  std::size_t largest = anySize;  // most entries that it is measured with
+  bool reads = true;              // false where another row's reads are the same
+};
+
 template <typename Made>
-std::unique_ptr<Subject> makeSubject() {
-  return std::make_unique<Made>();
+std::unique_ptr<Subject> make(const std::string& directory, std::size_t count) {
+  return std::make_unique<Made>(directory, count);
 }
+
+using SubjectRows = std::vector<SubjectRow>;
+SubjectRows registrySubjects();
+SubjectRows floorSubjects();
+SubjectRows databaseSubjects();
+SubjectRows textPeerSubjects();
