@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <stdexcept>
 #include <utility>
 
 #include "bench/subject.h"
@@ -67,10 +68,12 @@ struct Case {
   }
   Workload makeStore(std::size_t entries, const char* use = "measured") const {
     const auto home = directory / use / (subject.name + ("-" + std::to_string(entries)));
+    std::filesystem::remove_all(home);
     std::filesystem::create_directories(home);
     Workload store{subject.make(home, entries), entries, entryAt(entries - 1), entryAt(entries),
                    entryAt(entries - 1)};
     store.next.value += 1;
+    if (store.subject->scan() != entries) throw std::runtime_error("no store in " + home.string());
     return store;
   }
 };
@@ -146,27 +149,39 @@ int runOnce(const Case& wanted) {
   return done ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc < 3) return std::fprintf(stderr, "usage: %s MEMORY DISK [OPTIONS]\n", argv[0]), 2;
-  const std::vector<Case> cases = allCases(argv + 1);
-  if (argc == 5 && argv[3] == std::string("--once")) {
+int run(int count, char** arguments) {
+  const std::vector<Case> cases = allCases(arguments + 1);
+  if (count == 5 && arguments[3] == std::string("--once")) {
     for (const Case& each : cases) {
-      if (each.name() == argv[4]) return runOnce(each);
+      if (each.name() == arguments[4]) return runOnce(each);
     }
-    return std::fprintf(stderr, "no such case: %s\n", argv[4]), 2;
+    std::fprintf(stderr, "no such case: %s\n", arguments[4]);
+    return 2;
   }
   for (const Case& each : cases) {
     if (!each.operation->updates || each.count <= largestUpdated) registerCase(each);
   }
-  char* program = argv[0];
-  argv += 2;
-  argc -= 2;
-  argv[0] = program;
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  count -= 2;
+  arguments[2] = arguments[0];
+  arguments += 2;
+  benchmark::Initialize(&count, arguments);
+  if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::fprintf(stderr, "usage: zorgenreg_bench MEMORY DISK [OPTIONS]\n");
+    return 2;
+  }
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "zorgenreg_bench: %s\n", failure.what());
+    return 2;
+  }
 }
