@@ -1,0 +1,124 @@
+// What the four flavours of registries differ in: the record, the mask, and the bytes in the file.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "bench/subject.h"
+#include "genreg.h"
+
+namespace flavours {
+
+inline void copyText(char* field, const std::string& text) {
+  std::memcpy(field, text.c_str(), text.size() + 1);
+}
+
+// A little-endian number of so many bytes.
+inline std::string number(std::size_t width, std::uint64_t value) {
+  std::string bytes;
+  for (std::size_t i = 0; i < width; ++i) bytes += static_cast<char>(value >> (8 * i));
+  return bytes;
+}
+
+struct BinaryVariables {
+  using Handle = GenRegBinVarVal;
+  using Record = BinVarValRecord;
+  static constexpr std::uint64_t mask = BINVARVAL_VARIABLE;
+
+  static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
+  static void fill(Record& record, const Entry& entry) {
+    copyText(record.Variable, entry.name);
+    record.Value = entry.value;
+    copyText(record.Comment, entry.comment);
+  }
+  static std::string stored(const Entry& entry) {
+    Record record{};
+    fill(record, entry);
+    return number(4, sizeof record) + std::string(reinterpret_cast<char*>(&record), sizeof record);
+  }
+};
+
+struct GlobalRegistry {
+  using Handle = GlobalReg;
+  using Record = GlobalRegRecord;
+  static constexpr std::uint64_t mask = 0x3;  // service and variable
+
+  // The path comes from the environment, which a program sets once.
+  static Handle open(const std::string& path) {
+    static const std::string* named = nullptr;
+    if (named != &path) (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", path.c_str(), 1);
+    named = &path;
+    return Handle();
+  }
+  static void fill(Record& record, const Entry& entry) {
+    record.RecordType = GLOBALREG_RECORD_VARIABLE;
+    record.FieldMask = entry.comment.empty() ? 0x7 : 0xF;
+    copyText(record.Variable.Service, "zor");
+    copyText(record.Variable.Variable, entry.name);
+    copyText(record.Variable.Value, std::to_string(entry.value));
+    copyText(record.Variable.Comment, entry.comment);
+  }
+  static std::string stored(const Entry& entry) {
+    const bool commented = !entry.comment.empty();
+    const auto field = [](const std::string& text) {
+      return number(2, text.size() + 1) + text + '\0';
+    };
+    const std::string bytes = number(4, GLOBALREG_RECORD_VARIABLE) +
+                              number(8, commented ? 0xF : 0x7) + number(8, 0) + field("zor") +
+                              field(entry.name) + field(std::to_string(entry.value)) +
+                              (commented ? field(entry.comment) : "") + number(4, 0);
+    return number(4, bytes.size()) + bytes;
+  }
+};
+
+struct ProfileVariables {
+  using Handle = GenRegVarVal;
+  using Record = VarValRecord;
+  static constexpr std::uint64_t mask = VARVAL_VARIABLE;
+
+  static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
+  static void fill(Record& record, const Entry& entry) {
+    static std::string value;
+    value = std::to_string(entry.value);
+    record.Contains = VARVAL_HAS_VARIABLE;
+    if (!entry.comment.empty()) record.Contains |= VARVAL_HAS_COMMENT;
+    record.Variable = entry.name.c_str();
+    record.Value = value.c_str();
+    record.Comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
+  }
+  static std::string stored(const Entry& entry) {
+    return entry.name + " = " + std::to_string(entry.value) +
+           (entry.comment.empty() ? "" : " # " + entry.comment) + "\n";
+  }
+};
+
+struct Services {
+  using Handle = GenRegServices;
+  using Record = ServiceEntryRecord;
+  static constexpr std::uint64_t mask = SERVICES_NAME | SERVICES_PROTOCOL;
+
+  static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
+  static void fill(Record& record, const Entry& entry) {
+    record.Contains = SERVICES_HAS_SERVICE;
+    if (!entry.comment.empty()) record.Contains |= SERVICES_HAS_COMMENT;
+    record.name = entry.name.c_str();
+    record.protocol = "tcp";
+    const auto port = static_cast<std::uint16_t>(entry.value);
+    record.port = static_cast<std::uint16_t>((port << 8) | (port >> 8));
+    record.comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
+  }
+  static std::string stored(const Entry& entry) {
+    return entry.name + (entry.name.size() < 8 ? "\t\t" : "\t") + std::to_string(entry.value) +
+           "/tcp" + (entry.comment.empty() ? "" : "\t\t\t# " + entry.comment) + "\n";
+  }
+};
+
+// Writes a registry by hand: adding its records one by one would take as many updates.
+template <typename Flavour>
+void writeAll(const std::string& path, std::size_t count) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  for (std::size_t i = 0; i < count; ++i) file << Flavour::stored(entryAt(i));
+}
+
+}  // namespace flavours

@@ -1,0 +1,256 @@
+// The floor: what an operation cannot do without. It makes exactly the system calls that the
+// library makes, on a file of the same bytes, and moves the bytes that have to be moved, but does
+// no work on records: nothing is searched, compared, parsed or formatted. scripts/bench compares
+// its calls with the library's.
+//
+// What is in it besides the calls:
+// - a buffer per open file, as large as the library's, not cleared;
+// - a scan copies each record once, from the read buffer to where a caller would have it;
+// - an update copies what it keeps once, from the read buffer to the write buffer;
+// - the verification of an update reads both files and looks at nothing.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "bench/flavours.h"
+
+namespace {
+
+constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+// An open file, its size, and its buffer for reading or for appending.
+struct File {
+  File(const std::string& path, int flags, mode_t permissions = 0)
+      : descriptor(::open(path.c_str(), flags, permissions)) {
+    askSize();
+  }
+  void askSize() {
+    struct stat status {};
+    (void)::fstat(descriptor, &status);
+    size = static_cast<std::size_t>(status.st_size);
+  }
+  void makeBuffer(std::size_t expected) {
+    capacity = std::clamp<std::size_t>(expected + 1, 4096, std::size_t{256} * 1024);
+    buffer.reset(new char[capacity]);
+  }
+  // The next bytes of the file, in the buffer; 0 at its end.
+  std::size_t read() {
+    const ssize_t count = ::pread(descriptor, buffer.get(), capacity, static_cast<off_t>(offset));
+    if (count <= 0) return 0;
+    offset += static_cast<std::size_t>(count);
+    return static_cast<std::size_t>(count);
+  }
+  void append(const char* bytes, std::size_t count) {
+    while (count > 0) {
+      const std::size_t part = std::min(count, capacity - pending);
+      std::memcpy(buffer.get() + pending, bytes, part);
+      pending += part;
+      bytes += part;
+      count -= part;
+      if (pending == capacity) flush();
+    }
+  }
+  void flush() {
+    if (pending > 0 && ::write(descriptor, buffer.get(), pending) < 0) failed = true;
+    pending = 0;
+  }
+  void close() {
+    (void)::close(descriptor);
+    buffer.reset();
+  }
+
+  int descriptor;
+  std::size_t size = 0;
+  std::unique_ptr<char[]> buffer;
+  std::size_t capacity = 0;
+  std::size_t offset = 0;   // of the next read
+  std::size_t pending = 0;  // bytes appended but not written
+  bool failed = false;
+};
+
+void askStatus(const std::string& path) {
+  struct stat status;
+  (void)::stat(path.c_str(), &status);
+}
+void askLinkStatus(const std::string& path) {
+  struct stat status;
+  (void)::lstat(path.c_str(), &status);
+}
+bool rename(const std::string& from, const std::string& to) {
+  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+template <typename Flavour>
+class Floor final : public Subject {
+ public:
+  Floor(const std::string& directory, std::size_t count)
+      : directory_(directory),
+        lastName_(entryAt(count - 1).name),
+        last_(Flavour::stored(entryAt(count - 1))),
+        missing_(Flavour::stored(entryAt(count))) {
+    flavours::writeAll<Flavour>(registry_, count);
+    for (std::size_t i = 0; i < count; ++i) {
+      lengths_.push_back(static_cast<std::uint8_t>(Flavour::stored(entryAt(i)).size()));
+    }
+  }
+
+  // The search for what is not there meets the end of the file.
+  bool get(const Entry& key) override {
+    const bool present = key.name == lastName_;
+    File file = openRegistry();
+    while (file.read() > 0 && !(present && file.offset == file.size)) {
+    }
+    closeRegistry(file);
+    return present;
+  }
+  std::size_t scan() override {
+    File file = openRegistry();
+    std::size_t window = 0;
+    const char* next = nullptr;
+    for (const std::size_t length : lengths_) {
+      char record[256];
+      for (std::size_t done = 0; done < length;) {
+        if (window == 0) {
+          window = file.read();
+          next = file.buffer.get();
+          if (window == 0) return 0;
+        }
+        const std::size_t part = std::min(length - done, window);
+        std::memcpy(record + done, next, part);
+        next += part;
+        window -= part;
+        done += part;
+      }
+      benchmark::DoNotOptimize(record);
+    }
+    (void)file.read();
+    closeRegistry(file);
+    return lengths_.size();
+  }
+  bool add(const Entry& entry) override { return update(bytesOf(entry), 0); }
+  bool change(const Entry&) override { return update("", 0); }
+  bool remove(const Entry& key) override { return update("", bytesOf(key).size()); }
+
+ private:
+  const std::string& bytesOf(const Entry& entry) const {
+    return entry.name == lastName_ ? last_ : missing_;
+  }
+  File openRegistry() const {
+    File file(registry_, always | O_RDONLY);
+    (void)::flock(file.descriptor, LOCK_SH);
+    file.askSize();
+    file.makeBuffer(file.size);
+    return file;
+  }
+  static void closeRegistry(File& file) {
+    (void)::flock(file.descriptor, LOCK_UN);
+    file.close();
+  }
+
+  // Rewrites the file with `added` behind it or its last `dropped` bytes left out.
+  bool update(const std::string& added, std::size_t dropped) const {
+    if (!added.empty()) askStatus(directory_);
+    File lock(lock_, always | O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+    (void)::flock(lock.descriptor, LOCK_EX);
+    lock.askSize();
+    askLinkStatus(lock_);
+    const bool committed = writeTemporary(added, dropped) && readBoth() && commit();
+    (void)::flock(lock.descriptor, LOCK_UN);
+    lock.close();
+    return committed && removeLockFile();
+  }
+
+  bool writeTemporary(const std::string& added, std::size_t dropped) const {
+    const bool adds = !added.empty();
+    askLinkStatus(backup_);
+    if (adds) {
+      askStatus(directory_);
+      askLinkStatus(registry_);
+    } else {
+      askStatus(registry_);
+    }
+    File old = openRegistry();
+    (void)::unlink(corrupt_.c_str());
+    (void)rename(temporary_, corrupt_);
+    askLinkStatus(registry_);
+    File made(temporary_, O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    char list[4096];
+    (void)::getxattr(registry_.c_str(), "system.posix_acl_access", list, sizeof list);
+    (void)::fchmod(made.descriptor, 0644);
+    made.makeBuffer(old.size);
+    if (adds) askLinkStatus(registry_);
+    std::size_t kept = old.size - dropped;
+    while (const std::size_t count = old.read()) {
+      made.append(old.buffer.get(), std::min(count, kept));
+      kept -= std::min(count, kept);
+    }
+    if (adds) made.flush();
+    made.append(added.data(), added.size());
+    closeRegistry(old);
+    made.flush();
+    const bool durable = !made.failed && ::fsync(made.descriptor) == 0;
+    made.close();
+    return durable;
+  }
+
+  bool readBoth() const {
+    askStatus(registry_);
+    File old = openRegistry();
+    askLinkStatus(registry_);
+    File made(temporary_, always | O_RDONLY | O_NOFOLLOW);
+    made.makeBuffer(made.size);
+    for (bool more = true; more;) {
+      const bool moreOld = old.read() > 0;
+      more = made.read() > 0 || moreOld;
+    }
+    closeRegistry(old);
+    made.close();
+    return made.offset == made.size;
+  }
+
+  bool commit() const {
+    if (!rename(registry_, backup_) || !rename(temporary_, registry_)) return false;
+    const int directory = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool durable = ::fsync(directory) == 0;
+    (void)::close(directory);
+    return durable && ::unlink(backup_.c_str()) == 0;
+  }
+
+  bool removeLockFile() const {
+    askLinkStatus(lock_);
+    const int lock = ::open(lock_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat status;
+    (void)::flock(lock, LOCK_EX | LOCK_NB);
+    (void)::fstat(lock, &status);
+    askLinkStatus(lock_);
+    const bool removed = ::unlink(lock_.c_str()) == 0;
+    (void)::close(lock);
+    return removed;
+  }
+
+  std::string directory_;
+  std::string registry_ = directory_ + "/registry";
+  std::string lock_ = directory_ + "/.registry.lock";
+  std::string backup_ = directory_ + "/.registry.bkp";
+  std::string temporary_ = registry_ + ".tmp";
+  std::string corrupt_ = registry_ + ".cor";
+  std::vector<std::uint8_t> lengths_;  // of the records in the file
+  std::string lastName_;
+  std::string last_;     // stored bytes of the last entry
+  std::string missing_;  // of the entry that is not there
+};
+
+}  // namespace
+
+SubjectRows floorSubjects() {
+  return {{"binary-floor", make<Floor<flavours::BinaryVariables>>},
+          {"global-floor", make<Floor<flavours::GlobalRegistry>>},
+          {"profile-floor", make<Floor<flavours::ProfileVariables>>},
+          {"services-floor", make<Floor<flavours::Services>>}};
+}

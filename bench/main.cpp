@@ -1,0 +1,202 @@
+// zorgenreg_bench MEMORY DISK [Google Benchmark's options]
+//   measures every subject, operation and size at the two places, which are existing directories,
+//   under the names SUBJECT/OPERATION/ENTRIES/PLACE with "memory" and "disk" for the place.
+// zorgenreg_bench MEMORY DISK --once NAME
+//   does one operation in this fresh process, between two getppid calls for whoever traces its
+//   system calls, and prints the bytes that it needed of the heap.
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "bench/subject.h"
+
+namespace {
+
+constexpr std::size_t sizes[] = {10, 100, 1000, 10000, anySize};
+constexpr std::size_t largestUpdated = 10000;
+const char* const places[] = {"memory", "disk"};  // in the order of the arguments
+
+// One store and the entries that the operations use.
+struct Workload {
+  std::unique_ptr<Subject> subject;
+  std::size_t count;
+  Entry last;     // stands last in the store
+  Entry missing;  // does not stand there
+  Entry next;     // `last` with another value
+};
+
+// Each operation leaves the store as it was: `undo` is not timed.
+struct Operation {
+  const char* name;
+  bool updates;
+  bool (*run)(Workload& store);
+  bool (*undo)(Workload& store);
+};
+
+constexpr Operation operations[] = {
+    {"GetLast", false, [](Workload& store) { return store.subject->get(store.last); }, nullptr},
+    {"GetMiss", false, [](Workload& store) { return !store.subject->get(store.missing); }, nullptr},
+    {"Scan", false, [](Workload& store) { return store.subject->scan() == store.count; }, nullptr},
+    {"Add", true, [](Workload& store) { return store.subject->add(store.missing); },
+     [](Workload& store) { return store.subject->remove(store.missing); }},
+    {"Change", true, [](Workload& store) { return store.subject->change(store.next); },
+     [](Workload& store) {  // the next Change changes it back
+       std::swap(store.last, store.next);
+       return true;
+     }},
+    {"Delete", true, [](Workload& store) { return store.subject->remove(store.last); },
+     [](Workload& store) { return store.subject->add(store.last); }},
+};
+
+struct Case {
+  SubjectRow subject;
+  const Operation* operation;
+  std::size_t count;
+  std::string place;
+  std::filesystem::path directory;  // of the place
+
+  std::string name() const {
+    return std::string(subject.name) + "/" + operation->name + "/" + std::to_string(count) + "/" +
+           place;
+  }
+  Workload makeStore(std::size_t entries, const char* use = "measured") const {
+    const auto home = directory / use / (subject.name + ("-" + std::to_string(entries)));
+    std::filesystem::remove_all(home);
+    std::filesystem::create_directories(home);
+    Workload store{subject.make(home, entries), entries, entryAt(entries - 1), entryAt(entries),
+                   entryAt(entries - 1)};
+    store.next.value += 1;
+    if (store.subject->scan() != entries) throw std::runtime_error("no store in " + home.string());
+    return store;
+  }
+};
+
+std::vector<Case> allCases(char** directories) {
+  std::vector<Case> cases;
+  for (const auto& rows :
+       {registrySubjects(), floorSubjects(), databaseSubjects(), textPeerSubjects()}) {
+    for (const SubjectRow& subject : rows) {
+      for (const Operation& operation : operations) {
+        if (!operation.updates && !subject.reads) continue;
+        for (const std::size_t count : sizes) {
+          if (count > subject.largest) continue;
+          for (std::size_t i = 0; i < std::size(places); ++i) {
+            cases.push_back({subject, &operation, count, places[i], directories[i]});
+          }
+        }
+      }
+    }
+  }
+  return cases;
+}
+
+// One store per subject, size and place serves all its operations and repetitions.
+Workload& storeOf(const Case& wanted) {
+  static std::map<std::string, Workload> stores;
+  const std::string name =
+      wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place;
+  const auto found = stores.find(name);
+  if (found != stores.end()) return found->second;
+  return stores.emplace(name, wanted.makeStore(wanted.count)).first->second;
+}
+
+void measureRead(benchmark::State& state, const Operation& operation, Workload& store) {
+  for ([[maybe_unused]] auto iteration : state) {
+    if (!operation.run(store)) return state.SkipWithError("the operation failed");
+  }
+}
+
+// The counter is the median of the single updates: a disk that is busy with something else makes a
+// few of them a hundred times as slow, which would hide the others in a mean.
+void measureUpdate(benchmark::State& state, const Operation& operation, Workload& store) {
+  using Clock = std::chrono::steady_clock;
+  std::vector<double> all;
+  for ([[maybe_unused]] auto iteration : state) {
+    const Clock::time_point start = Clock::now();
+    const bool done = operation.run(store);
+    const std::chrono::duration<double> taken = Clock::now() - start;
+    if (!done || !operation.undo(store)) return state.SkipWithError("the operation failed");
+    state.SetIterationTime(taken.count());
+    all.push_back(taken.count());
+  }
+  const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
+  std::nth_element(all.begin(), middle, all.end());
+  state.counters["median_us"] = *middle * 1e6;
+}
+
+void registerCase(const Case& wanted) {
+  const auto measure = wanted.operation->updates ? measureUpdate : measureRead;
+  auto* made = benchmark::RegisterBenchmark(wanted.name().c_str(),
+                                            [wanted, measure](benchmark::State& state) {
+                                              measure(state, *wanted.operation, storeOf(wanted));
+                                            });
+  made->Unit(benchmark::kMicrosecond);
+  wanted.operation->updates ? made->UseManualTime() : made->UseRealTime();
+}
+
+// The same operation on a small store comes first, so that what the process needs once for all does
+// not count. The peak is that of bench/heap_peak.cpp, 0 without it.
+int runOnce(const Case& wanted) {
+  Workload warming = wanted.makeStore(sizes[0], "warming");
+  Workload store = wanted.makeStore(wanted.count);
+  const auto heapPeak = reinterpret_cast<std::size_t (*)()>(::dlsym(RTLD_DEFAULT, "heapPeak"));
+  if (!wanted.operation->run(warming)) return 1;
+  if (heapPeak != nullptr) (void)heapPeak();
+  (void)::getppid();
+  const bool done = wanted.operation->run(store);
+  (void)::getppid();
+  std::printf("%zu\n", heapPeak != nullptr ? heapPeak() : 0);
+  return done ? 0 : 1;
+}
+
+int run(int count, char** arguments) {
+  const std::vector<Case> cases = allCases(arguments + 1);
+  if (count == 5 && arguments[3] == std::string("--once")) {
+    for (const Case& each : cases) {
+      if (each.name() == arguments[4]) return runOnce(each);
+    }
+    std::fprintf(stderr, "no such case: %s\n", arguments[4]);
+    return 2;
+  }
+  for (const Case& each : cases) {
+    if (!each.operation->updates || each.count <= largestUpdated) registerCase(each);
+  }
+  count -= 2;
+  arguments[2] = arguments[0];
+  arguments += 2;
+  benchmark::Initialize(&count, arguments);
+  if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::fprintf(stderr, "usage: zorgenreg_bench MEMORY DISK [OPTIONS]\n");
+    return 2;
+  }
+  // What the C library's allocator sets itself to once a buffer of 256 KiB was freed, as in every
+  // program that has read a large registry. Left alone it would go by the largest block that
+  // anything here ever freed, and what one subject costs would depend on who ran before.
+  constexpr int block = 260 * 1024;
+  (void)::mallopt(M_MMAP_THRESHOLD, block);
+  (void)::mallopt(M_TRIM_THRESHOLD, 2 * block);
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "zorgenreg_bench: %s\n", failure.what());
+    return 2;
+  }
+}
