@@ -35,12 +35,16 @@ unsigned int BinaryStore::copyOut(const Routine& routine, const LoadedRecord& fo
   return GENREG_RC_OK;
 }
 
-// The first match from the cursor on: 0 with the record loaded, GENREG_RC_END, or a failure.
+// The first match from the cursor on: 0 with the record loaded, or with `taken` when it is in `out`
+// already; GENREG_RC_END, or a failure.
 unsigned int BinaryStore::search(Routine& routine, RecordCursor& cursor, std::uint64_t mask,
-                                 void* key, LoadedRecord& loaded,
-                                 std::uint64_t size) const noexcept {
+                                 void* key, LoadedRecord& loaded, std::uint64_t size, void* out,
+                                 bool* taken) const noexcept {
+  const genreg::StoredForm* form = storedForm(key, size);
   bool found = false;
   while (!found) {
+    *taken = form != nullptr && takeStored(*form, cursor, mask, key, out);
+    if (*taken) return GENREG_RC_OK;
     const unsigned int code = loadAndMatch(routine, cursor, loaded, size, mask, key, &found);
     if (code != 0) return code;
   }
@@ -65,11 +69,12 @@ unsigned int BinaryStore::get(Routine& routine, std::uint64_t mask, void* key, v
     return code;
   }
   RecordCursor cursor = mainCursor();
-  outcome.note(search(routine, cursor, mask, key, loaded, size));
+  bool taken = false;
+  outcome.note(search(routine, cursor, mask, key, loaded, size, out, &taken));
   cleanUp.note(endSearch(routine));
 
   if (outcome.ok()) {
-    outcome.note(copyOut(routine, loaded, size, out));
+    if (!taken) outcome.note(copyOut(routine, loaded, size, out));
   } else if (outcome.code() == GENREG_RC_END) {
     std::memset(out, 0, size);
     outcome.replace(GENREG_RC_NOT_FOUND);
@@ -89,6 +94,11 @@ unsigned int BinaryStore::getNext(Routine& routine, std::uint64_t mask, void* ke
   if ((handle_.status & GENREG_STATUS_SCAN_END) != 0) return GENREG_RC_END;
   std::uint64_t size = 0;
   if (const unsigned int code = recordSize(routine, &size); code != 0) return code;
+  RecordCursor cursor = mainCursor();
+  if (const genreg::StoredForm* form = storedForm(key, size);
+      form != nullptr && takeStored(*form, cursor, mask, key, out)) {
+    return GENREG_RC_OK;
+  }
   LoadedRecord loaded(__LINE__);
   if (const unsigned int code = allocate(routine, loaded, size, GENREG_RC_BUFFER_ALLOC);
       code != 0) {
@@ -96,10 +106,10 @@ unsigned int BinaryStore::getNext(Routine& routine, std::uint64_t mask, void* ke
   }
 
   Outcome outcome;
-  RecordCursor cursor = mainCursor();
-  outcome.note(search(routine, cursor, mask, key, loaded, size));
+  bool taken = false;
+  outcome.note(search(routine, cursor, mask, key, loaded, size, out, &taken));
   if (outcome.ok()) {
-    outcome.note(copyOut(routine, loaded, size, out));
+    if (!taken) outcome.note(copyOut(routine, loaded, size, out));
   } else if (outcome.code() == GENREG_RC_READ_FAILED) {
     // Back to where the damage starts: what follows it must never be taken for a record.
     std::clearerr(handle_.mainStream);

@@ -1,10 +1,10 @@
 // Reading and writing single records of a binary registry file. Every byte from disk that says how
 // long something is passes readRecord and is checked there before anything is allocated.
+#include <algorithm>
 #include <cstring>
 
 #include "genreg/binary_store.h"
 #include "genreg/core/registry_handle.h"
-#include "genreg/packed_form.h"
 #include "genreg/record_span.h"
 
 using genreg::Function;
@@ -15,9 +15,10 @@ namespace {
 // The length field in the handle's byte order. The reversed order is a routine of its own in the
 // trace, since a registry read with the wrong one looks damaged.
 std::uint32_t readLength(const unsigned char (&field)[genreg::lengthWidth], bool bigEndian) {
-  if (!bigEndian) return genreg::decodeLength(field, false);
+  const auto* bytes = reinterpret_cast<const char*>(field);
+  if (!bigEndian) return genreg::decodeLength(bytes, false);
   Routine routine(Function::decodeLength);
-  return genreg::decodeLength(field, true);
+  return genreg::decodeLength(bytes, true);
 }
 
 void writeLength(std::uint32_t length, bool bigEndian,
@@ -166,13 +167,37 @@ unsigned int BinaryStore::load(const Routine& routine, RecordCursor& cursor, Loa
   return code != 0 ? code : unpack(routine, record, size, point + 1);
 }
 
-// Whether records can be matched without being unpacked: nobody but the flavour itself would see a
-// difference, and no trace is being kept of the hooks.
-bool BinaryStore::matchesAsStored(const void* key) const noexcept {
-  const genreg::PackedForm* form = handle_.packedForm;
-  return form != nullptr && key != nullptr && has(GENREG_PACKED_RECORDS) &&
-         handle_.GenRegFile::UnpackRecord.binary == form->unpack &&
-         handle_.GenRegBase::CompareRecord == form->compare && !genreg::tracingOn();
+const genreg::StoredForm* BinaryStore::storedForm(const void* key,
+                                                  std::uint64_t size) const noexcept {
+  const genreg::StoredForm* form = Engine::storedForm(key);
+  if (form == nullptr || size != form->recordSize) return nullptr;
+  return has(GENREG_PACKED_RECORDS) == (form->unpack.binary != nullptr) ? form : nullptr;
+}
+
+// The first record that matches, of those that stand in the stream's buffer and are plain, straight
+// into the caller's memory. False when there is none: the stream then stands before the first
+// record that takes more to be told.
+bool BinaryStore::takeStored(const genreg::StoredForm& form, RecordCursor& cursor,
+                             std::uint64_t mask, const void* key, void* out) const noexcept {
+  const bool bigEndian = has(GENREG_BIG_ENDIAN_LENGTH);
+  std::size_t count = 0;
+  const char* bytes = platform::peekStream(cursor.stream, &count);
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, cursor.size - cursor.offset));
+  std::size_t at = 0;
+  bool taken = false;
+  while (!taken && count - at > genreg::lengthWidth) {
+    const char* stored = bytes + at + genreg::lengthWidth;
+    const std::uint32_t length = genreg::decodeLength(bytes + at, bigEndian);
+    if (length < genreg::smallestRecord || length > count - at - genreg::lengthWidth) break;
+    const genreg::Likeness likeness = form.liken(mask, stored, length, key);
+    if (likeness == genreg::Likeness::Unclear) break;
+    taken = likeness == genreg::Likeness::Matches;
+    if (taken) form.take(stored, length, out);
+    at += genreg::lengthWidth + length;
+  }
+  platform::skipStream(cursor.stream, at);
+  cursor.offset += at;
+  return taken;
 }
 
 unsigned int BinaryStore::loadAndMatch(const Routine& routine, RecordCursor& cursor,
@@ -183,18 +208,16 @@ unsigned int BinaryStore::loadAndMatch(const Routine& routine, RecordCursor& cur
       code != 0) {
     return code;
   }
-  const bool asStored = matchesAsStored(key);
-  if (asStored) {
-    if (const unsigned int code =
-            handle_.packedForm->match(mask, record.stored.data(), record.length, key, matching);
-        code != 0) {
-      return routine.fail(GENREG_RC_UNPACK_FAILED, point + 3, genreg::number(code));
-    }
-    if (!*matching) return GENREG_RC_OK;
+  genreg::Likeness likeness = genreg::Likeness::Unclear;
+  if (const genreg::StoredForm* form = storedForm(key, size); form != nullptr) {
+    likeness = form->liken(mask, reinterpret_cast<const char*>(record.stored.bytes()),
+                           static_cast<std::size_t>(record.length), key);
   }
+  *matching = likeness == genreg::Likeness::Matches;
+  if (likeness == genreg::Likeness::Differs) return GENREG_RC_OK;
   if (const unsigned int code = unpack(routine, record, size, point + 1); code != 0) return code;
   if (!canCompare()) return routine.fail(GENREG_RC_NO_COMPARE_HOOK, point + 10);
-  if (!asStored) *matching = matches(mask, this->record(record), key);
+  if (!*matching) *matching = matches(mask, this->record(record), key);
   return GENREG_RC_OK;
 }
 

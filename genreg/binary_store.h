@@ -100,10 +100,13 @@ class BinaryStore final : public genreg::Engine {
                        void* record) noexcept;
 
  private:
-  bool matchesAsStored(const void* key) const noexcept;
+  const genreg::StoredForm* storedForm(const void* key, std::uint64_t size) const noexcept;
+  bool takeStored(const genreg::StoredForm& form, RecordCursor& cursor, std::uint64_t mask,
+                  const void* key, void* out) const noexcept;
   bool isDamaged(const RecordCursor& cursor, std::uint64_t length) const noexcept;
   unsigned int search(genreg::Routine& routine, RecordCursor& cursor, std::uint64_t mask, void* key,
-                      LoadedRecord& loaded, std::uint64_t size) const noexcept;
+                      LoadedRecord& loaded, std::uint64_t size, void* out,
+                      bool* taken) const noexcept;
   unsigned int lengthHook() const noexcept;
   unsigned int writeFrame(std::FILE* stream, const void* bytes, std::uint64_t length,
                           std::uint64_t available) const noexcept;

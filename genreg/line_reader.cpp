@@ -11,8 +11,6 @@
 namespace genreg {
 namespace {
 
-constexpr std::size_t longestRaw = GENREG_LINE_SIZE - 1;
-
 // One physical line: its bytes up to and including the newline, if it has one.
 struct PhysicalLine {
   PhysicalLine(const char* raw, std::size_t limit) noexcept {

@@ -5,13 +5,18 @@
 // that is parsed.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "genreg_text.h"
+#include "platform/stream.h"
 
 namespace genreg {
+
+constexpr std::size_t longestRaw = GENREG_LINE_SIZE - 1;
 
 class TextLine {
  public:
@@ -60,9 +65,37 @@ struct LineCursor {
   // error flag tells).
   bool next(TextLine& line, bool join) noexcept;
 
+  // Passes over the lines that stand in the stream's buffer and are whole and alone, as long as
+  // `pass` is true of one: it gets the bytes of a line without its newline.
+  template <typename Pass>
+  void passOver(bool join, Pass pass) noexcept;
+
  private:
   bool take(TextLine& line, bool join, const char* bytes, std::size_t count) noexcept;
   void gather(TextLine& line, bool join) noexcept;
 };
+
+template <typename Pass>
+void LineCursor::passOver(bool join, Pass pass) noexcept {
+  if (insideLine) return;
+  std::size_t count = 0;
+  const char* const bytes = platform::peekStream(stream, &count);
+  const char* const end = bytes + count;
+  const char* line = bytes;
+  while (line < end) {
+    const auto* newline =
+        static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
+    if (newline == nullptr) break;
+    const auto length = static_cast<std::size_t>(newline - line);
+    // A backslash at the end, or behind it a carriage return, may join the next line.
+    const bool mayContinue = join && std::memchr(newline - std::min<std::size_t>(length, 2), '\\',
+                                                 std::min<std::size_t>(length, 2)) != nullptr;
+    if (length >= longestRaw || mayContinue || !pass(line, length)) break;
+    line = newline + 1;
+  }
+  const auto passed = static_cast<std::size_t>(line - bytes);
+  platform::skipStream(stream, passed);
+  offset += passed;
+}
 
 }  // namespace genreg

@@ -33,7 +33,12 @@ unsigned int GenRegText::GetNext(std::uint64_t mask, void* key, void* record) no
 unsigned int TextStore::search(const Routine& routine, std::uint64_t mask, void* key, void* record,
                                bool anyLine, TextLine& line) const noexcept {
   LineCursor cursor = mainCursor();
+  const genreg::StoredForm* form = anyLine ? nullptr : storedForm(key);
+  const auto differs = [&](const char* bytes, std::size_t length) {
+    return form->liken(mask, bytes, length, key) == genreg::Likeness::Differs;
+  };
   for (;;) {
+    if (form != nullptr) cursor.passOver(joins(), differs);
     const unsigned int code = next(routine, cursor, line, GENREG_RC_READ_FAILED, 80);
     if (code != 0) return code;
     if (!canUnpack()) return routine.fail(GENREG_RC_NO_UNPACK_HOOK, 85);
@@ -89,6 +94,21 @@ unsigned int TextStore::get(Routine& routine, std::uint64_t mask, void* key, voi
   return outcome.code();
 }
 
+// The next line, whatever it is, straight into the caller's record: a flavour's own UnpackRecord
+// leaves nothing of it undefined.
+unsigned int TextStore::takeNext(const Routine& routine, std::uint64_t size, void* out) noexcept {
+  TextLine line;
+  LineCursor cursor = mainCursor();
+  const unsigned int code = next(routine, cursor, line, GENREG_RC_READ_FAILED, 80);
+  if (code == 0) {
+    (void)parse(routine, out, line, 86);
+  } else if (code == GENREG_RC_END) {
+    handle_.status |= GENREG_STATUS_SCAN_END;
+    std::memset(out, 0, size);
+  }
+  return code;
+}
+
 unsigned int TextStore::getNext(Routine& routine, std::uint64_t mask, void* key,
                                 void* out) noexcept {
   if (!inScan()) return routine.fail(GENREG_RC_NO_SCAN, 5);
@@ -101,6 +121,7 @@ unsigned int TextStore::getNext(Routine& routine, std::uint64_t mask, void* key,
   if ((handle_.status & GENREG_STATUS_SCAN_END) != 0) return GENREG_RC_END;
   std::uint64_t size = 0;
   if (const unsigned int code = recordSize(routine, &size); code != 0) return code;
+  if (anyLine && storedForm(out) != nullptr) return takeNext(routine, size, out);
   RecordBuffer record("GenRegText", __LINE__);
   if (const unsigned int code = record.reserve(size); code != 0) {
     return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);

@@ -3,10 +3,6 @@
 
 #include "genreg_handle.h"
 
-namespace genreg {
-struct PackedForm;
-}
-
 // A record buffer is GetRecordSize bytes and belongs to the caller throughout; keys and records
 // must stay valid during the call only. `mask` goes unchanged to ValidateKey and CompareRecord; its
 // bits are the flavour's.
@@ -60,6 +56,4 @@ class GenRegBin : public GenRegFile {
 
  private:
   friend class BinaryStore;
-  friend class GlobalReg;
-  const genreg::PackedForm* packedForm = nullptr;
 };

@@ -60,7 +60,8 @@ class GenRegBase;
 class GenRegFile;
 namespace genreg {
 class Engine;
-}
+struct StoredForm;
+}  // namespace genreg
 namespace platform {
 struct StreamBacking;
 }
@@ -265,6 +266,7 @@ class GenRegFile : public GenRegBase {
   friend struct RegistryHandle;
   friend class genreg::Engine;
   const GenRegSessionRoutines* session;
+  const genreg::StoredForm* storedForm;    // the flavour's, or null
   platform::StreamBacking* mainBacking;    // what stands behind mainStream
   platform::StreamBacking* secondBacking;  // what stands behind secondStream
   bool appending;                          // mainStream was opened to be appended to in place

@@ -33,6 +33,15 @@ unsigned int Engine::recordSize(const Routine& routine, std::uint64_t* size) con
   return GENREG_RC_OK;
 }
 
+const StoredForm* Engine::storedForm(const void* key) const noexcept {
+  const StoredForm* form = file_.storedForm;
+  if (form == nullptr || key == nullptr || tracingOn()) return nullptr;
+  const bool own = file_.CompareRecord == form->compare &&
+                   file_.UnpackRecord.binary == form->unpack.binary &&
+                   file_.UnpackRecord.text == form->unpack.text;
+  return own ? form : nullptr;
+}
+
 unsigned int Engine::beginSearch(const Routine& routine, unsigned int missingFile,
                                  unsigned int severity) noexcept {
   borrowsScan_ = inScan() && has(GENREG_GET_IN_SCAN);

@@ -7,6 +7,7 @@
 
 #include "genreg/core/diagnostics.h"
 #include "genreg/core/registry_handle.h"
+#include "genreg/stored_form.h"
 
 namespace genreg {
 
@@ -42,6 +43,10 @@ class Engine {
                         void* keyOrRecord) const noexcept;
   // The size of a record in memory, within its limits.
   unsigned int recordSize(const Routine& routine, std::uint64_t* size) const noexcept;
+
+  // The flavour's stored form where it tells all about records: nobody but the flavour itself would
+  // see a difference, and no trace is being kept of the hooks. Else null.
+  const StoredForm* storedForm(const void* key) const noexcept;
 
   bool matches(std::uint64_t mask, void* record, void* key) const noexcept {
     return file_.CompareRecord(mask, record, key) == 1;

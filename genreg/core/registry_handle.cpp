@@ -81,6 +81,7 @@ GenRegFile::GenRegFile() noexcept
       lockPermissions(0),
       GetPackedLength(nullptr),
       session(&RegistryHandle::sessionRoutines),
+      storedForm(nullptr),
       mainBacking(nullptr),
       secondBacking(nullptr),
       appending(false),
@@ -148,6 +149,7 @@ unsigned int RegistryHandle::setUp(GenRegFile& handle, const Routine& routine, c
     handle.PackRecord = hooks.packRecord;
     handle.GetRecordSize = hooks.getRecordSize;
     handle.GetRecordLength = hooks.getRecordLength;
+    handle.storedForm = hooks.storedForm;
     code = nameFiles(handle, routine, path);
   }
   if (rc != nullptr) *rc = code;

@@ -18,6 +18,7 @@ struct FlavourHooks {
   GenRegPackHook packRecord;
   GenRegSizeHook getRecordSize;
   GenRegLengthHook getRecordLength;
+  const genreg::StoredForm* storedForm;
 };
 
 struct RegistryHandle {
@@ -36,6 +37,10 @@ struct RegistryHandle {
   // Returns 0, GENREG_RC_BASE_NAME or GENREG_RC_DIRECTORY_NAME (no name is set then).
   static unsigned int nameFiles(GenRegFile& handle, const genreg::Routine& routine,
                                 const char* path) noexcept;
+
+  static void useStoredForm(GenRegFile& handle, const genreg::StoredForm& form) noexcept {
+    handle.storedForm = &form;
+  }
 
   // --- engines ---
 

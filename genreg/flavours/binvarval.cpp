@@ -3,9 +3,11 @@
 #include <cstring>
 
 #include "genreg/core/registry_handle.h"
+#include "genreg/stored_form.h"
 #include "genreg_binvarval.h"
 
 using genreg::Function;
+using genreg::Likeness;
 using genreg::Routine;
 
 namespace {
@@ -18,6 +20,11 @@ bool equalNames(const char (&left)[Size], const char (&right)[Size]) {
   return std::strncmp(left, right, Size) == 0;
 }
 
+bool isLike(std::uint64_t mask, const BinVarValRecord& left, const BinVarValRecord& right) {
+  return ((mask & BINVARVAL_VARIABLE) == 0 || equalNames(left.Variable, right.Variable)) &&
+         ((mask & BINVARVAL_VALUE) == 0 || left.Value == right.Value);
+}
+
 unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
   Routine routine(Function::binVarValCompareRecord);
   if (record == nullptr) {
@@ -28,12 +35,9 @@ unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
     (void)routine.fail(GENREG_RC_NO_ARGUMENT, 20);
     return routine.exit(0);
   }
-  const auto& left = *static_cast<const BinVarValRecord*>(record);
-  const auto& right = *static_cast<const BinVarValRecord*>(key);
-  const bool differs =
-      ((mask & BINVARVAL_VARIABLE) != 0 && !equalNames(left.Variable, right.Variable)) ||
-      ((mask & BINVARVAL_VALUE) != 0 && left.Value != right.Value);
-  return routine.exit(differs ? 0 : 1);
+  const bool like = isLike(mask, *static_cast<const BinVarValRecord*>(record),
+                           *static_cast<const BinVarValRecord*>(key));
+  return routine.exit(like ? 1 : 0);
 }
 
 unsigned int validateKey(std::uint64_t, void*) {
@@ -47,6 +51,22 @@ unsigned int getRecordLength(const void*, std::uint64_t* length) {
   return routine.exit(GENREG_RC_OK);
 }
 
+// A record of any other length is filled up or cut by the engine first.
+Likeness liken(std::uint64_t mask, const char* stored, std::size_t length,
+               const void* key) noexcept {
+  BinVarValRecord record;
+  if (length != sizeof record) return Likeness::Unclear;
+  std::memcpy(&record, stored, sizeof record);
+  return isLike(mask, record, *static_cast<const BinVarValRecord*>(key)) ? Likeness::Matches
+                                                                         : Likeness::Differs;
+}
+
+void take(const char* stored, std::size_t length, void* record) noexcept {
+  std::memcpy(record, stored, length);
+}
+
+const genreg::StoredForm ownForm{compareRecord, nullptr, sizeof(BinVarValRecord), liken, take};
+
 unsigned int getRecordSize(std::uint64_t* size) {
   Routine routine(Function::binVarValGetRecordSize);
   *size = sizeof(BinVarValRecord);
@@ -57,8 +77,8 @@ unsigned int getRecordSize(std::uint64_t* size) {
 
 GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::binVarValConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,    nullptr,
-                           nullptr,       getRecordSize, getRecordLength};
+  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     nullptr,
+                           nullptr,       getRecordSize, getRecordLength, &ownForm};
   if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
   (void)setFeature(GENREG_VERIFY_UPDATES);

@@ -7,12 +7,13 @@
 #include "genreg/core/record_buffer.h"
 #include "genreg/core/registry_handle.h"
 #include "genreg/flavours/global_codec.h"
-#include "genreg/packed_form.h"
 #include "genreg/record_span.h"
+#include "genreg/stored_form.h"
 #include "genreg_global.h"
 #include "sysservices/file_system.h"
 
 using genreg::Function;
+using genreg::Likeness;
 using genreg::RecordBuffer;
 using genreg::RecordSpan;
 using genreg::RecordSpanScope;
@@ -194,15 +195,20 @@ unsigned int unpackRecord(void** record) {
   return routine.exit(outcome.code());
 }
 
-unsigned int matchStored(std::uint64_t mask, const void* stored, std::uint64_t length,
-                         const void* key, bool* matches) {
-  const unsigned int code =
-      genreg::matchGlobal(stored, length, mask, *static_cast<const GlobalRegRecord*>(key), matches);
-  if (code == 0) return GENREG_RC_OK;
-  return Routine(Function::globalUnpackRecord).fail(code, 10, genreg::wide(length));
+Likeness liken(std::uint64_t mask, const char* stored, std::size_t length,
+               const void* key) noexcept {
+  bool matches = false;
+  const unsigned int code = genreg::matchGlobal(
+      stored, length, mask, *static_cast<const GlobalRegRecord*>(key), &matches);
+  if (code != 0) return Likeness::Unclear;
+  return matches ? Likeness::Matches : Likeness::Differs;
 }
 
-constexpr genreg::PackedForm packedGlobal{compareRecord, unpackRecord, matchStored};
+void take(const char* stored, std::size_t length, void* record) noexcept {
+  (void)genreg::unpackGlobal(stored, length, true, *static_cast<GlobalRegRecord*>(record));
+}
+
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(GlobalRegRecord), liken, take};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   Routine routine(Function::globalGetPackedLength);
@@ -284,7 +290,7 @@ GlobalReg::GlobalReg() noexcept {
   GetPackedLength = getPackedLength;
   GetRecordSize = getRecordSize;
   GetRecordLength = getRecordLength;
-  packedForm = &packedGlobal;
+  RegistryHandle::useStoredForm(*this, ownForm);
   char path[pathBufferSize];
   unsigned short size = sizeof path;
   unsigned int code = getGlobalRegPath(path, &size);

@@ -218,8 +218,8 @@ void printText(const char* label, const char* text) {
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::servicesConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,    unpackRecord,
-                           packRecord,    getRecordSize, getRecordLength};
+  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     unpackRecord,
+                           packRecord,    getRecordSize, getRecordLength, nullptr};
   if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }

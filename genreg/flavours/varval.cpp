@@ -7,10 +7,12 @@
 #include "genreg/core/registry_handle.h"
 #include "genreg/flavours/line_writer.h"
 #include "genreg/line_text.h"
+#include "genreg/stored_form.h"
 #include "genreg_varval.h"
 #include "sysservices/text.h"
 
 using genreg::Function;
+using genreg::Likeness;
 using genreg::LineWriter;
 using genreg::Routine;
 
@@ -19,6 +21,14 @@ bool bCompactFormattedLine = false;
 namespace {
 
 constexpr char blanks[] = " \t";
+
+constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
+
+// Not what ends a word, opens a comment or a quote, or is no plain text: all of that, "=" apart,
+// stands in front of "$" in the code table.
+constexpr bool isNameByte(char byte) {
+  return static_cast<unsigned char>(byte) >= '$' && byte != '=';
+}
 
 bool equalTexts(const char* left, const char* right) {
   return left != nullptr && right != nullptr && std::strcmp(left, right) == 0;
@@ -85,6 +95,28 @@ unsigned int unpackRecord(void* record, char* line) {
   const unsigned int code = splitAssignment(fields);
   return routine.exit(code == 0 ? code : routine.fail(code, 30, genreg::text(fields.text)));
 }
+
+// How the bytes of a plain line "NAME = VALUE" are told apart from a key without parsing them: the
+// name has neither quotes nor blanks inside, and the value opens no quote that it may not close.
+Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const void* key) noexcept {
+  const char* wanted = static_cast<const VarValRecord*>(key)->Variable;
+  if ((mask & VARVAL_VARIABLE) == 0 || wanted == nullptr || length == 0) return Likeness::Unclear;
+  if (line[0] == '#') return Likeness::Differs;
+  const char* const end = line + length;
+  const char* name = line;
+  while (name < end && isNameByte(*name)) ++name;
+  const char* value = name;
+  while (value < end && isBlank(*value)) ++value;
+  if (name == line || value == end || *value != '=') return Likeness::Unclear;
+  do ++value;
+  while (value < end && (isBlank(*value) || *value == '\r'));
+  if (value < end && *value == '"') return Likeness::Unclear;
+  const auto nameLength = static_cast<std::size_t>(name - line);
+  const bool same = std::strncmp(line, wanted, nameLength) == 0 && wanted[nameLength] == '\0';
+  return same ? Likeness::Unclear : Likeness::Differs;
+}
+
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(VarValRecord), liken, nullptr};
 
 // What a replaced line gives to the new one: its indentation and the blanks around its "=".
 struct Layout {
@@ -168,8 +200,8 @@ bool storeWhole(Number number, const char* end, Number* value) {
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept : valueText{} {
   Routine routine(Function::varValConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,    unpackRecord,
-                           packRecord,    getRecordSize, getRecordLength};
+  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     unpackRecord,
+                           packRecord,    getRecordSize, getRecordLength, &ownForm};
   const unsigned int code = routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc));
   if (code != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
