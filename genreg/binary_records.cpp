@@ -60,7 +60,7 @@ unsigned int BinaryStore::allocate(const Routine& routine, LoadedRecord& record,
 }
 
 RecordCursor BinaryStore::mainCursor() const noexcept {
-  const std::int64_t offset = platform::tellStream(handle_.mainStream);
+  const std::int64_t offset = RegistryHandle::mainPosition(handle_);
   return {handle_.mainStream, offset < 0 ? 0 : static_cast<std::uint64_t>(offset),
           RegistryHandle::mainSize(handle_)};
 }

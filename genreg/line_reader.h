@@ -20,7 +20,7 @@ constexpr std::size_t longestRaw = GENREG_LINE_SIZE - 1;
 
 class TextLine {
  public:
-  TextLine() noexcept : text_{'\0'} {}
+  TextLine() noexcept { text_[0] = '\0'; }  // the rest may hold anything
   TextLine(const TextLine&) = delete;
   TextLine& operator=(const TextLine&) = delete;
 

@@ -17,7 +17,7 @@ unsigned int TextStore::checkHooks() const noexcept {
 }
 
 LineCursor TextStore::mainCursor() const noexcept {
-  const std::int64_t offset = platform::tellStream(handle_.mainStream);
+  const std::int64_t offset = RegistryHandle::mainPosition(handle_);
   return {handle_.mainStream, offset < 0 ? 0 : static_cast<std::uint64_t>(offset),
           RegistryHandle::mainSize(handle_), false};
 }

@@ -94,6 +94,14 @@ unsigned int TextStore::get(Routine& routine, std::uint64_t mask, void* key, voi
   return outcome.code();
 }
 
+// What a GetNext that found nothing leaves: the end of the scan, or a stream that reads again.
+void TextStore::endScan(unsigned int code, std::uint64_t size, void* out) noexcept {
+  if (code == GENREG_RC_READ_FAILED) std::clearerr(handle_.mainStream);
+  if (code != GENREG_RC_END) return;
+  handle_.status |= GENREG_STATUS_SCAN_END;
+  std::memset(out, 0, size);
+}
+
 // The next line, whatever it is, straight into the caller's record: a flavour's own UnpackRecord
 // leaves nothing of it undefined.
 unsigned int TextStore::takeNext(const Routine& routine, std::uint64_t size, void* out) noexcept {
@@ -102,9 +110,8 @@ unsigned int TextStore::takeNext(const Routine& routine, std::uint64_t size, voi
   const unsigned int code = next(routine, cursor, line, GENREG_RC_READ_FAILED, 80);
   if (code == 0) {
     (void)parse(routine, out, line, 86);
-  } else if (code == GENREG_RC_END) {
-    handle_.status |= GENREG_STATUS_SCAN_END;
-    std::memset(out, 0, size);
+  } else {
+    endScan(code, size, out);
   }
   return code;
 }
@@ -132,9 +139,8 @@ unsigned int TextStore::getNext(Routine& routine, std::uint64_t mask, void* key,
   outcome.note(search(routine, mask, key, record.data(), anyLine, line));
   if (outcome.ok()) {
     outcome.note(copyOut(routine, record.data(), size, line, out));
-  } else if (outcome.code() == GENREG_RC_END) {
-    handle_.status |= GENREG_STATUS_SCAN_END;
-    std::memset(out, 0, size);
+  } else {
+    endScan(outcome.code(), size, out);
   }
   if (const unsigned int code = record.release(); code != 0) {
     outcome.replace(routine.failFrom(genreg::probeMemFree, code, GENREG_RC_BUFFER_FREE, 180));

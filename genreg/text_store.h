@@ -56,6 +56,7 @@ class TextStore final : public genreg::Engine {
   unsigned int getNext(genreg::Routine& routine, std::uint64_t mask, void* key, void* out) noexcept;
 
  private:
+  void endScan(unsigned int code, std::uint64_t size, void* out) noexcept;
   unsigned int takeNext(const genreg::Routine& routine, std::uint64_t size, void* out) noexcept;
   unsigned int search(const genreg::Routine& routine, std::uint64_t mask, void* key, void* record,
                       bool anyLine, genreg::TextLine& line) const noexcept;

@@ -50,7 +50,8 @@ std::FILE* createPrivateFile(const char* path, const FileAttributes& attributes,
 std::uint64_t streamSize(const StreamBacking* backing);
 
 // What a stream holds read but not yet taken, without copying it: the bytes and their number, which
-// is 0 at the end of the file and after a read error only (ferror tells which). They stay valid
+// is 0 at the end of the file and after a read error only (ferror tells which, and nothing more is
+// read until the error is cleared). They stay valid
 // until the next peek, read, seek or close.
 const char* peekStream(std::FILE* stream, std::size_t* count);
 // Takes `count` of the bytes that peekStream showed.
@@ -62,7 +63,7 @@ std::size_t readStream(std::FILE* stream, void* bytes, std::size_t count);
 std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count);
 
 // 64-bit positions. tellStream gives -1 and the seeks non-zero, all with errno, on failure.
-std::int64_t tellStream(std::FILE* stream);
+std::int64_t tellStream(std::FILE* stream, const StreamBacking* backing);
 int seekStream(std::FILE* stream, std::int64_t position);
 int seekStreamEnd(std::FILE* stream);
 

@@ -53,7 +53,7 @@ unsigned int Engine::beginSearch(const Routine& routine, unsigned int missingFil
   }
   // The stream itself is moved: the scan's own state, its end included, stays as it is.
   std::FILE* stream = file_.mainStream;
-  scanPosition_ = platform::tellStream(stream);
+  scanPosition_ = RegistryHandle::mainPosition(file_);
   if (scanPosition_ >= 0 && platform::seekStream(stream, 0) == 0) return GENREG_RC_OK;
   return routine.fail(GENREG_RC_OPEN_FOR_OPERATION, 75);
 }

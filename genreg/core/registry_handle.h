@@ -73,6 +73,11 @@ struct RegistryHandle {
   // Asks for the registry file's size. Returns ossFileGetInfoV9's code.
   static unsigned int registryFileSize(const GenRegFile& handle, std::uint64_t* size) noexcept;
 
+  // Where the main stream is being read, or -1 with errno.
+  static std::int64_t mainPosition(const GenRegFile& handle) noexcept {
+    return platform::tellStream(handle.mainStream, handle.mainBacking);
+  }
+
   // Bytes of the open main or second stream's file, as they were when it was opened.
   static std::uint64_t mainSize(const GenRegFile& handle) noexcept {
     return platform::streamSize(handle.mainBacking);

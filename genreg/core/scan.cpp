@@ -113,7 +113,7 @@ unsigned int GenRegFile::getRegFilePosition(std::int64_t* position) noexcept {
     return routine.exit(routine.fail(GENREG_RC_NO_SCAN, 10));
   }
   if (position == nullptr) return routine.exit(routine.fail(OSS_RC_NULL_ARGUMENT, 20));
-  const std::int64_t offset = platform::tellStream(mainStream);
+  const std::int64_t offset = RegistryHandle::mainPosition(*this);
   if (offset < 0) {
     return routine.exit(routine.failSystem(errno, GENREG_RC_GETPOS_FAILED, 30, registryPath));
   }

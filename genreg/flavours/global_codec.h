@@ -42,7 +42,15 @@ struct GlobalEntry {
 class GlobalStoredReader {
  public:
   // `length` is that of the stored form, or of the memory when only that is known.
-  GlobalStoredReader(const void* stored, std::size_t length) noexcept;
+  GlobalStoredReader(const void* stored, std::size_t length) noexcept
+      : bytes_(static_cast<const unsigned char*>(stored)), length_(length) {
+    if (stored == nullptr || !hasHeader()) return;
+    type_ = globalDecode<std::uint32_t>(bytes_);
+    fieldMask_ = globalDecode<std::uint64_t>(bytes_ + globalTypeWidth);
+    missingMask_ = globalDecode<std::uint64_t>(bytes_ + globalTypeWidth + globalMaskWidth);
+    // Records of no known type have no entries, whatever their mask says.
+    bitsLeft_ = globalRegFindType(type_) == nullptr ? 0 : fieldMask_ & globalEntryBits;
+  }
 
   bool hasHeader() const noexcept { return length_ >= globalHeaderWidth + globalCheckSumWidth; }
   std::uint32_t type() const noexcept { return type_; }

@@ -2,7 +2,6 @@
 // buffer.
 #pragma once
 
-#include <algorithm>
 #include <cstring>
 
 #include "genreg/line_text.h"
@@ -13,12 +12,13 @@ namespace genreg {
 // Copies a line up to its newline into a record's own text, cuts the comment off at the first "#"
 // and gives it back, printable; null when the line has none.
 inline char* takeLine(char (&text)[GENREG_LINE_SIZE], const char* line) noexcept {
-  const char* end = std::strchr(line, '\n');
-  const std::size_t length = std::min(
-      end == nullptr ? std::strlen(line) : static_cast<std::size_t>(end - line), sizeof text - 1);
-  std::memcpy(text, line, length);
+  std::size_t length = 0;
+  char* comment = nullptr;
+  for (; length < sizeof text - 1 && line[length] != '\n' && line[length] != '\0'; ++length) {
+    if (line[length] == '#' && comment == nullptr) comment = text + length;
+    text[length] = line[length];
+  }
   text[length] = '\0';
-  char* comment = std::strchr(text, '#');
   if (comment == nullptr) return nullptr;
   *comment++ = '\0';
   GenRegMakePrintable(comment);

@@ -7,9 +7,11 @@
 #include "genreg/core/registry_handle.h"
 #include "genreg/flavours/line_writer.h"
 #include "genreg/line_text.h"
+#include "genreg/stored_form.h"
 #include "genreg_services.h"
 
 using genreg::Function;
+using genreg::Likeness;
 using genreg::LineWriter;
 using genreg::Routine;
 
@@ -76,10 +78,15 @@ unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
   return routine.exit(matches ? 1 : 0);
 }
 
-bool isProtocol(const char* text) {
-  static constexpr const char* known[] = {"udp", "tcp", "ddp", "divert"};
+bool isWord(const char* begin, const char* end, const char* word) {
+  while (begin < end && *begin == *word) ++begin, ++word;
+  return begin == end && *word == '\0';
+}
+
+bool isProtocol(const char* begin, const char* end) {
+  static constexpr const char* known[] = {"tcp", "udp", "ddp", "divert"};
   for (const char* protocol : known) {
-    if (std::strcmp(text, protocol) == 0) return true;
+    if (isWord(begin, end, protocol)) return true;
   }
   return false;
 }
@@ -100,7 +107,7 @@ unsigned int unpackService(const Routine& routine, ServiceEntryRecord& record, c
   *slash = '\0';
   record.port = networkOrder(static_cast<std::uint16_t>(std::strtol(token, nullptr, 10)));
   record.protocol = slash + 1;
-  if (!isProtocol(record.protocol)) {
+  if (!isProtocol(record.protocol, record.protocol + std::strlen(record.protocol))) {
     record.Contains |= SERVICES_BAD_PORT;
     routine.note(GENREG_RC_SERVICES_BAD_PROTOCOL, 60, oddLineSeverity,
                  genreg::text(record.protocol));
@@ -142,6 +149,47 @@ unsigned int unpackRecord(void* record, char* line) {
   fields.name = token;
   return routine.exit(unpackService(routine, fields, cursor));
 }
+
+constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
+
+// Neither a blank nor what opens a comment or is no plain text: all of that stands in front of "$"
+// in the code table.
+constexpr bool isWordByte(char byte) { return static_cast<unsigned char>(byte) >= '$'; }
+
+// How the bytes of a plain line "NAME PORT/PROTOCOL ..." are told apart from a key without parsing
+// them. A line that is odd in any way is not plain: parsing it would say so in the log.
+Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const void* key) noexcept {
+  constexpr std::size_t longestPlain =
+      2 * SERVICES_ALIAS_SLOTS - 2;  // no room for too many aliases
+  const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
+  if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0 || length > longestPlain) {
+    return Likeness::Unclear;
+  }
+  if (line[0] == '#') return Likeness::Differs;
+  const char* const end = line + length;
+  const char* name = line;
+  while (name < end && isWordByte(*name)) ++name;
+  const char* port = name;
+  while (port < end && isBlank(*port)) ++port;
+  const char* slash = port;
+  while (slash < end && *slash >= '0' && *slash <= '9') ++slash;
+  if (name == line || port == name || slash == port || slash == end || *slash != '/') {
+    return Likeness::Unclear;
+  }
+  const char* protocol = slash + 1;
+  const char* rest = protocol;
+  while (rest < end && isWordByte(*rest)) ++rest;
+  const bool ends = rest == end || isBlank(*rest) || *rest == '#';
+  if (!ends || !isProtocol(protocol, rest)) return Likeness::Unclear;
+  const bool differs =
+      ((mask & SERVICES_NAME) != 0 && wanted.name != nullptr && !isWord(line, name, wanted.name)) ||
+      ((mask & SERVICES_PROTOCOL) != 0 && wanted.protocol != nullptr &&
+       !isWord(protocol, rest, wanted.protocol));
+  return differs ? Likeness::Differs : Likeness::Unclear;
+}
+
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(ServiceEntryRecord), liken,
+                                 nullptr};
 
 // One tab when a text reaches the next tab stop by itself, else two.
 void addTabs(LineWriter& out, bool reaches) { out.add("\t\t", reaches ? 1 : 2); }
@@ -219,7 +267,7 @@ void printText(const char* label, const char* text) {
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::servicesConstructor);
   const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     unpackRecord,
-                           packRecord,    getRecordSize, getRecordLength, nullptr};
+                           packRecord,    getRecordSize, getRecordLength, &ownForm};
   if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }

@@ -111,9 +111,8 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
   do ++value;
   while (value < end && (isBlank(*value) || *value == '\r'));
   if (value < end && *value == '"') return Likeness::Unclear;
-  const auto nameLength = static_cast<std::size_t>(name - line);
-  const bool same = std::strncmp(line, wanted, nameLength) == 0 && wanted[nameLength] == '\0';
-  return same ? Likeness::Unclear : Likeness::Differs;
+  while (line < name && *line == *wanted) ++line, ++wanted;
+  return line == name && *wanted == '\0' ? Likeness::Unclear : Likeness::Differs;
 }
 
 const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(VarValRecord), liken, nullptr};

@@ -241,6 +241,10 @@ std::uint64_t streamSize(const StreamBacking* backing) { return backing->size; }
 // fills the window without a copy.
 const char* peekStream(std::FILE* stream, std::size_t* count) {
   if (stream->_IO_read_ptr == stream->_IO_read_end) {
+    if (::ferror_unlocked(stream) != 0) {
+      *count = 0;
+      return nullptr;
+    }
     const int byte = ::getc_unlocked(stream);
     if (byte == EOF || std::ungetc(byte, stream) == EOF) {
       *count = 0;
@@ -261,7 +265,11 @@ std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count)
   return std::fwrite(bytes, 1, count, stream);
 }
 
-std::int64_t tellStream(std::FILE* stream) { return ::ftello(stream); }
+// A stream that is being read stands behind what it has taken of what was read: no call asks that.
+std::int64_t tellStream(std::FILE* stream, const StreamBacking* backing) {
+  if (stream->_IO_write_ptr > stream->_IO_write_base) return ::ftello(stream);
+  return backing->offset - (stream->_IO_read_end - stream->_IO_read_ptr);
+}
 
 int seekStream(std::FILE* stream, std::int64_t position) {
   return ::fseeko(stream, position, SEEK_SET);

@@ -223,7 +223,7 @@ std::uint64_t streamSize(const StreamBacking* backing) { return backing->size; }
 const char* peekStream(std::FILE* stream, std::size_t* count) {
   *count = 0;
   if (stream->_cnt <= 0) {
-    if (!mayTransfer(stream, "read")) return nullptr;
+    if (std::ferror(stream) != 0 || !mayTransfer(stream, "read")) return nullptr;
     const int byte = std::getc(stream);
     if (byte == EOF || std::ungetc(byte, stream) == EOF) return nullptr;
   }
@@ -252,7 +252,7 @@ std::size_t writeStream(std::FILE* stream, const void* bytes, std::size_t count)
   return std::fwrite(bytes, 1, count, stream);
 }
 
-std::int64_t tellStream(std::FILE* stream) { return ::_ftelli64(stream); }
+std::int64_t tellStream(std::FILE* stream, const StreamBacking*) { return ::_ftelli64(stream); }
 
 int seekStream(std::FILE* stream, std::int64_t position) {
   return seek(stream, position, SEEK_SET);

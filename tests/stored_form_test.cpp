@@ -1,0 +1,153 @@
+// Lines and records that are told from a key as they stand must come to what parsing and unpacking
+// them would: the same code, record and log. A handle whose UnpackRecord is another function looks
+// at every record in full.
+#include "support/registry_fixture.h"
+#include "support/stored_record.h"
+
+namespace {
+
+template <typename Flavour>
+GenRegUnpackHook ownUnpack;
+
+// Behaves as the flavour itself, but as somebody else's function.
+template <typename Flavour>
+unsigned int unpackLine(void* record, char* line) {
+  return ownUnpack<Flavour>.text(record, line);
+}
+
+// What a Get, and then a scan for the key to its end, came to.
+template <typename Flavour, typename Record, typename Tell>
+std::string outcome(const std::string& path, std::uint64_t mask, Record key, bool full, Tell tell) {
+  Diagnostics log;
+  Exposed<Flavour> handle(path);
+  ownUnpack<Flavour> = handle.UnpackRecord;
+  if (full) handle.UnpackRecord = unpackLine<Flavour>;
+  Record record{};
+  std::string told = std::to_string(handle.Get(mask, &key, &record)) + tell(record);
+  (void)handle.OpenScan();
+  for (Code code = 0; code == 0;) {
+    record = {};
+    code = handle.GetNext(mask, &key, &record);
+    told += " " + std::to_string(code) + tell(record);
+  }
+  (void)handle.CloseScan();
+  // Under mask 0 a scan parses each line once instead of twice, so that an odd one is logged once.
+  for (const Diagnostics::Record& each : log.records) {
+    if (mask != 0) told += " " + std::to_string(each.probe) + ":" + std::to_string(each.code);
+  }
+  return told;
+}
+
+std::string shown(const char* text) { return text == nullptr ? "|-" : std::string("|") + text; }
+
+std::string tellVariable(const VarValRecord& record) {
+  return shown(record.Variable) + shown(record.Value) + shown(record.Comment);
+}
+std::string tellService(const ServiceEntryRecord& record) {
+  return shown(record.name) + shown(record.protocol) + shown(record.comment) +
+         std::to_string(record.port);
+}
+
+const std::string longLine(GENREG_LINE_SIZE + 100, 'x');
+const std::string manyAliases = [] {
+  std::string line = "many 1/tcp";
+  for (std::size_t i = 0; i < SERVICES_ALIAS_SLOTS; ++i) line += " a";
+  return line + "\n";
+}();
+
+// Each is followed by lines that hold the key plainly.
+const std::string trickyLines[] = {
+    "",
+    "\n\r\n  \n",
+    "# key = 1\n",
+    " key = 1\n",
+    "key\t=\t1\r\n",
+    "keys = 1\nke = 1\n",
+    "key two = 1\n",
+    "\"key\" = 1\n",
+    "k\"e y\" = 1\n",
+    "other = \"open\n",
+    "other = \"closed\" x\n",
+    "other =\r\"open\n",
+    "other # = 1\n",
+    "no equals\n",
+    "= 1\n",
+    "key # comment = 2\n",
+    "other = 1\\\nkey = 2\n",
+    "other = 1\\\r\nkey = 2\n",
+    "key \\\n = 1\n",
+    std::string("ot\0her = 1\nkey = 2\n", 19),
+    std::string("other = 1\0\nkey = 2\n", 19),
+    "\xE4\xF6 = 1\n",
+    longLine + "key = 1\n",
+    longLine + " 1/tcp\n",
+    manyAliases,
+    "key 1/tcp\n",
+    "key 0/tcp\n",
+    "other 1/tcp#x\n",
+    "other 1/tcp\rkey\n",
+    "other x/tcp\n",
+    "other 1 /tcp\n",
+    "other 1/\n",
+    "other 1/xyz\n",
+    "other 1/tcpx\n",
+    "other 99999999999999999999/udp\n",
+    "other\n",
+    "other /tcp\n",
+    "o\"ther 1/tcp\n",
+};
+
+class StoredFormTest : public RegistryTest {
+ protected:
+  template <typename Flavour, typename Record, typename Tell>
+  void expectSame(std::uint64_t mask, const Record& key, Tell tell) {
+    EXPECT_EQ((outcome<Flavour, Record>(registry(), mask, key, false, tell)),
+              (outcome<Flavour, Record>(registry(), mask, key, true, tell)));
+  }
+};
+
+TEST_F(StoredFormTest, LinesAreToldFromAKeyAsParsingWouldTellThem) {
+  const VarValRecord variables[] = {assignment("key", "2"), assignment("key two", "1"),
+                                    assignment("", "1")};
+  ServiceEntryRecord services[3]{};
+  services[0] = {SERVICES_HAS_SERVICE, nullptr, "key", nullptr, "tcp", 0x0100, {}, {}};
+  services[1] = {SERVICES_HAS_SERVICE, nullptr, "other", nullptr, "udp", 0x0200, {}, {}};
+  services[2] = {SERVICES_HAS_COMMENT, " key = 1", nullptr, nullptr, nullptr, 0, {}, {}};
+  for (const std::string& lines : trickyLines) {
+    SCOPED_TRACE(lines.substr(0, 40));
+    writeFile(registry(), lines + "key = 2\nkey 1/tcp\nother 2/udp\nkey = 2");
+    for (const VarValRecord& key : variables) {
+      for (const std::uint64_t mask : {0, 1, 2, 3}) {
+        expectSame<GenRegVarVal>(mask, key, tellVariable);
+      }
+    }
+    for (const ServiceEntryRecord& key : services) {
+      const bool named = key.name != nullptr;
+      for (std::uint64_t mask = 0; mask < (named ? 8u : 1u); ++mask) {
+        expectSame<GenRegServices>(mask, key, tellService);
+      }
+    }
+  }
+}
+
+TEST_F(StoredFormTest, AVariableRecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
+  // Shorter than nominal, longer, without a terminator, and with the key as its beginning.
+  const struct {
+    std::string stored;
+    std::int32_t value;
+  } rows[] = {{frameBytes(3, "key"), 0},
+              {frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), 5},
+              {frameBytes(36, std::string(36, 'k')), 7},
+              {frame(variable("keys", 1)), 7}};
+  for (const auto& row : rows) {
+    writeFile(registry(), frame(variable("other", 9)) + row.stored + frame(variable("key", 7)));
+    TestRegistry handle(registry());
+    BinVarValRecord key = variable("key");
+    BinVarValRecord found{};
+    ASSERT_EQ(handle.Get(byName, &key, &found), 0u);
+    EXPECT_EQ(found.Value, row.value);
+    EXPECT_STREQ(found.Variable, "key");
+  }
+}
+
+}  // namespace
