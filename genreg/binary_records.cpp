@@ -1,6 +1,5 @@
 // Reading and writing single records of a binary registry file. Every byte from disk that says how
 // long something is passes readRecord and is checked there before anything is allocated.
-#include <algorithm>
 #include <cstring>
 
 #include "genreg/binary_store.h"
@@ -179,24 +178,14 @@ const genreg::StoredForm* BinaryStore::storedForm(const void* key,
 // record that takes more to be told.
 bool BinaryStore::takeStored(const genreg::StoredForm& form, RecordCursor& cursor,
                              std::uint64_t mask, const void* key, void* out) const noexcept {
-  const bool bigEndian = has(GENREG_BIG_ENDIAN_LENGTH);
-  std::size_t count = 0;
-  const char* bytes = platform::peekStream(cursor.stream, &count);
-  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, cursor.size - cursor.offset));
-  std::size_t at = 0;
   bool taken = false;
-  while (!taken && count - at > genreg::lengthWidth) {
-    const char* stored = bytes + at + genreg::lengthWidth;
-    const std::uint32_t length = genreg::decodeLength(bytes + at, bigEndian);
-    if (length < genreg::smallestRecord || length > count - at - genreg::lengthWidth) break;
+  (void)passOver(cursor, [&](const char* stored, std::size_t length) {
+    if (taken) return false;
     const genreg::Likeness likeness = form.liken(mask, stored, length, key);
-    if (likeness == genreg::Likeness::Unclear) break;
     taken = likeness == genreg::Likeness::Matches;
     if (taken) form.take(stored, length, out);
-    at += genreg::lengthWidth + length;
-  }
-  platform::skipStream(cursor.stream, at);
-  cursor.offset += at;
+    return likeness != genreg::Likeness::Unclear;
+  });
   return taken;
 }
 
@@ -302,4 +291,20 @@ unsigned int BinaryStore::writeKept(const Routine& routine, std::FILE* stream,
   const unsigned int code = writeFrame(stream, record.stored.data(), record.length, record.length);
   return code == 0 ? GENREG_RC_OK
                    : routine.failFrom(Function::binWriteRecord, code, GENREG_RC_COPY_FAILED, 140);
+}
+
+bool BinaryStore::canWriteKept() const noexcept {
+  return lengthHook() == GENREG_RC_OK &&
+         !(has(GENREG_PACKED_RECORDS) && handle_.GenRegFile::PackRecord.binary == nullptr);
+}
+
+unsigned int BinaryStore::writeKept(const Routine& routine, std::FILE* stream,
+                                    std::string_view frames) const noexcept {
+  if (platform::writeStream(stream, frames.data(), frames.size()) == frames.size()) {
+    return GENREG_RC_OK;
+  }
+  const std::int32_t error = std::ferror(stream);
+  const unsigned int code = Routine(Function::binWriteRecord)
+                                .fail(GENREG_RC_WRITE_RECORD_FAILED, 50, genreg::number(error));
+  return routine.failFrom(Function::binWriteRecord, code, GENREG_RC_COPY_FAILED, 140);
 }

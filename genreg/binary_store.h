@@ -2,8 +2,10 @@
 // share. The handle's hooks tell everything about a record's contents.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "genreg/core/engine.h"
 #include "genreg/core/record_buffer.h"
@@ -71,6 +73,12 @@ class BinaryStore final : public genreg::Engine {
   unsigned int loadAndMatch(const genreg::Routine& routine, RecordCursor& cursor,
                             LoadedRecord& record, std::uint64_t size, std::uint64_t mask, void* key,
                             bool* matching) const noexcept;
+  // Passes over the records that stand in the stream's buffer as a whole, as long as `pass` is true
+  // of one: it gets a record's bytes. Returns the passed frames, valid until the next read.
+  template <typename Pass>
+  std::string_view passOver(RecordCursor& cursor, Pass pass) const noexcept;
+  // The flavour's stored form, for records of `size` bytes and a handle set up as the flavour's.
+  const genreg::StoredForm* storedForm(const void* key, std::uint64_t size) const noexcept;
   // The record as the hooks take it.
   void* record(const LoadedRecord& loaded) const noexcept {
     return has(GENREG_PACKED_RECORDS) ? loaded.unpacked.data() : loaded.stored.data();
@@ -85,6 +93,10 @@ class BinaryStore final : public genreg::Engine {
   // Writes a stored record that the update keeps, byte for byte.
   unsigned int writeKept(const genreg::Routine& routine, std::FILE* stream,
                          const LoadedRecord& record) const noexcept;
+  // The same for the frames of several; only with the hooks that writing one takes.
+  bool canWriteKept() const noexcept;
+  unsigned int writeKept(const genreg::Routine& routine, std::FILE* stream,
+                         std::string_view frames) const noexcept;
 
   // Copies a found record out, or says why it may not be.
   unsigned int copyOut(const genreg::Routine& routine, const LoadedRecord& found,
@@ -100,7 +112,6 @@ class BinaryStore final : public genreg::Engine {
                        void* record) noexcept;
 
  private:
-  const genreg::StoredForm* storedForm(const void* key, std::uint64_t size) const noexcept;
   bool takeStored(const genreg::StoredForm& form, RecordCursor& cursor, std::uint64_t mask,
                   const void* key, void* out) const noexcept;
   bool isDamaged(const RecordCursor& cursor, std::uint64_t length) const noexcept;
@@ -113,3 +124,21 @@ class BinaryStore final : public genreg::Engine {
 
   GenRegBin& handle_;
 };
+
+template <typename Pass>
+std::string_view BinaryStore::passOver(RecordCursor& cursor, Pass pass) const noexcept {
+  const bool bigEndian = has(GENREG_BIG_ENDIAN_LENGTH);
+  std::size_t count = 0;
+  const char* const bytes = platform::peekStream(cursor.stream, &count);
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, cursor.size - cursor.offset));
+  std::size_t at = 0;
+  while (count - at > genreg::lengthWidth) {
+    const std::size_t length = genreg::decodeLength(bytes + at, bigEndian);
+    if (length < genreg::smallestRecord || length > count - at - genreg::lengthWidth) break;
+    if (!pass(bytes + at + genreg::lengthWidth, length)) break;
+    at += genreg::lengthWidth + length;
+  }
+  platform::skipStream(cursor.stream, at);
+  cursor.offset += at;
+  return {bytes, at};
+}

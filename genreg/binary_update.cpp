@@ -1,5 +1,6 @@
 // GenRegBin: Add, Change and Delete.
 #include <cstdio>
+#include <string_view>
 
 #include "genreg/binary_store.h"
 #include "genreg/core/registry_handle.h"
@@ -50,8 +51,24 @@ class BinaryUpdate : public genreg::Update {
                                              : GENREG_RC_OK;
   }
 
-  // Loads the next stored record, which is unpacked if it matches `key`; GENREG_RC_END at the end.
+  // Writes the next records as they stand, as far as they can be told, as they stand, to stay:
+  // those that differ from `key` and, unless `onlyDifferent`, those that match it.
+  unsigned int keep(RecordCursor& cursor, void* key, bool onlyDifferent) noexcept {
+    const genreg::StoredForm* form = store_.storedForm(key, size_);
+    if (form == nullptr || !store_.canWriteKept()) return GENREG_RC_OK;
+    const std::string_view kept =
+        store_.passOver(cursor, [&](const char* stored, std::size_t length) {
+          const genreg::Likeness likeness = form->liken(mask_, stored, length, key);
+          return likeness == genreg::Likeness::Differs ||
+                 (likeness == genreg::Likeness::Matches && !onlyDifferent);
+        });
+    return store_.writeKept(routine_, temporary(), kept);
+  }
+
+  // Loads the next stored record that does not surely stay; it is unpacked if it matches `key`.
+  // GENREG_RC_END at the end.
   unsigned int next(RecordCursor& cursor, void* key, bool* matching) noexcept {
+    if (const unsigned int code = keep(cursor, key, true); code != 0) return code;
     return store_.loadAndMatch(routine_, cursor, loaded_, size_, mask_, key, matching);
   }
 
@@ -83,8 +100,7 @@ class AddWork final : public BinaryUpdate {
     RecordCursor cursor = store_.mainCursor();
     for (;;) {
       bool duplicate = false;
-      unsigned int code = unique ? next(cursor, record_, &duplicate)
-                                 : store_.load(routine_, cursor, loaded_, size_, 70);
+      unsigned int code = unique ? next(cursor, record_, &duplicate) : loadAny(cursor);
       if (code != 0) return code == GENREG_RC_END ? GENREG_RC_OK : code;
       if (duplicate) {
         routine_.trace(84, genreg::text("Match found; duplicate record"));
@@ -93,6 +109,11 @@ class AddWork final : public BinaryUpdate {
       code = store_.writeKept(routine_, temporary(), loaded_);
       if (code != 0) return code;
     }
+  }
+
+  unsigned int loadAny(RecordCursor& cursor) noexcept {
+    const unsigned int code = keep(cursor, record_, false);
+    return code != 0 ? code : store_.load(routine_, cursor, loaded_, size_, 70);
   }
 
   // A record behind a torn one would never be found again, so a file that does not end in a whole

@@ -39,6 +39,19 @@ class BinaryVerification final : public genreg::Verification {
     return store_.read(routine_, newCursor_, new_, size_, GENREG_RC_VERIFY_READ_NEW, 85);
   }
 
+  void passOverKept() noexcept override {
+    if (genreg::tracingOn()) return;  // every record that is read is in the trace
+    std::size_t left = sameAhead(oldCursor_.stream, newCursor_.stream).size();
+    const std::string_view kept =
+        store_.passOver(oldCursor_, [&left](const char*, std::size_t length) {
+          const std::size_t frame = genreg::lengthWidth + length;
+          if (frame > left) return false;
+          left -= frame;
+          return true;
+        });
+    platform::skipStream(newCursor_.stream, kept.size());
+    newCursor_.offset += kept.size();
+  }
   bool isKept() const noexcept override {
     return old_.length == new_.length &&
            std::memcmp(old_.stored.data(), new_.stored.data(), old_.length) == 0;

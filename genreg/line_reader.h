@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "genreg_text.h"
 #include "platform/stream.h"
@@ -66,9 +67,15 @@ struct LineCursor {
   bool next(TextLine& line, bool join) noexcept;
 
   // Passes over the lines that stand in the stream's buffer and are whole and alone, as long as
-  // `pass` is true of one: it gets the bytes of a line without its newline.
+  // `pass` is true of one: it gets the bytes of a line without its newline. Returns the lines,
+  // valid until the next read.
   template <typename Pass>
-  void passOver(bool join, Pass pass) noexcept;
+  std::string_view passOver(bool join, Pass pass) noexcept;
+  // Passes over bytes in the stream's buffer that end where a line ends.
+  void passOver(std::size_t length) noexcept {
+    platform::skipStream(stream, length);
+    offset += length;
+  }
 
  private:
   bool take(TextLine& line, bool join, const char* bytes, std::size_t count) noexcept;
@@ -76,8 +83,8 @@ struct LineCursor {
 };
 
 template <typename Pass>
-void LineCursor::passOver(bool join, Pass pass) noexcept {
-  if (insideLine) return;
+std::string_view LineCursor::passOver(bool join, Pass pass) noexcept {
+  if (insideLine) return {};
   std::size_t count = 0;
   const char* const bytes = platform::peekStream(stream, &count);
   const char* const end = bytes + count;
@@ -94,8 +101,8 @@ void LineCursor::passOver(bool join, Pass pass) noexcept {
     line = newline + 1;
   }
   const auto passed = static_cast<std::size_t>(line - bytes);
-  platform::skipStream(stream, passed);
-  offset += passed;
+  passOver(passed);
+  return {bytes, passed};
 }
 
 }  // namespace genreg

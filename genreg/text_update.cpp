@@ -1,6 +1,7 @@
 // GenRegText: Add, Change and Delete. What is kept is written from its raw text, as it was read.
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 #include "genreg/core/update_sequence.h"
 #include "genreg/text_store.h"
@@ -37,11 +38,20 @@ class TextUpdate : public genreg::Update {
     return store_.verifyUpdate(kind_.operation, mask_, record_, key_);
   }
 
-  // Visits every line of the registry file: 0 at its end, or the first failure.
+  // Visits the lines of the registry file, all but those that surely stay as they are: 0 at its
+  // end, or the first failure. Unless they are `compared` with the key, all stay that are whole.
   template <typename Visit>
-  unsigned int forEachLine(Visit visit) noexcept {
+  unsigned int forEachLine(bool compared, void* key, Visit visit) noexcept {
+    const genreg::StoredForm* form = store_.storedForm(key);
+    const auto stays = [&](const char* line, std::size_t length) {
+      return !compared || form->liken(mask_, line, length, key) == genreg::Likeness::Differs;
+    };
     LineCursor cursor = store_.mainCursor();
     for (;;) {
+      if (!compared || form != nullptr) {
+        const std::string_view kept = cursor.passOver(store_.joins(), stays);
+        if (const unsigned int code = writeKept(kept); code != 0) return code;
+      }
       unsigned int code = store_.next(routine_, cursor, line_, GENREG_RC_READ_FAILED, 70);
       if (code == GENREG_RC_END) return GENREG_RC_OK;
       if (code == 0) code = visit();
@@ -65,8 +75,10 @@ class TextUpdate : public genreg::Update {
     return GENREG_RC_OK;
   }
 
-  unsigned int writeRaw() noexcept {
-    return store_.write(routine_, temporary(), line_.raw, line_.rawLength, GENREG_RC_COPY_FAILED,
+  unsigned int writeRaw() noexcept { return writeKept({line_.raw, line_.rawLength}); }
+
+  unsigned int writeKept(std::string_view bytes) noexcept {
+    return store_.write(routine_, temporary(), bytes.data(), bytes.size(), GENREG_RC_COPY_FAILED,
                         140);
   }
 
@@ -83,8 +95,10 @@ class AddWork final : public TextUpdate {
     std::uint64_t fileSize = 0;
     if (const unsigned int code = askFileSize(&fileSize); code != 0) return code;
     if (fileSize != 0) {
-      const unsigned int code =
-          appendsInPlace() ? findEnd() : forEachLine([this] { return copyLine(); });
+      const bool unique = !store_.has(GENREG_ALLOW_DUPLICATES);
+      const unsigned int code = appendsInPlace()
+                                    ? findEnd()
+                                    : forEachLine(unique, record_, [this] { return copyLine(); });
       if (code != 0) return code;
     }
     std::FILE* target = nullptr;
@@ -155,7 +169,8 @@ class ChangeWork final : public TextUpdate {
   using TextUpdate::TextUpdate;
 
   unsigned int work() noexcept override {
-    if (const unsigned int code = forEachLine([this] { return changeLine(); }); code != 0) {
+    if (const unsigned int code = forEachLine(true, key_, [this] { return changeLine(); });
+        code != 0) {
       return code;
     }
     if (unchanged_) return routine_.fail(GENREG_RC_UNCHANGED, 95);
@@ -190,7 +205,8 @@ class DeleteWork final : public TextUpdate {
   using TextUpdate::TextUpdate;
 
   unsigned int work() noexcept override {
-    if (const unsigned int code = forEachLine([this] { return keepOrDelete(); }); code != 0) {
+    if (const unsigned int code = forEachLine(true, key_, [this] { return keepOrDelete(); });
+        code != 0) {
       return code;
     }
     return deleted_ == 0 ? routine_.fail(GENREG_RC_NOT_FOUND, 96) : GENREG_RC_OK;

@@ -1,5 +1,6 @@
 // GenRegText's side of the verification pass: reading and matching the lines of both files.
 #include <cstring>
+#include <string_view>
 
 #include "genreg/core/verification.h"
 #include "genreg/text_store.h"
@@ -55,6 +56,15 @@ class TextVerification final : public genreg::Verification {
     return store_.next(routine_, new_.cursor, new_.line, GENREG_RC_VERIFY_READ_NEW, 85);
   }
 
+  void passOverKept() noexcept override {
+    // Where lines are joined, a newline alone does not tell that one ends.
+    if (store_.joins() || old_.cursor.insideLine || new_.cursor.insideLine) return;
+    const std::string_view same = sameAhead(old_.cursor.stream, new_.cursor.stream);
+    const std::size_t newline = same.rfind('\n');
+    const std::size_t length = newline == std::string_view::npos ? 0 : newline + 1;
+    old_.cursor.passOver(length);
+    new_.cursor.passOver(length);
+  }
   // The same bytes, or those of a last line without its newline and the newline that an update
   // gives it: a plain one, or one behind a carriage return.
   bool isKept() const noexcept override {

@@ -1,5 +1,8 @@
 #include "genreg/core/verification.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace genreg {
 
 unsigned int Verification::run(Function checkHooks, unsigned int missingHook) noexcept {
@@ -38,11 +41,13 @@ unsigned int Verification::run(Function checkHooks, unsigned int missingHook) no
 unsigned int Verification::compareFiles() noexcept {
   if (!engine_.canCompare()) return routine_.fail(GENREG_RC_NO_COMPARE_HOOK, 75);
   begin();
+  passOverKept();
   if (const unsigned int code = nextPair(); code != 0) return code;
   while (haveOld_ && haveNew_) {
     if (!isKept()) {
       if (const unsigned int code = checkDifference(); code != 0) return code;
     }
+    passOverKept();
     if (const unsigned int code = nextPair(); code != 0) return code;
   }
   if (const unsigned int code = checkEnds(); code != 0) return code;
@@ -50,6 +55,22 @@ unsigned int Verification::compareFiles() noexcept {
     return finding(GENREG_RC_VERIFY_MANY, 140);
   }
   return changes_ == 0 ? finding(GENREG_RC_VERIFY_NOTHING_CHANGED, 150) : GENREG_RC_OK;
+}
+
+std::string_view Verification::sameAhead(std::FILE* oldStream, std::FILE* newStream) noexcept {
+  std::size_t oldCount = 0;
+  std::size_t newCount = 0;
+  const char* before = platform::peekStream(oldStream, &oldCount);
+  const char* after = platform::peekStream(newStream, &newCount);
+  const std::size_t limit = std::min(oldCount, newCount);
+  std::size_t same = 0;
+  // memcmp tells that two blocks differ, but not where: the blocks get smaller.
+  for (std::size_t block = limit; block > 0; block /= 2) {
+    while (limit - same >= block && std::memcmp(before + same, after + same, block) == 0) {
+      same += block;
+    }
+  }
+  return {before, same};
 }
 
 unsigned int Verification::finding(unsigned int code, unsigned int point) const noexcept {

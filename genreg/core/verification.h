@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <string_view>
 
 #include "genreg/core/diagnostics.h"
 #include "genreg/core/engine.h"
@@ -35,6 +37,9 @@ class Verification {
   // GENREG_RC_VERIFY_READ_NEW (new).
   virtual unsigned int readOld() noexcept = 0;
   virtual unsigned int readNew() noexcept = 0;
+  // Passes over records that both files have in their streams' buffers and that are the same, as
+  // far as they can be told apart without being read one by one.
+  virtual void passOverKept() noexcept = 0;
   // Whether the new file's record is the old one's, untouched.
   virtual bool isKept() const noexcept = 0;
   // Whether the old record matches the key, and whether the new one is the operation's record; a
@@ -46,6 +51,9 @@ class Verification {
   // Where the reading stands, for the log.
   virtual std::uint64_t oldOffset() const noexcept = 0;
   virtual std::uint64_t newOffset() const noexcept = 0;
+
+  // What the buffers of both streams have in common from where they stand.
+  static std::string_view sameAhead(std::FILE* oldStream, std::FILE* newStream) noexcept;
 
   Engine& engine_;
   Routine& routine_;
