@@ -13,3 +13,6 @@ int fuzzStoredRecord(const std::uint8_t* data, std::size_t size);
 
 // Line reader and line parsers of both text flavours.
 int fuzzTextLines(const std::uint8_t* data, std::size_t size);
+
+// A search for a key in the lines of both text flavours.
+int fuzzKeyedSearch(const std::uint8_t* data, std::size_t size);

@@ -25,7 +25,8 @@ TEST_P(Corpus, EveryInputKeepsThePromises) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, Corpus,
-                         ::testing::Values(Target{"registry_export", fuzzRegistryExport},
+                         ::testing::Values(Target{"keyed_search", fuzzKeyedSearch},
+                                           Target{"registry_export", fuzzRegistryExport},
                                            Target{"stored_record", fuzzStoredRecord},
                                            Target{"text_lines", fuzzTextLines}),
                          [](const auto& row) { return std::string(row.param.name); });
