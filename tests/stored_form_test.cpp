@@ -38,6 +38,29 @@ std::string outcome(const std::string& path, std::uint64_t mask, Record key, boo
   return told;
 }
 
+// What each kind of update of the same file came to, and what it left in the file.
+template <typename Flavour, typename Record>
+std::string updated(const std::string& path, std::uint64_t features, Record key, Record made,
+                    bool full) {
+  const std::string before = readFile(path);
+  Diagnostics log;
+  Exposed<Flavour> handle(path, features);
+  ownUnpack<Flavour> = handle.UnpackRecord;
+  if (full) handle.UnpackRecord = unpackLine<Flavour>;
+  std::string told;
+  const auto tell = [&](Code code) {
+    told += std::to_string(code) + "\n" + readFile(path);
+    writeFile(path, before);
+  };
+  tell(handle.Add(1, &made));
+  tell(handle.Change(1, &key, &made));
+  tell(handle.Delete(1, &key));
+  for (const Diagnostics::Record& each : log.records) {
+    told += " " + std::to_string(each.probe) + ":" + std::to_string(each.code);
+  }
+  return told;
+}
+
 std::string shown(const char* text) { return text == nullptr ? "|-" : std::string("|") + text; }
 
 std::string tellVariable(const VarValRecord& record) {
@@ -128,6 +151,88 @@ TEST_F(StoredFormTest, LinesAreToldFromAKeyAsParsingWouldTellThem) {
       }
     }
   }
+}
+
+TEST_F(StoredFormTest, UpdatesKeepAndChangeWhatTheyWouldIfTheyParsedEveryLine) {
+  const VarValRecord variable = assignment("key", "2");
+  const VarValRecord changed = assignment("key", "3");
+  const ServiceEntryRecord service{
+      SERVICES_HAS_SERVICE, nullptr, "other", nullptr, "tcp", 0x0100, {}, {}};
+  const ServiceEntryRecord renamed{
+      SERVICES_HAS_SERVICE, nullptr, "key", nullptr, "tcp", 0x0300, {}, {}};
+  for (const std::string& lines : trickyLines) {
+    SCOPED_TRACE(lines.substr(0, 40));
+    writeFile(registry(), lines + "key = 2\nkey 1/tcp\nother 2/udp\nlast = 2");
+    const std::uint64_t joins =
+        lines.find('\\') == std::string::npos ? 0 : GENREG_JOIN_CONTINUED_LINES;
+    EXPECT_EQ((updated<GenRegVarVal>(registry(), unique | joins, variable, changed, false)),
+              (updated<GenRegVarVal>(registry(), unique | joins, variable, changed, true)));
+    EXPECT_EQ((updated<GenRegServices>(registry(), unique | joins, service, renamed, false)),
+              (updated<GenRegServices>(registry(), unique | joins, service, renamed, true)));
+  }
+}
+
+// Files of so many records are larger than a buffer, which ends in the records 6553 and 17476.
+class LargeFileTest : public RegistryTest {
+ protected:
+  template <typename Handle, typename Record, typename Stored>
+  void expectOneTouched(Record (*make)(std::size_t index, int value), Stored stored) {
+    std::vector<std::string> pieces;
+    for (std::size_t i = 0; i < 20000; ++i) pieces.push_back(stored(i, 7));
+    const std::string all = joined(pieces);
+    for (const std::size_t index : {0, 1, 6552, 6553, 6554, 17475, 17476, 17477, 19999}) {
+      SCOPED_TRACE(index);
+      Record key = make(index, 0);
+      Record changed = make(index, 8);
+      Record added = make(30000 + index, 9);
+      Handle handle(registry(), unique);
+      writeFile(registry(), all);
+      EXPECT_EQ(handle.Change(1, &key, &changed), 0u);
+      EXPECT_TRUE(readFile(registry()) == with(pieces, index, stored(index, 8)));
+      writeFile(registry(), all);
+      EXPECT_EQ(handle.Delete(1, &key), 0u);
+      EXPECT_TRUE(readFile(registry()) == with(pieces, index, ""));
+      writeFile(registry(), all);
+      EXPECT_EQ(handle.Add(1, &added), 0u);
+      EXPECT_TRUE(readFile(registry()) == all + stored(30000 + index, 9));
+      EXPECT_EQ(handle.Add(1, &changed), duplicate);
+    }
+  }
+
+ private:
+  static std::string joined(const std::vector<std::string>& pieces) {
+    std::string all;
+    for (const std::string& piece : pieces) all += piece;
+    return all;
+  }
+  static std::string with(std::vector<std::string> pieces, std::size_t index,
+                          const std::string& piece) {
+    pieces[index] = piece;
+    return joined(pieces);
+  }
+};
+
+std::string nameAt(std::size_t index) { return "named" + std::to_string(10000 + index); }
+
+TEST_F(LargeFileTest, AnUpdateOfABinaryRegistryTouchesOneRecord) {
+  const auto make = [](std::size_t index, int value) { return variable(nameAt(index), value); };
+  expectOneTouched<TestRegistry, BinVarValRecord>(
+      make, [&](std::size_t index, int value) { return frame(make(index, value)); });
+}
+
+TEST_F(LargeFileTest, AnUpdateOfATextRegistryTouchesOneLine) {
+  const auto make = [](std::size_t index, int value) {
+    static std::string names[3];
+    static std::string values[3];
+    static int turn = 0;
+    turn = (turn + 1) % 3;
+    names[turn] = nameAt(index);
+    values[turn] = std::to_string(value);
+    return assignment(names[turn].c_str(), values[turn].c_str());
+  };
+  expectOneTouched<Exposed<GenRegVarVal>, VarValRecord>(make, [](std::size_t index, int value) {
+    return nameAt(index) + " = " + std::to_string(value) + "\n";
+  });
 }
 
 TEST_F(StoredFormTest, AVariableRecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
