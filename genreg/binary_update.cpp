@@ -62,7 +62,7 @@ class BinaryUpdate : public genreg::Update {
           return likeness == genreg::Likeness::Differs ||
                  (likeness == genreg::Likeness::Matches && !onlyDifferent);
         });
-    return store_.writeKept(routine_, temporary(), kept);
+    return kept.empty() ? GENREG_RC_OK : store_.writeKept(routine_, temporary(), kept);
   }
 
   // Loads the next stored record that does not surely stay; it is unpacked if it matches `key`.

@@ -50,7 +50,8 @@ class TextUpdate : public genreg::Update {
     for (;;) {
       if (!compared || form != nullptr) {
         const std::string_view kept = cursor.passOver(store_.joins(), stays);
-        if (const unsigned int code = writeKept(kept); code != 0) return code;
+        const unsigned int code = kept.empty() ? GENREG_RC_OK : writeKept(kept);
+        if (code != 0) return code;
       }
       unsigned int code = store_.next(routine_, cursor, line_, GENREG_RC_READ_FAILED, 70);
       if (code == GENREG_RC_END) return GENREG_RC_OK;

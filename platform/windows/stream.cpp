@@ -223,7 +223,8 @@ std::uint64_t streamSize(const StreamBacking* backing) { return backing->size; }
 const char* peekStream(std::FILE* stream, std::size_t* count) {
   *count = 0;
   if (stream->_cnt <= 0) {
-    if (std::ferror(stream) != 0 || !mayTransfer(stream, "read")) return nullptr;
+    if (std::ferror(stream) != 0 || std::feof(stream) != 0 || !mayTransfer(stream, "read"))
+      return nullptr;
     const int byte = std::getc(stream);
     if (byte == EOF || std::ungetc(byte, stream) == EOF) return nullptr;
   }
