@@ -130,7 +130,8 @@ std::string_view BinaryStore::passOver(RecordCursor& cursor, Pass pass) const no
   const bool bigEndian = has(GENREG_BIG_ENDIAN_LENGTH);
   std::size_t count = 0;
   const char* const bytes = platform::peekStream(cursor.stream, &count);
-  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, cursor.size - cursor.offset));
+  const std::uint64_t left = cursor.size - std::min(cursor.offset, cursor.size);
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, left));
   std::size_t at = 0;
   while (count - at > genreg::lengthWidth) {
     const std::size_t length = genreg::decodeLength(bytes + at, bigEndian);

@@ -29,6 +29,8 @@ struct StoredForm {
                     const void* key) noexcept;
   // Makes the record of stored bytes that do not differ. Null in text flavours.
   void (*take)(const char* stored, std::size_t length, void* record) noexcept;
+  // Whether unpacking logged something about a record that it made all the same. Null: never.
+  bool (*isOdd)(const void* record) noexcept;
 };
 
 }  // namespace genreg

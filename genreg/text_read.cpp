@@ -104,14 +104,19 @@ void TextStore::endScan(unsigned int code, std::uint64_t size, void* out) noexce
 
 // The next line, whatever it is, straight into the caller's record: a flavour's own UnpackRecord
 // leaves nothing of it undefined.
-unsigned int TextStore::takeNext(const Routine& routine, std::uint64_t size, void* out) noexcept {
+unsigned int TextStore::takeNext(const Routine& routine, const genreg::StoredForm& form,
+                                 void* out) noexcept {
   TextLine line;
   LineCursor cursor = mainCursor();
   const unsigned int code = next(routine, cursor, line, GENREG_RC_READ_FAILED, 80);
   if (code == 0) {
-    (void)parse(routine, out, line, 86);
+    // Where a copy is handed out its line is parsed twice, and what is odd about it logged twice.
+    const bool parsed = parse(routine, out, line, 86);
+    if (!parsed || (form.isOdd != nullptr && form.isOdd(out))) {
+      (void)handle_.GenRegFile::UnpackRecord.text(out, line.text());
+    }
   } else {
-    endScan(code, size, out);
+    endScan(code, form.recordSize, out);
   }
   return code;
 }
@@ -128,7 +133,8 @@ unsigned int TextStore::getNext(Routine& routine, std::uint64_t mask, void* key,
   if ((handle_.status & GENREG_STATUS_SCAN_END) != 0) return GENREG_RC_END;
   std::uint64_t size = 0;
   if (const unsigned int code = recordSize(routine, &size); code != 0) return code;
-  if (anyLine && storedForm(out) != nullptr) return takeNext(routine, size, out);
+  const genreg::StoredForm* form = anyLine ? storedForm(out) : nullptr;
+  if (form != nullptr && size == form->recordSize) return takeNext(routine, *form, out);
   RecordBuffer record("GenRegText", __LINE__);
   if (const unsigned int code = record.reserve(size); code != 0) {
     return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);

@@ -57,7 +57,8 @@ class TextStore final : public genreg::Engine {
 
  private:
   void endScan(unsigned int code, std::uint64_t size, void* out) noexcept;
-  unsigned int takeNext(const genreg::Routine& routine, std::uint64_t size, void* out) noexcept;
+  unsigned int takeNext(const genreg::Routine& routine, const genreg::StoredForm& form,
+                        void* out) noexcept;
   unsigned int search(const genreg::Routine& routine, std::uint64_t mask, void* key, void* record,
                       bool anyLine, genreg::TextLine& line) const noexcept;
   unsigned int copyOut(const genreg::Routine& routine, const void* record, std::uint64_t size,

@@ -71,7 +71,8 @@ void take(const char* stored, std::size_t length, void* record) noexcept {
   std::memcpy(record, stored, length);
 }
 
-const genreg::StoredForm ownForm{compareRecord, nullptr, sizeof(BinVarValRecord), liken, take};
+const genreg::StoredForm ownForm{compareRecord, nullptr, sizeof(BinVarValRecord),
+                                 liken,         take,    nullptr};
 
 unsigned int getRecordSize(std::uint64_t* size) {
   Routine routine(Function::binVarValGetRecordSize);

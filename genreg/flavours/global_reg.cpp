@@ -208,7 +208,8 @@ void take(const char* stored, std::size_t length, void* record) noexcept {
   (void)genreg::unpackGlobal(stored, length, true, *static_cast<GlobalRegRecord*>(record));
 }
 
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(GlobalRegRecord), liken, take};
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(GlobalRegRecord),
+                                 liken,         take,         nullptr};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   Routine routine(Function::globalGetPackedLength);

@@ -188,8 +188,12 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
   return differs ? Likeness::Differs : Likeness::Unclear;
 }
 
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(ServiceEntryRecord), liken,
-                                 nullptr};
+bool isOdd(const void* record) noexcept {
+  return has(*static_cast<const ServiceEntryRecord*>(record), SERVICES_BAD_PORT);
+}
+
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(ServiceEntryRecord),
+                                 liken,         nullptr,      isOdd};
 
 // One tab when a text reaches the next tab stop by itself, else two.
 void addTabs(LineWriter& out, bool reaches) { out.add("\t\t", reaches ? 1 : 2); }

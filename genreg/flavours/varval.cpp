@@ -115,7 +115,8 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
   return line == name && *wanted == '\0' ? Likeness::Unclear : Likeness::Differs;
 }
 
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(VarValRecord), liken, nullptr};
+const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(VarValRecord),
+                                 liken,         nullptr,      nullptr};
 
 // What a replaced line gives to the new one: its indentation and the blanks around its "=".
 struct Layout {
