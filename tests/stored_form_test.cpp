@@ -261,4 +261,28 @@ TEST_F(StoredFormTest, AVariableRecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
   }
 }
 
+TEST_F(StoredFormTest, WhatStandsBehindTheEndThatAScannedFileHadIsNoRecord) {
+  const std::string record = frame(variable("key", 7));
+  for (const bool full : {false, true}) {
+    SCOPED_TRACE(full);
+    writeFile(registry(), record);
+    TestRegistry handle(registry());
+    static GenRegCompareHook own;
+    own = handle.compareHook();
+    if (full) {
+      handle.compareHook() = [](std::uint64_t mask, void* left, void* right) {
+        return own(mask, left, right);
+      };
+    }
+    BinVarValRecord key = variable("key");
+    BinVarValRecord found{};
+    ASSERT_EQ(handle.OpenScan(), 0u);
+    writeFile(registry(), record + record + record);
+    std::int64_t behind = static_cast<std::int64_t>(2 * record.size());
+    EXPECT_EQ(handle.setRegFilePosition(&behind), 0u);
+    EXPECT_EQ(handle.GetNext(byName, &key, &found), readFailed);
+    EXPECT_EQ(handle.CloseScan(), 0u);
+  }
+}
+
 }  // namespace
