@@ -1,7 +1,28 @@
 // Scrubbing of a line before a flavour parses it.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
 namespace genreg {
+
+// Where the word at `at` ends: the first byte that is `stop` or stands in front of "$" in the code
+// table, as blanks, quotes, "#" and all control characters do, or `end`. Eight bytes are looked at
+// together; of those behind the first that is found nothing is told.
+inline const char* skipWord(const char* at, const char* end, char stop) noexcept {
+  constexpr std::uint64_t ones = 0x0101010101010101u;
+  constexpr std::uint64_t tops = 0x8080808080808080u;
+  for (; end - at >= 8; at += 8) {
+    std::uint64_t bytes;
+    std::memcpy(&bytes, at, sizeof bytes);
+    const std::uint64_t toStop = bytes ^ (ones * static_cast<unsigned char>(stop));
+    const std::uint64_t below = (bytes - ones * '$') & ~bytes;
+    if ((((toStop - ones) & ~toStop) | below) & tops) break;
+  }
+  while (at < end && *at != stop && static_cast<unsigned char>(*at) >= '$') ++at;
+  return at;
+}
 
 // Rewrites `text` in place: tabs, newlines and carriage returns become spaces, runs of spaces one
 // space, leading and trailing ones go; text between double quotes stays as it is, to the end when a

@@ -11,8 +11,9 @@
 
 bool g_bIsPlatformID_Win32On95 = false;
 
-OSSHFile::OSSHFile() noexcept
-    : handle_(-1), openMode_(0), options_(0), permissions_(0), error_(0), path_{} {}
+OSSHFile::OSSHFile() noexcept : handle_(-1), openMode_(0), options_(0), permissions_(0), error_(0) {
+  path_[0] = '\0';
+}
 
 OSSHFile::~OSSHFile() { (void)close(); }
 

@@ -69,11 +69,6 @@ GenRegFile::GenRegFile() noexcept
     : engineKind(0),
       GetRecordLength(nullptr),
       GetRecordSize(nullptr),
-      registryPath{},
-      backupPath{},
-      temporaryPath{},
-      corruptPath{},
-      lockPath{},
       lockFileOpenParam{OSS_PARAM_LEVEL, nullptr, 0, 0, 0, 0, 0},
       mainStream(nullptr),
       secondStream(nullptr),
@@ -87,6 +82,8 @@ GenRegFile::GenRegFile() noexcept
       appending(false),
       temporaryDurable(false) {
   Routine routine(Function::fileConstructor);
+  // Empty texts; a kilobyte of zeros for each handle would cost more than naming its files.
+  for (char* path : {registryPath, backupPath, temporaryPath, corruptPath, lockPath}) *path = '\0';
 }
 
 GenRegFile::~GenRegFile() {

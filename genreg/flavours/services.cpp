@@ -91,6 +91,17 @@ bool isProtocol(const char* begin, const char* end) {
   return false;
 }
 
+// As strtol reads it; the five digits that a port has are read here in half the time.
+std::uint16_t portOf(const char* text) {
+  unsigned int port = 0;
+  const char* at = text;
+  for (; at - text < 5 && *at >= '0' && *at <= '9'; ++at) {
+    port = 10 * port + static_cast<unsigned int>(*at - '0');
+  }
+  const bool plain = at > text && *at == '\0';
+  return static_cast<std::uint16_t>(plain ? port : std::strtol(text, nullptr, 10));
+}
+
 // Port, protocol and aliases, from behind the name on. An alias too many is refused rather than
 // dropped: a caller that changed the record would lose it.
 unsigned int unpackService(const Routine& routine, ServiceEntryRecord& record, char* cursor) {
@@ -105,7 +116,7 @@ unsigned int unpackService(const Routine& routine, ServiceEntryRecord& record, c
     return GENREG_RC_OK;
   }
   *slash = '\0';
-  record.port = networkOrder(static_cast<std::uint16_t>(std::strtol(token, nullptr, 10)));
+  record.port = networkOrder(portOf(token));
   record.protocol = slash + 1;
   if (!isProtocol(record.protocol, record.protocol + std::strlen(record.protocol))) {
     record.Contains |= SERVICES_BAD_PORT;
@@ -152,10 +163,6 @@ unsigned int unpackRecord(void* record, char* line) {
 
 constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
 
-// Neither a blank nor what opens a comment or is no plain text: all of that stands in front of "$"
-// in the code table.
-constexpr bool isWordByte(char byte) { return static_cast<unsigned char>(byte) >= '$'; }
-
 // How the bytes of a plain line "NAME PORT/PROTOCOL ..." are told apart from a key without parsing
 // them. A line that is odd in any way is not plain: parsing it would say so in the log.
 Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const void* key) noexcept {
@@ -167,8 +174,7 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
   }
   if (line[0] == '#') return Likeness::Differs;
   const char* const end = line + length;
-  const char* name = line;
-  while (name < end && isWordByte(*name)) ++name;
+  const char* const name = genreg::skipWord(line, end, '\0');
   const char* port = name;
   while (port < end && isBlank(*port)) ++port;
   const char* slash = port;
@@ -177,8 +183,7 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
     return Likeness::Unclear;
   }
   const char* protocol = slash + 1;
-  const char* rest = protocol;
-  while (rest < end && isWordByte(*rest)) ++rest;
+  const char* const rest = genreg::skipWord(protocol, end, '\0');
   const bool ends = rest == end || isBlank(*rest) || *rest == '#';
   if (!ends || !isProtocol(protocol, rest)) return Likeness::Unclear;
   const bool differs =

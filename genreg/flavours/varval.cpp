@@ -24,12 +24,6 @@ constexpr char blanks[] = " \t";
 
 constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
 
-// Not what ends a word, opens a comment or a quote, or is no plain text: all of that, "=" apart,
-// stands in front of "$" in the code table.
-constexpr bool isNameByte(char byte) {
-  return static_cast<unsigned char>(byte) >= '$' && byte != '=';
-}
-
 bool equalTexts(const char* left, const char* right) {
   return left != nullptr && right != nullptr && std::strcmp(left, right) == 0;
 }
@@ -103,8 +97,7 @@ Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const v
   if ((mask & VARVAL_VARIABLE) == 0 || wanted == nullptr || length == 0) return Likeness::Unclear;
   if (line[0] == '#') return Likeness::Differs;
   const char* const end = line + length;
-  const char* name = line;
-  while (name < end && isNameByte(*name)) ++name;
+  const char* const name = genreg::skipWord(line, end, '=');
   const char* value = name;
   while (value < end && isBlank(*value)) ++value;
   if (name == line || value == end || *value != '=') return Likeness::Unclear;
