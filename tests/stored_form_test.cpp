@@ -146,7 +146,7 @@ TEST_F(StoredFormTest, LinesAreToldFromAKeyAsParsingWouldTellThem) {
     SCOPED_TRACE(lines.substr(0, 40));
     writeFile(registry(), lines + "key = 2\nkey 1/tcp\nother 2/udp\nkey = 2");
     for (const VarValRecord& key : variables) {
-      for (const std::uint64_t mask : {0, 1, 2, 3}) {
+      for (const std::uint64_t mask : {0u, 1u, 2u, 3u}) {
         expectSame<GenRegVarVal>(mask, key, tellVariable);
       }
     }
@@ -186,7 +186,7 @@ class LargeFileTest : public RegistryTest {
     std::vector<std::string> pieces;
     for (std::size_t i = 0; i < 20000; ++i) pieces.push_back(stored(i, 7));
     const std::string all = joined(pieces);
-    for (const std::size_t index : {0, 1, 6552, 6553, 6554, 17475, 17476, 17477, 19999}) {
+    for (const std::size_t index : {0u, 1u, 6552u, 6553u, 6554u, 17475u, 17476u, 17477u, 19999u}) {
       SCOPED_TRACE(index);
       Record key = make(index, 0);
       Record changed = make(index, 8);
@@ -263,6 +263,8 @@ TEST_F(StoredFormTest, AVariableRecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
 
 TEST_F(StoredFormTest, WhatStandsBehindTheEndThatAScannedFileHadIsNoRecord) {
   const std::string record = frame(variable("key", 7));
+  std::string grown = record + record;
+  grown += record;
   for (const bool full : {false, true}) {
     SCOPED_TRACE(full);
     writeFile(registry(), record);
@@ -277,7 +279,7 @@ TEST_F(StoredFormTest, WhatStandsBehindTheEndThatAScannedFileHadIsNoRecord) {
     BinVarValRecord key = variable("key");
     BinVarValRecord found{};
     ASSERT_EQ(handle.OpenScan(), 0u);
-    writeFile(registry(), record + record + record);
+    writeFile(registry(), grown);
     std::int64_t behind = static_cast<std::int64_t>(2 * record.size());
     EXPECT_EQ(handle.setRegFilePosition(&behind), 0u);
     EXPECT_EQ(handle.GetNext(byName, &key, &found), readFailed);
