@@ -92,7 +92,8 @@ def times(medians, place):
     for operation, title in OPERATIONS.items():
         sizes = [size for size in SIZES if ("binary", operation, size, place) in medians]
         rows = []
-        for subject, name in {**FLAVOURS, **PEERS}.items():
+        floors = {flavour + "-floor": "floor of " + name for flavour, name in FLAVOURS.items()}
+        for subject, name in {**FLAVOURS, **floors, **PEERS}.items():
             cells = [medians.get((subject, operation, size, place)) for size in sizes]
             if any(cells):
                 rows.append([name] + [micros(cell) for cell in cells])
