@@ -187,12 +187,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: zorgenreg_bench MEMORY DISK [OPTIONS]\n");
     return 2;
   }
-  // What the C library's allocator sets itself to once a buffer of 256 KiB was freed, as in every
-  // program that has read a large registry. Left alone it would go by the largest block that
-  // anything here ever freed, and what one subject costs would depend on who ran before.
-  constexpr int block = 260 * 1024;
-  (void)::mallopt(M_MMAP_THRESHOLD, block);
-  (void)::mallopt(M_TRIM_THRESHOLD, 2 * block);
+  // Freed memory stays with the process, as in a program that has done more than this before. Left
+  // alone, the allocator would give large buffers back and take fresh pages for them each time or
+  // not, depending on who ran before; such faults are neither the library's work nor the floor's.
+  constexpr int large = 32 * 1024 * 1024;
+  (void)::mallopt(M_MMAP_THRESHOLD, large);
+  (void)::mallopt(M_TRIM_THRESHOLD, 8 * large);
   try {
     return run(argc, argv);
   } catch (const std::exception& failure) {
