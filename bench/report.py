@@ -46,7 +46,7 @@ def load_medians(directory):
             sys.exit(f"{row['name']}: {row['error_message']}")
         if row.get("aggregate_name") == "median":
             subject, operation, size, place = row["run_name"].split("/")[:4]
-            medians[subject, operation, int(size), place] = row.get("median_us", row["real_time"])
+            medians[subject, operation, int(size), place] = row["median_us"]
     return medians
 
 
