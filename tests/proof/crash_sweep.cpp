@@ -10,14 +10,9 @@ namespace {
 using proof::Scenario;
 using proof::Verb;
 
-class Sweep {
+class Sweep : proof::Trial {
  public:
-  Sweep(const Scenario& scenario, const proof::Directory& directory, proof::Report& report)
-      : scenario_(scenario),
-        directory_(directory),
-        report_(report),
-        old_(scenario.flavour->fileOf(scenario.before())),
-        new_(scenario.flavour->fileOf(scenario.afterwards())) {}
+  using Trial::Trial;
 
   void run() {
     for (unsigned long k = 1;; ++k) {
@@ -76,12 +71,6 @@ class Sweep {
              (j == 0 ? "" : " and, in the next update, " + std::to_string(j));
     };
   }
-
-  const Scenario& scenario_;
-  const proof::Directory& directory_;
-  proof::Report& report_;
-  std::string old_;
-  std::string new_;
 };
 
 }  // namespace

@@ -44,14 +44,9 @@ const std::vector<int>& errorsOf(const std::string& call) {
   return other;
 }
 
-class Sweep {
+class Sweep : proof::Trial {
  public:
-  Sweep(const Scenario& scenario, const proof::Directory& directory, proof::Report& report)
-      : scenario_(scenario),
-        directory_(directory),
-        report_(report),
-        old_(scenario.flavour->fileOf(scenario.before())),
-        new_(scenario.flavour->fileOf(scenario.afterwards())) {}
+  using Trial::Trial;
 
   void run() {
     const std::vector<std::string> calls = undisturbed();
@@ -126,12 +121,6 @@ class Sweep {
     report_.expect(proof::nextUpdateKeeps(scenario_, directory_, *handle, content), scenario_,
                    where("the next update"));
   }
-
-  const Scenario& scenario_;
-  const proof::Directory& directory_;
-  proof::Report& report_;
-  std::string old_;
-  std::string new_;
 };
 
 }  // namespace

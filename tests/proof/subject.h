@@ -122,6 +122,24 @@ class Report {
   std::vector<Row> rows_;
 };
 
+// What a sweep over one scenario knows: the registry's bytes before and after its operation.
+class Trial {
+ public:
+  Trial(const Scenario& scenario, const Directory& directory, Report& report)
+      : scenario_(scenario),
+        directory_(directory),
+        report_(report),
+        old_(scenario.flavour->fileOf(scenario.before())),
+        new_(scenario.flavour->fileOf(scenario.afterwards())) {}
+
+ protected:
+  const Scenario& scenario_;
+  const Directory& directory_;
+  Report& report_;
+  std::string old_;
+  std::string new_;
+};
+
 // The records that a scan finds; false when it, or a Get of the last of them, fails. Without a
 // registry it finds none.
 bool read(const Scenario& scenario, const Directory& directory, Records* found);
