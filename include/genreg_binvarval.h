@@ -13,6 +13,8 @@ struct BinVarValRecord {
 // Mask bits; the comment is never compared, other bits are ignored, mask 0 matches every record.
 constexpr std::uint64_t BINVARVAL_VARIABLE = 0x1;
 constexpr std::uint64_t BINVARVAL_VALUE = 0x2;
+// The fields by which two records are the same thing.
+constexpr std::uint64_t BINVARVAL_IDENTITY = BINVARVAL_VARIABLE;
 
 // Duplicates are allowed: Add never refuses, Change and Delete act on every matching record.
 class GenRegBinVarVal : public GenRegBin {

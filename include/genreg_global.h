@@ -131,15 +131,16 @@ struct GlobalRegType {
   const GlobalRegField* fields;
   std::size_t fieldCount;
   std::uint64_t knownMask;  // the bits of all fields
+  std::uint64_t identity;   // the bits of the fields by which two records are the same thing
 };
 
 inline constexpr GlobalRegType globalRegTypes[] = {
     {GLOBALREG_RECORD_INSTANCE, "instance", "Instance", globalRegInstanceFields,
-     sizeof globalRegInstanceFields / sizeof *globalRegInstanceFields, 0x3FF},
+     sizeof globalRegInstanceFields / sizeof *globalRegInstanceFields, 0x3FF, 0x4},
     {GLOBALREG_RECORD_SERVICES, "services", "Service", globalRegServicesFields,
-     sizeof globalRegServicesFields / sizeof *globalRegServicesFields, 0x3FF},
+     sizeof globalRegServicesFields / sizeof *globalRegServicesFields, 0x3FF, 0x1},
     {GLOBALREG_RECORD_VARIABLE, "variable", "Variable", globalRegVariableFields,
-     sizeof globalRegVariableFields / sizeof *globalRegVariableFields, 0xF},
+     sizeof globalRegVariableFields / sizeof *globalRegVariableFields, 0xF, 0x3},
 };
 
 // The row of a record type, or null for a type without one.

@@ -30,6 +30,8 @@ struct ServiceEntryRecord {
 constexpr std::uint64_t SERVICES_NAME = 0x1;
 constexpr std::uint64_t SERVICES_PORT = 0x2;
 constexpr std::uint64_t SERVICES_PROTOCOL = 0x4;
+// The fields by which two entries are the same thing.
+constexpr std::uint64_t SERVICES_IDENTITY = SERVICES_NAME | SERVICES_PROTOCOL;
 
 // A written line has one layout of tabs; that of the line it replaces is not kept. Add refuses a
 // duplicate; Change and Delete act on one line.

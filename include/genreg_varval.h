@@ -22,6 +22,8 @@ struct VarValRecord {
 // (GetNext with mask 0: every line).
 constexpr std::uint64_t VARVAL_VARIABLE = 0x1;
 constexpr std::uint64_t VARVAL_VALUE = 0x2;
+// The fields by which two records are the same thing.
+constexpr std::uint64_t VARVAL_IDENTITY = VARVAL_VARIABLE;
 
 // The layout of a line that replaces no other: NAME=VALUE when true, NAME = VALUE when false. One
 // flag for the whole process, initially false; every successful construction of a GenRegVarVal

@@ -7,8 +7,10 @@
 #include "sysservices/export.h"
 
 // What a hook answers: 0 lets the call happen; a positive number is the errno the call fails with;
-// OSS_FAULT_SHORT makes a write or read transfer about half of what was asked.
+// OSS_FAULT_SHORT makes a write or read transfer about half of what was asked, ossFaultAtMost(n) at
+// most n bytes (n at least 1).
 constexpr int OSS_FAULT_SHORT = -1;
+constexpr int ossFaultAtMost(int bytes) { return OSS_FAULT_SHORT - bytes; }
 
 // `operation` is the system call's name ("open", "flock", "write", "fsync", "malloc", "free", ...);
 // `path` the file's path where the call takes one, else null.

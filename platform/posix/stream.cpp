@@ -48,7 +48,9 @@ ssize_t transfer(const char* operation, std::size_t count, Call call) {
     errno = fault;
     return -1;
   }
-  const std::size_t asked = fault == OSS_FAULT_SHORT && count > 1 ? count / 2 : count;
+  std::size_t asked = fault == OSS_FAULT_SHORT && count > 1 ? count / 2 : count;
+  if (fault < OSS_FAULT_SHORT)
+    asked = std::min(asked, static_cast<std::size_t>(OSS_FAULT_SHORT - fault));
   for (;;) {
     const ssize_t done = call(asked);
     if (done >= 0 || errno != EINTR) return done;
