@@ -4,12 +4,24 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace genreg {
 
+constexpr bool isBlank(char byte) noexcept { return byte == ' ' || byte == '\t' || byte == '\r'; }
+
+inline const char* skipBlanks(const char* at, const char* end) noexcept {
+  while (at < end && isBlank(*at)) ++at;
+  return at;
+}
+
+inline std::string_view viewOf(const char* begin, const char* end) noexcept {
+  return {begin, static_cast<std::size_t>(end - begin)};
+}
+
 // Where the word at `at` ends: the first byte that is `stop` or stands in front of "$" in the code
 // table, as blanks, quotes, "#" and all control characters do, or `end`. Eight bytes are looked at
-// together; of those behind the first that is found nothing is told.
+// together.
 inline const char* skipWord(const char* at, const char* end, char stop) noexcept {
   constexpr std::uint64_t ones = 0x0101010101010101u;
   constexpr std::uint64_t tops = 0x8080808080808080u;
@@ -30,12 +42,9 @@ inline const char* skipWord(const char* at, const char* end, char stop) noexcept
 // work copy cannot be had (`text` is untouched then) or released.
 unsigned int GenRegNormalizeLine(char* text) noexcept;
 
-// GenRegNormalizeLine, without a work copy when there is nothing to rewrite.
-unsigned int normalizeIfNeeded(char* text) noexcept;
-
-// Splits off the next word at *cursor: *token points to it, a NUL ends it, and *cursor goes behind
-// it, null when nothing follows. Returns 0, or GENREG_RC_NO_LINE with a null token.
-unsigned int GenRegNextToken(char** token, char** cursor) noexcept;
+// Splits off the next word of a line at *cursor, which goes behind it. A carriage return is a
+// blank, too. Returns 0, or GENREG_RC_NO_LINE with an empty token; *cursor is left as it was then.
+unsigned int GenRegNextToken(std::string_view* token, std::string_view* cursor) noexcept;
 
 // Replaces every byte that no terminal shows, all but the tab below 0x20 and all from 0x7F on, by
 // ".". A null text is ignored.

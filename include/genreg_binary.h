@@ -54,6 +54,4 @@ class GenRegBin : public GenRegFile {
   // (`record` is zero-filled the first time); GENREG_RC_NO_SCAN.
   GENREG_API unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept;
 
- private:
-  friend class BinaryStore;
 };

@@ -89,6 +89,4 @@ class GenRegText : public GenRegFile {
   // zero-filled the first time); GENREG_RC_NO_SCAN.
   GENREG_API unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept;
 
- private:
-  friend class TextStore;
 };

@@ -77,14 +77,14 @@ unsigned int ossReadCopyVersion(const platform::Machine& machine, const char* co
   unsigned int error = openVersionKey(machine, copyName, key);
   std::uint32_t partsRead = 0;
   if (error == 0) error = readParts(key.get(), &code, &partsRead);
-  routine.trace(20, genreg::wide(code));
+  routine.trace(20, genreg::number(code));
   if (error == 0) {
     *versionCode = code;
-    return routine.exit(0);
+    return routine.answer(0);
   }
-  if (!isDefault(copyName)) return routine.exit(error);
-  (void)routine.fail(error, 30, genreg::number(partsRead), genreg::wide(code));
-  return routine.exit(GENREG_RC_END);
+  if (!isDefault(copyName)) return routine.answer(error);
+  (void)routine.refuse(error, 30, genreg::number(partsRead), genreg::number(code));
+  return routine.answer(GENREG_RC_END);
 }
 
 unsigned int ossGetCopyPath(const platform::Machine& machine, const char* copyName,
@@ -95,15 +95,15 @@ unsigned int ossGetCopyPath(const platform::Machine& machine, const char* copyNa
   OpenKey key;
   unsigned int error = key.open(platform::localMachineKey(machine), path.text());
   if (error != 0) {
-    (void)routine.fail(error, 20, genreg::text(path.text()), genreg::flag(defaultEntry));
+    (void)routine.refuse(error, 20, genreg::text(path.text()), genreg::flag(defaultEntry));
   } else {
     error = readText(key.get(), "ZOR Path Name", buffer, copyPathSize);
   }
-  if (error != 0) return routine.exit(defaultEntry == 1 ? GENREG_RC_END : error);
+  if (error != 0) return routine.answer(defaultEntry == 1 ? GENREG_RC_END : error);
   const std::size_t length = std::strlen(buffer);
   if (length > 0 && buffer[length - 1] == '\\') buffer[length - 1] = '\0';
   routine.trace(30, genreg::text(buffer));
-  return routine.exit(0);
+  return routine.answer(0);
 }
 
 bool ossCopyHasZemProfiles(const platform::Machine& machine, const char* copyName) noexcept {

@@ -22,7 +22,7 @@ unsigned int closeList(OSSInstanceList_t* list) noexcept {
   closeKey(list->profilesKey);
   closeKey(list->copiesKey);
   platform::closeMachine(list->machine);
-  return routine.exit(release(list));
+  return routine.answer(release(list));
 }
 
 bool findKind(const char* text, Kind* kind) {
@@ -35,24 +35,24 @@ bool findKind(const char* text, Kind* kind) {
 }
 
 // Opens the copies' key. That there is none is no failure: the default entry needs none.
-unsigned int openCopies(const Routine& routine, OSSInstanceList_t& list) {
+unsigned int openCopies(Routine& routine, OSSInstanceList_t& list) {
   const unsigned int error = platform::RegOpenKeyExA(platform::localMachineKey(*list.machine),
                                                      copiesPath, &list.copiesKey);
   if (error == 0 || error == platform::registryKeyMissing) return 0;
   const unsigned int code = mapRegistryError(Function::instanceListOpen, error);
-  return routine.fail(code, 10, genreg::text(copiesPath));
+  return routine.refuse(code, 10, genreg::text(copiesPath));
 }
 
 // What a new list needs before it can be handed out.
-unsigned int prepare(const Routine& routine, const char* kind, OSSInstanceList_t& list) {
+unsigned int prepare(Routine& routine, const char* kind, OSSInstanceList_t& list) {
   if (const unsigned int code = openCopies(routine, list); code != 0) return code;
   if (!findKind(kind, &list.kind)) {
-    return routine.fail(GENREG_RC_LIST_OPEN, 20, genreg::text(kind));
+    return routine.refuse(GENREG_RC_LIST_OPEN, 20, genreg::text(kind));
   }
   if (const unsigned int error = ossNextCopyWithProfiles(list); error != 0) {
     const unsigned int code =
         error == platform::registryKeyMissing ? GENREG_RC_KEY_NOT_FOUND : GENREG_RC_LIST_OPEN;
-    return routine.failFrom(Function::nextCopyWithProfiles, error, code, 30);
+    return routine.refuseFrom(Function::nextCopyWithProfiles, error, code, 30);
   }
   list.serviceManager = platform::OpenSCManagerA(*list.machine);
   return 0;
@@ -62,8 +62,8 @@ unsigned int prepare(const Routine& routine, const char* kind, OSSInstanceList_t
 OSSInstanceList_t* openList(const char* kind, unsigned int* code) {
   Routine routine(Function::instanceListOpen);
   NewList<OSSInstanceList_t, closeList> list;
-  *code = list.made() ? prepare(routine, kind, *list) : routine.fail(OSS_RC_NO_MEMORY, 5);
-  (void)routine.exit(*code);
+  *code = list.made() ? prepare(routine, kind, *list) : routine.refuse(OSS_RC_NO_MEMORY, 5);
+  (void)routine.answer(*code);
   return *code == 0 ? list.handOut() : nullptr;
 }
 
@@ -96,12 +96,12 @@ unsigned int findEntry(Kind kind, const WantedInstance& wanted, OSSInstanceInfo_
   Routine routine(Function::instanceLookup);
   unsigned int code = 0;
   OSSInstanceList_t* const list = openList(kindNames[kind].service, &code);
-  if (list == nullptr) return routine.exit(code);
+  if (list == nullptr) return routine.answer(code);
   do {
     code = nextInstance(*list, record);
   } while (code == 0 && !wanted.matches(record));
   (void)closeList(list);
-  return routine.exit(code);
+  return routine.answer(code);
 }
 
 unsigned int lookUp(const char* kind, const WantedInstance& wanted, OSSInstanceInfo_t* record) {

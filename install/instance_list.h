@@ -43,7 +43,7 @@ unsigned int nextInstance(OSSInstanceList_t& list, OSSInstanceInfo_t& record) no
 
 // Fills the record with the instance of that name in the current copy, and goes beyond it when that
 // has worked or its profile alone could not be read. `record.instanceName` is filled already.
-unsigned int readInstance(const genreg::Routine& routine, OSSInstanceList_t& list,
+unsigned int readInstance(genreg::Routine& routine, OSSInstanceList_t& list,
                           const char* instanceName, OSSInstanceInfo_t& record) noexcept;
 
 }  // namespace install

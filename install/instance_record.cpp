@@ -25,13 +25,13 @@ struct Profile {
 };
 
 // The result for a failure of a callee: the end stays the end.
-unsigned int failUnlessEnd(const Routine& routine, Function callee, unsigned int calleeCode,
+unsigned int failUnlessEnd(Routine& routine, Function callee, unsigned int calleeCode,
                            unsigned int point) {
   const unsigned int code = calleeCode == GENREG_RC_END ? calleeCode : GENREG_RC_INSTANCE_INFO;
-  return routine.failFrom(callee, calleeCode, code, point);
+  return routine.refuseFrom(callee, calleeCode, code, point);
 }
 
-unsigned int readCopy(const Routine& routine, const OSSInstanceList_t& list,
+unsigned int readCopy(Routine& routine, const OSSInstanceList_t& list,
                       OSSInstanceInfo_t& record) {
   unsigned int code = ossReadCopyVersion(*list.machine, list.copyName, &record.versionCode);
   if (code != 0) return failUnlessEnd(routine, Function::readCopyVersion, code, 20);
@@ -49,14 +49,14 @@ unsigned int readCopy(const Routine& routine, const OSSInstanceList_t& list,
   return code == 0 ? 0 : failUnlessEnd(routine, Function::getCopyPath, code, 30);
 }
 
-unsigned int openInstance(const Routine& routine, const OSSInstanceList_t& list, const char* name,
+unsigned int openInstance(Routine& routine, const OSSInstanceList_t& list, const char* name,
                           OpenKey& key) {
   const unsigned int error = key.open(list.profilesKey, name);
   if (error == 0) return 0;
   const unsigned int code = error == platform::registryKeyMissing
                                 ? GENREG_RC_KEY_NOT_FOUND
                                 : mapRegistryError(Function::instanceListNext, error);
-  return routine.fail(code, 40, genreg::text(name));
+  return routine.refuse(code, 40, genreg::text(name));
 }
 
 // An instance without a service that can be asked has neither flag.
@@ -88,11 +88,11 @@ unsigned int readRemoteProfile(OSSInstanceList_t& list, const char* name,
                   remotePathSize);
 }
 
-Profile readClusterProfile(const Routine& routine, OSSInstanceList_t& list, const char* name,
+Profile readClusterProfile(Routine& routine, OSSInstanceList_t& list, const char* name,
                            OSSInstanceInfo_t& record) {
   if (list.cluster == nullptr) {
     const unsigned int code = ossOpenClusterContext(*list.machine, &list.cluster);
-    if (code == OSS_RC_NO_MEMORY) return {routine.fail(code, 60), false};
+    if (code == OSS_RC_NO_MEMORY) return {routine.refuse(code, 60), false};
     if (code != 0) {
       traceErrorCode(Function::instanceListNext, 120, code);
       return {code, true};
@@ -103,7 +103,7 @@ Profile readClusterProfile(const Routine& routine, OSSInstanceList_t& list, cons
 }
 
 // An instance that does not say where its profile is has it where its copy is.
-Profile readLocalProfile(const Routine& routine, const OSSInstanceList_t& list, const OpenKey& key,
+Profile readLocalProfile(Routine& routine, const OSSInstanceList_t& list, const OpenKey& key,
                          OSSInstanceInfo_t& record) {
   constexpr auto size = static_cast<std::uint32_t>(sizeof record.instancePath);
   const char* const variable = kindNames[list.kind].profileVariable;
@@ -113,7 +113,7 @@ Profile readLocalProfile(const Routine& routine, const OSSInstanceList_t& list, 
   return {failUnlessEnd(routine, Function::getCopyPath, code, 50), false};
 }
 
-Profile readProfile(const Routine& routine, OSSInstanceList_t& list, const OpenKey& key,
+Profile readProfile(Routine& routine, OSSInstanceList_t& list, const OpenKey& key,
                     const char* name, OSSInstanceInfo_t& record) {
   char host[hostNameSize];
   if (list.kind == kindZor && readText(key.get(), "ZORREMOTEPREG", host, sizeof host) == 0) {
@@ -142,7 +142,7 @@ unsigned int appendName(const char* name, OSSInstanceInfo_t& record) {
 
 }  // namespace
 
-unsigned int readInstance(const Routine& routine, OSSInstanceList_t& list, const char* instanceName,
+unsigned int readInstance(Routine& routine, OSSInstanceList_t& list, const char* instanceName,
                           OSSInstanceInfo_t& record) noexcept {
   if (const unsigned int code = readCopy(routine, list, record); code != 0) return code;
   OpenKey key;

@@ -11,7 +11,7 @@ using genreg::Function;
 using genreg::Routine;
 
 // Opens the key of the next copy, in the end that of the default entry.
-unsigned int openNextCopy(const Routine& routine, OSSInstanceList_t& list, OpenKey& copy) {
+unsigned int openNextCopy(Routine& routine, OSSInstanceList_t& list, OpenKey& copy) {
   if (list.copiesKey != nullptr) {
     auto size = static_cast<std::uint32_t>(sizeof list.copyName);
     const unsigned int error = platform::RegEnumKeyExA(
@@ -26,10 +26,10 @@ unsigned int openNextCopy(const Routine& routine, OSSInstanceList_t& list, OpenK
   list.copyIndex = defaultEntryIndex;
   list.copyName[0] = '\0';
   const unsigned int error = copy.open(platform::localMachineKey(*list.machine), productPath);
-  return error == 0 ? 0 : routine.fail(error, 30, genreg::text(productPath));
+  return error == 0 ? 0 : routine.refuse(error, 30, genreg::text(productPath));
 }
 
-unsigned int nextCopy(const Routine& routine, OSSInstanceList_t& list) {
+unsigned int nextCopy(Routine& routine, OSSInstanceList_t& list) {
   for (;;) {
     OpenKey copy;
     unsigned int error = openNextCopy(routine, list, copy);
@@ -53,7 +53,7 @@ unsigned int instanceNameAt(const OSSInstanceList_t& list, char (&name)[keyNameS
 }
 
 // The same, with the copies after it.
-unsigned int findInstanceName(const Routine& routine, OSSInstanceList_t& list,
+unsigned int findInstanceName(Routine& routine, OSSInstanceList_t& list,
                               char (&name)[keyNameSize]) {
   unsigned int error = instanceNameAt(list, name);
   while (error == platform::registryNoMoreItems) {
@@ -63,12 +63,12 @@ unsigned int findInstanceName(const Routine& routine, OSSInstanceList_t& list,
       return GENREG_RC_END;
     }
     if (moved != 0) {
-      return routine.failFrom(Function::nextCopyWithProfiles, moved, GENREG_RC_NEXT_INSTANCE, 10);
+      return routine.refuseFrom(Function::nextCopyWithProfiles, moved, GENREG_RC_NEXT_INSTANCE, 10);
     }
     error = instanceNameAt(list, name);
   }
   if (error == 0) return 0;
-  return routine.fail(GENREG_RC_NEXT_INSTANCE, 20, genreg::number(error),
+  return routine.refuse(GENREG_RC_NEXT_INSTANCE, 20, genreg::number(error),
                       genreg::number(list.instanceIndex));
 }
 
@@ -76,19 +76,19 @@ unsigned int findInstanceName(const Routine& routine, OSSInstanceList_t& list,
 
 unsigned int ossNextCopyWithProfiles(OSSInstanceList_t& list) noexcept {
   Routine routine(Function::nextCopyWithProfiles);
-  return routine.exit(nextCopy(routine, list));
+  return routine.answer(nextCopy(routine, list));
 }
 
 unsigned int nextInstance(OSSInstanceList_t& list, OSSInstanceInfo_t& record) noexcept {
   Routine routine(Function::instanceListNext);
-  if (list.profilesKey == nullptr) return routine.exit(GENREG_RC_END);
+  if (list.profilesKey == nullptr) return routine.answer(GENREG_RC_END);
   char name[keyNameSize];
   if (const unsigned int code = findInstanceName(routine, list, name); code != 0) {
-    return routine.exit(code);
+    return routine.answer(code);
   }
   // A record has room for the beginning of a long name; the instance is found by the whole name.
   copyText(record.instanceName, name);
-  return routine.exit(readInstance(routine, list, name, record));
+  return routine.answer(readInstance(routine, list, name, record));
 }
 
 }  // namespace install

@@ -31,39 +31,39 @@ unsigned int closeList(OSSServiceList_t* list) noexcept {
   Routine routine(Function::serviceListClose);
   closeKey(list->copiesKey);
   platform::closeMachine(list->machine);
-  return routine.exit(release(list));
+  return routine.answer(release(list));
 }
 
-unsigned int openCopies(const Routine& routine, OSSServiceList_t& list) {
+unsigned int openCopies(Routine& routine, OSSServiceList_t& list) {
   const unsigned int error = platform::RegOpenKeyExA(platform::localMachineKey(*list.machine),
                                                      copiesPath, &list.copiesKey);
   if (error == 0) return 0;
   const unsigned int code = error == platform::registryKeyMissing
                                 ? GENREG_RC_KEY_NOT_FOUND
                                 : mapRegistryError(Function::serviceListOpen, error);
-  return routine.fail(code, 20, genreg::text(copiesPath));
+  return routine.refuse(code, 20, genreg::text(copiesPath));
 }
 
 // Null with the code of the failure at *code.
 OSSServiceList_t* openList(unsigned int* code) {
   Routine routine(Function::serviceListOpen);
   NewList<OSSServiceList_t, closeList> list;
-  *code = list.made() ? openCopies(routine, *list) : routine.fail(OSS_RC_NO_MEMORY, 10);
-  (void)routine.exit(*code);
+  *code = list.made() ? openCopies(routine, *list) : routine.refuse(OSS_RC_NO_MEMORY, 10);
+  (void)routine.answer(*code);
   return *code == 0 ? list.handOut() : nullptr;
 }
 
-unsigned int enterDefault(const Routine& routine, OSSServiceList_t& list) {
+unsigned int enterDefault(Routine& routine, OSSServiceList_t& list) {
   closeKey(list.copiesKey);
   list.defaultReached = 1;
   const unsigned int error = platform::RegOpenKeyExA(platform::localMachineKey(*list.machine),
                                                      productPath, &list.copiesKey);
-  return error == 0 ? 0 : routine.fail(error, 20, genreg::text(productPath));
+  return error == 0 ? 0 : routine.refuse(error, 20, genreg::text(productPath));
 }
 
 // Puts the name of the next copy into the record, empty for the default entry. A copy whose name
 // cannot be had is passed over: nothing else would ever bring the list beyond it.
-unsigned int nextCopy(const Routine& routine, OSSServiceList_t& list, OSSServiceInfo_t& record) {
+unsigned int nextCopy(Routine& routine, OSSServiceList_t& list, OSSServiceInfo_t& record) {
   auto size = static_cast<std::uint32_t>(sizeof record.copyName);
   const unsigned int error =
       platform::RegEnumKeyExA(list.copiesKey, list.copyIndex, record.copyName, &size);
@@ -71,7 +71,7 @@ unsigned int nextCopy(const Routine& routine, OSSServiceList_t& list, OSSService
   record.copyName[0] = '\0';
   if (error == platform::registryNoMoreItems) return enterDefault(routine, list);
   const std::uint32_t index = list.copyIndex++;
-  return routine.fail(GENREG_RC_NEXT_SERVICE, 30, genreg::number(error), genreg::number(index));
+  return routine.refuse(GENREG_RC_NEXT_SERVICE, 30, genreg::number(error), genreg::number(index));
 }
 
 // Decides as what the copy in the record is reported now.
@@ -86,13 +86,13 @@ void chooseService(OSSServiceList_t& list, OSSServiceInfo_t& record) {
 }
 
 // The result for a failure of a callee: the end stays the end, anything else becomes `code`.
-unsigned int failUnlessEnd(const Routine& routine, Function callee, unsigned int calleeCode,
+unsigned int failUnlessEnd(Routine& routine, Function callee, unsigned int calleeCode,
                            unsigned int code, unsigned int point) {
   const unsigned int result = calleeCode == GENREG_RC_END ? calleeCode : code;
-  return routine.failFrom(callee, calleeCode, result, point);
+  return routine.refuseFrom(callee, calleeCode, result, point);
 }
 
-unsigned int readCopy(const Routine& routine, const OSSServiceList_t& list,
+unsigned int readCopy(Routine& routine, const OSSServiceList_t& list,
                       OSSServiceInfo_t& record) {
   unsigned int code = ossReadCopyVersion(*list.machine, record.copyName, &record.versionCode);
   if (code != 0) {
@@ -116,11 +116,11 @@ unsigned int readCopy(const Routine& routine, const OSSServiceList_t& list,
 
 unsigned int nextEntry(OSSServiceList_t& list, OSSServiceInfo_t& record) {
   Routine routine(Function::serviceListNext);
-  if (list.defaultReached != 0) return routine.exit(GENREG_RC_END);
+  if (list.defaultReached != 0) return routine.answer(GENREG_RC_END);
   const unsigned int code = nextCopy(routine, list, record);
-  if (code != 0) return routine.exit(code);
+  if (code != 0) return routine.answer(code);
   chooseService(list, record);
-  return routine.exit(readCopy(routine, list, record));
+  return routine.answer(readCopy(routine, list, record));
 }
 
 bool agrees(const char* wanted, const char* found) {
@@ -145,12 +145,12 @@ unsigned int findEntry(const WantedService& wanted, OSSServiceInfo_t& record) {
   Routine routine(Function::serviceLookup);
   unsigned int code = 0;
   OSSServiceList_t* const list = openList(&code);
-  if (list == nullptr) return routine.exit(code);
+  if (list == nullptr) return routine.answer(code);
   do {
     code = nextEntry(*list, record);
   } while (code == 0 && !wanted.matches(record));
   (void)closeList(list);
-  return routine.exit(code);
+  return routine.answer(code);
 }
 
 unsigned int lookUp(const WantedService& wanted, OSSServiceInfo_t* record) {

@@ -12,7 +12,6 @@
 
 #include "platform/posix/machine.h"
 #include "platform/posix/registry_export.h"
-#include "platform/stream.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/fault_hook.h"
 #include "sysservices/file_handle.h"
@@ -37,24 +36,18 @@ int readWhole(const std::string& path, std::string& bytes) {
   OSSHFile file;
   const OSSFileOpenParam param{
       OSS_PARAM_LEVEL, path.c_str(), OSS_ACCESS_READ_WRITE, OSS_OPEN_EXISTING, 0, 0, 0};
-  if (file.open(&param) != 0) return file.lastError();
-  StreamBacking* backing = nullptr;
-  std::FILE* const stream = openStream(file.releaseFileHandle(), StreamUse::Read, &backing);
-  if (stream == nullptr) return errno;
-  int error = 0;
+  OSSFileInfo info{};
+  if (file.open(&param) != 0 || file.getInfo(&info) != 0) return file.lastError();
+  if (info.size > largestExport) return EFBIG;
+  std::size_t done = 0;
   try {
-    if (streamSize(backing) > largestExport) {
-      error = EFBIG;
-    } else {
-      bytes.resize(static_cast<std::size_t>(streamSize(backing)));
-      bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
-      if (std::ferror(stream) != 0) error = EIO;
-    }
+    bytes.resize(static_cast<std::size_t>(info.size));
   } catch (const std::bad_alloc&) {
-    error = ENOMEM;
+    return ENOMEM;
   }
-  const int closeError = closeStream(stream, backing);
-  return error != 0 ? error : closeError;
+  const bool read = file.readAt(bytes.data(), bytes.size(), 0, &done) == 0;
+  bytes.resize(done);
+  return read && file.close() == 0 ? 0 : file.lastError();
 }
 
 // The registry in the file at `path`, or null with *error when the file is not there. One that

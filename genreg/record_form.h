@@ -1,5 +1,5 @@
-// What a flavour can tell from stored bytes as they stand in a stream's buffer, so that a record
-// that is not wanted is neither copied nor unpacked.
+// What a flavour knows of stored records as they stand in a file's window, so that one that is not
+// wanted is neither copied nor unpacked.
 #pragma once
 
 #include <cstddef>
@@ -10,13 +10,13 @@
 namespace genreg {
 
 // What unpacking a stored record and comparing it with a key would come to.
-enum class Likeness {
+enum class Match {
   Differs,
   Matches,
   Unclear,  // it takes unpacking to know, or unpacking would fail or log something
 };
 
-struct StoredForm {
+struct RecordForm {
   // The flavour's own hooks. Where a handle has others in their slots, every record is unpacked for
   // those to look at.
   GenRegCompareHook compare;
@@ -25,12 +25,11 @@ struct StoredForm {
 
   // `stored`: a record's bytes without their length, or a line without its newline, which neither
   // continues another line nor is continued. `key` is not null.
-  Likeness (*liken)(std::uint64_t mask, const char* stored, std::size_t length,
-                    const void* key) noexcept;
-  // Makes the record of stored bytes that do not differ. Null in text flavours.
-  void (*take)(const char* stored, std::size_t length, void* record) noexcept;
-  // Whether unpacking logged something about a record that it made all the same. Null: never.
-  bool (*isOdd)(const void* record) noexcept;
+  Match (*match)(std::uint64_t mask, const char* stored, std::size_t length,
+                 const void* key) noexcept;
+  // Makes the record of stored bytes. False when it takes the hook: unpacking would fail or log
+  // something. The record may hold anything then.
+  bool (*fill)(const char* stored, std::size_t length, void* record) noexcept;
 };
 
 }  // namespace genreg
