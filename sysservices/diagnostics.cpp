@@ -252,6 +252,10 @@ void ossLogRC(int, unsigned int probe, unsigned int calleeProbe, unsigned int ca
         nullptr});
 }
 
+const char* ossErrorText(int error, char* buffer, std::size_t size) {
+  return oss::textOfSystemError(OSS_SYSCALL_RUNTIME, error, buffer, size);
+}
+
 unsigned int ossErrorMapSystem(unsigned int probe, unsigned int point, unsigned int systemCall,
                                int error, int) {
   const unsigned int code = oss::codeOfSystemError(systemCall, error);
