@@ -69,10 +69,6 @@ struct Announcement {
         "commit of file %" PRIx64 ":%" PRIx64 " replaces %" PRIx64 " bytes of %" PRIx64 "\n",
         device, file, oldSize, static_cast<std::uint64_t>(oldModified)));
   }
-  bool operator==(const Announcement& other) const {
-    return device == other.device && file == other.file && oldSize == other.oldSize &&
-           oldModified == other.oldModified;
-  }
 };
 
 }  // namespace
@@ -315,11 +311,17 @@ Code Session::open(std::uint64_t kind) noexcept {
   hideStreams();
   (void)main_.close();
   (void)second_.close();
-  const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
-  const bool opened =
-      openRegistry(routine, kind) &&
-      (!needsTemporary ||
-       ((kind == GENREG_OP_VERIFY || setLeftoversAside(routine)) && openTemporary(routine, kind)));
+  bool opened = false;
+  for (bool again = true; again;) {
+    again = false;
+    opened = openRegistry(routine, kind);
+    if (!opened || kind == GENREG_OP_READ || appendsInPlace(kind)) break;
+    opened = kind == GENREG_OP_VERIFY || setLeftoversAside(routine, &again);
+    if (again) (void)main_.close();
+  }
+  if (opened && kind != GENREG_OP_READ && !appendsInPlace(kind)) {
+    opened = openTemporary(routine, kind);
+  }
   if (!opened) {
     (void)main_.close();
     (void)second_.close();
@@ -414,7 +416,7 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
 // The temporary file of an update that did not finish becomes the corrupt file, for people to look
 // at; the corrupt file before it goes. A temporary file that its writer still has locked is no
 // leftover: that writer's lock file was removed by a third party, and this one waits for it (I1).
-bool Session::setLeftoversAside(Routine& routine) noexcept {
+bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
   if (const Code code = deleteIfThere(corruptPath()); code != 0) {
     (void)routine.failFrom(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70);
     return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
@@ -422,10 +424,16 @@ bool Session::setLeftoversAside(Routine& routine) noexcept {
   OSSHFile leftover;
   OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
   param.options = OSS_OPEN_NO_LINK;
-  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_WAIT};
-  const bool isFile = leftover.open(&param) == OSS_RC_OK;
-  if (isFile) (void)leftover.lock(&lockParam);
-  const Code code = ossFileRename(temporaryPath(), corruptPath());
+  const Code found = leftover.open(&param);
+  if (found == OSS_RC_FILE_NOT_FOUND) return true;
+  OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
+  Code code = found == OSS_RC_OK ? leftover.lock(&lockParam) : OSS_RC_OK;
+  *waited = code == OSS_RC_LOCK_BUSY;
+  if (*waited) {
+    lockParam.wait = OSS_LOCK_WAIT;
+    code = leftover.lock(&lockParam);
+  }
+  if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
   if (code == OSS_RC_FILE_NOT_FOUND) return true;
   if (code != 0) {
     (void)routine.failFrom(probeFileRename, code, GENREG_RC_CORRUPT_RENAME, 80);
@@ -434,7 +442,7 @@ bool Session::setLeftoversAside(Routine& routine) noexcept {
   // It may be older than a change of the registry's permissions (I6). One that has a second name is
   // somebody else's file, too, and keeps its own.
   OSSFileInfo info{};
-  if (isFile && leftover.getInfo(&info) == OSS_RC_OK && info.links == 1) {
+  if (leftover.isOpen() && leftover.getInfo(&info) == OSS_RC_OK && info.links == 1) {
     (void)ossFileSetPermissions(corruptPath(), ownerReadWrite);
   }
   return true;
@@ -553,8 +561,9 @@ Code Session::deleteTemporary() noexcept {
 
 void Session::commit(Routine& routine) noexcept {
   bool linked = false;
-  if (!isUntouched(routine)) return;  // I4
-  if (!announce()) {                  // I5
+  OSSFileInfo made{};
+  if (!isUntouched(routine, &made)) return;  // I4
+  if (!announce(made)) {                     // I5
     (void)routine.failSystem(handle_.lockFile.lastError(), GENREG_RC_BACKUP_RENAME_FAILED, 36,
                              lockPath());
     return;
@@ -566,12 +575,13 @@ void Session::commit(Routine& routine) noexcept {
 
 // Whether registry, temporary file and lock are the files that the session opened, the registry
 // with the bytes that it read.
-bool Session::isUntouched(Routine& routine) noexcept {
+bool Session::isUntouched(Routine& routine, OSSFileInfo* made) noexcept {
   OSSFileInfo now{};
   const char* changed = nullptr;
   if (infoOf(registryPath(), &now) != OSS_RC_OK || !now.isUnchanged(opened_)) {
     changed = registryPath();
-  } else if (!claim_.isAt(temporaryPath())) {
+  } else if (claim_.getInfo(made) != OSS_RC_OK || infoOf(temporaryPath(), &now) != OSS_RC_OK ||
+             !now.isSameFile(*made)) {
     changed = temporaryPath();
   } else if (hasStatus(GENREG_STATUS_LOCKED) && !handle_.lockFile.isAt(lockPath())) {
     changed = lockPath();
@@ -582,10 +592,8 @@ bool Session::isUntouched(Routine& routine) noexcept {
 }
 
 // Writes into the lock file what is about to be put in place of what.
-bool Session::announce() noexcept {
+bool Session::announce(const OSSFileInfo& made) noexcept {
   if (!hasStatus(GENREG_STATUS_LOCKED)) return true;
-  OSSFileInfo made{};
-  if (claim_.getInfo(&made) != OSS_RC_OK) return false;
   char line[Announcement::textSize];
   const std::size_t length =
       Announcement{made.device, made.file, opened_.size, opened_.modified}.write(line);

@@ -122,13 +122,13 @@ class Session {
   bool isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept;
   Code setBackupAside() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
-  bool setLeftoversAside(Routine& routine) noexcept;
+  bool setLeftoversAside(Routine& routine, bool* waited) noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
   bool claimTemporary() noexcept;
   void finishFiles(Routine& routine, std::uint64_t kind) noexcept;
   void commit(Routine& routine) noexcept;
-  bool isUntouched(Routine& routine) noexcept;
-  bool announce() noexcept;
+  bool isUntouched(Routine& routine, OSSFileInfo* made) noexcept;
+  bool announce(const OSSFileInfo& made) noexcept;
   bool replaceRegistry(Routine& routine, bool* linked) noexcept;
   bool settle(Routine& routine, bool linked) noexcept;
   void goBack(bool linked) noexcept;

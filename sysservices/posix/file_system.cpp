@@ -22,8 +22,6 @@ const bool oss::pathsHaveDrives = false;
 
 namespace {
 
-constexpr mode_t permissionBits = 07777;
-
 thread_local int lastError = 0;
 
 unsigned int fail(int error) {
