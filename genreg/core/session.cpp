@@ -311,17 +311,17 @@ Code Session::open(std::uint64_t kind) noexcept {
   hideStreams();
   (void)main_.close();
   (void)second_.close();
+  const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
   bool opened = false;
-  for (bool again = true; again;) {
-    again = false;
+  for (;;) {
+    bool waited = false;
     opened = openRegistry(routine, kind);
-    if (!opened || kind == GENREG_OP_READ || appendsInPlace(kind)) break;
-    opened = kind == GENREG_OP_VERIFY || setLeftoversAside(routine, &again);
-    if (again) (void)main_.close();
+    if (!opened || !needsTemporary || kind == GENREG_OP_VERIFY) break;
+    opened = setLeftoversAside(routine, &waited);
+    if (!opened || !waited) break;
+    (void)main_.close();
   }
-  if (opened && kind != GENREG_OP_READ && !appendsInPlace(kind)) {
-    opened = openTemporary(routine, kind);
-  }
+  if (opened && needsTemporary) opened = openTemporary(routine, kind);
   if (!opened) {
     (void)main_.close();
     (void)second_.close();
