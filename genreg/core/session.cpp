@@ -64,10 +64,11 @@ struct Announcement {
 
   static constexpr std::size_t textSize = 128;
   std::size_t write(char (&text)[textSize]) const {
-    return static_cast<std::size_t>(std::snprintf(
-        text, sizeof text,
-        "commit of file %" PRIx64 ":%" PRIx64 " replaces %" PRIx64 " bytes of %" PRIx64 "\n",
-        device, file, oldSize, static_cast<std::uint64_t>(oldModified)));
+    return static_cast<std::size_t>(
+        std::snprintf(text, sizeof text,
+                      "commit of file %016" PRIx64 ":%016" PRIx64 " replaces %016" PRIx64
+                      " bytes of %016" PRIx64 "\n",
+                      device, file, oldSize, static_cast<std::uint64_t>(oldModified)));
   }
 };
 
