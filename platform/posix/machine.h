@@ -1,4 +1,5 @@
-// What stands behind platform::Machine here: registry exports, loaded when they are first needed.
+// What stands behind platform::Machine here: registry exports, loaded when they are first
+// needed and kept as they were then.
 #pragma once
 
 #include <map>
@@ -11,8 +12,8 @@ namespace platform {
 
 struct Machine {
   std::string exportPath;  // of the local machine's registry; empty when there is none
-  std::unique_ptr<const RegistryTree> local;
-  std::map<std::string, std::unique_ptr<const RegistryTree>> others;  // by host
+  std::shared_ptr<const RegistryTree> local;
+  std::map<std::string, std::shared_ptr<const RegistryTree>> others;  // by host
 };
 
 }  // namespace platform

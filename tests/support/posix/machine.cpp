@@ -2,7 +2,7 @@
 #include "support/machine_fixture.h"
 #include "sysservices/environment.h"
 
-const unsigned long machineStreams = 1;
+const unsigned long machineStreams = 0;
 
 std::string systemText(const std::string& utf8) { return utf8; }
 
