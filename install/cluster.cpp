@@ -32,7 +32,7 @@ unsigned int clusterError() {
 ClusterContext::ClusterContext(const platform::Machine& machine) noexcept
     : api_(ossLoadClusterApi(machine)) {}
 
-// A cluster whose key cannot be closed stays open: it may be in use yet.
+// A cluster whose key cannot be closed stays open.
 ClusterContext::~ClusterContext() {
   if (key_ != nullptr) {
     if (api_.ClusterRegCloseKey == nullptr || api_.ClusterRegCloseKey(key_) != 0) return;

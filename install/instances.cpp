@@ -125,7 +125,7 @@ unsigned int InstanceList::next(const Routine& routine, Record& record) noexcept
 
 // The whole name of the next instance of the current copy or of one after it.
 unsigned int InstanceList::findName(const Routine& routine, Name& name) noexcept {
-  unsigned int error = nameAt(instanceIndex_, name);
+  unsigned int error = nextName(name);
   while (error == platform::registryNoMoreItems) {
     if (defaultReached_) return GENREG_RC_END;
     const unsigned int moved = nextCopyWithProfiles();
@@ -133,16 +133,16 @@ unsigned int InstanceList::findName(const Routine& routine, Name& name) noexcept
     if (moved != 0) {
       return routine.failFrom(Function::nextCopyWithProfiles, moved, GENREG_RC_NEXT_INSTANCE, 10);
     }
-    error = nameAt(instanceIndex_, name);
+    error = nextName(name);
   }
   if (error == 0) return 0;
   return routine.fail(GENREG_RC_NEXT_INSTANCE, 20, genreg::number(error),
                       genreg::number(instanceIndex_));
 }
 
-unsigned int InstanceList::nameAt(std::uint32_t index, Name& name) const noexcept {
+unsigned int InstanceList::nextName(Name& name) const noexcept {
   std::uint32_t size = sizeof name;
-  return platform::RegEnumKeyExA(profilesKey_.get(), index, name, &size);
+  return platform::RegEnumKeyExA(profilesKey_.get(), instanceIndex_, name, &size);
 }
 
 // Fills the record, and goes beyond the instance when that has worked or its profile alone could

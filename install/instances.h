@@ -52,7 +52,7 @@ class InstanceList {
   unsigned int nextCopyWithProfiles() noexcept;
   unsigned int openNextCopy(const genreg::Routine& routine, Key& copyKey) noexcept;
   unsigned int findName(const genreg::Routine& routine, Name& name) noexcept;
-  unsigned int nameAt(std::uint32_t index, Name& name) const noexcept;
+  unsigned int nextName(Name& name) const noexcept;
 
   unsigned int readInstance(const genreg::Routine& routine, const Name& name,
                             Record& record) noexcept;

@@ -22,7 +22,6 @@ TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
        "{\n  \"version\": \"9.1.0.0\",\n  \"versionCode\": \"0x0009000100000000\",\n"
        "  \"packed\": 9010000\n}\n"},
       {"version 9.x", 2, "", "'9.x': a version is a text like 9.1.0.0"},
-      {"version 0x", 2, "", "a version is"},
       {"version 123456789", 2, "", "a version is"},
       {"copies", 0,
        headings + "ZOR      9.1.0.0   COPY1  C:\\Program Files\\NUV\\COPY1\n"
@@ -67,7 +66,7 @@ TEST_F(InstallTool, InstancesAreShownWithWhereTheirProfilesAre) {
   expectSteps("", steps);
 }
 
-TEST_F(InstallTool, WhatCannotBeReadIsToldAndTheRestIsListed) {
+TEST_F(InstallTool, WhatCannotBeReadIsReportedAndTheRestIsListed) {
   machine(copyKeys("A") + instanceKey("A", "I1", "\"ZORREMOTEPREG\"=\"NONE\"\n") +
           instanceKey("A", "I2") + productKey("\\INSTALLEDCOPIES\\B") + instanceKey("B", "I3") +
           copyKeys("C") + instanceKey("C", "I4"));
@@ -85,11 +84,21 @@ TEST_F(InstallTool, WhatCannotBeReadIsToldAndTheRestIsListed) {
   EXPECT_EQ(instancesRun.status, 3);
   EXPECT_NE(instancesRun.output.find("C:\\X\\I2"), std::string::npos);
   EXPECT_NE(instancesRun.error.find("instance 'I1' of copy 'A'"), std::string::npos);
-  EXPECT_NE(instancesRun.error.find("instance 'I3'"), std::string::npos);
+  EXPECT_NE(instancesRun.error.find("instance 'I3' of copy 'B'"), std::string::npos);
 
   machine("");
   EXPECT_EQ(runTool("copies").status, 3);
   EXPECT_EQ(runTool("instances").status, 1);
+}
+
+TEST_F(InstallTool, AnExportThatIsRefusedIsReportedWithItsLine) {
+  SKIP_WITHOUT(Need::RegistryExports);
+  machine(copyKeys("A") + "x\n");
+  machineOf(path("machine.reg"));
+  const std::string reason = path("machine.reg") + ", line 9: neither a key, a value nor a comment";
+  expectSteps(
+      "",
+      {{"copies", 3, "", reason}, {"instances", 3, "", reason}, {"copies find", 3, "", reason}});
 }
 
 }  // namespace

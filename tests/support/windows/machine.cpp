@@ -5,8 +5,6 @@
 #include "platform/posix/registry_export.h"
 #include "support/machine_fixture.h"
 
-const unsigned long machineStreams = 0;
-
 namespace {
 
 constexpr const char* maker = "SOFTWARE\\NUV";
@@ -50,7 +48,7 @@ void writeKey(HKEY parent, const platform::RegistryKeyObject& object) {
   ::RegCloseKey(key);
 }
 
-// A service that is told by its start type alone; one that the manager would not have is not made.
+// A service of which only the start type counts; one that the manager would not have is not made.
 void createService(const platform::RegistryKeyObject& object) {
   const platform::RegistryValue* const start = platform::findValue(&object, "Start");
   if (start == nullptr || start->type != platform::registryDword || start->data[1] != 0) return;
