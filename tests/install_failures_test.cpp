@@ -11,64 +11,50 @@ std::string zors() { return instances("ZOR"); }
 std::string zems() { return instances("ZEM"); }
 
 TEST_F(InstallFailures, GiveTheCodesOfTheirPlaceAndAreLoggedThere) {
+  const char* const open = "RegOpenKeyExA";
+  const char* const enumerate = "RegEnumKeyExA";
+  const char* const query = "RegQueryValueExA";
+  const std::string onlyI = "I A C:\\X\\I 0 -;";
+  const std::string onlyL = "L - C:\\X\\L 0 -;end;";
+  const std::string again = "266 I A;" + onlyI + onlyL;
   const struct {
     std::string (*list)();
     const char* operation;
     unsigned long call;  // number of its call that fails
     int error;
-    const char *answer, *log;
+    std::string answer, log;
   } cases[] = {
-      {copies, "calloc", 1, ENOMEM, "0x90000263", "140.10:0x9000000D;99.20:0x90000263;"},
-      {copies, "malloc", 1, ENOMEM, "0x90000263", "140.10:0x9000000D;99.20:0x90000263;"},
-      {copies, "RegOpenKeyExA", 1, 2, "0x90000263", "140.20:0x90000282;99.20:0x90000263;"},
-      {copies, "RegOpenKeyExA", 1, ENOSPC, "0x90000263",
-       "140.10:0x9000000A;140.20:0x9000000A;99.20:0x90000263;"},
-      {copies, "RegOpenKeyExA", 2, 5, "ZOR A;ZOR -;end;", ""},
-      {copies, "RegOpenKeyExA", 4, 5, "0x90000265 A;ZOR A;ZOR -;end;",
-       "144.20:0x00000005;139.70:0x90000267;100.30:0x90000265;"},
-      {copies, "RegOpenKeyExA", 5, 5, "ZEM A;0x90000265 A;ZOR -;end;",
-       "139.50:0x90000265;100.30:0x90000265;"},
-      {copies, "RegOpenKeyExA", 7, 5, "ZEM A;ZOR A;0x90000265 -;end;",
-       "139.20:0x00000005;100.30:0x90000265;"},
-      {copies, "RegOpenKeyExA", 8, 5, "ZEM A;ZOR A;end;", "145.30:0x00000005;139.50:0x900001BE;"},
-      {copies, "RegEnumKeyExA", 1, 5, "0x90000265 -;ZOR -;end;",
-       "139.30:0x90000265;100.30:0x90000265;"},
+      {copies, "calloc", 1, ENOMEM, "263", "140.10:00D;99.20:263;"},
+      {copies, "malloc", 1, ENOMEM, "263", "140.10:00D;99.20:263;"},
+      {copies, open, 1, 2, "263", "140.20:282;99.20:263;"},
+      {copies, open, 1, ENOSPC, "263", "140.10:00A;140.20:00A;99.20:263;"},
+      {copies, open, 2, 5, "ZOR A;ZOR -;end;", ""},
+      {copies, open, 4, 5, "265 A;ZOR A;ZOR -;end;", "144.20:e5;139.70:267;100.30:265;"},
+      {copies, open, 7, 5, "ZEM A;ZOR A;265 -;end;", "139.20:e5;100.30:265;"},
+      {copies, open, 8, 5, "ZEM A;ZOR A;end;", "145.30:e5;139.50:1BE;"},
+      {copies, enumerate, 1, 5, "265 -;ZOR -;end;", "139.30:265;100.30:265;"},
       {copies, "RegQueryInfoKeyA", 1, 5, "ZOR A;ZOR -;end;", ""},
-      {copies, "RegQueryValueExA", 4, 5, "0x90000265 A;ZOR A;ZOR -;end;",
-       "139.50:0x90000265;100.30:0x90000265;"},
-      {copies, "RegQueryValueExA", 10, 5, "ZEM A;0x90000265 A;ZOR -;end;",
-       "139.70:0x90000267;100.30:0x90000265;"},
-      {zors, "calloc", 1, ENOMEM, "0x9000000D", "135.5:0x9000000D;102.30:0x9000000D;"},
-      {zors, "RegOpenKeyExA", 1, 2, "L - C:\\D\\L 0 -;end;", ""},
-      {zors, "RegOpenKeyExA", 1, ENOSPC, "0x9000000A",
-       "135.10:0x9000000A;135.10:0x9000000A;102.30:0x9000000A;"},
-      {zors, "RegOpenKeyExA", 2, 5, "0x90000263", "135.30:0x90000263;102.30:0x90000263;"},
-      {zors, "RegOpenKeyExA", 3, 5, "L - C:\\D\\L 0 -;end;", ""},
-      {zors, "RegOpenKeyExA", 5, 5, "0x90000266 I A;I A C:\\X\\I 0 -;L - C:\\D\\L 0 -;end;",
-       "144.20:0x00000005;138.30:0x90000268;103.30:0x90000266;"},
-      {zors, "RegOpenKeyExA", 6, 2, "0x90000266 I A;I A C:\\X\\I 0 -;L - C:\\D\\L 0 -;end;",
-       "138.40:0x90000282;103.30:0x90000266;"},
-      {zors, "RegOpenKeyExA", 6, ENOSPC, "0x90000266 I A;I A C:\\X\\I 0 -;L - C:\\D\\L 0 -;end;",
-       "138.10:0x9000000A;138.40:0x9000000A;103.30:0x90000266;"},
-      {zors, "RegOpenKeyExA", 7, 5, "I A C:\\X\\I 0 -;0x90000266 - -;end;",
-       "142.30:0x00000005;138.10:0x90000266;103.30:0x90000266;"},
-      {zors, "RegOpenKeyExA", 8, 2, "I A C:\\X\\I 0 -;end;", ""},
-      {zors, "RegOpenKeyExA", 8, 5, "I A C:\\X\\I 0 -;0x90000266 - -;end;",
-       "138.10:0x90000266;103.30:0x90000266;"},
-      {zors, "RegOpenKeyExA", 9, 5, "I A C:\\X\\I 0 -;end;",
-       "145.30:0x00000005;138.20:0x900001BE;"},
-      {zors, "RegEnumKeyExA", 1, 5, "0x90000263", "135.30:0x90000263;102.30:0x90000263;"},
-      {zors, "RegEnumKeyExA", 3, 5, "I A C:\\X\\I 0 -;0x90000266 - A;L - C:\\D\\L 0 -;end;",
-       "138.20:0x90000266;103.30:0x90000266;"},
-      {zors, "RegEnumKeyExA", 4, 5, "I A C:\\X\\I 0 -;0x90000266 - -;end;",
-       "138.10:0x90000266;103.30:0x90000266;"},
-      {zors, "RegQueryValueExA", 1, 5, "0x90000266 I A;I A C:\\X\\I 0 -;L - C:\\D\\L 0 -;end;",
-       "138.20:0x90000268;103.30:0x90000266;"},
-      {zors, "OpenSCManagerA", 1, 5, "I A C:\\X\\I 0 -;L - C:\\D\\L 0 -;end;", ""},
-      {zems, "RegOpenKeyExA", 3, 2, "0x90000282", "135.30:0x90000282;102.30:0x90000282;"},
+      {copies, query, 4, 5, "265 A;ZOR A;ZOR -;end;", "139.50:265;100.30:265;"},
+      {copies, query, 10, 5, "ZEM A;265 A;ZOR -;end;", "139.70:267;100.30:265;"},
+      {zors, "calloc", 1, ENOMEM, "00D", "135.5:00D;102.30:00D;"},
+      {zors, open, 1, 2, onlyL, ""},
+      {zors, open, 1, ENOSPC, "00A", "135.10:00A;135.10:00A;102.30:00A;"},
+      {zors, open, 2, 5, "263", "135.30:263;102.30:263;"},
+      {zors, open, 5, 5, again, "144.20:e5;138.30:268;103.30:266;"},
+      {zors, open, 6, 2, again, "138.40:282;103.30:266;"},
+      {zors, open, 6, ENOSPC, again, "138.10:00A;138.40:00A;103.30:266;"},
+      {zors, open, 7, 5, onlyI + "266 - -;end;", "142.30:e5;138.10:266;103.30:266;"},
+      {zors, open, 8, 2, onlyI + "end;", ""},
+      {zors, open, 8, 5, onlyI + "266 - -;end;", "138.10:266;103.30:266;"},
+      {zors, open, 9, 5, onlyI + "end;", "145.30:e5;138.20:1BE;"},
+      {zors, enumerate, 1, 5, "263", "135.30:263;102.30:263;"},
+      {zors, enumerate, 3, 5, onlyI + "266 - A;" + onlyL, "138.20:266;103.30:266;"},
+      {zors, enumerate, 4, 5, onlyI + "266 - -;end;", "138.10:266;103.30:266;"},
+      {zors, query, 1, 5, again, "138.20:268;103.30:266;"},
+      {zors, "OpenSCManagerA", 1, 5, onlyI + onlyL, ""},
+      {zems, open, 3, 2, "282", "135.30:282;102.30:282;"},
   };
-  machine(copyKeys("A") + instanceKey("A", "I") + instanceKey("A", "Z", "", "ZEM_PROFILES") +
-          defaultKeys("8") + instanceKey("", "L"));
+  machine(keys("A; A/I; A//Z; -=8; -/L"));
   for (const auto& row : cases) {
     SCOPED_TRACE(std::string(row.operation) + " " + std::to_string(row.call));
     const FaultPlan plan(row.call, row.error, false, row.operation);
@@ -79,64 +65,56 @@ TEST_F(InstallFailures, GiveTheCodesOfTheirPlaceAndAreLoggedThere) {
   }
 }
 
-// Each row makes one call on an open list of copies and one of instances.
 TEST_F(InstallFailures, OfTheCallerAndOfReleasingAListHaveTheirCodes) {
-  machine(copyKeys("A") + instanceKey("A", "I"));
+  machine(keys("A; A/I"));
   void *copyList = nullptr, *instanceList = nullptr, *untouched = this;
   ASSERT_EQ(ossOpenServiceList(&copyList) + ossOpenInstanceList("ZOR", &instanceList), 0u);
   OSSServiceInfo_t copy;
   OSSInstanceInfo_t instance;
-  const struct {
-    Code code, answer;
-  } cases[] = {
-      {0x90000263, ossOpenServiceList(nullptr)},
-      {0x90000263, ossOpenInstanceList("ZOR", nullptr)},
-      {0x90000263, ossOpenInstanceList("zor", &untouched)},
-      {0x90000280, ossOpenInstanceList(nullptr, &untouched)},
-      {0x90000282, ossOpenInstanceList("ZEM", &untouched)},
-      {0x90000262, ossGetNextService(nullptr, &copy)},
-      {0x90000260, ossGetNextService(copyList, nullptr)},
-      {0x90000262, ossGetNextInstance(nullptr, &instance)},
-      {0x90000261, ossGetNextInstance(instanceList, nullptr)},
-      {0x90000262, ossCloseServiceList(nullptr)},
-      {0x90000262, ossCloseInstanceList(nullptr)},
-      {0x90000260, ossGetServiceInfo(nullptr, 0, nullptr, nullptr)},
-      {0x90000261, ossGetInstanceInfo(nullptr, 0, nullptr, nullptr)},
-      {0x90000260, ossSetServiceInfo(nullptr)},
-      {0x90000261, ossSetInstanceInfo(nullptr)},
-      {0x90000005, ossSetServiceInfo(&copy)},
-      {0x90000005, ossSetInstanceInfo(&instance)},
-      {0x90000005, ossRemoveServiceInfo("ZOR", 0)},
-      {0x90000005, ossRemoveInstanceInfo("ZOR", 0, "I")},
-  };
-  for (const auto& row : cases) EXPECT_EQ(row.answer, row.code) << "row " << &row - cases;
+  std::string codes;
+  for (const Code code : {ossOpenServiceList(nullptr),
+                          ossOpenInstanceList("ZOR", nullptr),
+                          ossOpenInstanceList("zor", &untouched),
+                          ossOpenInstanceList(nullptr, &untouched),
+                          ossGetNextService(nullptr, &copy),
+                          ossGetNextService(copyList, nullptr),
+                          ossGetNextInstance(nullptr, &instance),
+                          ossGetNextInstance(instanceList, nullptr),
+                          ossCloseServiceList(nullptr),
+                          ossCloseInstanceList(nullptr),
+                          ossGetServiceInfo(nullptr, 0, nullptr, nullptr),
+                          ossGetInstanceInfo(nullptr, 0, nullptr, nullptr),
+                          ossSetServiceInfo(nullptr),
+                          ossSetInstanceInfo(nullptr),
+                          ossSetServiceInfo(&copy),
+                          ossSetInstanceInfo(&instance),
+                          ossRemoveServiceInfo("ZOR", 0),
+                          ossRemoveInstanceInfo("ZOR", 0, "I"),
+                          ossGetNextService(copyList, &copy),
+                          ossGetNextService(copyList, &copy),
+                          ossGetNextService(copyList, &copy)})
+    codes += codeText(code) + " ";
+  EXPECT_EQ(codes,
+            "263 263 263 280 262 260 262 261 262 262 260 261 260 261 005 005 005 005 e0 1BE 1BE ");
   EXPECT_EQ(untouched, this);
-  // A list that has ended stays so.
-  EXPECT_EQ(ossGetNextService(copyList, &copy), 0u);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(ossGetNextService(copyList, &copy), GENREG_RC_END);
   const FailureLog log;
   for (const auto close : {ossCloseServiceList, ossCloseInstanceList}) {
     const FaultPlan plan(1, EIO, false, "free");
-    EXPECT_EQ(close(close == ossCloseServiceList ? copyList : instanceList), 0x90000264);
+    EXPECT_EQ(close(close == ossCloseServiceList ? copyList : instanceList), GENREG_RC_LIST_CLOSE);
   }
   const FaultPlan plan(1, 5, false, "RegEnumKeyExA");
-  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, nullptr, &copy), 0x90000267);
-  EXPECT_EQ(log.failures,
-            "101.20:0x90000264;104.20:0x90000264;139.30:0x90000265;105.20:0x90000267;");
+  EXPECT_EQ(ossGetServiceInfo("ZOR", 0, nullptr, &copy), GENREG_RC_SERVICE_INFO);
+  EXPECT_EQ(log.failures, "101.20:264;104.20:264;139.30:265;105.20:267;");
 }
 
-TEST_F(InstallFailures, OnlyTheInnerRoutinesTraceEntryAndExit) {
-  machine(copyKeys("A"));
+TEST_F(InstallFailures, OnlyTheInnerRoutinesTraceTheirEntry) {
+  machine(keys("A"));
   OSSServiceInfo_t record;
+  const FailureLog log;
   g_pGTCB->enabled = 1;
-  Diagnostics diagnostics;
   EXPECT_EQ(ossGetServiceInfo("ZOR", 0, nullptr, &record), 0u);
   g_pGTCB->enabled = 0;
-  std::string entered;
-  for (const auto& made : diagnostics.records) {
-    if (made.kind == OSSRecordKind::Entry) entered += std::to_string(made.probe & 0xFFFF) + " ";
-  }
-  EXPECT_EQ(entered, "143 140 139 146 145 144 141 ");
+  EXPECT_EQ(log.entries, "143 140 139 146 145 144 141 ");
 }
 
 }  // namespace

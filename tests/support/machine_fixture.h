@@ -5,37 +5,31 @@
 #include "ossinstall.h"
 #include "support/registry_fixture.h"
 
-// Lines of an export: a text value, a key below the product's, copies with their version and path.
-std::string textValue(const std::string& name, const std::string& text);
+// Lines of an export: a key below the product's, and all keys of copies and instances, which "; "
+// separates: "A" a copy of version 9 in C:\X, "A=8" and "A=8|D:\p" one of that version and path,
+// "-" the default entry; "A/I" an instance, "A//I" a ZEM one, "A/I|name=text" one with such a
+// value.
 std::string productKey(const std::string& below, const std::string& values = "");
-std::string versionKey(const std::string& copy, const std::string& version);
-std::string copyKeys(const std::string& name, const std::string& version = "9",
-                     const std::string& path = "C:\\\\X");
-std::string defaultKeys(const std::string& version);
-// An instance of a copy (empty: the default entry); `profiles` is PROFILES or ZEM_PROFILES.
-std::string instanceKey(const std::string& copy, const std::string& name,
-                        const std::string& values = "", const std::string& profiles = "PROFILES");
+std::string keys(const std::string& items);
 
 // Text as the system's 8-bit encoding has it.
 std::string systemText(const std::string& utf8);
 
 // All that a list gives, each step with ";": "SERVICE copy" or "NAME copy path flags host" for an
-// entry, the code and which entry it was for a failure, "-" for an empty text. It ends with "end;"
-// or with the third failure; of a list that is not opened the code is all.
+// entry, the code and which entry it was for a failure, "-" for an empty text. It ends with "end;",
+// or with the same failure for the third time. Of a list that is not opened the code is all. Codes
+// are three digits without their 0x90000, errors of the registry "e" and the number.
 std::string copies();
 std::string instances(const char* kind = "ZOR");
+std::string codeText(Code code);
 
-// Collects the failures that are logged while it lives: "routine.point:code;" for each, and
-// "path|line|reason;" for an export that is refused.
-class FailureLog {
- public:
+// Collects what is recorded while it lives: "routine.point:code;" for each failure,
+// "path|line|reason;" for an export that is refused, "routine " for each entry into one that is
+// traced.
+struct FailureLog {
   FailureLog();
   ~FailureLog();
-  FailureLog(const FailureLog&) = delete;
-  FailureLog& operator=(const FailureLog&) = delete;
-
-  std::string failures;
-  std::string refusals;
+  std::string failures, refusals, entries;
 };
 
 class MachineTest : public RegistryTest {
