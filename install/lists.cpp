@@ -55,7 +55,7 @@ constexpr ListRoutines routinesOf<InstanceList>{
 template <typename List>
 struct OpenList {
   struct CloseMachine {
-    void operator()(platform::Machine* machine) const noexcept { platform::closeMachine(machine); }
+    void operator()(platform::Machine* held) const noexcept { platform::closeMachine(held); }
   };
   std::unique_ptr<platform::Machine, CloseMachine> machine{platform::openMachine()};
   List list{machine.get()};
