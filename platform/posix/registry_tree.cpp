@@ -12,7 +12,13 @@ const char* const localMachineName = "HKEY_LOCAL_MACHINE";
 const char* const rootKeyNames[] = {localMachineName, "HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER",
                                     "HKEY_USERS", "HKEY_CURRENT_CONFIG"};
 
+// Nearly every character of a registry is an ASCII one.
 char32_t nextCapital(std::string_view name, std::size_t& position) noexcept {
+  const auto byte = static_cast<unsigned char>(name[position]);
+  if (byte < 0x80) {
+    ++position;
+    return byte >= 'a' && byte <= 'z' ? byte - ('a' - 'A') : byte;
+  }
   return capitalOf(nextCodePoint(name, position));
 }
 
