@@ -12,14 +12,18 @@ namespace {
 using genreg::Function;
 using genreg::Routine;
 
-// The routines of one kind of list, the probe points and codes in which the two kinds differ.
+// The routines of one kind of list, and the probe points and codes in which the two kinds differ.
 struct ListRoutines {
   struct {
     Function open, next, close, lookUp;
   } exported, inner;
-  unsigned int noListPoint, openFailedPoint, noMemoryPoint;
-  unsigned int openFailed;  // 0: the inner routine's own code
-  unsigned int noRecord, nextFailed, notFound;
+  struct {
+    unsigned int noList, openFailed, noMemory;
+  } points;
+  struct {
+    unsigned int openFailed;  // 0: the inner routine's own
+    unsigned int noRecord, nextFailed, notFound;
+  } codes;
 };
 
 template <typename List>
@@ -30,26 +34,17 @@ constexpr ListRoutines routinesOf<ServiceList>{
      Function::getServiceInfo},
     {Function::serviceListOpen, Function::serviceListNext, Function::serviceListClose,
      Function::serviceLookup},
-    10,
-    20,
-    10,
-    GENREG_RC_LIST_OPEN,
-    GENREG_RC_NO_SERVICE_RECORD,
-    GENREG_RC_NEXT_SERVICE,
-    GENREG_RC_SERVICE_INFO};
+    {10, 20, 10},
+    {GENREG_RC_LIST_OPEN, GENREG_RC_NO_SERVICE_RECORD, GENREG_RC_NEXT_SERVICE,
+     GENREG_RC_SERVICE_INFO}};
 template <>
 constexpr ListRoutines routinesOf<InstanceList>{
     {Function::openInstanceList, Function::getNextInstance, Function::closeInstanceList,
      Function::getInstanceInfo},
     {Function::instanceListOpen, Function::instanceListNext, Function::instanceListClose,
      Function::instanceLookup},
-    25,
-    30,
-    5,
-    0,
-    GENREG_RC_NO_INSTANCE_RECORD,
-    GENREG_RC_NEXT_INSTANCE,
-    GENREG_RC_INSTANCE_INFO};
+    {25, 30, 5},
+    {0, GENREG_RC_NO_INSTANCE_RECORD, GENREG_RC_NEXT_INSTANCE, GENREG_RC_INSTANCE_INFO}};
 
 // What stands behind the opaque handle.
 template <typename List>
@@ -84,7 +79,7 @@ OpenList<List>* openInner(unsigned int* code, Kind... kind) {
   auto* const opened = allocate<OpenList<List>>();
   const bool complete = opened != nullptr && opened->machine != nullptr;
   *code = complete ? opened->list.open(routine, kind...)
-                   : routine.fail(OSS_RC_NO_MEMORY, routinesOf<List>.noMemoryPoint);
+                   : routine.fail(OSS_RC_NO_MEMORY, routinesOf<List>.points.noMemory);
   (void)routine.exit(*code);
   if (*code == 0) return opened;
   if (opened != nullptr) (void)closeInner(opened);
@@ -101,12 +96,12 @@ template <typename List, typename... Kind>
 unsigned int open(void** list, Kind... kind) {
   constexpr const ListRoutines& of = routinesOf<List>;
   const Function self = of.exported.open;
-  if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, of.noListPoint);
+  if (list == nullptr) return genreg::logFailure(self, GENREG_RC_LIST_OPEN, of.points.noList);
   unsigned int code = 0;
   OpenList<List>* const opened = openInner<List>(&code, kind...);
   if (opened == nullptr) {
-    const unsigned int own = of.openFailed != 0 ? of.openFailed : code;
-    return failFrom(of.inner.open, code, self, own, of.openFailedPoint);
+    const unsigned int own = of.codes.openFailed != 0 ? of.codes.openFailed : code;
+    return failFrom(of.inner.open, code, self, own, of.points.openFailed);
   }
   *list = opened;
   return 0;
@@ -117,10 +112,10 @@ unsigned int next(void* list, typename List::Record* record) {
   constexpr const ListRoutines& of = routinesOf<List>;
   const Function self = of.exported.next;
   if (list == nullptr) return genreg::logFailure(self, GENREG_RC_NO_LIST, 10);
-  if (record == nullptr) return genreg::logFailure(self, of.noRecord, 20);
+  if (record == nullptr) return genreg::logFailure(self, of.codes.noRecord, 20);
   const unsigned int code = nextInner(*static_cast<OpenList<List>*>(list), *record);
   if (code == 0 || code == GENREG_RC_END) return code;
-  return failFrom(of.inner.next, code, self, of.nextFailed, 30);
+  return failFrom(of.inner.next, code, self, of.codes.nextFailed, 30);
 }
 
 template <typename List>
@@ -150,16 +145,16 @@ template <typename List, typename Wanted, typename... Kind>
 unsigned int lookUp(const Wanted& wanted, typename List::Record* record, Kind... kind) {
   constexpr const ListRoutines& of = routinesOf<List>;
   const Function self = of.exported.lookUp;
-  if (record == nullptr) return genreg::logFailure(self, of.noRecord, 10);
+  if (record == nullptr) return genreg::logFailure(self, of.codes.noRecord, 10);
   const unsigned int code = find<List>(wanted, *record, kind...);
   if (code == 0) return 0;
-  if (code == GENREG_RC_END) return of.notFound;
-  (void)failFrom(of.inner.lookUp, code, self, of.notFound, 20);
+  if (code == GENREG_RC_END) return of.codes.notFound;
+  (void)failFrom(of.inner.lookUp, code, self, of.codes.notFound, 20);
   if (genreg::tracingOn()) {
     _gtraceVar(static_cast<std::uint32_t>(ossThreadID()), genreg::probeOf(self), 20, 3, 1, 0,
                sizeof code, &code);
   }
-  return of.notFound;
+  return of.codes.notFound;
 }
 
 bool agrees(const char* wanted, const char* found) {
