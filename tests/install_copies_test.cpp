@@ -1,4 +1,6 @@
 // The installed copies: the whole list of each registry, and the lookups.
+#include <cstring>
+
 #include "support/machine_fixture.h"
 
 namespace {
@@ -57,7 +59,8 @@ TEST_F(InstalledCopies, ALookupFindsTheFirstCopyThatAgreesWithEveryArgument) {
       {nullptr, 0x000A000100020004, nullptr, nullptr, ""},
       {"ZOR", 0x000A000100020003, "C:\\Y z", "B", "ZOR B"},
   };
-  OSSServiceInfo_t record{};
+  OSSServiceInfo_t record;
+  std::memset(&record, 0xAA, sizeof record);
   for (const auto& row : cases) {
     const Code code = ossGetServiceInfo(row.service, row.version, row.path, row.copy, &record);
     EXPECT_EQ(code, row.found.empty() ? GENREG_RC_SERVICE_INFO : 0u);

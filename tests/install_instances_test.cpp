@@ -4,6 +4,7 @@
 // runs in a child process.
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -173,7 +174,8 @@ TEST_F(Instances, ALookupFindsTheFirstInstanceThatAgreesWithEveryArgument) {
       {"ZOR", 0, longName + "T", nullptr, ""},
       {"ZOR", 0x000A000100020003, "INST1", nullptr, "B INST1"},
   };
-  OSSInstanceInfo_t record{};
+  OSSInstanceInfo_t record;
+  std::memset(&record, 0xAA, sizeof record);
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
     const char* const name = row.name.empty() ? nullptr : row.name.c_str();
