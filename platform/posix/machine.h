@@ -3,7 +3,6 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <string>
 
 #include "platform/posix/registry_tree.h"
@@ -12,8 +11,8 @@ namespace platform {
 
 struct Machine {
   std::string exportPath;  // of the local machine's registry; empty when there is none
-  std::shared_ptr<const RegistryTree> local;
-  std::map<std::string, std::shared_ptr<const RegistryTree>> others;  // by host
+  SharedTree local;
+  std::map<std::string, SharedTree> others;  // by host
 };
 
 }  // namespace platform

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <utility>
+#include <memory>
 
 #include "platform/posix/machine.h"
 #include "platform/posix/registry_export_file.h"
@@ -17,13 +17,13 @@
 namespace platform {
 namespace {
 
-using Tree = std::shared_ptr<const RegistryTree>;
+SharedTree emptyTree() { return SharedTree(std::make_unique<RegistryTree>()); }
 
 // A refused export is logged, and an empty registry.
-Tree treeOf(const std::string& path, ExportContent content) {
-  if (content.tree != nullptr) return std::move(content.tree);
+SharedTree treeOf(const std::string& path, const ExportContent& content) {
+  if (content.tree.get() != nullptr) return content.tree;
   logRefusal(path, content);
-  return std::make_shared<RegistryTree>();
+  return emptyTree();
 }
 
 // The export of a host, beside that of the local machine. A host's name must not lead elsewhere.
@@ -43,11 +43,11 @@ unsigned int connect(Machine& machine, const char* name, RegistryKey* key) {
   if (known == machine.others.end()) {
     const std::string path = exportPathOf(machine, host);
     if (path.empty()) return registryHostUnknown;
-    ExportContent content = loadRegistryExport(path);
+    const ExportContent content = loadRegistryExport(path);
     if (content.code == OSS_RC_FILE_NOT_FOUND) return registryHostUnknown;
-    known = machine.others.emplace(host, treeOf(path, std::move(content))).first;
+    known = machine.others.emplace(host, treeOf(path, content)).first;
   }
-  *key = known->second->localMachine();
+  *key = known->second.get()->localMachine();
   return 0;
 }
 
@@ -65,8 +65,7 @@ Machine* openMachine() noexcept {
     const char* const path = std::getenv("ZOROSSE_REGISTRY_FILE");
     if (path != nullptr) machine->exportPath = path;
     const std::string& file = machine->exportPath;
-    machine->local =
-        file.empty() ? std::make_shared<RegistryTree>() : treeOf(file, loadRegistryExport(file));
+    machine->local = file.empty() ? emptyTree() : treeOf(file, loadRegistryExport(file));
     return machine.release();
   } catch (const std::exception&) {
     return nullptr;
@@ -76,7 +75,7 @@ Machine* openMachine() noexcept {
 void closeMachine(Machine* machine) noexcept { delete machine; }
 
 RegistryKey localMachineKey(const Machine& machine) noexcept {
-  return machine.local->localMachine();
+  return machine.local.get()->localMachine();
 }
 
 unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* key) noexcept {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -54,9 +55,11 @@ int readState(int descriptor, const std::string& path, FileState& state) {
   return 0;
 }
 
-ExportContent refuse(unsigned int code, unsigned int point, std::string reason,
+ExportContent refuse(unsigned int code, unsigned int point, const char* reason,
                      std::uint32_t line = 0) {
-  return {nullptr, code, point, line, std::move(reason)};
+  ExportContent content{{}, code, point, line, {}};
+  content.reason = reason;
+  return content;
 }
 
 ExportContent refuseUnreadable(int error) {
@@ -70,9 +73,11 @@ ExportContent refuseUnreadable(int error) {
 }
 
 ExportContent parse(std::string_view bytes) {
-  auto tree = std::make_shared<RegistryTree>();
+  auto tree = std::make_unique<RegistryTree>();
   ExportFault fault;
-  if (readRegistryExport(bytes, *tree, fault)) return {std::move(tree), 0, 0, 0, {}};
+  if (readRegistryExport(bytes, *tree, fault)) {
+    return {SharedTree(std::move(tree)), 0, 0, 0, {}};
+  }
   return refuse(OSS_RC_BAD_PARAMETER, 40, fault.reason, fault.line);
 }
 
@@ -138,7 +143,7 @@ class ExportCache {
       entries_.erase(known);
     }
     ExportContent content = readExport(descriptor, path, state);
-    const bool parsed = content.tree != nullptr || content.line != 0;
+    const bool parsed = content.tree.get() != nullptr || content.line != 0;
     if (parsed && hasSettled(state)) keep({path, state, content});
     return content;
   }

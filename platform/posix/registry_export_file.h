@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "platform/posix/registry_tree.h"
@@ -11,10 +10,10 @@ namespace platform {
 
 // A registry, or why there is none.
 struct ExportContent {
-  std::shared_ptr<const RegistryTree> tree;  // null when the export is refused
-  unsigned int code = 0;                     // OSS_RC_FILE_NOT_FOUND when there is no such file
-  unsigned int point = 0;                    // probe point of its log record
-  std::uint32_t line = 0;                    // from 1; 0 when no line is at fault
+  SharedTree tree;         // empty when the export is refused
+  unsigned int code = 0;   // OSS_RC_FILE_NOT_FOUND when there is no such file
+  unsigned int point = 0;  // probe point of its log record
+  std::uint32_t line = 0;  // from 1; 0 when no line is at fault
   std::string reason;
 };
 
