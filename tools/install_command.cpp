@@ -7,12 +7,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
+#include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
 
 namespace zorreg {
@@ -310,6 +312,36 @@ void addVersionCommand(CLI::App& app, int& status) {
   command->callback([arguments, &status] { status = showVersion(*arguments); });
 }
 
+// Prints, while it lives, what the library logs of registry exports that it refuses, each once.
+class RefusedExports {
+ public:
+  RefusedExports() { ossSetDiagnosticCallback(receive, this); }
+  ~RefusedExports() { ossSetDiagnosticCallback(nullptr, nullptr); }
+  RefusedExports(const RefusedExports&) = delete;
+  RefusedExports& operator=(const RefusedExports&) = delete;
+
+  bool any() const { return !printed_.empty(); }
+
+ private:
+  // The record has the path, the line (0: none is at fault) and the reason.
+  static void receive(const OSSDiagnosticRecord& record, void* context) {
+    constexpr unsigned int probeRegistryExport = 0x081A0100u;
+    if (record.probe != probeRegistryExport || record.valueCount != 3) return;
+    const auto text = [](const OSSDiagnosticValue& value) {
+      return std::string(static_cast<const char*>(value.address), value.length);
+    };
+    std::uint32_t line = 0;
+    std::memcpy(&line, record.values[1].address, sizeof line);
+    const std::string message = text(record.values[0]) +
+                                (line == 0 ? "" : ", line " + std::to_string(line)) + ": " +
+                                text(record.values[2]);
+    if (!static_cast<RefusedExports*>(context)->printed_.insert(message).second) return;
+    std::fprintf(stderr, "zorreg: %s\n", message.c_str());
+  }
+
+  std::set<std::string> printed_;
+};
+
 // A command that lists, with a verb "find" that looks one entry up.
 struct ListCommand {
   const char* name;
@@ -328,7 +360,9 @@ CLI::App* addListCommand(CLI::App& app, int& status, const ListCommand& row,
   (*find)->add_option("--version", arguments->version, "version of the copy");
   addOptional(*find, "--copy", arguments->copy, "name of the copy");
   command->callback([command, arguments, &status, row] {
+    const RefusedExports refused;
     status = command->get_subcommands().empty() ? row.list(*arguments) : row.find(*arguments);
+    if (refused.any()) status = exitFailed;
   });
   return command;
 }

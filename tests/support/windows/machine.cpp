@@ -3,9 +3,8 @@
 #include <windows.h>
 
 #include "platform/posix/registry_export.h"
+#include "platform/posix/unicode.h"
 #include "support/machine_fixture.h"
-
-const unsigned long machineStreams = 0;
 
 namespace {
 
@@ -50,7 +49,7 @@ void writeKey(HKEY parent, const platform::RegistryKeyObject& object) {
   ::RegCloseKey(key);
 }
 
-// A service that is told by its start type alone; one that the manager would not have is not made.
+// A service of which only the start type counts; one that the manager would not have is not made.
 void createService(const platform::RegistryKeyObject& object) {
   const platform::RegistryValue* const start = platform::findValue(&object, "Start");
   if (start == nullptr || start->type != platform::registryDword || start->data[1] != 0) return;
@@ -107,6 +106,14 @@ void importExport(const std::string& bytes) {
 }
 
 }  // namespace
+
+// What reading an export takes from the platform.
+char32_t platform::capitalOf(char32_t letter) noexcept {
+  if (letter > 0xFFFF) return letter;
+  auto unit = static_cast<wchar_t>(letter);
+  (void)::CharUpperBuffW(&unit, 1);
+  return static_cast<char32_t>(unit);
+}
 
 std::string systemText(const std::string& utf8) {
   const std::wstring text = wide(utf8);

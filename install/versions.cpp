@@ -1,4 +1,4 @@
-#include "install/version_codes.h"
+#include "install/versions.h"
 
 #include <cstdio>
 #include <cstdlib>

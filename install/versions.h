@@ -1,4 +1,4 @@
-// Version codes taken apart and put together.
+// Version codes split and put together.
 #pragma once
 
 #include <cstdint>
