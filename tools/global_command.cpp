@@ -41,8 +41,8 @@ int reportRejected(const Global& registry, const Words& words, unsigned int code
   return reportCode(reason != 0 ? reason : code, words.file);
 }
 
-// Runs `work` with the record or key that the words describe and its mask, or reports what is wrong
-// with them. A key that lost its only word would match everything.
+// Runs `work` with the record or key that the words describe, or reports what is wrong with them. A
+// key that lost its only word would match everything.
 template <typename Work>
 int withRecord(const Words& words, Work work) {
   const GlobalRegType& type = *typeNamed(words.type);
@@ -51,7 +51,17 @@ int withRecord(const Words& words, Work work) {
   const std::string wrong = setFields(words.fields, type, false, record);
   if (!wrong.empty()) return reportUsage(wrong);
   if (record.FieldMask == 0) return reportUsage("a record or key has at least one FIELD=VALUE");
-  return work(record, record.FieldMask);
+  return work(record);
+}
+
+// The mask under which a key finds its record: a record that is just what the key names is meant
+// even when others, which have more identifying fields, hold the given ones, too.
+std::uint64_t maskOf(Global& registry, const Words& words, GlobalRegRecord& key) {
+  GlobalRegRecord found;
+  const bool named = (key.FieldMask & ~typeNamed(words.type)->identity) == 0;
+  const bool unclear =
+      named && findOnly(registry, key.FieldMask, key, found) == GENREG_RC_AMBIGUOUS;
+  return unclear && findOnly(registry, byIdentity, key, found) == 0 ? byIdentity : key.FieldMask;
 }
 
 int listType(Global& registry, const Words& words) {
@@ -63,10 +73,10 @@ int listType(Global& registry, const Words& words) {
 }
 
 int get(Global& registry, const Words& words) {
-  return withRecord(words, [&](GlobalRegRecord& key, std::uint64_t mask) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
     GlobalRegRecord found;
-    const unsigned int code = registry.Get(mask, &key, &found);
-    if (code != 0) return reportRejected(registry, words, code, mask, key);
+    const unsigned int code = registry.Get(key.FieldMask, &key, &found);
+    if (code != 0) return reportRejected(registry, words, code, key.FieldMask, key);
     const Row row = rowOf(found);
     words.json ? printJson(row.json) : (void)std::printf("%s\n", row.cells[0].c_str());
     return int{exitDone};
@@ -74,7 +84,7 @@ int get(Global& registry, const Words& words) {
 }
 
 int add(Global& registry, const Words& words) {
-  return withRecord(words, [&](GlobalRegRecord& record, std::uint64_t) {
+  return withRecord(words, [&](GlobalRegRecord& record) {
     const unsigned int code = registry.Add(byIdentity, &record);
     return code == 0 ? exitDone : reportRejected(registry, words, code, byIdentity, record);
   });
@@ -92,14 +102,15 @@ unsigned int checkIdentity(Global& registry, const GlobalRegRecord& found,
 }
 
 int change(Global& registry, const Words& words) {
-  return withRecord(words, [&](GlobalRegRecord& key, std::uint64_t mask) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
     const GlobalRegType& type = *typeNamed(words.type);
     GlobalRegRecord changed{};
     const std::string wrong = setFields(words.newFields, type, true, changed);
     if (!wrong.empty()) return reportUsage(wrong);
+    const std::uint64_t mask = maskOf(registry, words, key);
     const unsigned int code =
         changeOnly(registry, mask, key, [&](const GlobalRegRecord& found, GlobalRegRecord& merged) {
-          changed = merged = found;
+          merged = found;
           (void)setFields(words.newFields, type, true, merged);
           changed = merged;
           return checkIdentity(registry, found, merged);
@@ -112,7 +123,8 @@ int change(Global& registry, const Words& words) {
 }
 
 int remove(Global& registry, const Words& words) {
-  return withRecord(words, [&](GlobalRegRecord& key, std::uint64_t mask) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
+    const std::uint64_t mask = maskOf(registry, words, key);
     const unsigned int code = registry.Delete(mask, &key);
     return code == 0 ? exitDone : reportRejected(registry, words, code, mask, key);
   });

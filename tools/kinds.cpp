@@ -93,18 +93,18 @@ Guess guessKind(const std::string& file) {
 
 std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian) {
   const Guess guess = guessKind(file);
-  const bool asksText = kind == Kind::Var || kind == Kind::Services;
-  const bool otherEnd = guess.kind == Kind::Bin && guess.bigEndian != bigEndian;
-  const bool other = guess.certain && (guess.kind != kind || otherEnd);
-  if (guess.isEmpty || (asksText == guess.isText && !other)) return {};
+  if (guess.isEmpty) return {};
   const std::string refused = std::string(", so it is not used as ") + nameOf(kind);
-  if (!guess.certain && !guess.isText) return "holds bytes that no text has" + refused;
-  if (!guess.certain) return "looks like a text" + refused;
-  const std::string end = guess.kind != Kind::Bin ? ""
-                          : guess.bigEndian       ? ", with --big-endian"
-                                                  : ", without --big-endian";
-  return std::string("looks like a registry of kind ") + nameOf(guess.kind) +
-         (guess.kind == kind ? end : "") + refused;
+  if (guess.certain && guess.kind != kind) {
+    return std::string("looks like a registry of kind ") + nameOf(guess.kind) + refused;
+  }
+  if (guess.certain && kind == Kind::Bin && guess.bigEndian != bigEndian) {
+    return guess.bigEndian ? "has length fields with their high byte first: use --big-endian"
+                           : "has length fields with their low byte first: leave --big-endian out";
+  }
+  const bool asksText = kind == Kind::Var || kind == Kind::Services;
+  if (asksText == guess.isText) return {};
+  return (asksText ? "holds bytes that no text has" : "looks like a text") + refused;
 }
 
 }  // namespace zorreg

@@ -47,11 +47,14 @@ void printRepair(const std::string& file, const std::string& original,
     printJson(row);
     return;
   }
-  std::string line = printable(file) + ": " + std::to_string(report.kept) + " records kept, ";
+  std::string line = printable(file) + ": " + std::to_string(report.kept) + " records kept; ";
   if (repaired) {
-    line += std::to_string(report.dropped) + " left out (" + std::to_string(report.bytesLeftOut) +
-            " bytes, the first at offset " + std::to_string(report.firstDamage) +
-            ")\nthe original is now " + printable(original);
+    line += std::to_string(report.bytesLeftOut) + " bytes left out, the first at offset " +
+            std::to_string(report.firstDamage);
+    if (report.dropped != 0) {
+      line += ", among them " + std::to_string(report.dropped) + " that cannot be read";
+    }
+    line += "\nthe original is now " + printable(original);
   } else {
     line += "nothing to repair";
   }

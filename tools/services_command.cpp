@@ -1,6 +1,7 @@
 // zorreg services FILE ...: text registries of network services.
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "commands.h"
 #include "exact_registry.h"
@@ -85,8 +86,9 @@ std::string complaint(const Words& words, const std::optional<Endpoint>& endpoin
   if (!endpoint || !isProtocol(endpoint->protocol)) {
     std::string wrong =
         "'" + printable(words.port) + "': a port from 1 to 65535, a slash and one of";
+    const char* separator = " ";
     for (const char* protocol : protocols)
-      wrong += (protocol == *protocols ? " " : ", ") + std::string(protocol);
+      wrong += std::exchange(separator, ", ") + std::string(protocol);
     return wrong;
   }
   for (const std::string& alias : words.aliases) {
