@@ -22,7 +22,9 @@ void checkCompanions(const RegistryFiles& files, Findings& findings) {
       {files.temporary,
        "the work of an update that is running, or did not finish; the next update "
        "sets it aside as the corrupt file"},
-      {files.corrupt, "an update that did not finish, to be looked at; the next update deletes it"},
+      {files.corrupt,
+       "an update that did not finish, or the original of a repair, to be looked at; the next "
+       "update deletes it"},
       {files.backup,
        registryThere
            ? "of a commit that was interrupted at its very end; the next update deletes it"

@@ -63,8 +63,8 @@ std::string oddity(const TextLine& line, const std::string& before, const std::s
   if (!prefix.empty()) return "'" + prefix + "' stands before the name";
   if (line.holdsNul()) return "it holds a NUL byte";
   if (line.isTooLong()) return "it is longer than 2,046 characters";
-  if (isCutInQuotes(line.bytes.substr(equals + 1)))
-    return "its quotes do not close before the value ends";
+  const std::string value = line.bytes.substr(equals + 1);
+  if (isCutInQuotes(value)) return "its quotes do not close before the value ends";
   if (goesOn(line.bytes, next)) return "it goes on in the next line";
   if (isIndented(line.bytes) && goesOn(before, line.bytes)) return "it continues the line before";
   return {};

@@ -54,7 +54,7 @@ void printRepair(const std::string& file, const std::string& original,
     if (report.dropped != 0) {
       line += ", among them " + std::to_string(report.dropped) + " that cannot be read";
     }
-    line += "\nthe original is now " + printable(original);
+    line += "\nthe original is now " + printable(original) + ", which the next update deletes";
   } else {
     line += "nothing to repair";
   }
