@@ -117,8 +117,8 @@ int import(Bin& registry, const Words& words) {
     if (!(parts >> name) || name[0] == '#') continue;
     parts >> value;
     const std::string wrong = parts >> rest ? "more than NAME VALUE" : complaint(name, &value, {});
-    const std::string where = "standard input, line " + std::to_string(number);
-    if (!wrong.empty()) return reportUsage(where + ": " + wrong);
+    std::string where = "standard input, line " + std::to_string(number);
+    if (!wrong.empty()) return reportUsage(where.append(": ").append(wrong));
     if (const int status = setChecked(registry, words.file, name, value, {}); status != exitDone) {
       (void)reportRefusal(where, "is not imported");
       return status;
