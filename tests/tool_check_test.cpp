@@ -70,6 +70,9 @@ TEST_F(CheckToolTest, TellsCleanLeftOverAndDamagedApart) {
   EXPECT_EQ(crashed.status, 1);
   EXPECT_NE(crashed.output.find("puts it back"), std::string::npos);
   EXPECT_EQ(runTool("check " + path("missing")).status, 1);
+  const ToolRun unread = runTool("check " + directory_);
+  EXPECT_EQ(unread.status, 3);
+  EXPECT_EQ(unread.output, "") << "what cannot be read is not called damaged";
 }
 
 }  // namespace

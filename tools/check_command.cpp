@@ -42,6 +42,8 @@ int check(const Words& words) {
   if (files.code != 0) return reportCode(files.code, words.file);
   const std::string& content = files.content();
   if (!ossPathExists(content.c_str())) return reportCode(GENREG_RC_NO_FILE, words.file);
+  std::string start;
+  if (!readContent(content, 1, start)) return reportCode(GENREG_RC_OPEN_FAILED, words.file);
   checkCompanions(files, findings);
   Guess guess = guessKind(content);
   for (const Kind kind : {Kind::Bin, Kind::Global, Kind::Var, Kind::Services}) {
