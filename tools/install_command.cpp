@@ -1,5 +1,3 @@
-#include "install_command.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -11,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
+#include "versions.h"
 
 namespace zorreg {
 namespace {
@@ -37,20 +37,6 @@ const char* orNull(const std::optional<std::string>& text) {
   return text ? text->c_str() : nullptr;
 }
 
-// Up to four numbers below 65536 with dots between them.
-bool isDotted(const std::string& text) {
-  std::size_t parts = 0;
-  for (std::size_t at = 0; at <= text.size(); ++parts) {
-    const std::size_t dot = std::min(text.find('.', at), text.size());
-    const std::string part = text.substr(at, dot - at);
-    const bool number = !part.empty() && part.size() <= 5 &&
-                        part.find_first_not_of("0123456789") == std::string::npos;
-    if (!number || std::stoul(part) > 0xFFFF) return false;
-    at = dot + 1;
-  }
-  return parts <= 4;
-}
-
 // The code that a dotted text, "0x" and hexadecimal digits, or a packed decimal number (more digits
 // than a part of a dotted text can have) stands for.
 bool parseVersion(const std::string& text, std::uint64_t& code) {
@@ -58,8 +44,7 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   if (text.empty()) return false;
   const bool hexadecimal = text.compare(0, 2, "0x") == 0;
   const bool packed = text.size() > mostPartDigits && text.find('.') == std::string::npos;
-  if (!hexadecimal && !packed)
-    return isDotted(text) && ossVersionStringToCode(text.c_str(), &code) == 0;
+  if (!hexadecimal && !packed) return parseDotted(text, code);
   const std::string digits = hexadecimal ? text.substr(2) : text;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) return false;
@@ -67,12 +52,6 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   const unsigned long long value = std::strtoull(digits.c_str(), nullptr, hexadecimal ? 16 : 10);
   code = hexadecimal ? value : ossVersionCodeZORToService(static_cast<unsigned int>(value));
   return true;
-}
-
-std::string versionText(std::uint64_t code) {
-  char text[24] = "";
-  (void)ossVersionCodeToString(code, text, sizeof text);
-  return text;
 }
 
 std::string versionHexadecimal(std::uint64_t code) {
