@@ -9,10 +9,18 @@ Code Repair::run() noexcept {
     (void)routine_.failFrom(Function::lockRegistry, code, GENREG_RC_LOCK_FAILED, 62);
     return routine_.code();
   }
+  // First to see whether there is anything to leave out: a repair that finds nothing leaves the
+  // corrupt file of the one before it.
   Session& session = store_.session();
-  if (open()) {
-    (void)salvage();
-    close();
+  if (open(GENREG_OP_READ)) {
+    (void)salvage(false);
+    close(false);
+  }
+  const bool needed = routine_.ok() && report_.bytesLeftOut != 0;
+  report_ = needed ? GenRegRepairReport{} : report_;
+  if (needed && open(GENREG_OP_CHANGE)) {
+    (void)salvage(true);
+    close(true);
   }
   if (const Code code = session.unlock(); code != 0) {
     const Routine::CleanUp cleanUp(routine_);
@@ -22,20 +30,20 @@ Code Repair::run() noexcept {
   return routine_.code();
 }
 
-bool Repair::open() noexcept {
-  const Code code = store_.session().open(GENREG_OP_CHANGE);
+bool Repair::open(std::uint64_t kind) noexcept {
+  const Code code = store_.session().open(kind);
   return code == 0 ||
          routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
 }
 
-bool Repair::salvage() noexcept {
+bool Repair::salvage(bool writes) noexcept {
   File& file = store_.session().main();
   Frame frame;
   for (;;) {
     const std::uint64_t start = file.offset();
     const Code code = store_.next(file, frame);
     if (code == 0) {
-      if (!treat(frame)) return false;
+      if (!treat(frame, writes)) return false;
       continue;
     }
     if (code == GENREG_RC_END) {
@@ -49,11 +57,11 @@ bool Repair::salvage() noexcept {
   }
 }
 
-bool Repair::treat(const Frame& frame) noexcept {
+bool Repair::treat(const Frame& frame, bool writes) noexcept {
   const bool sound = store_.isSound(frame);
   if (sound && (!dropUnreadable_ || isReadable(frame))) {
     ++report_.kept;
-    return store_.keep(routine_, store_.session().second(), frame, GENREG_OP_CHANGE);
+    return !writes || store_.keep(routine_, store_.session().second(), frame, GENREG_OP_CHANGE);
   }
   ++report_.dropped;
   leaveOut(frame.offset, frame.bytes.size());
@@ -76,14 +84,14 @@ void Repair::leaveOut(std::uint64_t offset, std::uint64_t count) noexcept {
 }
 
 // What is left out is missing on purpose: nothing is there to be verified against.
-void Repair::close() noexcept {
+void Repair::close(bool writes) noexcept {
   Session& session = store_.session();
-  const bool commits = routine_.ok() && report_.bytesLeftOut != 0;
-  const Code code = commits ? session.replaceDamaged() : session.close(GENREG_OP_READ);
+  const Code code =
+      writes && routine_.ok() ? session.replaceDamaged() : session.close(GENREG_OP_READ);
   if (code != 0) {
     (void)routine_.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
   }
-  if (!session.isCommitted()) (void)session.deleteTemporary();
+  if (writes && !session.isCommitted()) (void)session.deleteTemporary();
 }
 
 }  // namespace genreg
