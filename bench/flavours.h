@@ -1,4 +1,5 @@
 // What the four flavours of registries differ in: the record, the mask, and the bytes in the file.
+// The benchmarks and the proofs work with the same ones.
 #pragma once
 
 #include <cstdlib>
@@ -32,6 +33,9 @@ struct BinaryVariables {
     record.Value = entry.value;
     copyText(record.Comment, entry.comment);
   }
+  static Entry entryOf(const Record& record) {
+    return {record.Variable, record.Value, record.Comment};
+  }
   static std::string stored(const Entry& entry) {
     Record record{};
     fill(record, entry);
@@ -59,6 +63,10 @@ struct GlobalRegistry {
     copyText(record.Variable.Value, std::to_string(entry.value));
     copyText(record.Variable.Comment, entry.comment);
   }
+  static Entry entryOf(const Record& record) {
+    return {record.Variable.Variable, std::atoi(record.Variable.Value),
+            (record.FieldMask & 0x8) != 0 ? record.Variable.Comment : ""};
+  }
   static std::string stored(const Entry& entry) {
     const bool commented = !entry.comment.empty();
     const auto field = [](const std::string& text) {
@@ -79,13 +87,19 @@ struct ProfileVariables {
 
   static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
   static void fill(Record& record, const Entry& entry) {
-    static std::string value;
+    thread_local std::string value;
     value = std::to_string(entry.value);
     record.Contains = VARVAL_HAS_VARIABLE;
     if (!entry.comment.empty()) record.Contains |= VARVAL_HAS_COMMENT;
     record.Variable = entry.name.c_str();
     record.Value = value.c_str();
     record.Comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
+  }
+  // Without a name where the line holds no variable.
+  static Entry entryOf(const Record& record) {
+    if ((record.Contains & VARVAL_HAS_VARIABLE) == 0) return {};
+    const bool commented = (record.Contains & VARVAL_HAS_COMMENT) != 0;
+    return {record.Variable, std::atoi(record.Value), commented ? record.Comment : ""};
   }
   static std::string stored(const Entry& entry) {
     return entry.name + " = " + std::to_string(entry.value) +
@@ -107,6 +121,13 @@ struct Services {
     const auto port = static_cast<std::uint16_t>(entry.value);
     record.port = static_cast<std::uint16_t>((port << 8) | (port >> 8));
     record.comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
+  }
+  // Without a name where the line holds no service.
+  static Entry entryOf(const Record& record) {
+    if ((record.Contains & SERVICES_HAS_SERVICE) == 0) return {};
+    const bool commented = (record.Contains & SERVICES_HAS_COMMENT) != 0;
+    const auto port = static_cast<std::uint16_t>((record.port << 8) | (record.port >> 8));
+    return {record.name, port, commented ? record.comment : ""};
   }
   static std::string stored(const Entry& entry) {
     return entry.name + (entry.name.size() < 8 ? "\t\t" : "\t") + std::to_string(entry.value) +
