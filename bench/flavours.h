@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <vector>
 
 #include "bench/subject.h"
 #include "genreg.h"
@@ -29,6 +31,7 @@ struct BinaryVariables {
 
   static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
   static void fill(Record& record, const Entry& entry) {
+    record = {};  // what stands behind the texts is stored, too
     copyText(record.Variable, entry.name);
     record.Value = entry.value;
     copyText(record.Comment, entry.comment);
@@ -141,5 +144,92 @@ void writeAll(const std::string& path, std::size_t count) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   for (std::size_t i = 0; i < count; ++i) file << Flavour::stored(entryAt(i));
 }
+
+enum class Verb { Add, Change, Delete, Get, Scan };
+
+// One handle of a registry of any flavour. Each operation gives its return code.
+class Handle {
+ public:
+  virtual ~Handle() = default;
+  virtual unsigned int run(Verb verb, const Entry& entry) = 0;
+  virtual unsigned int openScan() = 0;
+  virtual unsigned int next() = 0;
+  virtual unsigned int closeScan() = 0;
+  virtual Entry found() const = 0;  // by the last Get or next()
+
+  // Counts the records up to the end or the first failure, and keeps them where they are wanted.
+  unsigned int scan(std::size_t* count, std::vector<Entry>* kept = nullptr) {
+    unsigned int code = openScan();
+    if (code != 0) return code;
+    for (*count = 0; (code = next()) == 0; ++*count) {
+      if (kept != nullptr) kept->push_back(found());
+    }
+    const unsigned int closed = closeScan();
+    return code == GENREG_RC_END ? closed : code;
+  }
+};
+
+template <typename Flavour>
+class HandleOf final : public Handle {
+ public:
+  // `features` 0: the flavour's own; else its duplicates and verification are those of `features`.
+  explicit HandleOf(const std::string& path, std::uint64_t features = 0)
+      : handle_(Flavour::open(path)) {
+    constexpr std::uint64_t modes = GENREG_VERIFY_UPDATES | GENREG_ALLOW_DUPLICATES;
+    std::uint64_t& own = handle_.*Access::field();
+    if (features != 0) own = (own & ~modes) | features;
+  }
+
+  unsigned int run(Verb verb, const Entry& entry) override {
+    if (verb == Verb::Scan) {
+      std::size_t count = 0;
+      return scan(&count);
+    }
+    Flavour::fill(record_, entry);
+    switch (verb) {
+      case Verb::Add:
+        return handle_.Add(Flavour::mask, &record_);
+      case Verb::Change:
+        return handle_.Change(Flavour::mask, &record_, &record_);
+      case Verb::Delete:
+        return handle_.Delete(Flavour::mask, &record_);
+      default:
+        return handle_.Get(Flavour::mask, &record_, &found_);
+    }
+  }
+  unsigned int openScan() override {
+    Flavour::fill(record_, any_);
+    return handle_.OpenScan();
+  }
+  unsigned int next() override { return handle_.GetNext(0, &record_, &found_); }
+  unsigned int closeScan() override { return handle_.CloseScan(); }
+  Entry found() const override { return Flavour::entryOf(found_); }
+
+ private:
+  struct Access : Flavour::Handle {
+    static auto field() { return &Access::features; }
+  };
+
+  const Entry any_;  // what the key of a scan points to
+  typename Flavour::Handle handle_;
+  typename Flavour::Record record_{};
+  typename Flavour::Record found_{};
+};
+
+struct Row {
+  const char* name;
+  std::unique_ptr<Handle> (*open)(const std::string& path, std::uint64_t features);
+  std::string (*stored)(const Entry& entry);
+};
+template <typename Flavour>
+Row rowOf(const char* name) {
+  return {name,
+          [](const std::string& path, std::uint64_t features) -> std::unique_ptr<Handle> {
+            return std::make_unique<HandleOf<Flavour>>(path, features);
+          },
+          Flavour::stored};
+}
+inline const Row rows[] = {rowOf<BinaryVariables>("binary"), rowOf<GlobalRegistry>("global"),
+                           rowOf<ProfileVariables>("profile"), rowOf<Services>("services")};
 
 }  // namespace flavours

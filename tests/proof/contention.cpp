@@ -1,8 +1,8 @@
 // Processes and threads, each with handles of its own, add, change and delete records of one
 // registry while others get and scan: every update returns 0, every record is there exactly once,
-// no reader ever fails, nothing is left over. Beside such updates, programs that know nothing of
-// the library always find the registry's name, and one that removes the lock file again and again
-// makes no acknowledged record disappear.
+// no reader ever fails, nothing is left over. Then others know nothing of the library: those that
+// open the registry always find its name, and one that removes the lock file again and again makes
+// no acknowledged record disappear.
 // usage: contention [--short] [--opens N]
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <new>
 #include <set>
 #include <thread>
@@ -20,249 +19,205 @@
 
 namespace {
 
-using proof::Flavour;
+using proof::Handle;
 using proof::Records;
-using proof::Scenario;
 using proof::Verb;
+
+constexpr int maxWorkers = 8;
+constexpr int maxRounds = 400;
 
 struct Size {
   int processes;
   int threads;
-  int rounds;           // records that each worker adds; it changes all and deletes every other one
-  unsigned long opens;  // by programs that know nothing of the library
+  int rounds;  // records that each worker adds; it changes all and deletes every other one
+  long opens;  // by programs that know nothing of the library
 };
 
-const proof::Record fixed{"fixed", 7};
+enum class Others { Read, Open, RemoveLocks };
+
+// What all processes see.
+struct Board {
+  std::atomic<bool> stop{false};
+  std::atomic<int> opening{0};  // processes
+  std::atomic<long> missing{0};
+  std::atomic<bool> added[maxWorkers][maxRounds] = {};  // the Add returned 0
+};
+
+const Entry fixed{"fixed", 7};
 
 std::string nameOf(int worker, int round) {
   return "w" + std::to_string(worker) + "x" + std::to_string(round);
 }
 
-// One worker's updates; 0 when each returned 0.
-int update(proof::Handle& handle, int worker, int rounds) {
-  for (int round = 0; round < rounds; ++round) {
-    const std::string name = nameOf(worker, round);
-    if (handle.run({Verb::Add, name.c_str(), 1}) != 0) return 1;
-    if (handle.run({Verb::Change, name.c_str(), 2 + round}) != 0) return 2;
-    if (round % 2 != 0 && handle.run({Verb::Delete, name.c_str()}) != 0) return 3;
-  }
-  return 0;
-}
-
-Records expected(const Size& size) {
-  Records records{fixed};
-  for (int worker = 0; worker < size.processes + size.threads; ++worker) {
-    for (int round = 0; round < size.rounds; round += 2) {
-      records.emplace_back(nameOf(worker, round), 2 + round);
-    }
-  }
-  std::sort(records.begin(), records.end());
-  return records;
-}
-
 std::set<std::string> namesOf(const Records& records) {
   std::set<std::string> names;
-  for (const proof::Record& record : records) names.insert(record.first);
+  for (const Entry& record : records) names.insert(record.name);
   return names;
 }
 
-// What all processes see.
-struct Board {
-  std::atomic<bool> stop{false};
-  std::atomic<unsigned long> missing{0};
-  std::atomic<bool> added[4][1000] = {};  // records whose Add returned 0, by worker and round
-};
-
-// 0 when no read failed.
-int readUntilStop(const Flavour& flavour, std::uint64_t features, const Board& board) {
-  while (!board.stop) {
-    if (flavour.open(features)->run({Verb::Get, "fixed"}) != 0) return 1;
-    Records found;
-    if (flavour.open(features)->scan(&found) != 0) return 2;
-    if (found.empty() || found.front() != fixed) return 3;
-    if (namesOf(found).size() != found.size()) return 4;
-  }
-  return 0;
+pid_t start(const std::function<bool()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body() ? 0 : 1);
+  return child;
 }
 
-// Processes, each of which runs one function and ends with its result.
-class Processes {
- public:
-  void start(const std::function<int()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    children_.push_back(child);
+bool succeed(const std::vector<pid_t>& children) {
+  bool all = true;
+  for (const pid_t child : children) {
+    int status = 0;
+    all = ::waitpid(child, &status, 0) == child && status == 0 && all;
   }
-  // Waits for all; whether each ended with 0.
-  bool succeed() {
-    bool all = true;
-    for (const pid_t child : children_) {
-      int status = 0;
-      all = ::waitpid(child, &status, 0) == child && status == 0 && all;
-    }
-    children_.clear();
-    return all;
-  }
-
- private:
-  std::vector<pid_t> children_;
-};
+  return all;
+}
 
 class Contest {
  public:
-  Contest(const Flavour& flavour, std::uint64_t features, const Size& size)
-      : flavour_(flavour), features_(features), size_(size) {
+  Contest(const flavours::Row& flavour, std::uint64_t features, const Size& size, Others others,
+          proof::Report& report)
+      : size_(size), others_(others), report_(report) {
+    scenario_ = {&flavour, features, features == unverified, true, proof::Start::Clean, {}, {}};
     void* const shared =
         ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) std::abort();
     board_ = new (shared) Board;
-    proof::restore({{proof::registry(), flavour.stored(fixed), ""}});
   }
   ~Contest() { (void)::munmap(board_, sizeof *board_); }
   Contest(const Contest&) = delete;
   Contest& operator=(const Contest&) = delete;
 
-  void updates(proof::Report& report) {
-    Processes readers;
-    Processes updaters;
-    for (int reader = 0; reader < 2; ++reader) {
-      readers.start([&] { return readUntilStop(flavour_, features_, *board_); });
-    }
+  void run() {
+    proof::restore({{proof::registry(), scenario_.fileOf({fixed}), 0}});
+    board_->opening = others_ == Others::Open ? 2 : 0;
+    std::vector<pid_t> others;
+    std::vector<pid_t> updaters;
+    for (int i = 0; i < 2; ++i) others.push_back(start([&] { return disturb(); }));
     for (int worker = 0; worker < size_.processes; ++worker) {
-      updaters.start([&, worker] { return update(*open(), worker, size_.rounds); });
+      updaters.push_back(start([&, worker] { return update(*scenario_.open(), worker); }));
     }
     std::atomic<int> failed{0};
     std::vector<std::thread> threads;
     for (int worker = size_.processes; worker < size_.processes + size_.threads; ++worker) {
       threads.emplace_back(
-          [&, worker, handle = open()] { failed += update(*handle, worker, size_.rounds) != 0; });
+          [&, worker, handle = scenario_.open()] { failed += update(*handle, worker) ? 0 : 1; });
     }
     for (std::thread& thread : threads) thread.join();
-    const auto expect = [&](bool holds, const char* what) {
-      report.expect(holds, scenario(Verb::Add), [=] { return std::string(what); });
-    };
     expect(failed == 0, "an update in a thread failed");
-    expect(updaters.succeed(), "an update in a process failed");
+    expect(succeed(updaters), "an update in a process failed");
     board_->stop = true;
-    expect(readers.succeed(), "a reader failed");
-
-    Records found;
-    const Code code = open()->scan(&found);
-    std::sort(found.begin(), found.end());
-    expect(code == 0 && found == expected(size_), "the records are not those of the updates");
-    expect(proof::files().size() == 1, "a file was left over");
-    const auto workers = static_cast<unsigned long>(size_.processes + size_.threads);
-    const auto rounds = static_cast<unsigned long>(size_.rounds);
-    report.count(scenario(Verb::Add), workers * rounds);
-    report.count(scenario(Verb::Change), workers * rounds);
-    report.count(scenario(Verb::Delete), workers * (rounds / 2));
-  }
-
-  void opens(proof::Report& report) {
-    constexpr unsigned long processes = 2;
-    Processes others;
-    Processes updater;
-    updater.start([&] {
-      const auto handle = open();
-      int failed = 0;
-      while (!board_->stop && failed == 0) failed = update(*handle, 0, 2) | undo(*handle);
-      return failed;
-    });
-    const std::string registry = proof::registry();
-    for (unsigned long process = 0; process < processes; ++process) {
-      others.start([&] {
-        for (unsigned long i = 0; i < size_.opens / processes; ++i) {
-          const int descriptor = ::open(registry.c_str(), O_RDONLY | O_CLOEXEC);
-          if (descriptor < 0) ++board_->missing;
-          (void)::close(descriptor);
-        }
-        return 0;
-      });
-    }
-    const bool opened = others.succeed();
-    board_->stop = true;
-    report.count(scenario(Verb::Add), size_.opens);
-    report.expect(updater.succeed() && opened && board_->missing == 0, scenario(Verb::Add), [&] {
-      return std::to_string(board_->missing) + " opens did not find the registry";
-    });
-  }
-
-  void removedLocks(proof::Report& report) {
-    const int workers = std::min(size_.processes, 4);
-    Processes adders;
-    Processes remover;
-    remover.start([&] {
-      const std::string lock = proof::lockFile();
-      while (!board_->stop) (void)::unlink(lock.c_str());
-      return 0;
-    });
-    for (int worker = 0; worker < workers; ++worker) {
-      adders.start([&, worker] {
-        const auto handle = open();
-        for (int round = 0; round < size_.rounds; ++round) {
-          const std::string name = nameOf(worker, round);
-          board_->added[worker][round] = handle->run({Verb::Add, name.c_str(), 1}) == 0;
-        }
-        return 0;
-      });
-    }
-    bool holds = adders.succeed();
-    board_->stop = true;
-    holds = remover.succeed() && holds;
-
-    Records found;
-    holds = open()->scan(&found) == 0 && holds;
-    const std::set<std::string> names = namesOf(found);
-    unsigned long acknowledged = 0;
-    unsigned long lost = 0;
-    for (int worker = 0; worker < workers; ++worker) {
-      for (int round = 0; round < size_.rounds; ++round) {
-        if (!board_->added[worker][round]) continue;
-        ++acknowledged;
-        lost += names.count(nameOf(worker, round)) == 0 ? 1 : 0;
-      }
-    }
-    report.count(scenario(Verb::Add), acknowledged);
-    report.expect(holds && acknowledged > 0 && lost == 0, scenario(Verb::Add), [=] {
-      return std::to_string(lost) + " of " + std::to_string(acknowledged) + " records lost";
-    });
+    expect(succeed(others), "a reader failed");
+    judge();
   }
 
  private:
-  std::unique_ptr<proof::Handle> open() const { return flavour_.open(features_); }
-  Scenario scenario(Verb verb) const {
-    const bool inPlace = features_ == unverified && verb == Verb::Add;
-    return {&flavour_, features_, inPlace, true, proof::Start::Clean, {verb}};
-  }
-  // Deletes what two rounds of updates left.
-  static int undo(proof::Handle& handle) {
-    return handle.run({Verb::Delete, nameOf(0, 0).c_str()}) == 0 ? 0 : 1;
+  // One worker's updates; whether all that must succeed did.
+  bool update(Handle& handle, int worker) {
+    for (int round = 0; round < size_.rounds || board_->opening > 0; ++round) {
+      const std::string name = nameOf(worker, round);
+      const bool added = handle.run(Verb::Add, {name, 1}) == 0;
+      if (round < maxRounds) board_->added[worker][round] = added;
+      if (others_ == Others::RemoveLocks) continue;
+      if (!added || handle.run(Verb::Change, {name, 2 + round}) != 0) return false;
+      const bool goes = round % 2 != 0 || others_ == Others::Open;
+      if (goes && handle.run(Verb::Delete, {name}) != 0) return false;
+    }
+    return true;
   }
 
-  const Flavour& flavour_;
-  std::uint64_t features_;
+  bool disturb() {
+    if (others_ == Others::Open) return openPlainly();
+    const std::string lock = proof::lockFile();
+    bool works = true;
+    while (!board_->stop && works) {
+      if (others_ == Others::Read) {
+        works = read();
+      } else {
+        (void)::unlink(lock.c_str());
+      }
+    }
+    return works;
+  }
+
+  bool read() const {
+    Records found;
+    std::size_t count = 0;
+    return scenario_.open()->run(Verb::Get, fixed) == 0 &&
+           scenario_.open()->scan(&count, &found) == 0 && count > 0 && found.front() == fixed &&
+           namesOf(found).size() == count;
+  }
+
+  bool openPlainly() {
+    const std::string registry = proof::registry();
+    for (long i = 0; i < size_.opens / 2; ++i) {
+      const int descriptor = ::open(registry.c_str(), O_RDONLY | O_CLOEXEC);
+      if (descriptor < 0) ++board_->missing;
+      (void)::close(descriptor);
+    }
+    --board_->opening;
+    return true;
+  }
+
+  void judge() {
+    Records found;
+    std::size_t count = 0;
+    expect(scenario_.open()->scan(&count, &found) == 0, "the last scan failed");
+    const std::set<std::string> names = namesOf(found);
+    expect(names.size() == count, "a record is there twice");
+    const int workers = size_.processes + size_.threads;
+    long acknowledged = 0;
+    std::size_t expected = 1;
+    long lost = 0;
+    for (int worker = 0; worker < workers; ++worker) {
+      for (int round = 0; round < size_.rounds; ++round) {
+        const bool stays = others_ == Others::Read ? round % 2 == 0 : others_ != Others::Open;
+        const bool added = board_->added[worker][round];
+        acknowledged += added ? 1 : 0;
+        const Entry record{nameOf(worker, round), others_ == Others::Read ? 2 + round : 1};
+        if (!added || !stays) continue;
+        ++expected;
+        lost += std::find(found.begin(), found.end(), record) == found.end() ? 1 : 0;
+      }
+    }
+    report_.expect(lost == 0 && (acknowledged > 0 || others_ == Others::Open), scenario_,
+                   std::to_string(lost) + " of " + std::to_string(acknowledged) + " records lost");
+    report_.expect(board_->missing == 0, scenario_,
+                   std::to_string(board_->missing) + " opens did not find the registry");
+    if (others_ != Others::RemoveLocks) {
+      expect(count == expected, "a record is there that should not be");
+      expect(proof::files().size() == 1, "a file was left over");
+    }
+    report_.count(scenario_,
+                  static_cast<unsigned long>(others_ == Others::Open ? size_.opens : acknowledged));
+  }
+
+  void expect(bool holds, const char* what) const { report_.expect(holds, scenario_, what); }
+
+  proof::Scenario scenario_;
   const Size& size_;
+  Others others_;
+  proof::Report& report_;
   Board* board_;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Size size = proof::isShort(argc, argv) ? Size{4, 2, 40, 20000} : Size{6, 3, 400, 10000000};
+  const bool isShort = proof::isShort(argc, argv);
+  Size size = isShort ? Size{4, 2, 40, 20000} : Size{5, 3, maxRounds, 10000000};
   char** const given = std::find(argv, argv + argc, std::string("--opens"));
-  if (argv + argc - given > 1) size.opens = std::strtoul(given[1], nullptr, 10);
+  if (argv + argc - given > 1) size.opens = std::strtol(given[1], nullptr, 10);
   proof::Report updates("contended updates");
   proof::Report opens("opens by others");
   proof::Report removals("removed locks");
-  for (const Flavour& flavour : proof::flavours) {
+  for (const flavours::Row& flavour : flavours::rows) {
     for (const std::uint64_t features : {std::uint64_t{0}, unverified}) {
-      Contest(flavour, features, size).updates(updates);
-      Contest(flavour, features, size).removedLocks(removals);
+      Contest(flavour, features, size, Others::Read, updates).run();
+      Contest(flavour, features, size, Others::RemoveLocks, removals).run();
     }
   }
-  // A name is a name in every flavour.
-  Contest(proof::flavours[0], 0, size).opens(opens);
-  const bool updated = updates.finish();
-  const bool opened = opens.finish();
-  return removals.finish() && opened && updated ? 0 : 1;
+  // Names are the same in every flavour.
+  const Size one{1, 0, 0, size.opens};
+  Contest(flavours::rows[0], 0, one, Others::Open, opens).run();
+  bool holds = true;
+  for (const proof::Report* report : {&updates, &opens, &removals}) holds &= report->finish();
+  return holds ? 0 : 1;
 }

@@ -6,160 +6,135 @@
 // the bytes written to a file since its last sync none, all, half, or zeros in their place.
 // In each state the library must show the old or the new content, and work.
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <set>
 
-#include "proof/recorded_calls.h"
+#include "proof/gate.h"
 #include "proof/scenario.h"
 
 namespace {
 
 using proof::File;
 using proof::Files;
-using proof::RecordedCall;
+using proof::Gate;
 using proof::Records;
+using proof::Report;
 using proof::Scenario;
 using proof::Verb;
-using Kind = RecordedCall::Kind;
-using Names = std::map<std::string, int>;
+using Names = std::map<std::string, std::uint64_t>;
+using Versions = std::vector<std::string>;  // of one file; the first is on the disk
 
-struct Content {
-  std::string durable;
-  std::vector<RecordedCall> pending;  // Write and Truncate since the last sync
-
-  // What may be found of it.
-  std::set<std::string> possible() const {
-    const std::string all = written(pending.size());
-    std::set<std::string> found{durable, all};
-    for (std::size_t kept = 0; kept < pending.size(); ++kept) {
-      const std::string before = written(kept);
-      const std::string behind = written(kept + 1);
-      found.insert(behind);
-      if (behind.size() <= before.size())
-        continue;  // the few bytes of a length reach the disk whole
-      found.insert(behind.substr(0, before.size() + (behind.size() - before.size()) / 2));
-      // The file has grown, its bytes have not come: none of these, or none of the later ones.
-      for (const std::size_t end : {all.size(), std::min(behind.size(), all.size())}) {
-        std::string hole = all;
-        std::fill(hole.begin() + static_cast<std::ptrdiff_t>(std::min(before.size(), end)),
-                  hole.begin() + static_cast<std::ptrdiff_t>(end), '\0');
-        found.insert(hole);
-      }
+// What may be found of a file.
+std::set<std::string> possible(const Versions& versions) {
+  const std::string& all = versions.back();
+  std::set<std::string> found(versions.begin(), versions.end());
+  for (std::size_t i = 1; i < versions.size(); ++i) {
+    const std::size_t before = versions[i - 1].size();
+    const std::size_t behind = versions[i].size();
+    // The few bytes that are written over others reach the disk as a whole.
+    if (behind <= before) continue;
+    found.insert(versions[i].substr(0, before + (behind - before) / 2));
+    // The file has grown, its bytes have not come: none of these, or none of the later ones.
+    for (const std::size_t end : {behind, all.size()}) {
+      std::string hole = all;
+      const auto from = std::min(before, hole.size());
+      const auto to = std::clamp(end, from, hole.size());
+      found.insert(hole.replace(from, to - from, to - from, '\0'));
     }
-    return found;
   }
-
-  void sync() {
-    durable = written(pending.size());
-    pending.clear();
-  }
-
- private:
-  std::string written(std::size_t count) const {
-    std::string bytes = durable;
-    for (std::size_t i = 0; i < count; ++i) {
-      const RecordedCall& call = pending[i];
-      const auto end = static_cast<std::size_t>(call.offset) + call.bytes.size();
-      if (call.kind == Kind::Truncate || bytes.size() < end) bytes.resize(end);
-      bytes.replace(static_cast<std::size_t>(call.offset), call.bytes.size(), call.bytes);
-    }
-    return bytes;
-  }
-};
+  return found;
+}
 
 // A disk, by what of it is certain and what is not.
 class Disk {
  public:
-  Disk(const Names& initial, const Files& files) : names_(initial) {
-    for (const File& file : files) contents_[initial.at(file.name)].durable = file.bytes;
+  explicit Disk(const Files& files) : now_(namesOf(files)), names_(now_) {
+    for (const File& file : files) versions_[file.file] = {file.bytes};
+    struct stat status {};
+    (void)::stat(proof::registry().substr(0, proof::registry().rfind('/')).c_str(), &status);
+    directory_ = status.st_ino;
   }
 
-  void apply(const RecordedCall& call) {
-    Content& content = contents_[call.file];
-    if (call.kind == Kind::Write || call.kind == Kind::Truncate) {
-      content.pending.push_back(call);
-    } else if (call.kind == Kind::Sync) {
-      content.sync();
-    } else if (call.kind == Kind::SyncDirectory) {
-      names_ = namesWith(~0ul);
-      pending_.clear();
-    } else {
-      pending_.push_back(call);
+  // A call was made, and `synced` by it.
+  void change(const Files& files, std::uint64_t synced) {
+    const Names behind = namesOf(files);
+    Names change;  // a name that is gone has no file
+    for (const auto& [name, file] : now_) change[name] = behind.count(name) != 0 ? file : 0;
+    for (const auto& [name, file] : behind) change[name] = file;
+    for (const auto& [name, file] : now_) {
+      if (change.at(name) == file) change.erase(name);
     }
+    if (!change.empty()) changes_.push_back(change);
+    for (const File& file : files) {
+      Versions& versions = versions_[file.file];
+      if (versions.empty() || versions.back() != file.bytes) versions.push_back(file.bytes);
+      if (file.file == synced) versions.erase(versions.begin(), versions.end() - 1);
+    }
+    now_ = behind;
+    if (synced != directory_) return;
+    names_ = now_;
+    changes_.clear();
   }
 
-  // Every state that may be found after the power cut.
+  // Every state that may be found after a power cut.
   std::set<Files> states() const {
     std::set<Files> found;
-    for (unsigned long kept = 0; kept < 1ul << pending_.size(); ++kept) {
-      for (Files& state : statesWith(kept, false)) found.insert(std::move(state));
+    for (unsigned long kept = 0; kept < 1ul << changes_.size(); ++kept) {
+      std::vector<Files> built{{}};
+      std::map<std::uint64_t, std::size_t> first;  // where each file's first name is
+      for (const auto& [name, file] : namesWith(kept)) {
+        const auto [at, isFirst] = first.emplace(file, built.front().size());
+        std::vector<Files> longer;
+        for (const Files& each : built) {
+          const Versions same = isFirst ? Versions{} : Versions{each[at->second].bytes};
+          for (const std::string& bytes : possible(isFirst ? versions_.at(file) : same)) {
+            longer.push_back(each);
+            longer.back().push_back({name, bytes, file});
+          }
+        }
+        built.swap(longer);
+      }
+      found.insert(built.begin(), built.end());
     }
     return found;
   }
 
-  // The state that a machine shows that stays up.
-  Files running() const { return statesWith(~0ul, true).front(); }
-
  private:
+  static Names namesOf(const Files& files) {
+    Names names;
+    for (const File& file : files) names[file.name] = file.file;
+    return names;
+  }
   // The names when, of the changes since the last sync, those at the set bits were kept.
   Names namesWith(unsigned long kept) const {
     Names names = names_;
-    Names now = names_;  // as the running machine saw them
-    for (std::size_t i = 0; i < pending_.size(); ++i) {
-      const RecordedCall& call = pending_[i];
-      const int file = call.kind == Kind::Create ? call.file : now.at(call.name);
-      for (Names* each : {&now, &names}) {
-        if (each == &names && (kept >> i & 1) == 0) continue;
-        if (call.kind == Kind::Rename || call.kind == Kind::Unlink) each->erase(call.name);
-        if (call.kind != Kind::Unlink) {
-          (*each)[call.kind == Kind::Create ? call.name : call.target] = file;
-        }
+    for (std::size_t i = 0; i < changes_.size(); ++i) {
+      if ((kept >> i & 1) == 0) continue;
+      for (const auto& [name, file] : changes_[i]) {
+        names[name] = file;
+        if (file == 0) names.erase(name);
       }
     }
     return names;
   }
 
-  std::vector<Files> statesWith(unsigned long kept, bool isRunning) const {
-    std::vector<Files> built{{}};
-    std::map<int, std::string> first;
-    std::vector<Files> longer;
-    for (const auto& [name, file] : namesWith(kept)) {
-      const auto [known, isFirst] = first.emplace(file, name);
-      longer.clear();
-      Content content = contents_.at(file);
-      if (isRunning) content.sync();
-      for (const Files& each : built) {
-        const auto twin =
-            std::find_if(each.begin(), each.end(),
-                         [&, of = known->second](const File& other) { return other.name == of; });
-        std::set<std::string> bytes;
-        if (isFirst) {
-          bytes = content.possible();
-        } else {
-          bytes.insert(twin->bytes);
-        }
-        for (const std::string& some : bytes) {
-          longer.push_back(each);
-          longer.back().push_back({name, some, isFirst ? "" : known->second});
-        }
-      }
-      built.swap(longer);
-    }
-    return built;
-  }
-
+  Names now_;  // as the running machine sees them
   Names names_;
-  std::vector<RecordedCall> pending_;
-  std::map<int, Content> contents_;
+  std::uint64_t directory_ = 0;
+  std::vector<Names> changes_;
+  std::map<std::uint64_t, Versions> versions_;
 };
 
-// What is left of a lock file says which files there were; they are others each time.
-Files withoutLock(Files files) {
-  for (File& file : files) {
-    if (file.name == proof::lockFile()) file.bytes.clear();
+// Names and bytes of what a crash left. What is in a lock file is about files, which are others
+// each time.
+std::string leftBehind() {
+  std::string left;
+  for (const File& file : proof::files()) {
+    left += file.name + "\n" + (file.name == proof::lockFile() ? "" : file.bytes) + "\n";
   }
-  return files;
+  return left;
 }
 
 struct Form {
@@ -169,125 +144,117 @@ struct Form {
 
 class Sweep : proof::Trial {
  public:
-  Sweep(const Scenario& scenario, const Form& form, proof::Report& crashes, proof::Report& cuts)
-      : Trial(scenario, crashes), form_(form), cuts_(cuts) {}
+  Sweep(const Scenario& scenario, const Form& form, Report& crashes, Report& cuts)
+      : Trial(scenario, crashes), form_(form), crashes_(&crashes), cuts_(&cuts) {}
 
   void run() {
-    const FaultHook surroundings = scenario_.surroundings();
+    const FaultHook surroundings(
+        [this](const std::string& call) { return scenario_.answer(call); });
     scenario_.prepare();
-    const Files start = proof::files();
-    std::vector<RecordedCall> calls;
-    Names initial;
+    Disk disk(proof::files());
+    std::size_t calls = 0;
+    std::map<Files, std::size_t> cuts;
+    const auto note = [&] {
+      for (const Files& state : disk.states()) cuts.emplace(state, calls);
+    };
+    note();
     {
-      const proof::Recording recording;
-      expect(scenario_.open()->run(scenario_.step) == 0, [] { return "undisturbed"; });
-      calls = recording.calls();
-      initial = recording.initial();
+      const Gate gate([&](std::uint64_t synced) {
+        disk.change(proof::files(), synced);
+        ++calls;
+        note();
+      });
+      expect(step() == 0, "undisturbed");
     }
-    const Files end = proof::files();
-    Disk disk(initial, start);
-    for (std::size_t done = 0;; ++done) {
-      for (const Files& state : disk.states()) cutPower(state, done, done == calls.size());
-      if (done == calls.size()) break;
-      disk.apply(calls[done]);
-    }
-    expect(disk.running() == end, [] { return "a call that changes files was not recorded"; });
-    for (std::size_t k = 0; k < calls.size(); ++k) crash(k);
+    report_ = cuts_;
+    for (const auto& [state, done] : cuts) cutPower(state, done, old_);
+    for (const Files& state : disk.states()) cutPower(state, calls, new_);
+    report_ = crashes_;
+    for (std::size_t k = 0; k < calls; ++k) crash(k);
   }
 
  private:
-  using Step = proof::Step;
+  Code step() const { return scenario_.open()->run(scenario_.verb, scenario_.entry); }
 
-  void cutPower(const Files& state, std::size_t calls, bool returned) {
-    if (!judged_.insert({state, returned}).second) return;
-    cuts_.count(scenario_);
+  void cutPower(const Files& state, std::size_t calls, const Records& other) {
+    std::string where = "after " + std::to_string(calls) + " calls:";
+    for (const File& file : state) {
+      where += " " + file.name.substr(file.name.rfind('/') + 1) + " of " +
+               std::to_string(file.bytes.size());
+    }
+    begin(where);
     proof::restore(state);
-    const auto where = [&](const char* what) {
-      return [=, &state] {
-        std::string text = std::string(what) + " after " + std::to_string(calls) + " calls:";
-        for (const File& file : state) {
-          text += " " + file.name.substr(file.name.rfind('/') + 1) + " of " +
-                  std::to_string(file.bytes.size()) + (file.twin.empty() ? "" : " (link)");
-        }
-        return text;
-      };
-    };
-    const Records* content = returned ? shown({&new_}) : shown({&old_, &new_});
-    cuts_.expect(content != nullptr, scenario_, where("neither old nor new content"));
-    cuts_.expect(content == nullptr || nextUpdateKeeps(*scenario_.open(), *content), scenario_,
-                 where("the next update"));
+    const Records* content = shown(new_, other);
+    expect(content != nullptr, "neither old nor new content");
+    expect(content == nullptr || nextUpdateKeeps(*scenario_.open(), *content), "the next update");
   }
 
   // Runs the scenario's step up to call `k`; what the registry then shows.
   const Records* stopBefore(std::size_t k) {
     scenario_.prepare();
     {
-      const proof::Recording recording(k);
-      (void)scenario_.open()->run(scenario_.step);
+      const Gate gate(k);
+      (void)step();
     }
-    return shown({&old_, &new_});
+    return shown(old_, new_);
   }
 
   void crash(std::size_t k) {
-    const auto where = [=](const char* what, std::size_t j) {
-      return [=] {
-        return std::string(what) + " after a stop before change " + std::to_string(k) +
-               " and, in the next update, " + std::to_string(j);
-      };
-    };
-    report_.count(scenario_);
+    const std::string where = "after a stop before change " + std::to_string(k);
+    begin(where);
     const Records* content = stopBefore(k);
-    expect(content != nullptr, where("the content", 0));
+    expect(content != nullptr, "neither old nor new content");
     if (k % form_.killed == 0) beKilled(k);
-    // A verified update is the one that sets aside and puts back most.
-    const Step other{Verb::Add, "other", 8};
-    for (std::size_t j = k % form_.again; content != nullptr; j += form_.again) {
+    bool ended = true;
+    for (std::size_t j = k % form_.again; ended && content != nullptr; j += form_.again) {
+      begin(where + " and, in the next update, " + std::to_string(j));
       content = stopBefore(k);
-      if (content == nullptr) break;  // reported above
-      Records longer = *content;
-      longer.emplace_back(other.name, other.value);
-      bool ended = false;
-      {
-        const proof::Recording recording(j);
-        const Code code = scenario_.flavour->open(0)->run(other);
-        ended = recording.hasEnded();
-        expect(ended || code == 0, where("no success", j));
-      }
-      report_.count(scenario_);
-      const Records* now = ended ? shown({content, &longer}) : shown({&longer});
-      expect(now != nullptr, where("the content", j));
-      expect(now == nullptr || nextUpdateKeeps(*scenario_.open(), *now),
-             where("the next update", j));
-      if (!ended) break;
+      if (content != nullptr) ended = crashAgain(j, *content);
     }
+  }
+
+  // A verified update is the one that sets aside and puts back most. False when it got to its end.
+  bool crashAgain(std::size_t j, const Records& content) {
+    Records longer = content;
+    longer.push_back({"other", 8});
+    bool ended = false;
+    {
+      const Gate gate(j);
+      const Code code =
+          scenario_.flavour->open(proof::registry(), 0)->run(Verb::Add, longer.back());
+      ended = gate.hasEnded();
+      expect(ended || code == 0, "no success");
+    }
+    const Records* now = shown(longer, ended ? content : longer);
+    expect(now != nullptr, "neither old nor new content");
+    expect(now == nullptr || nextUpdateKeeps(*scenario_.open(), *now), "the next update");
+    return ended;
   }
 
   // The same stop by a signal leaves the same files.
   void beKilled(std::size_t k) {
-    const Files left = withoutLock(proof::files());
+    const std::string left = leftBehind();
     scenario_.prepare();
     const int ended = inChild([&] {
-      const proof::Recording recording(k, proof::End::Killed);
-      return scenario_.open()->run(scenario_.step) == 0 ? 0 : 1;
+      const Gate gate(k, proof::End::Killed);
+      return static_cast<int>(step() != 0);
     });
-    expect(ended == -SIGKILL && withoutLock(proof::files()) == left,
-           [=] { return "a process killed before change " + std::to_string(k); });
-    report_.count(scenario_);
+    expect(ended == -SIGKILL && leftBehind() == left, "a killed process leaves something else");
   }
 
   const Form form_;
-  proof::Report& cuts_;
-  std::set<std::pair<Files, bool>> judged_;
+  Report* crashes_;
+  Report* cuts_;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
   const bool isShort = proof::isShort(argc, argv);
-  proof::Report crashes("crashes");
-  proof::Report cuts("power cuts");
-  for (const Scenario& scenario : proof::scenarios(!isShort)) {
-    if (scenario.step.verb == Verb::Get || scenario.step.verb == Verb::Scan) continue;
+  Report crashes("crashes");
+  Report cuts("power cuts");
+  for (const Scenario& scenario : proof::scenarios(isShort)) {
+    if (scenario.reads()) continue;
     // What stops in a large registry stops in the same states as in a small one.
     const bool isLarge = scenario.start == proof::Start::Large;
     Sweep(scenario, isShort || isLarge ? Form{7, 5} : Form{1, 1}, crashes, cuts).run();

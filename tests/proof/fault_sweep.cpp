@@ -9,14 +9,8 @@
 
 namespace {
 
-using proof::Scenario;
-
-// The errors that a call can give.
-struct Kinds {
-  const char* call;
-  std::vector<int> errors;
-};
-const Kinds kinds[] = {
+// The errors that each call can give; the others give EIO.
+const std::map<std::string, std::vector<int>> errors{
     {"malloc", {ENOMEM}},
     {"free", {EINVAL}},
     {"fopen", {ENOMEM}},
@@ -34,107 +28,72 @@ const Kinds kinds[] = {
     {"mkdir", {EACCES, ENOSPC}},
 };
 
-const std::vector<int>& errorsOf(const std::string& call) {
-  static const std::vector<int> other{EIO};
-  const auto* const row =
-      std::find_if(kinds, std::end(kinds), [&](const Kinds& kind) { return call == kind.call; });
-  return row == std::end(kinds) ? other : row->errors;
-}
+struct Fault {
+  std::size_t k;  // of which call
+  std::string call;
+  int error;
+  bool lasts;
+
+  // What must be on the disk before the commit, or in place ever.
+  bool keepsFromStoring() const {
+    return (call == "write" || call == "fsync") && error > 0 && error != EINTR;
+  }
+};
 
 class Sweep : proof::Trial {
  public:
   using Trial::Trial;
 
   void run() {
-    undisturbed();
+    const std::vector<std::string> made = calls();
     // A large registry is for the calls that move its bytes.
     const bool isLarge = scenario_.start == proof::Start::Large;
-    for (std::size_t k = 0; k < calls_.size(); ++k) {
-      if (isLarge && (calls_[k] == "malloc" || calls_[k] == "free")) continue;
-      for (const int error : errorsOf(calls_[k])) {
-        fail(k, error, false);
+    const auto commit = std::find(made.begin(), made.end(), "link") - made.begin();
+    for (std::size_t k = 0; k < made.size(); ++k) {
+      if (isLarge && (made[k] == "malloc" || made[k] == "free")) continue;
+      const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario_.inPlace;
+      const auto known = errors.find(made[k]);
+      for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
+        fail({k, made[k], error, false}, storing);
         // An interruption or a short transfer that never ends is not a failure but a hang.
-        if (error != EINTR && error != OSS_FAULT_SHORT) fail(k, error, true);
+        if (error != EINTR && error != OSS_FAULT_SHORT) fail({k, made[k], error, true}, storing);
       }
     }
   }
 
  private:
-  // Notes the calls of the operation in their order.
-  void undisturbed() {
+  void fail(const Fault& fault, bool storing) {
+    begin("call " + std::to_string(fault.k + 1) + " (" + fault.call + ") fails " +
+          (fault.lasts ? "from then on" : "once") + " with " + std::to_string(fault.error));
     scenario_.prepare();
-    const auto handle = scenario_.open();
-    Code code = 0;
-    {
-      const FaultHook hook([&](const std::string& call) {
-        calls_.push_back(call);
-        return scenario_.answer(call);
-      });
-      code = handle->run(scenario_.step);
-    }
-    expect(code == 0 && shows(new_), [&] { return "undisturbed: code " + std::to_string(code); });
-  }
-
-  // What an update wrote before its commit began is not kept when it could not be stored.
-  bool isStoring(std::size_t k) const {
-    const auto linked = std::find(calls_.begin(), calls_.end(), "link");
-    return !scenario_.inPlace && (calls_[k] == "write" || calls_[k] == "fsync") &&
-           static_cast<std::ptrdiff_t>(k) < linked - calls_.begin();
-  }
-
-  void fail(std::size_t k, int error, bool sticky) {
-    scenario_.prepare();
-    const std::string& call = calls_[k];
     const auto handle = scenario_.open();
     const std::size_t descriptors = openDescriptors();
     const std::uint64_t blocks = ossMemBlocksInUse();
-    Code code = 0;
-    {
-      std::size_t made = 0;
-      const FaultHook hook([&](const std::string& now) {
-        const std::size_t number = made++;
-        const bool fails = number == k || (sticky && number > k && now == call);
-        return fails ? error : scenario_.answer(now);
-      });
-      code = handle->run(scenario_.step);
-    }
-    report_.count(scenario_);
-    const auto where = [&](const char* what) {
-      return [=, &call] {
-        return std::string(what) + ": call " + std::to_string(k + 1) + " (" + call + ") fails " +
-               (sticky ? "from then on" : "once") + " with " + std::to_string(error) + ", code " +
-               std::to_string(code);
-      };
-    };
-    expect(openDescriptors() == descriptors, where("a descriptor leaked"));
+    const Code code = Trial::run(*handle, [&](std::size_t number, const std::string& call) {
+      const bool again = fault.lasts && number > fault.k && call == fault.call;
+      return number == fault.k || again ? fault.error : 0;
+    });
+    expect(openDescriptors() == descriptors, "a descriptor leaked");
     // The hook that fails a free fails to count it, too.
-    expect(ossMemBlocksInUse() == blocks || call == "free", where("memory leaked"));
-    expect(code == 0 || genRegFindReturnCode(code) != nullptr, where("no code of the registry"));
-    const bool failsToStore = (call == "write" || call == "fsync") && error > 0 && error != EINTR;
-    // What may not be on the disk is never called done.
-    expect(!failsToStore || code != 0, where("success after a failure to store"));
-    expect(!failsToStore || !isStoring(k) || !exists(proof::temporary()),
-           where("what could not be stored stays"));
+    expect(ossMemBlocksInUse() == blocks || fault.call == "free", "memory leaked");
+    expect(code == 0 || genRegFindReturnCode(code) != nullptr, "no code of the registry");
+    if (fault.keepsFromStoring()) {
+      expect(code != 0, "success after a failure to store");
+      expect(!storing || !exists(proof::temporary()), "what could not be stored stays");
+    }
     const bool stood =
         scenario_.start != proof::Start::Nothing && scenario_.start != proof::Start::BackupOnly;
-    expect(sticky || !stood || exists(proof::registry()),
-           where("the registry left under its backup name"));
-    const bool repeats = error == EINTR && call != "close";
-    expect(!repeats || code == 0, where("an interrupted call must be repeated"));
-    const proof::Records* content = code == 0 ? shown({&new_}) : shown({&old_, &new_});
-    expect(content != nullptr, where("neither old nor new content"));
-    expect(content == nullptr || nextUpdateKeeps(*handle, *content), where("the next update"));
+    expect(fault.lasts || !stood || exists(proof::registry()), "only the backup name stays");
+    const bool repeats = fault.error == EINTR && fault.call != "close";
+    expect(!repeats || code == 0, "an interrupted call must be repeated");
+    const proof::Records* content = shown(new_, code == 0 ? new_ : old_);
+    expect(content != nullptr, "neither old nor new content");
+    expect(content == nullptr || nextUpdateKeeps(*handle, *content), "the next update");
   }
-
-  std::vector<std::string> calls_;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  proof::Report report("faults");
-  for (const Scenario& scenario : proof::scenarios(!proof::isShort(argc, argv))) {
-    Sweep(scenario, report).run();
-  }
-  return report.finish() ? 0 : 1;
+  return proof::sweepAll<Sweep>("faults", proof::scenarios(proof::isShort(argc, argv)));
 }

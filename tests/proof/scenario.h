@@ -4,54 +4,20 @@
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "bench/flavours.h"
 #include "support/registry_fixture.h"
 
 namespace proof {
 
-using Record = std::pair<std::string, int>;
-using Records = std::vector<Record>;  // in the file's order
-
-enum class Verb { Add, Change, Delete, Get, Scan };
-
-struct Step {
-  Verb verb;
-  const char* name = "";
-  int value = 0;
-};
-
-// One handle of some flavour.
-class Handle {
- public:
-  virtual ~Handle() = default;
-  // Each gives the operation's return code. A Get writes what it found to `found`.
-  virtual Code run(const Step& step, Record* found) = 0;
-  virtual Code openScan() = 0;
-  virtual Code next(Record* found) = 0;  // an empty name: a line without a record
-  virtual Code closeScan() = 0;
-
-  Code run(const Step& step) {
-    Record found;
-    return run(step, &found);
-  }
-  // Appends the records that a scan finds up to its end or its first failure.
-  Code scan(Records* found);
-};
-
-struct Flavour {
-  const char* name;
-  // `features` 0: the flavour's own.
-  std::unique_ptr<Handle> (*open)(std::uint64_t features);
-  std::string (*stored)(const Record& record);  // as it stands in the file
-
-  std::string fileOf(const Records& records) const;
-};
-extern const Flavour flavours[4];
+using flavours::Handle;
+using flavours::Verb;
+using Records = std::vector<Entry>;  // in the file's order
 
 // What is there before an operation.
 enum class Start {
@@ -65,100 +31,109 @@ enum class Start {
 
 // An operation in a situation, with everything that is foreseen of it.
 struct Scenario {
-  const Flavour* flavour;
-  std::uint64_t features;
-  bool inPlace;  // the operation appends to the registry file itself
-  bool links;    // the file system has hard links
+  const flavours::Row* flavour;
+  std::uint64_t features;  // 0: the flavour's own
+  bool inPlace;            // the operation appends to the registry file itself
+  bool links;              // the file system has hard links
   Start start;
-  Step step;
+  Verb verb;
+  Entry entry;
 
+  bool reads() const { return verb == Verb::Get || verb == Verb::Scan; }
   Records before() const;
   Records afterwards() const;
-  // The operation's column in the reports.
+  std::string fileOf(const Records& records) const;
+  // The operation's column in the reports, and all of it for messages.
   std::string operation() const;
-  // All of it, for messages.
   std::string title() const;
-  std::unique_ptr<Handle> open() const { return flavour->open(features); }
+  std::unique_ptr<Handle> open() const;
   // Makes the directory what it is at the start.
   void prepare() const;
-  // What a hook answers for a call that it lets pass.
+  // What a hook answers that lets a call pass.
   int answer(const std::string& call) const;
-  // Holds the library to `links` while it lives.
-  FaultHook surroundings() const;
 };
 
-// Every operation of every flavour in every mode and situation, with and without hard links;
-// without `all`, those that differ most.
-std::vector<Scenario> scenarios(bool all);
+// Every operation of every flavour in every mode and situation, with and without hard links; in the
+// short form those that differ most.
+std::vector<Scenario> scenarios(bool isShort);
 
 struct File {
   std::string name;
   std::string bytes;
-  std::string twin;  // the earlier name of the same file; empty: this one is its first
+  std::uint64_t file;  // the same for all names of one file
 };
-bool operator==(const File& a, const File& b);
-bool operator<(const File& a, const File& b);
 using Files = std::vector<File>;  // by name
+bool operator<(const File& a, const File& b);
 
-// The one registry of a program, in a directory that is gone at the program's end.
+// The one registry of a program, in a directory that is gone at the program's end, and its
+// companions.
 const std::string& registry();
-std::string backup();
-std::string lockFile();
-std::string temporary();
-std::string corrupt();
+std::string companion(const char* prefix, const char* suffix);
+inline std::string backup() { return companion(".", ".bkp"); }
+inline std::string lockFile() { return companion(".", ".lock"); }
+inline std::string temporary() { return companion("", ".tmp"); }
+inline std::string corrupt() { return companion("", ".cor"); }
 Files files();
 void restore(const Files& files);
-// A file that people find, not a companion that only the library looks for.
-bool isVisible(const std::string& name);
 
-// Counts what each proof tried, by flavour and operation, and prints it for the table.
+// Counts what a proof tried, by flavour and operation, and prints it for the table.
 class Report {
  public:
   explicit Report(const char* proof) : proof_(proof) {}
-
-  void count(const Scenario& scenario, unsigned long tried = 1) { rowOf(scenario).tried += tried; }
+  void count(const Scenario& scenario, unsigned long tried = 1);
   // A failure, reported at once: what did not hold, where.
-  void expect(bool holds, const Scenario& scenario, const std::function<std::string()>& what);
+  void expect(bool holds, const Scenario& scenario, const std::string& what);
   // Prints the rows; whether nothing failed.
   bool finish() const;
 
  private:
-  struct Row {
-    std::string flavour;
-    std::string operation;
-    unsigned long tried;
-    unsigned long failed;
-  };
-  Row& rowOf(const Scenario& scenario);
-
   const char* proof_;
-  std::vector<Row> rows_;
+  std::map<std::string, std::pair<unsigned long, unsigned long>> rows_;  // tried, failed
 };
 
-// Whether the program was asked for its short form.
 bool isShort(int argc, char** argv);
 
 // What a sweep over one scenario knows and asks.
 class Trial {
  public:
-  Trial(const Scenario& scenario, Report& report);
+  Trial(const Scenario& scenario, Report& report)
+      : scenario_(scenario),
+        report_(&report),
+        old_(scenario.before()),
+        new_(scenario.afterwards()) {}
 
  protected:
+  // Runs the operation. `disturb` answers for each call by its number (from 0) and name.
+  using Disturb = std::function<int(std::size_t number, const std::string& call)>;
+  Code run(Handle& handle, const Disturb& disturb) const;
+  // Runs it undisturbed; its calls in their order.
+  std::vector<std::string> calls() const;
   // Whether a scan finds exactly these records and a Get the last of them; and, unless the
   // operation appends in place, the file holds their bytes and no others.
   bool shows(const Records& records) const;
-  // The first of those that the registry shows; null when it shows none of them.
-  const Records* shown(std::initializer_list<const Records*> candidates) const;
+  // Which of these the registry shows; null when none.
+  const Records* shown(const Records& first, const Records& second) const;
   // The next update works, keeps `records`, and leaves nothing behind but what people find.
   bool nextUpdateKeeps(Handle& handle, Records records) const;
-  void expect(bool holds, const std::function<std::string()>& what) const {
-    report_.expect(holds, scenario_, what);
-  }
+  // The trial goes on from here; what is reported of it is reported with `where`.
+  void begin(std::string where);
+  void expect(bool holds, const char* what) const;
 
   const Scenario& scenario_;
-  Report& report_;
+  Report* report_;
   Records old_;
   Records new_;
+
+ private:
+  std::string where_;
 };
+
+// Runs a sweep over each of the scenarios; the program's exit status.
+template <typename Sweep>
+int sweepAll(const char* proof, const std::vector<Scenario>& scenarios) {
+  Report report(proof);
+  for (const Scenario& scenario : scenarios) Sweep(scenario, report).run();
+  return report.finish() ? 0 : 1;
+}
 
 }  // namespace proof

@@ -1,0 +1,39 @@
+// Every call with which this process changes files passes here, whoever makes it, so that what is
+// seen of them does not depend on what the library under test says of itself.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+namespace proof {
+
+// How a process ends before a call: as if the kernel did no more for it, or by a signal.
+enum class End { Refused, Killed };
+
+// The gate stands while this lives. One at a time.
+class Gate {
+ public:
+  // From call number `last` (from 0) on nothing is changed any more.
+  explicit Gate(std::size_t last, End end = End::Refused);
+  // After each call it is said of which file it made what stands durable; 0: of none.
+  explicit Gate(std::function<void(std::uint64_t synced)> passed);
+  ~Gate();
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+
+  bool hasEnded() const { return ended_; }
+
+  // For the calls.
+  bool letsPass();
+  void pass(std::uint64_t synced) const;
+
+ private:
+  std::function<void(std::uint64_t synced)> passed_;
+  std::size_t last_ = SIZE_MAX;
+  End end_ = End::Refused;
+  std::size_t calls_ = 0;
+  bool ended_ = false;
+};
+
+}  // namespace proof
