@@ -58,12 +58,11 @@ class Sweep : proof::Trial {
 
   void run() {
     const std::vector<std::string> made = calls();
-    // Behind the last call that begins to write for good.
-    const auto commit =
-        std::find(made.rbegin(), made.rend(), scenario_.inPlace ? "write" : "link").base();
-    const auto before = static_cast<std::size_t>(commit - made.begin());
+    // The commit's first step: from there on either may be the last.
+    const auto first = std::find(made.begin(), made.end(), scenario_.inPlace ? "write" : "link");
+    const auto commit = static_cast<std::size_t>(first - made.begin());
     for (const Intruder& intruder : intruders) {
-      for (std::size_t k = 0; k < made.size(); ++k) disturb(intruder, k, made[k], k + 1 >= before);
+      for (std::size_t k = 0; k < made.size(); ++k) disturb(intruder, k, made[k], k >= commit);
     }
   }
 
