@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <atomic>
 #include <new>
-#include <set>
 #include <thread>
 
 #include "proof/scenario.h"
@@ -49,10 +48,11 @@ std::string nameOf(int worker, int round) {
   return "w" + std::to_string(worker) + "x" + std::to_string(round);
 }
 
-std::set<std::string> namesOf(const Records& records) {
-  std::set<std::string> names;
-  for (const Entry& record : records) names.insert(record.name);
-  return names;
+// By name; without twins there are as many as records.
+std::map<std::string, int> valuesOf(const Records& records) {
+  std::map<std::string, int> values;
+  for (const Entry& record : records) values[record.name] = record.value;
+  return values;
 }
 
 pid_t start(const std::function<bool()>& body) {
@@ -126,15 +126,14 @@ class Contest {
   bool disturb() {
     if (others_ == Others::Open) return openPlainly();
     const std::string lock = proof::lockFile();
-    bool works = true;
-    while (!board_->stop && works) {
-      if (others_ == Others::Read) {
-        works = read();
-      } else {
+    while (!board_->stop) {
+      if (others_ == Others::RemoveLocks) {
         (void)::unlink(lock.c_str());
+      } else if (!read()) {
+        return false;
       }
     }
-    return works;
+    return true;
   }
 
   bool read() const {
@@ -142,7 +141,7 @@ class Contest {
     std::size_t count = 0;
     return scenario_.open()->run(Verb::Get, fixed) == 0 &&
            scenario_.open()->scan(&count, &found) == 0 && count > 0 && found.front() == fixed &&
-           namesOf(found).size() == count;
+           valuesOf(found).size() == count;
   }
 
   bool openPlainly() {
@@ -160,33 +159,31 @@ class Contest {
     Records found;
     std::size_t count = 0;
     expect(scenario_.open()->scan(&count, &found) == 0, "the last scan failed");
-    const std::set<std::string> names = namesOf(found);
-    expect(names.size() == count, "a record is there twice");
-    const int workers = size_.processes + size_.threads;
-    long acknowledged = 0;
-    std::size_t expected = 1;
-    long lost = 0;
-    for (int worker = 0; worker < workers; ++worker) {
+    std::map<std::string, int> values = valuesOf(found);
+    expect(values.size() == count && values["fixed"] == fixed.value, "the records");
+    const bool isRead = others_ == Others::Read;
+    unsigned long acknowledged = 0;
+    unsigned long lost = 0;
+    for (int worker = 0; worker < size_.processes + size_.threads; ++worker) {
       for (int round = 0; round < size_.rounds; ++round) {
-        const bool stays = others_ == Others::Read ? round % 2 == 0 : others_ != Others::Open;
-        const bool added = board_->added[worker][round];
-        acknowledged += added ? 1 : 0;
-        const Entry record{nameOf(worker, round), others_ == Others::Read ? 2 + round : 1};
-        if (!added || !stays) continue;
-        ++expected;
-        lost += std::find(found.begin(), found.end(), record) == found.end() ? 1 : 0;
+        if (!board_->added[worker][round]) continue;
+        ++acknowledged;
+        if (isRead && round % 2 != 0) continue;
+        const auto standing = values.find(nameOf(worker, round));
+        const bool stands = standing != values.end();
+        lost += stands && standing->second == (isRead ? 2 + round : 1) ? 0 : 1;
+        if (stands) values.erase(standing);
       }
     }
-    report_.expect(lost == 0 && (acknowledged > 0 || others_ == Others::Open), scenario_,
+    const bool isOpen = others_ == Others::Open;
+    report_.count(scenario_, isOpen ? static_cast<unsigned long>(size_.opens) : acknowledged);
+    report_.expect(lost == 0 && (acknowledged > 0 || isOpen), scenario_,
                    std::to_string(lost) + " of " + std::to_string(acknowledged) + " records lost");
     report_.expect(board_->missing == 0, scenario_,
                    std::to_string(board_->missing) + " opens did not find the registry");
-    if (others_ != Others::RemoveLocks) {
-      expect(count == expected, "a record is there that should not be");
-      expect(proof::files().size() == 1, "a file was left over");
-    }
-    report_.count(scenario_,
-                  static_cast<unsigned long>(others_ == Others::Open ? size_.opens : acknowledged));
+    if (others_ == Others::RemoveLocks) return;
+    expect(values.size() == 1, "a record is there that should not be");
+    expect(proof::files().size() == 1, "a file was left over");
   }
 
   void expect(bool holds, const char* what) const { report_.expect(holds, scenario_, what); }

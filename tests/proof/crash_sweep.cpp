@@ -159,11 +159,12 @@ class Sweep : proof::Trial {
     };
     note();
     {
-      const Gate gate([&](std::uint64_t synced) {
+      Gate gate;
+      gate.passed = [&](std::uint64_t synced) {
         disk.change(proof::files(), synced);
         ++calls;
         note();
-      });
+      };
       expect(step() == 0, "undisturbed");
     }
     report_ = cuts_;
@@ -184,32 +185,27 @@ class Sweep : proof::Trial {
     }
     begin(where);
     proof::restore(state);
-    const Records* content = shown(new_, other);
-    expect(content != nullptr, "neither old nor new content");
-    expect(content == nullptr || nextUpdateKeeps(*scenario_.open(), *content), "the next update");
+    expectEither(new_, other, *scenario_.open());
   }
 
-  // Runs the scenario's step up to call `k`; what the registry then shows.
-  const Records* stopBefore(std::size_t k) {
+  void stopBefore(std::size_t k) const {
     scenario_.prepare();
-    {
-      const Gate gate(k);
-      (void)step();
-    }
-    return shown(old_, new_);
+    const Gate gate(k);
+    (void)step();
   }
 
   void crash(std::size_t k) {
     const std::string where = "after a stop before change " + std::to_string(k);
     begin(where);
-    const Records* content = stopBefore(k);
-    expect(content != nullptr, "neither old nor new content");
+    stopBefore(k);
+    const Records content = shows(new_) ? new_ : old_;
     if (k % form_.killed == 0) beKilled(k);
+    expectEither(content, content, *scenario_.open());
     bool ended = true;
-    for (std::size_t j = k % form_.again; ended && content != nullptr; j += form_.again) {
+    for (std::size_t j = k % form_.again; ended; j += form_.again) {
       begin(where + " and, in the next update, " + std::to_string(j));
-      content = stopBefore(k);
-      if (content != nullptr) ended = crashAgain(j, *content);
+      stopBefore(k);
+      ended = crashAgain(j, content);
     }
   }
 
@@ -225,9 +221,7 @@ class Sweep : proof::Trial {
       ended = gate.hasEnded();
       expect(ended || code == 0, "no success");
     }
-    const Records* now = shown(longer, ended ? content : longer);
-    expect(now != nullptr, "neither old nor new content");
-    expect(now == nullptr || nextUpdateKeeps(*scenario_.open(), *now), "the next update");
+    expectEither(longer, ended ? content : longer, *scenario_.open());
     return ended;
   }
 

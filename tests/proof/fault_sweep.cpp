@@ -89,9 +89,7 @@ class Sweep : proof::Trial {
     expect(fault.lasts || !stood || exists(proof::registry()), "only the backup name stays");
     const bool repeats = fault.error == EINTR && fault.call != "close";
     expect(!repeats || code == 0, "an interrupted call must be repeated");
-    const proof::Records* content = shown(new_, code == 0 ? new_ : old_);
-    expect(content != nullptr, "neither old nor new content");
-    expect(content == nullptr || nextUpdateKeeps(*handle, *content), "the next update");
+    expectEither(new_, code == 0 ? new_ : old_, *handle);
   }
 };
 

@@ -15,23 +15,20 @@ enum class End { Refused, Killed };
 class Gate {
  public:
   // From call number `last` (from 0) on nothing is changed any more.
-  explicit Gate(std::size_t last, End end = End::Refused);
-  // After each call it is said of which file it made what stands durable; 0: of none.
-  explicit Gate(std::function<void(std::uint64_t synced)> passed);
+  explicit Gate(std::size_t last = SIZE_MAX, End end = End::Refused);
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
 
-  bool hasEnded() const { return ended_; }
+  // Asked after each call, with the inode of what the call made durable, or 0.
+  std::function<void(std::uint64_t synced)> passed;
 
-  // For the calls.
-  bool letsPass();
-  void pass(std::uint64_t synced) const;
+  bool hasEnded() const { return ended_; }
+  bool letsPass();  // counts a call
 
  private:
-  std::function<void(std::uint64_t synced)> passed_;
-  std::size_t last_ = SIZE_MAX;
-  End end_ = End::Refused;
+  std::size_t last_;
+  End end_;
   std::size_t calls_ = 0;
   bool ended_ = false;
 };

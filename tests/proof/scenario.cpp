@@ -44,21 +44,6 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   return isBinary && scenario.start != Start::Large && scenario.features == 0;
 }
 
-// In memory where the machine can.
-struct Directory {
-  Directory() {
-    if (::mkdtemp(path.data()) == nullptr) std::abort();
-    registry = path + "/r";
-  }
-  ~Directory() { fs::remove_all(path); }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-
-  std::string path =
-      fs::exists("/dev/shm") ? "/dev/shm/zorgenreg-proof-XXXXXX" : "/tmp/zorgenreg-proof-XXXXXX";
-  std::string registry;
-};
-
 }  // namespace
 
 Records Scenario::before() const {
@@ -141,8 +126,15 @@ bool operator<(const File& a, const File& b) {
 }
 
 const std::string& registry() {
-  static const Directory directory;
-  return directory.registry;
+  static const std::string path = [] {
+    // In memory where the machine can.
+    std::string made =
+        fs::exists("/dev/shm") ? "/dev/shm/zorgenreg-proof-XXXXXX" : "/tmp/zorgenreg-proof-XXXXXX";
+    if (::mkdtemp(made.data()) == nullptr) std::abort();
+    (void)std::atexit([] { fs::remove_all(fs::path(registry()).parent_path()); });
+    return made + "/r";
+  }();
+  return path;
 }
 
 std::string companion(const char* prefix, const char* suffix) {
@@ -174,16 +166,17 @@ void restore(const Files& wanted) {
   }
 }
 
+std::pair<unsigned long, unsigned long>& Report::rowOf(const Scenario& scenario) {
+  return rows_[std::string(scenario.flavour->name) + "|" + scenario.operation()];
+}
+
 void Report::count(const Scenario& scenario, unsigned long tried) {
-  rows_[std::string(scenario.flavour->name) + "|" + scenario.operation()].first += tried;
+  rowOf(scenario).first += tried;
 }
 
 void Report::expect(bool holds, const Scenario& scenario, const std::string& what) {
-  if (holds) return;
-  auto& failed = rows_[std::string(scenario.flavour->name) + "|" + scenario.operation()].second;
-  if (++failed <= 5) {
-    std::fprintf(stderr, "FAILED %s: %s: %s\n", proof_, scenario.title().c_str(), what.c_str());
-  }
+  if (holds || ++rowOf(scenario).second > 5) return;
+  std::fprintf(stderr, "FAILED %s: %s: %s\n", proof_, scenario.title().c_str(), what.c_str());
 }
 
 bool Report::finish() const {
@@ -235,9 +228,11 @@ bool Trial::shows(const Records& records) const {
   return handle->run(Verb::Get, records.back()) == 0 && handle->found() == records.back();
 }
 
-const Records* Trial::shown(const Records& first, const Records& second) const {
-  if (shows(first)) return &first;
-  return shows(second) ? &second : nullptr;
+void Trial::expectEither(const Records& first, const Records& second, Handle& handle) const {
+  const bool isFirst = shows(first);
+  const bool isEither = isFirst || shows(second);
+  expect(isEither, "neither old nor new content");
+  expect(!isEither || nextUpdateKeeps(handle, isFirst ? first : second), "the next update");
 }
 
 // A backup that cannot be proved to be the last commit's own is set aside for people; the stale one

@@ -87,8 +87,10 @@ class Report {
   bool finish() const;
 
  private:
+  std::pair<unsigned long, unsigned long>& rowOf(const Scenario& scenario);  // tried, failed
+
   const char* proof_;
-  std::map<std::string, std::pair<unsigned long, unsigned long>> rows_;  // tried, failed
+  std::map<std::string, std::pair<unsigned long, unsigned long>> rows_;
 };
 
 bool isShort(int argc, char** argv);
@@ -111,10 +113,9 @@ class Trial {
   // Whether a scan finds exactly these records and a Get the last of them; and, unless the
   // operation appends in place, the file holds their bytes and no others.
   bool shows(const Records& records) const;
-  // Which of these the registry shows; null when none.
-  const Records* shown(const Records& first, const Records& second) const;
-  // The next update works, keeps `records`, and leaves nothing behind but what people find.
-  bool nextUpdateKeeps(Handle& handle, Records records) const;
+  // The registry must show one of these, and the next update on `handle` must keep them and leave
+  // nothing behind but what people find.
+  void expectEither(const Records& first, const Records& second, Handle& handle) const;
   // The trial goes on from here; what is reported of it is reported with `where`.
   void begin(std::string where);
   void expect(bool holds, const char* what) const;
@@ -125,6 +126,8 @@ class Trial {
   Records new_;
 
  private:
+  bool nextUpdateKeeps(Handle& handle, Records records) const;
+
   std::string where_;
 };
 
