@@ -22,7 +22,7 @@ using proof::Handle;
 using proof::Records;
 using proof::Verb;
 
-constexpr int maxWorkers = 8;
+constexpr int maxWorkers = 9;
 constexpr int maxRounds = 400;
 
 struct Size {
@@ -199,7 +199,7 @@ class Contest {
 
 int main(int argc, char** argv) {
   const bool isShort = proof::isShort(argc, argv);
-  Size size = isShort ? Size{4, 2, 40, 200000} : Size{5, 3, maxRounds, 10000000};
+  Size size = isShort ? Size{4, 2, 40, 200000} : Size{6, 3, maxRounds, 10000000};
   char** const given = std::find(argv, argv + argc, std::string("--opens"));
   if (argv + argc - given > 1) size.opens = std::strtol(given[1], nullptr, 10);
   proof::Report updates("contended updates");
