@@ -55,10 +55,10 @@ std::map<std::string, int> valuesOf(const Records& records) {
   return values;
 }
 
-pid_t start(const std::function<bool()>& body) {
+void start(std::vector<pid_t>& children, const std::function<bool()>& body) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(body() ? 0 : 1);
-  return child;
+  children.push_back(child);
 }
 
 bool succeed(const std::vector<pid_t>& children) {
@@ -90,9 +90,9 @@ class Contest {
     board_->opening = others_ == Others::Open ? 2 : 0;
     std::vector<pid_t> others;
     std::vector<pid_t> updaters;
-    for (int i = 0; i < 2; ++i) others.push_back(start([&] { return disturb(); }));
+    for (int i = 0; i < 2; ++i) start(others, [&] { return disturb(); });
     for (int worker = 0; worker < size_.processes; ++worker) {
-      updaters.push_back(start([&, worker] { return update(*scenario_.open(), worker); }));
+      start(updaters, [&, worker] { return update(*scenario_.open(), worker); });
     }
     std::atomic<int> failed{0};
     std::vector<std::thread> threads;
@@ -145,7 +145,7 @@ class Contest {
   }
 
   bool openPlainly() {
-    const std::string registry = proof::registry();
+    const std::string& registry = proof::registry();
     for (long i = 0; i < size_.opens / 2; ++i) {
       const int descriptor = ::open(registry.c_str(), O_RDONLY | O_CLOEXEC);
       if (descriptor < 0) ++board_->missing;

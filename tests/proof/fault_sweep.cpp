@@ -3,6 +3,7 @@
 // works.
 #include <algorithm>
 #include <cerrno>
+#include <set>
 
 #include "proof/scenario.h"
 #include "sysservices/memory.h"
@@ -28,6 +29,9 @@ const std::map<std::string, std::vector<int>> errors{
     {"mkdir", {EACCES, ENOSPC}},
 };
 
+// What differs in a registry of more than one buffer.
+const std::set<std::string> bytesMovers{"read", "write", "fsync", "ftruncate"};
+
 struct Fault {
   std::size_t k;  // of which call
   std::string call;
@@ -46,11 +50,10 @@ class Sweep : proof::Trial {
 
   void run() {
     const std::vector<std::string> made = calls();
-    // A large registry is for the calls that move its bytes.
     const bool isLarge = scenario_.start == proof::Start::Large;
     const auto commit = std::find(made.begin(), made.end(), "link") - made.begin();
     for (std::size_t k = 0; k < made.size(); ++k) {
-      if (isLarge && (made[k] == "malloc" || made[k] == "free")) continue;
+      if (isLarge && bytesMovers.count(made[k]) == 0) continue;
       const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario_.inPlace;
       const auto known = errors.find(made[k]);
       for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {

@@ -126,7 +126,7 @@ class Trial {
   Records new_;
 
  private:
-  bool nextUpdateKeeps(Handle& handle, Records records) const;
+  bool nextUpdateKeeps(Handle& handle, const Records& records) const;
 
   std::string where_;
 };
