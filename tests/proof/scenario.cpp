@@ -26,7 +26,7 @@ const std::pair<Verb, Entry> steps[] = {{Verb::Add, {"new", 3}},
                                         {Verb::Get, {"b"}},
                                         {Verb::Scan, {}}};
 const char* const verbNames[] = {"Add", "Change", "Delete", "Get", "Scan"};
-const char* const startNames[] = {"clean",        "nothing",  "backup only",
+const char* const startNames[] = {"clean",        "nothing",  "backup only", "linked backup",
                                   "stale backup", "leftover", "large"};
 const Records stale{{"stale", 9}};
 
@@ -38,7 +38,8 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   // The streams serve all flavours and all ways to commit alike.
   if (scenario.start == Start::Large && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
-  if (!scenario.links && (scenario.reads() || scenario.inPlace)) return false;
+  const bool isLinked = scenario.start == Start::LinkedBackup;
+  if (!scenario.links && (scenario.reads() || scenario.inPlace || isLinked)) return false;
   if (!isShort) return true;
   if (isClean) return scenario.features != verified && (scenario.links || isBinary);
   return isBinary && scenario.start != Start::Large && scenario.features == 0;
@@ -84,16 +85,15 @@ std::unique_ptr<Handle> Scenario::open() const { return flavour->open(registry()
 
 void Scenario::prepare() const {
   Files made;
-  const auto put = [&](const std::string& name, const std::string& bytes) {
-    made.push_back({name, bytes, made.size()});
-  };
   if (start != Start::Nothing) {
-    put(start == Start::BackupOnly ? backup() : registry(), fileOf(before()));
+    made.push_back({start == Start::BackupOnly ? backup() : registry(), fileOf(before()), 1});
   }
-  if (start == Start::StaleBackup) put(backup(), fileOf(stale));
-  if (start == Start::BackupOnly || start == Start::TemporaryAndOld) {
-    put(temporary(), "unfinished");
-    put(corrupt(), "older");
+  if (start == Start::LinkedBackup) made.push_back({backup(), "", 1});
+  if (start == Start::StaleBackup) made.push_back({backup(), fileOf(stale), 2});
+  if (start == Start::BackupOnly || start == Start::LinkedBackup ||
+      start == Start::TemporaryAndOld) {
+    made.push_back({temporary(), "unfinished", 3});
+    made.push_back({corrupt(), "older", 4});
   }
   restore(made);
 }

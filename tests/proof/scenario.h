@@ -24,6 +24,7 @@ enum class Start {
   Clean,
   Nothing,          // no registry file
   BackupOnly,       // a crash between the renames
+  LinkedBackup,     // a crash behind the link
   StaleBackup,      // a backup that nothing vouches for beside the registry
   TemporaryAndOld,  // an update that did not finish, and one before it
   Large,            // more than one buffer of the streams
