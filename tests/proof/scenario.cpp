@@ -45,6 +45,12 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   return isBinary && scenario.start != Start::Large && scenario.features == 0;
 }
 
+std::string makeDirectory(std::string path) {
+  path += "/zorgenreg-proof-XXXXXX";
+  if (::mkdtemp(path.data()) == nullptr) std::abort();
+  return path;
+}
+
 }  // namespace
 
 Records Scenario::before() const {
@@ -126,15 +132,13 @@ bool operator<(const File& a, const File& b) {
 }
 
 const std::string& registry() {
-  static const std::string path = [] {
-    // In memory where the machine can.
-    std::string made =
-        fs::exists("/dev/shm") ? "/dev/shm/zorgenreg-proof-XXXXXX" : "/tmp/zorgenreg-proof-XXXXXX";
-    if (::mkdtemp(made.data()) == nullptr) std::abort();
-    (void)std::atexit([] { fs::remove_all(fs::path(registry()).parent_path()); });
-    return made + "/r";
-  }();
-  return path;
+  // In memory where the machine can.
+  static const struct Directory {
+    ~Directory() { fs::remove_all(path); }
+    std::string path = makeDirectory(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp");
+    std::string registry = path + "/r";
+  } directory;
+  return directory.registry;
 }
 
 std::string companion(const char* prefix, const char* suffix) {
