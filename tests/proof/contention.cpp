@@ -75,7 +75,7 @@ class Contest {
   Contest(const flavours::Row& flavour, std::uint64_t features, const Size& size, Others others,
           proof::Report& report)
       : size_(size), others_(others), report_(report) {
-    scenario_ = {&flavour, features, features == unverified, true, proof::Start::Clean, {}, {}};
+    scenario_ = {&flavour, features, true, proof::Start::Clean, Verb::Add, {}};
     void* const shared =
         ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) std::abort();

@@ -54,7 +54,7 @@ class Sweep : proof::Trial {
     const auto commit = std::find(made.begin(), made.end(), "link") - made.begin();
     for (std::size_t k = 0; k < made.size(); ++k) {
       if (isLarge && bytesMovers.count(made[k]) == 0) continue;
-      const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario_.inPlace;
+      const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario_.inPlace();
       const auto known = errors.find(made[k]);
       for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
         fail({k, made[k], error, false}, storing);

@@ -59,7 +59,7 @@ class Sweep : proof::Trial {
   void run() {
     const std::vector<std::string> made = calls();
     // The commit's first step: from there on either may be the last.
-    const auto first = std::find(made.begin(), made.end(), scenario_.inPlace ? "write" : "link");
+    const auto first = std::find(made.begin(), made.end(), scenario_.inPlace() ? "write" : "link");
     const auto commit = static_cast<std::size_t>(first - made.begin());
     for (const Intruder& intruder : intruders) {
       for (std::size_t k = 0; k < made.size(); ++k) disturb(intruder, k, made[k], k >= commit);

@@ -14,11 +14,7 @@ namespace fs = std::filesystem;
 namespace proof {
 namespace {
 
-struct Mode {
-  std::uint64_t features;
-  bool inPlace;
-};
-constexpr Mode modes[] = {{0, false}, {unverified, true}, {verified, false}};
+constexpr std::uint64_t modes[] = {0, unverified, verified};
 
 const std::pair<Verb, Entry> steps[] = {{Verb::Add, {"new", 3}},
                                         {Verb::Change, {"b", 22}},
@@ -39,7 +35,7 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   if (scenario.start == Start::Large && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
   const bool isLinked = scenario.start == Start::LinkedBackup;
-  if (!scenario.links && (scenario.reads() || scenario.inPlace || isLinked)) return false;
+  if (!scenario.links && (scenario.reads() || scenario.inPlace() || isLinked)) return false;
   if (!isShort) return true;
   if (isClean) return scenario.features != verified && (scenario.links || isBinary);
   return isBinary && scenario.start != Start::Large && scenario.features == 0;
@@ -79,7 +75,7 @@ std::string Scenario::fileOf(const Records& records) const {
 }
 
 std::string Scenario::operation() const {
-  return verbNames[static_cast<std::size_t>(verb)] + std::string(inPlace ? " in place" : "");
+  return verbNames[static_cast<std::size_t>(verb)] + std::string(inPlace() ? " in place" : "");
 }
 
 std::string Scenario::title() const {
@@ -109,16 +105,11 @@ int Scenario::answer(const std::string& call) const { return !links && call == "
 std::vector<Scenario> scenarios(bool isShort) {
   std::vector<Scenario> made;
   for (const flavours::Row& flavour : flavours::rows) {
-    for (const Mode& mode : modes) {
+    for (const std::uint64_t features : modes) {
       for (const auto& [verb, entry] : steps) {
         for (std::size_t i = 0; i < 2 * std::size(startNames); ++i) {
-          const Scenario scenario{&flavour,
-                                  mode.features,
-                                  mode.inPlace && verb == Verb::Add,
-                                  i % 2 == 0,
-                                  static_cast<Start>(i / 2),
-                                  verb,
-                                  entry};
+          const auto start = static_cast<Start>(i / 2);
+          const Scenario scenario{&flavour, features, i % 2 == 0, start, verb, entry};
           if (isWanted(scenario, isShort)) made.push_back(scenario);
         }
       }
@@ -219,7 +210,7 @@ std::vector<std::string> Trial::calls() const {
 bool Trial::shows(const Records& records) const {
   const bool stands = exists(registry()) || exists(backup());
   const std::string bytes = readFile(exists(registry()) ? registry() : backup());
-  if (!scenario_.inPlace && bytes != scenario_.fileOf(records)) return false;
+  if (!scenario_.inPlace() && bytes != scenario_.fileOf(records)) return false;
   Records found;
   std::size_t count = 0;
   const auto handle = scenario_.open();

@@ -34,12 +34,13 @@ enum class Start {
 struct Scenario {
   const flavours::Row* flavour;
   std::uint64_t features;  // 0: the flavour's own
-  bool inPlace;            // the operation appends to the registry file itself
   bool links;              // the file system has hard links
   Start start;
   Verb verb;
   Entry entry;
 
+  // The operation appends to the registry file itself.
+  bool inPlace() const { return features == unverified && verb == Verb::Add; }
   bool reads() const { return verb == Verb::Get || verb == Verb::Scan; }
   Records before() const;
   Records afterwards() const;
