@@ -66,6 +66,25 @@ std::uint32_t BinaryStore::readLength(const char* field) const noexcept {
 }
 
 Code BinaryStore::next(File& file, Frame& frame) const noexcept {
+  // A whole frame in the window is all there is to most reads.
+  if (file.windowSize() > lengthWidth && !tracingOn()) {
+    const std::size_t length = decodeLength(file.window(), isBigEndian());
+    if (isLength(length) && length <= file.windowSize() - lengthWidth) {
+      take(file, length, frame);
+      return GENREG_RC_OK;
+    }
+  }
+  return readNext(file, frame);
+}
+
+void BinaryStore::take(File& file, std::size_t length, Frame& frame) noexcept {
+  frame.bytes = {file.window(), lengthWidth + length};
+  frame.stored = {file.window() + lengthWidth, length};
+  frame.offset = file.offset();
+  file.skip(lengthWidth + length);
+}
+
+Code BinaryStore::readNext(File& file, Frame& frame) const noexcept {
   Routine routine(Function::binReadRecord);
   const std::uint64_t start = file.offset();
   if (!file.more(lengthWidth)) {
@@ -96,10 +115,7 @@ Code BinaryStore::next(File& file, Frame& frame) const noexcept {
     return routine.refuse(error == ENOMEM ? GENREG_RC_WORK_ALLOC : GENREG_RC_READ_RECORD_FAILED, 30,
                           text(session().registryPath()), number(error));
   }
-  frame.bytes = {file.window(), whole};
-  frame.stored = frame.bytes.substr(lengthWidth);
-  frame.offset = start;
-  file.skip(whole);
+  take(file, length, frame);
   return GENREG_RC_OK;
 }
 

@@ -55,6 +55,8 @@ class BinaryStore final : public RecordStore {
   bool isBigEndian() const noexcept { return has(GENREG_BIG_ENDIAN_LENGTH); }
   bool isPacked() const noexcept { return has(GENREG_PACKED_RECORDS); }
   std::uint32_t readLength(const char* field) const noexcept;
+  Code readNext(File& file, Frame& frame) const noexcept;
+  static void take(File& file, std::size_t length, Frame& frame) noexcept;
   template <typename Pass>
   std::size_t walk(const char* bytes, std::size_t count, Pass pass) const noexcept;
   Code lengthHookMissing() const noexcept;

@@ -56,20 +56,6 @@ unsigned int GenRegNormalizeLine(char* text) noexcept {
   return routine.answer(freed);
 }
 
-unsigned int GenRegNextToken(std::string_view* token, std::string_view* cursor) noexcept {
-  Routine routine(Function::nextToken);
-  const char* const end = cursor->data() + cursor->size();
-  const char* const begin = skipBlanks(cursor->data(), end);
-  const char* at = begin;
-  // Most bytes of a word are neither blanks nor other control characters.
-  do at = skipWord(at, end, ' ');
-  while (at < end && !isBlank(*at) && ++at);
-  *token = viewOf(begin, at);
-  if (token->empty()) return routine.answer(GENREG_RC_NO_LINE);
-  *cursor = viewOf(at, end);
-  return GENREG_RC_OK;
-}
-
 void GenRegMakePrintable(char* text) noexcept {
   const Routine routine(Function::makePrintable);
   if (text == nullptr) return;

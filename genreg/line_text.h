@@ -6,6 +6,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "genreg/core/diagnostics.h"
+#include "genreg_codes.h"
+
 namespace genreg {
 
 constexpr bool isBlank(char byte) noexcept { return byte == ' ' || byte == '\t' || byte == '\r'; }
@@ -17,6 +20,16 @@ inline const char* skipBlanks(const char* at, const char* end) noexcept {
 
 inline std::string_view viewOf(const char* begin, const char* end) noexcept {
   return {begin, static_cast<std::size_t>(end - begin)};
+}
+
+// Whether a view holds a text; null is none. Most differ in their first bytes, so a loop here is
+// faster than a call.
+inline bool equalsText(std::string_view view, const char* text) noexcept {
+  if (text == nullptr) return false;
+  const char* at = view.data();
+  const char* const end = at + view.size();
+  while (at < end && *at == *text) ++at, ++text;
+  return at == end && *text == '\0';
 }
 
 // Where the word at `at` ends: the first byte that is `stop` or stands in front of "$" in the code
@@ -42,9 +55,22 @@ inline const char* skipWord(const char* at, const char* end, char stop) noexcept
 // work copy cannot be had (`text` is untouched then) or released.
 unsigned int GenRegNormalizeLine(char* text) noexcept;
 
-// Splits off the next word of a line at *cursor, which goes behind it. A carriage return is a
-// blank, too. Returns 0, or GENREG_RC_NO_LINE with an empty token; *cursor is left as it was then.
-unsigned int GenRegNextToken(std::string_view* token, std::string_view* cursor) noexcept;
+// Splits off the next word of a line at *cursor, which goes behind it and the blanks before it. A
+// carriage return is a blank, too, and a "#" ends the words. Returns 0, or GENREG_RC_NO_LINE with
+// an empty token.
+inline unsigned int GenRegNextToken(std::string_view* token, std::string_view* cursor) noexcept {
+  Routine routine(Function::nextToken);
+  const char* const end = cursor->data() + cursor->size();
+  const char* const begin = skipBlanks(cursor->data(), end);
+  const char* at = begin;
+  // Most bytes of a word are neither blanks, nor "#", nor other characters in front of "$".
+  for (at = skipWord(at, end, ' '); at < end && !isBlank(*at) && *at != '#';) {
+    at = skipWord(at + 1, end, ' ');
+  }
+  *token = viewOf(begin, at);
+  *cursor = viewOf(at, end);
+  return routine.answer(token->empty() ? GENREG_RC_NO_LINE : GENREG_RC_OK);
+}
 
 // Replaces every byte that no terminal shows, all but the tab below 0x20 and all from 0x7F on, by
 // ".". A null text is ignored.

@@ -62,9 +62,8 @@ bool File::reserve(std::size_t capacity) noexcept {
   return true;
 }
 
-bool File::more(std::size_t wanted) noexcept {
+bool File::readOn(std::size_t wanted) noexcept {
   if (pending_ != 0 && flush() != 0) return false;
-  if (windowSize() >= wanted) return true;
   const std::uint64_t left = size_ > offset_ ? size_ - offset_ : 0;
   const auto reachable = static_cast<std::size_t>(std::min<std::uint64_t>(left, wanted));
   if (windowSize() >= reachable) return true;

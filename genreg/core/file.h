@@ -45,7 +45,7 @@ class File final : private platform::StreamTarget {
   std::uint64_t offset() const noexcept { return offset_; }
   // Reads on until the window holds `wanted` bytes or all that is left of the file. False when that
   // fails: error() is the error number, and the window is what it was.
-  bool more(std::size_t wanted) noexcept;
+  bool more(std::size_t wanted) noexcept { return windowSize() >= wanted || readOn(wanted); }
   void skip(std::size_t count) noexcept {
     begin_ += count;
     offset_ += count;
@@ -88,6 +88,7 @@ class File final : private platform::StreamTarget {
   void setPlace() const noexcept { face_.setPlace(*this); }
 
  private:
+  bool readOn(std::size_t wanted) noexcept;
   bool reserve(std::size_t capacity) noexcept;
   int fail(int error) noexcept;
   int write(const void* bytes, std::size_t count, std::uint64_t offset) noexcept;

@@ -6,20 +6,65 @@
 #include <string_view>
 
 #include "genreg/core/diagnostics.h"
+#include "genreg/line_text.h"
 
 namespace genreg {
 
-struct ServiceLine {
-  bool hasComment = false;
-  bool hasService = false;
-  std::string_view comment;
+// What a plain line says of its service.
+struct ServiceHead {
   std::string_view name;
-  std::string_view endpoint;  // the word behind the name
+  std::string_view protocol;
+  std::string_view rest;  // what stands behind these: aliases and comment
+  unsigned int port = 0;
+};
+
+inline bool isProtocol(std::string_view word) noexcept {
+  for (const char* known : {"tcp", "udp", "ddp", "divert"}) {
+    if (equalsText(word, known)) return true;
+  }
+  return false;
+}
+
+// Reads the head of a plain line: a name, digits, a slash and a known protocol, ended by a blank, a
+// "#" or the line's end. False for any other line. Most of a search is this.
+inline bool readServiceHead(std::string_view line, ServiceHead& head) noexcept {
+  const char* const end = line.data() + line.size();
+  const char* const nameEnd = skipWord(line.data(), end, ' ');
+  const char* const port = skipBlanks(nameEnd, end);
+  const char* at = port;
+  unsigned int number = 0;
+  for (; at < end && *at >= '0' && *at <= '9'; ++at) {
+    number = 10 * number + static_cast<unsigned int>(*at - '0');
+  }
+  if (nameEnd == line.data() || port == nameEnd || at == port || at - port > 5 || at == end ||
+      *at != '/') {
+    return false;
+  }
+  const char* const wordEnd = skipWord(at + 1, end, ' ');
+  head.name = viewOf(line.data(), nameEnd);
+  head.protocol = viewOf(at + 1, wordEnd);
+  head.rest = viewOf(wordEnd, end);
+  head.port = number;
+  return (wordEnd == end || isBlank(*wordEnd) || *wordEnd == '#') && isProtocol(head.protocol);
+}
+
+struct ServiceLine {
+  bool hasService = false;
+  std::string_view name;
+  std::string_view endpoint;  // the word behind the name, of a line that is not plain
   std::string_view protocol;
   std::uint16_t port = 0;
-  std::string_view rest;  // the aliases, from the first one's blanks on
+  std::string_view rest;  // what stands behind these: aliases and comment
   // GENREG_RC_SERVICES_NO_PORT, _NO_SLASH or _BAD_PROTOCOL: why the endpoint is none; else 0.
   Code odd = 0;
+
+  // The rest, taken apart: the aliases' words, and the text behind the line's first "#".
+  struct Tail {
+    std::string_view aliases;
+    std::string_view comment;
+    bool hasComment;
+  };
+  Tail tail() const noexcept;
 };
 
 // Parses a line without its newline; the views live as long as it.

@@ -47,7 +47,8 @@ bool equalTexts(const char* left, const char* right) {
 // when the caller changes the record.
 bool fillRecord(const ServiceLine& line, ServiceEntryRecord& record) {
   genreg::TextPlacer texts(record.text);
-  if (line.hasComment) record.Contains = SERVICES_HAS_COMMENT;
+  const ServiceLine::Tail tail = line.tail();
+  if (tail.hasComment) record.Contains = SERVICES_HAS_COMMENT;
   if (line.hasService) {
     record.Contains |= SERVICES_HAS_SERVICE;
     record.name = texts.place(line.name);
@@ -57,14 +58,14 @@ bool fillRecord(const ServiceLine& line, ServiceEntryRecord& record) {
       record.Contains |= SERVICES_BAD_PORT;
     }
     std::size_t count = 0;
-    std::string_view rest = line.odd == 0 ? line.rest : std::string_view();
+    std::string_view rest = line.odd == 0 ? tail.aliases : std::string_view();
     for (std::string_view word; genreg::GenRegNextToken(&word, &rest) == 0;) {
       if (count + 1 == SERVICES_ALIAS_SLOTS) return false;
       record.aliases = record.aliasList;
       record.aliasList[count++] = texts.place(word);
     }
   }
-  if (line.hasComment) record.comment = texts.placePrintable(line.comment);
+  if (tail.hasComment) record.comment = texts.placePrintable(tail.comment);
   return true;
 }
 
@@ -179,19 +180,20 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
   const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
   if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0) return Match::Unclear;
   if (bytes[0] == '#') return Match::Differs;
-  const ServiceLine line = genreg::parseServiceLine({bytes, length});
-  constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
-  if (line.odd != 0 || line.rest.size() > longestPlain ||
-      std::memchr(bytes, '\0', length) != nullptr) {
-    return Match::Unclear;
+  genreg::ServiceHead head;
+  if (!genreg::readServiceHead({bytes, length}, head)) {
+    const ServiceLine line = genreg::parseServiceLine({bytes, length});
+    if (line.odd != 0) return Match::Unclear;
+    if (!line.hasService) return Match::Differs;
+    head = {line.name, line.protocol, line.rest, line.port};
   }
-  if (!line.hasService) return Match::Differs;
-  const auto equal = [](std::string_view stored, const char* asked) {
-    return asked != nullptr && stored == asked;
-  };
-  const bool matches = ((mask & SERVICES_NAME) == 0 || equal(line.name, wanted.name)) &&
-                       ((mask & SERVICES_PORT) == 0 || networkOrder(line.port) == wanted.port) &&
-                       ((mask & SERVICES_PROTOCOL) == 0 || equal(line.protocol, wanted.protocol));
+  constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
+  if (head.rest.size() > longestPlain) return Match::Unclear;
+  const auto port = static_cast<std::uint16_t>(head.port);
+  const bool matches =
+      ((mask & SERVICES_NAME) == 0 || genreg::equalsText(head.name, wanted.name)) &&
+      ((mask & SERVICES_PORT) == 0 || networkOrder(port) == wanted.port) &&
+      ((mask & SERVICES_PROTOCOL) == 0 || genreg::equalsText(head.protocol, wanted.protocol));
   return matches ? Match::Matches : Match::Differs;
 }
 

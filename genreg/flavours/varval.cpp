@@ -153,7 +153,7 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
     if (genreg::readVariableHead(text, &name, &rest)) {
       const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
       const bool quoted = value < bytes + length && *value == '"';
-      if (!quoted && name != wanted.Variable) return Match::Differs;
+      if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
     }
   }
   char copy[GENREG_LINE_SIZE];
@@ -162,12 +162,10 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
       line.odd != 0) {
     return Match::Unclear;
   }
-  const auto equal = [](std::string_view stored, const char* asked) {
-    return asked != nullptr && stored == asked;
-  };
-  const bool matches = line.hasVariable &&
-                       ((mask & VARVAL_VARIABLE) == 0 || equal(line.name, wanted.Variable)) &&
-                       ((mask & VARVAL_VALUE) == 0 || equal(line.value, wanted.Value));
+  const bool matches =
+      line.hasVariable &&
+      ((mask & VARVAL_VARIABLE) == 0 || genreg::equalsText(line.name, wanted.Variable)) &&
+      ((mask & VARVAL_VALUE) == 0 || genreg::equalsText(line.value, wanted.Value));
   return matches ? Match::Matches : Match::Differs;
 }
 
