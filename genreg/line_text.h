@@ -11,7 +11,12 @@
 
 namespace genreg {
 
-constexpr bool isBlank(char byte) noexcept { return byte == ' ' || byte == '\t' || byte == '\r'; }
+// A space, a tab or a carriage return; the first comparison decides for most bytes.
+constexpr bool isBlank(char byte) noexcept {
+  constexpr std::uint64_t blanks = std::uint64_t{1} << ' ' | 1u << '\t' | 1u << '\r';
+  const auto number = static_cast<unsigned char>(byte);
+  return number <= ' ' && (blanks >> number & 1) != 0;
+}
 
 inline const char* skipBlanks(const char* at, const char* end) noexcept {
   while (at < end && isBlank(*at)) ++at;

@@ -39,7 +39,7 @@ ServiceLine parseServiceLine(std::string_view line) noexcept {
     out.hasService = true;
     out.name = head.name;
     out.protocol = head.protocol;
-    out.port = static_cast<std::uint16_t>(head.port);
+    out.port = head.port();
     out.rest = head.rest;
     return out;
   }

@@ -14,8 +14,16 @@ namespace genreg {
 struct ServiceHead {
   std::string_view name;
   std::string_view protocol;
-  std::string_view rest;  // what stands behind these: aliases and comment
-  unsigned int port = 0;
+  std::string_view rest;        // what stands behind these: aliases and comment
+  std::string_view portDigits;  // one to five
+
+  // Only for whoever asks: multiplying digits takes as long as all the rest.
+  std::uint16_t port() const noexcept {
+    unsigned int number = 0;
+    for (const char digit : portDigits)
+      number = 10 * number + static_cast<unsigned int>(digit - '0');
+    return static_cast<std::uint16_t>(number);
+  }
 };
 
 inline bool isProtocol(std::string_view word) noexcept {
@@ -32,10 +40,7 @@ inline bool readServiceHead(std::string_view line, ServiceHead& head) noexcept {
   const char* const nameEnd = skipWord(line.data(), end, ' ');
   const char* const port = skipBlanks(nameEnd, end);
   const char* at = port;
-  unsigned int number = 0;
-  for (; at < end && *at >= '0' && *at <= '9'; ++at) {
-    number = 10 * number + static_cast<unsigned int>(*at - '0');
-  }
+  while (at < end && *at >= '0' && *at <= '9') ++at;
   if (nameEnd == line.data() || port == nameEnd || at == port || at - port > 5 || at == end ||
       *at != '/') {
     return false;
@@ -44,7 +49,7 @@ inline bool readServiceHead(std::string_view line, ServiceHead& head) noexcept {
   head.name = viewOf(line.data(), nameEnd);
   head.protocol = viewOf(at + 1, wordEnd);
   head.rest = viewOf(wordEnd, end);
-  head.port = number;
+  head.portDigits = viewOf(port, at);
   return (wordEnd == end || isBlank(*wordEnd) || *wordEnd == '#') && isProtocol(head.protocol);
 }
 

@@ -183,16 +183,13 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
   genreg::ServiceHead head;
   if (!genreg::readServiceHead({bytes, length}, head)) {
     const ServiceLine line = genreg::parseServiceLine({bytes, length});
-    if (line.odd != 0) return Match::Unclear;
-    if (!line.hasService) return Match::Differs;
-    head = {line.name, line.protocol, line.rest, line.port};
+    return line.odd == 0 && !line.hasService ? Match::Differs : Match::Unclear;
   }
   constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
   if (head.rest.size() > longestPlain) return Match::Unclear;
-  const auto port = static_cast<std::uint16_t>(head.port);
   const bool matches =
       ((mask & SERVICES_NAME) == 0 || genreg::equalsText(head.name, wanted.name)) &&
-      ((mask & SERVICES_PORT) == 0 || networkOrder(port) == wanted.port) &&
+      ((mask & SERVICES_PORT) == 0 || networkOrder(head.port()) == wanted.port) &&
       ((mask & SERVICES_PROTOCOL) == 0 || genreg::equalsText(head.protocol, wanted.protocol));
   return matches ? Match::Matches : Match::Differs;
 }

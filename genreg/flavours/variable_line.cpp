@@ -43,18 +43,6 @@ Code split(std::string_view text, VariableLine& out) {
 
 }  // namespace
 
-bool readVariableHead(std::string_view line, std::string_view* name,
-                      std::string_view* rest) noexcept {
-  const char* const end = line.data() + line.size();
-  const char* const begin = skipBlanks(line.data(), end);
-  const char* const nameEnd = skipWord(begin, end, '=');
-  const char* const equals = skipBlanks(nameEnd, end);
-  if (nameEnd == begin || equals == end || *equals != '=') return false;
-  *name = viewOf(begin, nameEnd);
-  *rest = viewOf(equals + 1, end);
-  return true;
-}
-
 Code parseVariableLine(std::string_view line, char (&copy)[GENREG_LINE_SIZE],
                        VariableLine& out) noexcept {
   const std::size_t hash = line.find('#');

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "genreg/core/diagnostics.h"
+#include "genreg/line_text.h"
 #include "genreg_text.h"
 
 namespace genreg {
@@ -21,8 +22,17 @@ struct VariableLine {
 
 // The name of a plain line and what stands behind its "=": no quotes, no blanks inside the name.
 // False for any other line.
-bool readVariableHead(std::string_view line, std::string_view* name,
-                      std::string_view* rest) noexcept;
+inline bool readVariableHead(std::string_view line, std::string_view* name,
+                             std::string_view* rest) noexcept {
+  const char* const end = line.data() + line.size();
+  const char* const begin = skipBlanks(line.data(), end);
+  const char* const nameEnd = skipWord(begin, end, '=');
+  const char* const equals = skipBlanks(nameEnd, end);
+  if (nameEnd == begin || equals == end || *equals != '=') return false;
+  *name = viewOf(begin, nameEnd);
+  *rest = viewOf(equals + 1, end);
+  return true;
+}
 
 // Parses a line without its newline. `copy` holds what is normalised; the views live as long as it
 // and the line. Returns 0, or the code of the normalising.

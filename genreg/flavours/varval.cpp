@@ -142,24 +142,11 @@ struct VarVal {
 
 bool holdsNul(std::string_view line) { return line.find('\0') != std::string_view::npos; }
 
-// The name alone decides most lines, unless the value opens a quote that it may not close.
-Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
-  const auto& wanted = *static_cast<const VarValRecord*>(key);
-  const std::string_view text(bytes, length);
-  std::string_view name;
-  std::string_view rest;
-  if ((mask & VARVAL_VARIABLE) != 0 && wanted.Variable != nullptr && length > 0) {
-    if (bytes[0] == '#') return Match::Differs;
-    if (genreg::readVariableHead(text, &name, &rest)) {
-      const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
-      const bool quoted = value < bytes + length && *value == '"';
-      if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
-    }
-  }
+Match matchWhole(std::uint64_t mask, std::string_view text, const VarValRecord& wanted) {
   char copy[GENREG_LINE_SIZE];
   VariableLine line;
-  if (length >= sizeof copy || holdsNul(text) || genreg::parseVariableLine(text, copy, line) != 0 ||
-      line.odd != 0) {
+  if (text.size() >= sizeof copy || holdsNul(text) ||
+      genreg::parseVariableLine(text, copy, line) != 0 || line.odd != 0) {
     return Match::Unclear;
   }
   const bool matches =
@@ -167,6 +154,23 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
       ((mask & VARVAL_VARIABLE) == 0 || genreg::equalsText(line.name, wanted.Variable)) &&
       ((mask & VARVAL_VALUE) == 0 || genreg::equalsText(line.value, wanted.Value));
   return matches ? Match::Matches : Match::Differs;
+}
+
+// The name alone decides most lines, unless the value opens a quote that it may not close.
+Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
+  const auto& wanted = *static_cast<const VarValRecord*>(key);
+  const std::string_view text(bytes, length);
+  if ((mask & VARVAL_VARIABLE) != 0 && length > 0) {
+    if (bytes[0] == '#') return Match::Differs;
+    std::string_view name;
+    std::string_view rest;
+    if (genreg::readVariableHead(text, &name, &rest)) {
+      const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
+      const bool quoted = value < bytes + length && *value == '"';
+      if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
+    }
+  }
+  return matchWhole(mask, text, wanted);
 }
 
 bool fill(const char* bytes, std::size_t length, void* record) noexcept {
