@@ -155,6 +155,7 @@ class Handle {
   virtual unsigned int openScan() = 0;
   virtual unsigned int next() = 0;
   virtual unsigned int closeScan() = 0;
+  virtual unsigned int repair() = 0;
   virtual Entry found() const = 0;  // by the last Get or next()
 
   // Counts the records up to the end or the first failure, and keeps them where they are wanted.
@@ -203,6 +204,7 @@ class HandleOf final : public Handle {
   }
   unsigned int next() override { return handle_.GetNext(0, &record_, &found_); }
   unsigned int closeScan() override { return handle_.CloseScan(); }
+  unsigned int repair() override { return handle_.RepairRegistry(); }
   Entry found() const override { return Flavour::entryOf(found_); }
 
  private:

@@ -123,6 +123,10 @@ int File::appendInPlace(const void* bytes, std::size_t count, const void* mark,
   const std::uint64_t start = size_;
   begin_ = end_ = 0;
   if (!reserve(count)) return error_;
+  if (OSSFileInfo now{}; handle_.getInfo(&now) != OSS_RC_OK || now.size != start) {
+    writeFailed_ = true;
+    return fail(EBUSY);
+  }
   // One write: killed in it, a process leaves all of it or nothing.
   std::memcpy(buffer_, bytes, count);
   std::memcpy(buffer_, mark, markCount);
@@ -135,6 +139,13 @@ int File::appendInPlace(const void* bytes, std::size_t count, const void* mark,
 int File::makeDurable() noexcept {
   if (const int error = flush(); error != 0) return error;
   return handle_.sync() == OSS_RC_OK ? 0 : fail(handle_.lastError());
+}
+
+int File::takeBack() noexcept {
+  pending_ = 0;
+  OSSFileInfo now{};
+  if (handle_.getInfo(&now) != OSS_RC_OK) return fail(handle_.lastError());
+  return now.size > size_ || now.size <= base_ ? 0 : cutTo(base_);
 }
 
 int File::cutTo(std::uint64_t size) noexcept {

@@ -62,14 +62,16 @@ class File final : private platform::StreamTarget {
   int flush() noexcept;
   // Appends to a file that readers look at whether or not this gets to its end: the first
   // `markCount` bytes, which make the rest a record, go to the disk after all others; `mark` stands
-  // in their place until then. Returns 0 or the error number.
+  // in their place until then. Returns 0 or the error number; EBUSY when another program has
+  // written to the file since it was begun.
   int appendInPlace(const void* bytes, std::size_t count, const void* mark,
                     std::size_t markCount) noexcept;
   // Writes out what was appended and waits until it is on stable storage. Returns 0 or the error
   // number.
   int makeDurable() noexcept;
-  // Cuts off what was appended since begin() or cutTo(). Returns 0 or the error number.
-  int takeBack() noexcept { return cutTo(base_); }
+  // Cuts off what was appended since begin() or cutTo(), unless another program has appended behind
+  // it: that stays. Returns 0 or the error number.
+  int takeBack() noexcept;
   // Cuts the file off at `size`. Returns 0 or the error number.
   int cutTo(std::uint64_t size) noexcept;
 

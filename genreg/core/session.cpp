@@ -257,12 +257,14 @@ bool Session::recover(Routine& routine) noexcept {
                               registryPath());
   }
   if (renamed == 0) {
-    routine.trace(17, text(registryPath()));
+    routine.trace(16, text(registryPath()));
     return true;
   }
   OSSFileInfo registry{};
-  const bool known = infoOf(registryPath(), &registry) == OSS_RC_OK;
-  if (known && isOwnBackup(registry, backup)) return dropBackup(routine);
+  if (const Code code = infoOf(registryPath(), &registry); code != 0) {
+    return routine.failFrom(probeFileGetInfo, code, GENREG_RC_BACKUP_RENAME_FAILED, 17);
+  }
+  if (isOwnBackup(registry, backup)) return dropBackup(routine);
   if (const Code code = setBackupAside(); code != 0) {
     return routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 20);
   }
@@ -301,7 +303,8 @@ Code Session::setBackupAside() noexcept {
     (void)std::snprintf(aside, sizeof aside, i == 0 ? "%s.old" : "%s.old%u", registryPath(), i);
     code = ossFileRename(backupPath(), aside);
   }
-  return code;
+  // Before a commit makes another file of the name it gave up (I3).
+  return code != OSS_RC_OK ? code : ossDirectorySync(registryPath());
 }
 
 // --- open ---
@@ -423,17 +426,7 @@ bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
     return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
   }
   OSSHFile leftover;
-  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
-  param.options = OSS_OPEN_NO_LINK;
-  const Code found = leftover.open(&param);
-  if (found == OSS_RC_FILE_NOT_FOUND) return true;
-  OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
-  Code code = found == OSS_RC_OK ? leftover.lock(&lockParam) : OSS_RC_OK;
-  *waited = code == OSS_RC_LOCK_BUSY;
-  if (*waited) {
-    lockParam.wait = OSS_LOCK_WAIT;
-    code = leftover.lock(&lockParam);
-  }
+  Code code = lockLeftover(leftover, waited);
   if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
   if (code == OSS_RC_FILE_NOT_FOUND) return true;
   if (code != 0) {
@@ -447,6 +440,30 @@ bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
     (void)ossFileSetPermissions(corruptPath(), ownerReadWrite);
   }
   return true;
+}
+
+// Opens and locks the file at the temporary file's name, so that nobody else sets it aside or makes
+// use of it; one that cannot be opened is nobody's. Whoever had the lock may have renamed the file,
+// and a third one made another. OSS_RC_FILE_NOT_FOUND when there is none.
+Code Session::lockLeftover(OSSHFile& leftover, bool* waited) const noexcept {
+  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
+  param.options = OSS_OPEN_NO_LINK;
+  for (;;) {
+    const Code found = leftover.open(&param);
+    if (found != OSS_RC_OK) return found == OSS_RC_FILE_NOT_FOUND ? found : OSS_RC_OK;
+    OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
+    Code code = leftover.lock(&lockParam);
+    if (code == OSS_RC_LOCK_BUSY) {
+      *waited = true;
+      lockParam.wait = OSS_LOCK_WAIT;
+      code = leftover.lock(&lockParam);
+    }
+    OSSFileInfo opened{};
+    OSSFileInfo named{};
+    if (code == OSS_RC_OK) code = leftover.getInfo(&opened);
+    if (code == OSS_RC_OK) code = infoOf(temporaryPath(), &named);
+    if (code != OSS_RC_OK || named.isSameFile(opened)) return code;
+  }
 }
 
 bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
@@ -472,16 +489,18 @@ bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
     code = file.createPrivate(temporaryPath(), registryPath());
     if (code == OSS_RC_OK && file.takeAttributes(registryPath(), info) != OSS_RC_OK) {
       (void)routine.failSystem(file.lastError(), GENREG_RC_TEMP_PERMISSIONS, 110, temporaryPath());
-      (void)deleteTemporary();
+      if (file.isAt(temporaryPath())) (void)ossFileDelete(temporaryPath());
       return false;
     }
     handle_.lockFile.shareWithWriters(info);
   }
   int error = code == OSS_RC_OK ? 0 : file.lastError();
-  if (error == 0) error = second_.begin(kind != GENREG_OP_VERIFY, info.size);
   if (error == 0 && !claim_.isOpen() && !claimTemporary()) error = EAGAIN;
-  if (error == 0) return true;
-  if (code == OSS_RC_OK && kind != GENREG_OP_VERIFY) (void)deleteTemporary();
+  if (error == 0) {
+    error = second_.begin(kind != GENREG_OP_VERIFY, info.size);
+    if (error == 0) return true;
+    if (kind != GENREG_OP_VERIFY) (void)deleteTemporary();
+  }
   return routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 100, temporaryPath());
 }
 
@@ -489,8 +508,12 @@ bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
 // aside (I1).
 bool Session::claimTemporary() noexcept {
   const OSSFileLockParam param{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
-  return claim_.duplicate(second_.handle()) == OSS_RC_OK && claim_.lock(&param) == OSS_RC_OK &&
-         claim_.isAt(temporaryPath());
+  if (claim_.duplicate(second_.handle()) == OSS_RC_OK && claim_.lock(&param) == OSS_RC_OK &&
+      claim_.isAt(temporaryPath())) {
+    return true;
+  }
+  (void)claim_.close();
+  return false;
 }
 
 // --- close ---
@@ -510,8 +533,9 @@ Code Session::finish(std::uint64_t kind, bool commits) noexcept {
   hideStreams();
   finishFiles(routine, kind);
   if (routine.ok() && commits) commit(routine);
-  const bool isToBeVerified = routine.ok() && !commits && isUpdate(kind);
-  if (!isToBeVerified) (void)claim_.close();
+  // Until it is in place, verified or deleted, the temporary file stays its writer's.
+  const bool isInUse = !commits && hasStatus(GENREG_STATUS_LOCKED);
+  if (!isInUse) (void)claim_.close();
   return routine.code();
 }
 
@@ -525,6 +549,8 @@ void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
   int error = 0;
   if (main_.isOpen() && appending_) {
     if (keepsWork) error = main_.makeDurable();
+    // What was appended to a file that another program has replaced is in nobody's registry (I4).
+    if (keepsWork && error == 0 && !main_.handle().isAt(registryPath())) error = EBUSY;
     if (!keepsWork || error != 0) {
       const int cut = main_.takeBack();
       if (error == 0) error = cut;
@@ -551,8 +577,9 @@ void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
   if (notStored) temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
 }
 
+// By now the name may be another writer's, if a third party has removed the lock file (I1).
 Code Session::deleteTemporary() noexcept {
-  if (temporaryDropped_) return OSS_RC_OK;
+  if (temporaryDropped_ || (claim_.isOpen() && !claim_.isAt(temporaryPath()))) return OSS_RC_OK;
   const Code code = ossFileDelete(temporaryPath());
   (void)claim_.close();
   return code;
@@ -567,6 +594,7 @@ void Session::commit(Routine& routine) noexcept {
   if (!announce(made)) {                     // I5
     (void)routine.failSystem(handle_.lockFile.lastError(), GENREG_RC_BACKUP_RENAME_FAILED, 36,
                              lockPath());
+    temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
     return;
   }
   if (!replaceRegistry(routine, &linked)) return;  // I2

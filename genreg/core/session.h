@@ -123,6 +123,7 @@ class Session {
   Code setBackupAside() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoversAside(Routine& routine, bool* waited) noexcept;
+  Code lockLeftover(OSSHFile& leftover, bool* waited) const noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
   bool claimTemporary() noexcept;
   void finishFiles(Routine& routine, std::uint64_t kind) noexcept;

@@ -58,9 +58,11 @@ class Sweep : proof::Trial {
 
   void run() {
     const std::vector<std::string> made = calls();
-    // The commit's first step: from there on either may be the last.
-    const auto first = std::find(made.begin(), made.end(), scenario_.inPlace() ? "write" : "link");
-    const auto commit = static_cast<std::size_t>(first - made.begin());
+    // The commit's first step, in place the look at the file before it: from there on either may be
+    // the last.
+    const bool inPlace = scenario_.inPlace();
+    const auto first = std::find(made.begin(), made.end(), inPlace ? "write" : "link");
+    const auto commit = static_cast<std::size_t>(first - made.begin()) - (inPlace ? 1 : 0);
     for (const Intruder& intruder : intruders) {
       for (std::size_t k = 0; k < made.size(); ++k) disturb(intruder, k, made[k], k >= commit);
     }
