@@ -31,7 +31,9 @@ constexpr std::size_t recordPlace = 16;
 // not know come from the replaced record.
 std::uint64_t packingRoom(std::uint64_t size, const Frame* replaced) {
   constexpr std::uint64_t headerRoom = 256;
-  return 2 * size + headerRoom + (replaced == nullptr ? 0 : replaced->stored.size());
+  const std::uint64_t room =
+      2 * size + headerRoom + (replaced == nullptr ? 0 : replaced->stored.size());
+  return (room + recordPlace - 1) / recordPlace * recordPlace;  // aligned, too, for what follows
 }
 
 }  // namespace
@@ -287,12 +289,12 @@ bool BinaryStore::findEnd(Routine& routine, File& file, std::string_view*) noexc
     code = next(file, frame);
   }
   if (code != GENREG_RC_END) {
-    return routine.failFrom(kind.readRecord, code, GENREG_RC_READ_FAILED, 86);
+    return routine.failFrom(kind.readRecord, code, GENREG_RC_READ_FAILED, 96);
   }
   if (file.offset() == file.size()) return true;
   const int error = file.cutTo(file.offset());
   return error == 0 ||
-         routine.failSystem(error, GENREG_RC_WRITE_NEW_FAILED, 88, session().registryPath());
+         routine.failSystem(error, GENREG_RC_WRITE_NEW_FAILED, 97, session().registryPath());
 }
 
 // Records are found again where two that the flavour can make stand in a row, or one ends the file.

@@ -149,8 +149,8 @@ bool TextStore::keep(Routine& routine, File& to, const Frame& frame,
     routine.trace(107, text("Added a newline"));
     return put(frame.bytes) && put(lineEnd);
   }
-  const bool gains = operation == GENREG_OP_CHANGE && frame.unended && !frame.isPiece &&
-                     !hasNewline && length < longestRaw;
+  const bool gains =
+      operation == GENREG_OP_CHANGE && frame.unended && !hasNewline && length < longestRaw;
   return put(frame.bytes) && (!gains || put("\n"));
 }
 
@@ -170,30 +170,24 @@ bool TextStore::mayTouch(Routine& routine, const Frame& frame) const noexcept {
 }
 
 // In place, too, the new line must not run into a last one that lacks its newline or that it would
-// continue. A last line that begins with a NUL is what an append left unfinished.
+// continue. A last line that begins with a NUL, as an append leaves it that did not finish, is
+// empty to everybody and stays: it may be somebody else's.
 bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) noexcept {
+  constexpr std::uint64_t looked = 3;  // bytes: a backslash, a carriage return, a newline
   const std::uint64_t size = file.size();
-  const std::uint64_t start = size - std::min<std::uint64_t>(size, 2 * GENREG_LINE_SIZE);
+  const std::uint64_t start = size - std::min(size, looked);
   file.seek(start);
   if (size == 0) return true;
   if (!file.more(static_cast<std::size_t>(size - start)) || file.windowSize() != size - start) {
     const std::int32_t error = file.error();
-    return routine.fail(GENREG_RC_READ_FAILED, 86, number(error));
+    return routine.fail(GENREG_RC_READ_FAILED, 98, number(error));
   }
   std::string_view tail(file.window(), file.windowSize());
   const bool newline = tail.back() == '\n';
-  std::string_view line = newline ? tail.substr(0, tail.size() - 1) : tail;
-  const std::size_t lastEnd = line.rfind('\n');
-  const bool startIsKnown = lastEnd != std::string_view::npos || start == 0;
-  if (lastEnd != std::string_view::npos) line.remove_prefix(lastEnd + 1);
-  if (startIsKnown && !line.empty() && line.front() == '\0') {
-    const int error = file.cutTo(size - line.size() - (newline ? 1 : 0));
-    return error == 0 ||
-           routine.failSystem(error, GENREG_RC_WRITE_NEW_FAILED, 88, session().registryPath());
-  }
-  if (newline && !line.empty() && line.back() == '\r') line.remove_suffix(1);
-  const bool continues = joins() && endsInBackslash(line);
-  if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 89);
+  if (newline) tail.remove_suffix(1);
+  if (newline && !tail.empty() && tail.back() == '\r') tail.remove_suffix(1);
+  const bool continues = joins() && endsInBackslash(tail);
+  if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 99);
   if (continues || !newline) *before = lineEnd;
   return true;
 }

@@ -207,8 +207,10 @@ struct GenRegSessionRoutines {
 //   GENREG_RC_PACK_FAILED, GENREG_RC_PACK_LINE_FAILED, GENREG_RC_DELETE_TEMP_FAILED
 // After a failure of one of these the update may be committed; isUpdateCommitted() knows:
 //   GENREG_RC_VERIFY_FAILED       refused, or committed but the old file could not be deleted
-//   GENREG_RC_CLOSE_AFTER_OPERATION  a file that was only read could not be closed; committed by a
-//                                 Change or Delete whose new file was accepted
+//   GENREG_RC_CLOSE_AFTER_OPERATION  a file could not be closed; committed by a Change or Delete
+//                                 whose new file was accepted all the same, by an Add in place that
+//                                 is on the disk, and when the names could neither be made durable
+//                                 nor be put back
 //   GENREG_RC_UNLOCK_FAILED       the update lock, or its file, could not be given back
 //   GENREG_RC_BUFFER_FREE         memory could not be given back
 //   GENREG_RC_NO_POST_UPDATE_HOOK GENREG_POST_UPDATE is set, but there is no hook

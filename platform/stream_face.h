@@ -36,6 +36,9 @@ class StreamFace {
   // Makes the stream, for reading or, with `appends`, for appending, too. `handle` is the file's
   // system handle; both outlive the stream. False with errno when there can be none.
   bool open(StreamTarget& target, std::intptr_t handle, bool appends) noexcept;
+  // Hands over what the stream keeps in a buffer that its user gave it. Returns 0 or the error
+  // number.
+  int flush() noexcept;
   // Ends the stream, not the file.
   void close() noexcept;
   // The stream, or null; owned by this object.

@@ -2,12 +2,12 @@
 // the platform's own file.
 #include "sysservices/file_handle.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "sysservices/diagnostics.h"
 #include "sysservices/inner/error_codes.h"
+#include "sysservices/inner/log_output.h"
 #include "sysservices/inner/waiting.h"
 #include "sysservices/return_codes.h"
 
@@ -20,7 +20,7 @@ OSSHFile::OSSHFile() noexcept
       permissions_(0),
       error_(0),
       created_(false),
-      locked_(false),
+      lockOwner_(0),
       path_("") {}
 
 OSSHFile::~OSSHFile() { (void)close(); }
@@ -57,31 +57,35 @@ unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {
   const bool exclusive = param->lockType == OSS_LOCK_EXCLUSIVE;
   unsigned int code = takeLock(exclusive, false);
   if (code == OSS_RC_LOCK_BUSY && waits) code = waitForLock(exclusive, param->limit);
-  locked_ = code == OSS_RC_OK;
+  lockOwner_ = code == OSS_RC_OK ? oss::processNumber() : 0;
   return code;
 }
 
-// Asks again and again, which alone lets a wait end and be logged, first often, since most holders
-// are done within a millisecond; a wait without a limit is left to the system once it is logged.
+// Asks again and again, which alone lets a wait end and be logged. Whoever waits stands in a queue,
+// and only its first asks: without it a writer in a loop would take the lock again before anybody
+// else wakes up. A wait without a limit is left to the system once it is logged.
 unsigned int OSSHFile::waitForLock(bool exclusive, std::uint64_t limit) noexcept {
-  constexpr std::uint64_t patience = 2000;      // milliseconds before the wait is logged
-  constexpr std::uint64_t shortestPause = 50;   // microseconds
-  constexpr std::uint64_t longestPause = 1000;  // microseconds
+  constexpr std::uint64_t patience = 2000;  // milliseconds before the wait is logged
+  constexpr std::uint64_t pause = 100;      // microseconds; most holders are done within a thousand
   constexpr unsigned int probe = 0x081A0009u;
   const std::uint64_t start = oss::steadyMilliseconds();
-  bool logged = false;
-  for (std::uint64_t pause = shortestPause;; pause = std::min(2 * pause, longestPause)) {
+  for (bool logged = false;;) {
+    const bool isFirst = oss::queueForLock(handle_, limit == 0);
+    unsigned int code = isFirst ? takeLock(exclusive, false) : OSS_RC_LOCK_BUSY;
     const std::uint64_t waited = oss::steadyMilliseconds() - start;
-    if (limit != 0 && waited >= limit) return fail(EWOULDBLOCK);
-    if (waited >= patience && !logged) {
+    if (code == OSS_RC_LOCK_BUSY && waited >= patience && !logged) {
       const std::uint32_t holder = oss::lockHolder(handle_);
       ossLog(0, probe, OSS_RC_LOCK_BUSY, 10, 3, 3, path_, std::strlen(path_), OSS_LOG_STRING,
              &waited, sizeof waited, OSS_LOG_UINT64, &holder, sizeof holder, OSS_LOG_INT32);
       logged = true;
+      if (limit == 0) code = takeLock(exclusive, true);
     }
-    if (logged && limit == 0) return takeLock(exclusive, true);
+    const bool over = limit != 0 && waited >= limit;
+    if (code != OSS_RC_LOCK_BUSY || over) {
+      oss::leaveQueue(handle_);
+      return code == OSS_RC_LOCK_BUSY ? fail(EWOULDBLOCK) : code;
+    }
     oss::pauseFor(pause);
-    if (const unsigned int code = takeLock(exclusive, false); code != OSS_RC_LOCK_BUSY) return code;
   }
 }
 

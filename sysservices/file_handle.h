@@ -154,7 +154,7 @@ class ZOROSSE_API OSSHFile {
   std::uint32_t permissions_;
   int error_;
   bool created_;
-  bool locked_;
+  int lockOwner_;  // the process that took the lock: a child it forked must not end it
   const char* path_;
 };
 

@@ -64,6 +64,10 @@ ZOROSSE_API unsigned int ossFileLink(const char* path, const char* second);
 // or the other. OSS_RC_NOT_SUPPORTED where the system refuses that while somebody has it open.
 ZOROSSE_API unsigned int ossFileReplace(const char* source, const char* target);
 
+// Whether the system lets this process put another file in the place of the one at `path`, which
+// `info` describes: in a directory that only lets owners do so, it may not be another user's.
+ZOROSSE_API bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info);
+
 // Makes the names in the directory of `path` durable. A directory that may not be read is synced
 // with everything else on its file system. Returns 0 or the mapped system error.
 ZOROSSE_API unsigned int ossDirectorySync(const char* path);

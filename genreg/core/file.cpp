@@ -98,6 +98,7 @@ void File::seek(std::uint64_t offset) noexcept {
 
 bool File::append(const void* bytes, std::size_t count) noexcept {
   if (writeFailed_) return false;
+  if (count == 0) return true;
   begin_ = end_ = 0;
   if (count > capacity_ - pending_ && flush() != 0) return false;
   if (count >= capacity_) {
@@ -137,7 +138,7 @@ int File::appendInPlace(const void* bytes, std::size_t count, const void* mark,
 }
 
 int File::makeDurable() noexcept {
-  if (const int error = flush(); error != 0) return error;
+  if (const int error = flushAll(); error != 0) return error;
   return handle_.sync() == OSS_RC_OK ? 0 : fail(handle_.lastError());
 }
 
@@ -158,8 +159,14 @@ int File::cutTo(std::uint64_t size) noexcept {
   return handle_.truncate(size) == OSS_RC_OK ? 0 : fail(handle_.lastError());
 }
 
+// What a caller has written to the stream comes first.
+int File::flushAll() noexcept {
+  const int error = appends_ ? face_.flush() : 0;
+  return error != 0 ? fail(error) : flush();
+}
+
 int File::close() noexcept {
-  int error = flush();
+  int error = flushAll();
   face_.close();
   void* block = buffer_;
   if (_ossMemFree(&block, 0, 0, sourceFile, __LINE__) != OSS_RC_OK && error == 0) error = EIO;
@@ -190,7 +197,10 @@ std::ptrdiff_t File::streamRead(char* bytes, std::size_t count) noexcept {
 }
 
 std::ptrdiff_t File::streamWrite(const char* bytes, std::size_t count) noexcept {
-  if (append(bytes, count)) return static_cast<std::ptrdiff_t>(count);
+  if (append(bytes, count)) {
+    offset_ = size_;
+    return static_cast<std::ptrdiff_t>(count);
+  }
   errno = error_;
   return -1;
 }

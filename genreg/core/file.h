@@ -90,6 +90,7 @@ class File final : private platform::StreamTarget {
   void setPlace() const noexcept { face_.setPlace(*this); }
 
  private:
+  int flushAll() noexcept;
   bool readOn(std::size_t wanted) noexcept;
   bool reserve(std::size_t capacity) noexcept;
   int fail(int error) noexcept;

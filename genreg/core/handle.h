@@ -57,6 +57,7 @@ class HandleAccess {
   bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
   bool hasStatus(std::uint64_t bits) const noexcept { return (handle_.status & bits) != 0; }
   void setStatus(std::uint64_t bits) const noexcept { handle_.status |= bits; }
+  void beginUpdate() const noexcept { handle_.committed = false; }
   bool isBinary() const noexcept { return handle_.engineKind == GENREG_ENGINE_BINARY; }
 
   GenRegCompareHook compareHook() const noexcept { return handle_.CompareRecord; }

@@ -3,6 +3,7 @@
 namespace genreg {
 
 Code Repair::run() noexcept {
+  store_.handle().beginUpdate();
   if (!store_.recordSize(routine_, &size_)) return routine_.code();
   constexpr std::uint64_t request = GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT;
   if (const Code code = store_.handle().lock(request); code != 0) {

@@ -64,5 +64,6 @@ unsigned int GenRegFile::setRegFilePosition(std::int64_t* position) noexcept {
   }
   session->main().seek(static_cast<std::uint64_t>(*position));
   session->main().setPlace();
+  std::clearerr(mainStream);
   return GENREG_RC_OK;
 }

@@ -169,7 +169,7 @@ Code Session::lock(std::uint64_t request) noexcept {
   OSSFileOpenParam& param = handle_.lockFileOpenParam;
   param = openParam(lockPath(), exclusive ? OSS_OPEN_LOCK_FILE : OSS_OPEN_EXISTING,
                     handle_.lockPermissions);
-  param.options = OSS_OPEN_AS_LOCK_FILE;
+  if (!exclusive) param.options = OSS_OPEN_AS_LOCK_FILE;
   if (const Code code = handle_.lockFile.open(&param); code != 0) {
     (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_LOCK_FAILED, 60);
     OSSFileInfo info{};
@@ -185,6 +185,7 @@ Code Session::lock(std::uint64_t request) noexcept {
   const Code code = handle_.lockFile.lock(&lockParam);
   if (code == 0) {
     handle_.status |= GENREG_STATUS_LOCKED;
+    isImpatient_ = !wait;
     keepsOldAsCorrupt_ = false;
     handle_.committed = false;
     return GENREG_RC_OK;
@@ -264,6 +265,11 @@ bool Session::recover(Routine& routine) noexcept {
   if (const Code code = infoOf(registryPath(), &registry); code != 0) {
     return routine.failFrom(probeFileGetInfo, code, GENREG_RC_BACKUP_RENAME_FAILED, 17);
   }
+  // Somebody may have helped himself with a link to the backup.
+  if (registry.isSymbolicLink) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 18, text(registryPath()),
+                        text("a link: update it under its one real name"));
+  }
   if (isOwnBackup(registry, backup)) return dropBackup(routine);
   if (const Code code = setBackupAside(); code != 0) {
     return routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 20);
@@ -275,8 +281,8 @@ bool Session::recover(Routine& routine) noexcept {
 bool Session::dropBackup(Routine& routine) noexcept {
   const Code deleted = deleteIfThere(backupPath());
   if (deleted == 0) return true;
-  (void)routine.failFrom(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 18);
-  return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 19, text(backupPath()));
+  (void)routine.failFrom(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 22);
+  return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 23, text(backupPath()));
 }
 
 // A backup may go when it is the registry itself under a second name, or when the registry is the
@@ -323,7 +329,6 @@ Code Session::open(std::uint64_t kind) noexcept {
     if (!opened || !needsTemporary || kind == GENREG_OP_VERIFY) break;
     opened = setLeftoversAside(routine, &waited);
     if (!opened || !waited) break;
-    (void)main_.close();
   }
   if (opened && needsTemporary) opened = openTemporary(routine, kind);
   if (!opened) {
@@ -368,6 +373,7 @@ bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
     temporaryDropped_ = false;
   }
   if (!claim_.isOpen()) opened_ = main_.info();
+  if (appending_) handle_.lockFile.shareWithWriters(main_.info());
   // A registry file that this very update created has a name that no power cut may take back (I3).
   if (creates && ossDirectorySync(path) != 0) {
     return routine.failSystem(ossFileLastError(), GENREG_RC_OPEN_FAILED, 65, path);
@@ -445,7 +451,8 @@ bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
 // Opens and locks the file at the temporary file's name, so that nobody else sets it aside or makes
 // use of it; one that cannot be opened is nobody's. Whoever had the lock may have renamed the file,
 // and a third one made another. OSS_RC_FILE_NOT_FOUND when there is none.
-Code Session::lockLeftover(OSSHFile& leftover, bool* waited) const noexcept {
+Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
+  constexpr std::uint64_t longestClaim = 10000;  // milliseconds; no writer holds it as long
   OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
   param.options = OSS_OPEN_NO_LINK;
   for (;;) {
@@ -453,9 +460,11 @@ Code Session::lockLeftover(OSSHFile& leftover, bool* waited) const noexcept {
     if (found != OSS_RC_OK) return found == OSS_RC_FILE_NOT_FOUND ? found : OSS_RC_OK;
     OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
     Code code = leftover.lock(&lockParam);
-    if (code == OSS_RC_LOCK_BUSY) {
+    if (code == OSS_RC_LOCK_BUSY && !isImpatient_) {
       *waited = true;
+      (void)main_.close();  // the other writer may be waiting for it
       lockParam.wait = OSS_LOCK_WAIT;
+      lockParam.limit = longestClaim;
       code = leftover.lock(&lockParam);
     }
     OSSFileInfo opened{};
@@ -551,13 +560,13 @@ void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
     if (keepsWork) error = main_.makeDurable();
     // What was appended to a file that another program has replaced is in nobody's registry (I4).
     if (keepsWork && error == 0 && !main_.handle().isAt(registryPath())) error = EBUSY;
-    if (!keepsWork || error != 0) {
+    handle_.committed = keepsWork && error == 0;
+    if (!handle_.committed) {
       const int cut = main_.takeBack();
       if (error == 0) error = cut;
     }
   }
   if (const int closed = main_.close(); error == 0) error = closed;
-  if (appending_ && keepsWork && error == 0) handle_.committed = true;
   appending_ = false;
   if (error != 0) {
     (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 20, registryPath(), OSS_SYSCALL_CLOSE);
@@ -566,15 +575,13 @@ void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
   error = 0;
   const bool wrote = second_.isOpen() && keepsWork;
   if (wrote) error = second_.makeDurable();
-  bool notStored = error != 0 || second_.writeFailed();
   if (const int closed = second_.close(); error == 0) error = closed;
-  notStored = notStored || (wrote && error != 0);
   temporaryDurable_ = temporaryDurable_ || (wrote && error == 0);
   if (error != 0) {
     (void)routine.failSystem(error, GENREG_RC_CLOSE_TEMP_FAILED, 30, temporaryPath(),
                              OSS_SYSCALL_CLOSE);
   }
-  if (notStored) temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
+  if (error != 0) temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
 }
 
 // By now the name may be another writer's, if a third party has removed the lock file (I1).
@@ -632,6 +639,10 @@ bool Session::announce(const OSSFileInfo& made) noexcept {
 // Steps 2 and 3. A failed step 2 leaves the registry untouched and the temporary file in place.
 bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
   const char* registry = registryPath();
+  if (!ossFileMayBeReplaced(registry, &opened_)) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 38, text(registry),
+                        text("another user's file in a sticky directory"));
+  }
   const auto keepOld = [&] {
     const Code code = ossFileLink(registry, backupPath());
     *linked = code != OSS_RC_NOT_SUPPORTED;
@@ -681,18 +692,18 @@ bool Session::settle(Routine& routine, bool linked) noexcept {
     (void)routine.fail(GENREG_RC_COMMIT_RENAME_FAILED, 62, text(registryPath()),
                        text("written to by another program in the moment of the commit"));
   }
-  goBack(linked);
+  handle_.committed = !goBack(linked);
   return false;
 }
 
-// Back to the old content, as the failure code says. A crash in between leaves only the backup, or
-// both.
-void Session::goBack(bool linked) noexcept {
-  if (linked) {
-    (void)ossFileReplace(backupPath(), registryPath());
-  } else if (ossFileRename(registryPath(), temporaryPath()) == OSS_RC_OK) {
-    (void)ossFileRename(backupPath(), registryPath());
-  }
+// Back to the old content, as the failure code says. False when that fails, too: the new content
+// stands, and only a power cut may still take it back. A crash in between leaves only the backup,
+// or both.
+bool Session::goBack(bool linked) noexcept {
+  if (linked) return ossFileReplace(backupPath(), registryPath()) == OSS_RC_OK;
+  if (ossFileRename(registryPath(), temporaryPath()) != OSS_RC_OK) return false;
+  (void)ossFileRename(backupPath(), registryPath());
+  return true;
 }
 
 // Step 5.

@@ -38,6 +38,8 @@
 //   4 directory synced              | new  | old    | new          | drops the backup
 //   5 backup deleted                | new  | -      | new          | -
 //
+// A power cut may take the line of step 1; the backup then is set aside, not dropped.
+//
 // Recovery comes before every existence check of an update, is one rename or one delete under the
 // update lock, and so may itself be killed anywhere.
 #pragma once
@@ -123,7 +125,7 @@ class Session {
   Code setBackupAside() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoversAside(Routine& routine, bool* waited) noexcept;
-  Code lockLeftover(OSSHFile& leftover, bool* waited) const noexcept;
+  Code lockLeftover(OSSHFile& leftover, bool* waited) noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
   bool claimTemporary() noexcept;
   void finishFiles(Routine& routine, std::uint64_t kind) noexcept;
@@ -132,7 +134,7 @@ class Session {
   bool announce(const OSSFileInfo& made) noexcept;
   bool replaceRegistry(Routine& routine, bool* linked) noexcept;
   bool settle(Routine& routine, bool linked) noexcept;
-  void goBack(bool linked) noexcept;
+  bool goBack(bool linked) noexcept;
   void endOld(Routine& routine) noexcept;
 
   GenRegFile& handle_;
@@ -146,6 +148,7 @@ class Session {
   bool temporaryDurable_ = false;
   bool temporaryDropped_ = false;  // there was no room for it
   bool keepsOldAsCorrupt_ = false;
+  bool isImpatient_ = false;  // whoever took the lock would not have waited for it
 };
 
 }  // namespace genreg

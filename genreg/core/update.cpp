@@ -5,6 +5,7 @@
 namespace genreg {
 
 Code Update::run() noexcept {
+  store_.handle().beginUpdate();
   if (!check()) return routine_.code();  // nothing is touched before every check has passed
   if (lock()) {                          // one writer, whoever comes and goes
     if (open()) {                        // a crashed commit put back, leftovers aside, a new file
@@ -136,11 +137,11 @@ bool Update::change(const Frame& frame) noexcept {
 bool Update::writeAdded() noexcept {
   Session& session = store_.session();
   const bool inPlace = session.appendsInPlace(kind_.operation);
-  std::string_view before;
-  if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
   const std::string_view made =
       store_.pack(routine_, record_, nullptr, written_, size_, GENREG_RC_WRITE_NEW_FAILED);
   if (made.empty()) return false;
+  std::string_view before;
+  if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
   if (!inPlace) {
     return store_.write(routine_, session.second(), made, GENREG_RC_WRITE_NEW_FAILED, 100) &&
            readBack(made);

@@ -44,6 +44,12 @@ bool StreamFace::open(StreamTarget& target, std::intptr_t, bool appends) noexcep
   return true;
 }
 
+int StreamFace::flush() noexcept {
+  errno = 0;
+  if (stream_ == nullptr || std::fflush(stream_) == 0) return 0;
+  return errno != 0 ? errno : EIO;
+}
+
 void StreamFace::close() noexcept {
   if (stream_ != nullptr) (void)std::fclose(stream_);
   stream_ = nullptr;

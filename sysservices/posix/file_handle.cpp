@@ -137,9 +137,8 @@ unsigned int OSSHFile::duplicate(const OSSHFile& other) noexcept {
   options_ = 0;
   path_ = other.path_;
   const int descriptor = static_cast<int>(other.handle_);
-  const int copy = oss::systemCall("fcntl", nullptr, [&] {
-    return ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  });
+  const int copy = oss::systemCall(
+      "fcntl", nullptr, [&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); });
   if (copy < 0) return fail(errno);
   handle_ = copy;
   return OSS_RC_OK;
@@ -211,7 +210,7 @@ unsigned int OSSHFile::unlock() noexcept {
   const int descriptor = static_cast<int>(handle_);
   const int failed = oss::systemCall("flock", path_, [&] { return ::flock(descriptor, LOCK_UN); });
   if (failed != 0) return fail(errno);
-  locked_ = false;
+  lockOwner_ = 0;
   return OSS_RC_OK;
 }
 
@@ -277,9 +276,10 @@ unsigned int OSSHFile::close() noexcept {
   if (!isOpen()) return OSS_RC_OK;
   const int descriptor = static_cast<int>(handle_);
   handle_ = -1;
-  // The lock would outlive the close in a process that was forked meanwhile.
-  if (locked_) (void)::flock(descriptor, LOCK_UN);
-  locked_ = false;
+  // The lock would outlive the close in a process that was forked meanwhile; but that process's own
+  // close must not end it.
+  if (lockOwner_ != 0 && lockOwner_ == ::getpid()) (void)::flock(descriptor, LOCK_UN);
+  lockOwner_ = 0;
   const int error = oss::closeDescriptor(descriptor);
   return error == 0 ? OSS_RC_OK : fail(error);
 }

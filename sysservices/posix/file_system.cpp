@@ -145,6 +145,18 @@ unsigned int ossFileReplace(const char* source, const char* target) {
   return outcome(oss::systemCall("rename", source, [&] { return ::rename(source, target); }));
 }
 
+bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info) {
+  const uid_t user = ::geteuid();
+  char directory[OSS_FULL_PATH_SIZE];
+  struct stat status;
+  if (path == nullptr || info == nullptr || user == 0 || user == info->owner ||
+      ossDirectoryName(path, directory, sizeof directory) != OSS_RC_OK ||
+      ::stat(directory, &status) != 0) {
+    return true;
+  }
+  return (status.st_mode & S_ISVTX) == 0 || status.st_uid == user;
+}
+
 unsigned int ossDirectorySync(const char* path) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
   const int error = oss::syncDirectoryOf(path);

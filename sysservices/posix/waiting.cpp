@@ -1,10 +1,12 @@
 // Clock and lock table of the system.
 #include "sysservices/inner/waiting.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <time.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 
@@ -22,6 +24,32 @@ void pauseFor(std::uint64_t microseconds) noexcept {
     static_cast<time_t>(microseconds / 1000000), static_cast<long>(microseconds % 1000000 * 1000)
   };
   (void)::nanosleep(&pause, nullptr);
+}
+
+// The queue is another kind of lock on the same file, which flock does not see; the system lets
+// those who wait for it in one after the other.
+namespace {
+
+struct flock queueLock(short type) noexcept {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  return lock;
+}
+
+}  // namespace
+
+bool queueForLock(std::intptr_t handle, bool waits) noexcept {
+  struct flock lock = queueLock(F_WRLCK);
+  int failed = 0;
+  do failed = ::fcntl(static_cast<int>(handle), waits ? F_OFD_SETLKW : F_OFD_SETLK, &lock);
+  while (failed != 0 && errno == EINTR);
+  return failed == 0 || (errno != EAGAIN && errno != EACCES);
+}
+
+void leaveQueue(std::intptr_t handle) noexcept {
+  struct flock lock = queueLock(F_UNLCK);
+  (void)::fcntl(static_cast<int>(handle), F_OFD_SETLK, &lock);
 }
 
 // A line of the table reads "1: FLOCK  ADVISORY  WRITE 4711 fe:01:1311 0 EOF".
