@@ -7,6 +7,17 @@ using genreg::File;
 using genreg::Function;
 using genreg::Routine;
 
+namespace {
+
+// A stream whose file was moved: what was put back into it, and that it met the end, is no more.
+void forgetStream(std::FILE* stream, genreg::Session& session) {
+  (void)std::fseek(stream, 0, SEEK_CUR);
+  session.main().setPlace();
+  std::clearerr(stream);
+}
+
+}  // namespace
+
 unsigned int GenRegFile::OpenScan() noexcept {
   Routine routine(Function::openScan);
   if (session == nullptr) return routine.refuse(GENREG_RC_OPEN_FAILED, 5);
@@ -39,8 +50,7 @@ unsigned int GenRegFile::Rewind() noexcept {
   Routine routine(Function::rewindScan);
   if ((status & GENREG_STATUS_SCAN_OPEN) == 0) return routine.refuse(GENREG_RC_NO_SCAN, 10);
   session->main().seek(0);
-  session->main().setPlace();
-  std::clearerr(mainStream);
+  forgetStream(mainStream, *session);
   status &= ~GENREG_STATUS_SCAN_END;
   return GENREG_RC_OK;
 }
@@ -63,7 +73,6 @@ unsigned int GenRegFile::setRegFilePosition(std::int64_t* position) noexcept {
     return routine.code();
   }
   session->main().seek(static_cast<std::uint64_t>(*position));
-  session->main().setPlace();
-  std::clearerr(mainStream);
+  forgetStream(mainStream, *session);
   return GENREG_RC_OK;
 }

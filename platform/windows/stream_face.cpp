@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+#include "sysservices/fault_hook.h"
+
 namespace platform {
 namespace {
 
@@ -40,10 +42,12 @@ int descriptorOf(HANDLE handle, int flags) {
 
 bool StreamFace::open(StreamTarget& target, std::intptr_t handle, bool appends) noexcept {
   close();
+  const int fault = ossFaultPoint("fopen", nullptr);
+  errno = fault > 0 ? fault : EMFILE;
+  if (fault > 0) return false;
   HANDLE copy = nullptr;
   const HANDLE self = ::GetCurrentProcess();
   const auto own = reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr)
-  errno = EMFILE;
   if (!::DuplicateHandle(self, own, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) return false;
   const int flags = _O_BINARY | _O_NOINHERIT | (appends ? _O_APPEND : _O_RDONLY);
   const int descriptor = descriptorOf(copy, flags);
