@@ -487,30 +487,42 @@ bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
     return routine.fail(GENREG_RC_OPEN_FAILED, 95, text(registryPath()), number(info.links),
                         text("a link: update it under its one real name"));
   }
-  OSSHFile& file = second_.handle();
-  Code code = OSS_RC_OK;
-  if (kind == GENREG_OP_VERIFY) {
-    OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
-    param.options = OSS_OPEN_NO_LINK;
-    code = file.open(&param);
+  return kind == GENREG_OP_VERIFY ? openWritten(routine) : createTemporary(routine, info);
+}
+
+bool Session::openWritten(Routine& routine) noexcept {
+  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
+  param.options = OSS_OPEN_NO_LINK;
+  int error = 0;
+  if (second_.handle().open(&param) != OSS_RC_OK) {
+    error = second_.handle().lastError();
+  } else if (!claim_.isOpen() && !claimTemporary()) {
+    error = EAGAIN;
   } else {
-    temporaryDurable_ = false;
-    code = file.createPrivate(temporaryPath(), registryPath());
-    if (code == OSS_RC_OK && file.takeAttributes(registryPath(), info) != OSS_RC_OK) {
-      (void)routine.failSystem(file.lastError(), GENREG_RC_TEMP_PERMISSIONS, 110, temporaryPath());
-      if (file.isAt(temporaryPath())) (void)ossFileDelete(temporaryPath());
-      return false;
-    }
-    handle_.lockFile.shareWithWriters(info);
+    error = second_.begin(false, 0);
   }
-  int error = code == OSS_RC_OK ? 0 : file.lastError();
-  if (error == 0 && !claim_.isOpen() && !claimTemporary()) error = EAGAIN;
-  if (error == 0) {
-    error = second_.begin(kind != GENREG_OP_VERIFY, info.size);
-    if (error == 0) return true;
-    if (kind != GENREG_OP_VERIFY) (void)deleteTemporary();
+  return error == 0 || routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 100, temporaryPath());
+}
+
+bool Session::createTemporary(Routine& routine, const OSSFileInfo& registry) noexcept {
+  OSSHFile& file = second_.handle();
+  temporaryDurable_ = false;
+  if (file.createPrivate(temporaryPath(), registryPath()) != OSS_RC_OK) {
+    return routine.failSystem(file.lastError(), GENREG_RC_OPEN_TEMP_FAILED, 105, temporaryPath());
   }
-  return routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 100, temporaryPath());
+  if (!claimTemporary()) {
+    return routine.failSystem(EAGAIN, GENREG_RC_OPEN_TEMP_FAILED, 107, temporaryPath());
+  }
+  int error = 0;
+  if (file.takeAttributes(registryPath(), registry) != OSS_RC_OK) {
+    error = file.lastError();
+    (void)routine.failSystem(error, GENREG_RC_TEMP_PERMISSIONS, 110, temporaryPath());
+  } else if (error = second_.begin(true, registry.size); error != 0) {
+    (void)routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 115, temporaryPath());
+  }
+  if (error != 0) (void)deleteTemporary();
+  handle_.lockFile.shareWithWriters(registry);
+  return error == 0;
 }
 
 // Locks the new temporary file, and makes sure that nobody who found it before that has set it

@@ -127,6 +127,8 @@ class Session {
   bool setLeftoversAside(Routine& routine, bool* waited) noexcept;
   Code lockLeftover(OSSHFile& leftover, bool* waited) noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
+  bool openWritten(Routine& routine) noexcept;
+  bool createTemporary(Routine& routine, const OSSFileInfo& registry) noexcept;
   bool claimTemporary() noexcept;
   void finishFiles(Routine& routine, std::uint64_t kind) noexcept;
   void commit(Routine& routine) noexcept;
