@@ -89,6 +89,12 @@ void askLinkStatus(const std::string& path) {
   struct stat status;
   (void)::lstat(path.c_str(), &status);
 }
+void askQueue(int descriptor) {
+  struct flock queue {};
+  queue.l_type = F_WRLCK;
+  (void)::fcntl(descriptor, F_OFD_GETLK, &queue);
+}
+
 void askSameFile(int descriptor, const std::string& path) {
   struct stat status;
   (void)::fstat(descriptor, &status);
@@ -165,6 +171,7 @@ class Floor final : public Subject {
   bool update(const std::string& added, std::size_t dropped) const {
     if (!added.empty()) askStatus(directory_);
     File lock(lock_, always | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    askQueue(lock.descriptor);
     (void)::flock(lock.descriptor, LOCK_EX | LOCK_NB);
     lock.askSize();
     askLinkStatus(lock_);
@@ -251,6 +258,7 @@ class Floor final : public Subject {
     const int lock = ::open(lock_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     struct stat status;
     (void)::flock(lock, LOCK_EX | LOCK_NB);
+    askQueue(lock);
     (void)::fstat(lock, &status);
     askLinkStatus(lock_);
     const bool removed = ::unlink(lock_.c_str()) == 0;

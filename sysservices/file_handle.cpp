@@ -55,7 +55,9 @@ unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {
     return OSS_RC_BAD_PARAMETER;
   }
   const bool exclusive = param->lockType == OSS_LOCK_EXCLUSIVE;
-  unsigned int code = takeLock(exclusive, false);
+  // Whoever would wait, too, stands behind those who do already.
+  const bool queues = waits && isLockFile() && oss::hasQueue(handle_);
+  unsigned int code = queues ? OSS_RC_LOCK_BUSY : takeLock(exclusive, false);
   if (code == OSS_RC_LOCK_BUSY && waits) code = waitForLock(exclusive, param->limit);
   lockOwner_ = code == OSS_RC_OK ? oss::processNumber() : 0;
   return code;

@@ -14,6 +14,8 @@ void pauseFor(std::uint64_t microseconds) noexcept;
 // unless it `waits`, looks whether somebody is. Where a file has no queue everybody is first.
 bool queueForLock(std::intptr_t handle, bool waits) noexcept;
 void leaveQueue(std::intptr_t handle) noexcept;
+// Whether somebody else stands in it.
+bool hasQueue(std::intptr_t handle) noexcept;
 
 // The process that has a lock on an open file; 0 when the system does not say.
 std::uint32_t lockHolder(std::intptr_t handle) noexcept;

@@ -13,6 +13,7 @@
 #include "sysservices/file_handle.h"
 #include "sysservices/inner/error_codes.h"
 #include "sysservices/inner/path_rules.h"
+#include "sysservices/inner/waiting.h"
 #include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
 
@@ -48,6 +49,8 @@ unsigned int removeWhileLocked(int descriptor, const char* path) {
   if (oss::systemCall("flock", path, [&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
     return errno == EWOULDBLOCK ? OSS_RC_OK : fail(errno);
   }
+  // Those who wait for it keep their queue.
+  if (oss::hasQueue(descriptor)) return OSS_RC_OK;
   switch (oss::standing(descriptor, path)) {
     case oss::Standing::AtName:
       return removeName(path);

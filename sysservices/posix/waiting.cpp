@@ -47,6 +47,11 @@ bool queueForLock(std::intptr_t handle, bool waits) noexcept {
   return failed == 0 || (errno != EAGAIN && errno != EACCES);
 }
 
+bool hasQueue(std::intptr_t handle) noexcept {
+  struct flock lock = queueLock(F_WRLCK);
+  return ::fcntl(static_cast<int>(handle), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 void leaveQueue(std::intptr_t handle) noexcept {
   struct flock lock = queueLock(F_UNLCK);
   (void)::fcntl(static_cast<int>(handle), F_OFD_SETLK, &lock);

@@ -16,6 +16,7 @@ void pauseFor(std::uint64_t microseconds) noexcept {
 // The system's own queue takes no part in a wait that is to end.
 bool queueForLock(std::intptr_t, bool) noexcept { return true; }
 void leaveQueue(std::intptr_t) noexcept {}
+bool hasQueue(std::intptr_t) noexcept { return false; }
 
 std::uint32_t lockHolder(std::intptr_t) noexcept { return 0; }
 
