@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -68,8 +69,6 @@ GATED(int, ftruncate, (int file, off_t size), noexcept, (file, size), -1)
 GATED(int, fsync, (int file), , (file), file)
 GATED(int, link, (const char* from, const char* to), noexcept, (from, to), -1)
 GATED(int, rename, (const char* from, const char* to), noexcept, (from, to), -1)
-GATED(int, renameat2, (int at, const char* from, int toAt, const char* to, unsigned int flags),
-      noexcept, (at, from, toAt, to, flags), -1)
 GATED(int, unlink, (const char* path), noexcept, (path), -1)
 
 extern "C" __attribute__((visibility("default"))) int open(const char* path, int flags, ...) {
@@ -80,4 +79,19 @@ extern "C" __attribute__((visibility("default"))) int open(const char* path, int
   va_end(arguments);
   if ((flags & (O_CREAT | O_TRUNC)) == 0) return call(path, flags);
   return change([&] { return call(path, flags, mode); }, -1);
+}
+
+// Not every C library has a function for the rename that replaces nothing.
+extern "C" __attribute__((visibility("default"))) long syscall(long number, ...) noexcept {
+  static const auto call = REAL(syscall);
+  std::va_list list;
+  va_start(list, number);
+  long arguments[6];
+  for (long& argument : arguments) argument = va_arg(list, long);
+  va_end(list);
+  const auto make = [&] {
+    return call(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
+                arguments[5]);
+  };
+  return number == SYS_renameat2 ? change(make, -1) : make();
 }
