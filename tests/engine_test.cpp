@@ -1,0 +1,131 @@
+// What holds for both engines and all four kinds of registry: the rules of duplicates, read errors,
+// appends that were cut off, hooks that are missing.
+#include <cerrno>
+
+#include "support/flavours.h"
+
+namespace {
+
+template <typename Flavour>
+class EngineTest : public RegistryTest {
+ protected:
+  using Run = Operations<Flavour>;
+  using Handle = typename Run::Handle;
+
+  // A file of records, each given by its name and its value's digit: "a1 b2".
+  static std::string bytesOf(const std::string& records) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < records.size(); i += 3) {
+      bytes += Flavour::stored(records.substr(i, 1), records[i + 1] - '0');
+    }
+    return bytes;
+  }
+};
+
+using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+TYPED_TEST_SUITE(EngineTest, AllFlavours);
+
+// 'a'dds, 'c'hanges or 'd'eletes a record: "a b2", "c b9", "d b".
+template <typename Flavour>
+Code run(typename Operations<Flavour>::Handle& handle, const std::string& operation) {
+  const std::string name = operation.substr(2, 1);
+  const int value = operation.size() > 3 ? operation[3] - '0' : 0;
+  if (operation[0] == 'a') return Operations<Flavour>::add(handle, name, value);
+  if (operation[0] == 'c') return Operations<Flavour>::change(handle, name, value);
+  return Operations<Flavour>::remove(handle, name);
+}
+
+TYPED_TEST(EngineTest, UpdatesKeepTheRulesOfDuplicates) {
+  const struct {
+    std::uint64_t features;
+    const char *before, *operation;
+    Code result;
+    const char* after;
+    const char* files = "r";
+  } cases[] = {
+      {unique, "b1", "a a1", 0, "b1 a1"},
+      {unique, "a1", "a a2", duplicate, "a1", "r r.tmp"},
+      {verified, "a1", "a a1", 0, "a1 a1"},
+      {unverified, "a1", "a a1", 0, "a1 a1"},
+      {GENREG_NOTIFY_CHANGE, "b1", "a a1", 0, "b1 a1"},
+      {unique, "a1 b1", "c a5", 0, "a5 b1"},
+      {unique, "a1", "c b5", notFound, "a1"},
+      {unique, "a1 b1", "c a1", unchanged, "a1 b1"},
+      {unique, "a1 a2", "c a5", ambiguous, "a1 a2"},
+      {verified, "a1 b1 a2", "c a5", 0, "a5 b1 a5"},
+      {verified, "a5 a1", "c a5", unchanged, "a5 a1"},
+      {unverified, "a5 a1", "c a5", unchanged, "a5 a5"},
+      {unique, "a5 a1", "c a5", unchanged, "a5 a1"},
+      {unique, "a1 b1", "d a", 0, "b1"},
+      {unique, "a1", "d a", 0, ""},
+      {unique, "a1", "d b", notFound, "a1"},
+      {unique, "a1 b1 a2", "d a", ambiguous, "a1 b1 a2"},
+      {verified, "a1 b1 a2 a1", "d a", 0, "b1"},
+      {verified, "a1 a2", "d a", 0, ""},
+      {unverified, "a1", "d b", notFound, "a1", "r r.tmp"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.before) + ": " + row.operation);
+    writeFile(this->registry(), this->bytesOf(row.before));
+    typename TestFixture::Handle handle(this->registry(), row.features);
+    EXPECT_EQ(run<TypeParam>(handle, row.operation), row.result);
+    EXPECT_EQ(readFile(this->registry()), this->bytesOf(row.after));
+    EXPECT_EQ(this->files(), row.files);
+    EXPECT_EQ(handle.isUpdateCommitted(), row.result == 0 || row.features == unverified)
+        << "an unverified change to what is there already is written all the same";
+    (void)std::remove(this->temporary().c_str());
+  }
+}
+
+// Reads of the file give `count` bytes once more from the n-th on, and then fail.
+class FailingReads {
+ public:
+  FailingReads(int nth, int count)
+      : hook_([this, nth, count](const std::string& call) {
+          if (call != "read" || ++reads_ < nth) return 0;
+          fired_ = true;
+          return reads_ == nth && count > 0 ? ossFaultAtMost(count) : EIO;
+        }) {}
+  bool fired() const { return fired_; }
+
+ private:
+  int reads_ = 0;
+  bool fired_ = false;
+  FaultHook hook_;
+};
+
+TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
+  const std::string before = this->bytesOf("a1 b2 c3");
+  writeFile(this->registry(), before);
+  for (int at = 0; at < static_cast<int>(before.size()); ++at) {
+    SCOPED_TRACE(at);
+    typename TestFixture::Handle handle(this->registry(), unique);
+    {
+      const FailingReads failing(1, at);
+      EXPECT_EQ(TestFixture::Run::get(handle, "c"), -std::int64_t{readFailed});
+    }
+    EXPECT_EQ(handle.OpenScan(), 0u);
+    {
+      const FailingReads failing(1, at);
+      EXPECT_EQ(TestFixture::Run::next(handle, "a"), -std::int64_t{readFailed});
+    }
+    EXPECT_EQ(TestFixture::Run::next(handle, "a"), 1) << "the same scan, the error gone";
+    EXPECT_EQ(TestFixture::Run::next(handle, "c"), 3);
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    for (const char* operation : {"a d4", "c b5", "d a"}) {
+      for (int nth = 1, fired = 1; fired != 0; ++nth) {
+        SCOPED_TRACE(std::string(operation) + ", read " + std::to_string(nth));
+        const FailingReads failing(nth, at);
+        typename TestFixture::Handle updating(this->registry(), unique);
+        const Code code = run<TypeParam>(updating, operation);
+        fired = failing.fired() ? 1 : 0;
+        EXPECT_EQ(code != 0, fired != 0);
+        EXPECT_EQ(updating.isUpdateCommitted(), code == 0);
+        EXPECT_EQ(readFile(this->registry()) == before, code != 0);
+        writeFile(this->registry(), before);
+      }
+    }
+  }
+}
+
+}  // namespace
