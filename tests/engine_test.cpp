@@ -71,20 +71,21 @@ TYPED_TEST(EngineTest, UpdatesKeepTheRulesOfDuplicates) {
     EXPECT_EQ(run<TypeParam>(handle, row.operation), row.result);
     EXPECT_EQ(readFile(this->registry()), this->bytesOf(row.after));
     EXPECT_EQ(this->files(), row.files);
-    EXPECT_EQ(handle.isUpdateCommitted(), row.result == 0 || row.features == unverified)
-        << "an unverified change to what is there already is written all the same";
+    const bool rewritten = row.result == unchanged && row.features == unverified;
+    EXPECT_EQ(handle.isUpdateCommitted(), row.result == 0 || rewritten);
     (void)std::remove(this->temporary().c_str());
   }
 }
 
-// Reads of the file give `count` bytes once more from the n-th on, and then fail.
+// The n-th read gives at most `count` bytes, and every read behind it fails.
 class FailingReads {
  public:
   FailingReads(int nth, int count)
       : hook_([this, nth, count](const std::string& call) {
           if (call != "read" || ++reads_ < nth) return 0;
+          if (reads_ == nth && count > 0) return ossFaultAtMost(count);
           fired_ = true;
-          return reads_ == nth && count > 0 ? ossFaultAtMost(count) : EIO;
+          return EIO;
         }) {}
   bool fired() const { return fired_; }
 
@@ -95,7 +96,7 @@ class FailingReads {
 };
 
 TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
-  const std::string before = this->bytesOf("a1 b2 c3");
+  const std::string before = this->bytesOf("a1 c3");
   writeFile(this->registry(), before);
   for (int at = 0; at < static_cast<int>(before.size()); ++at) {
     SCOPED_TRACE(at);
@@ -112,8 +113,9 @@ TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
     EXPECT_EQ(TestFixture::Run::next(handle, "a"), 1) << "the same scan, the error gone";
     EXPECT_EQ(TestFixture::Run::next(handle, "c"), 3);
     EXPECT_EQ(handle.CloseScan(), 0u);
-    for (const char* operation : {"a d4", "c b5", "d a"}) {
-      for (int nth = 1, fired = 1; fired != 0; ++nth) {
+    for (const char* operation : {"a d4", "c c5", "d a"}) {
+      // The reads behind the first, of the verification, at fewer bytes.
+      for (int nth = 1, fired = 1; fired != 0 && (nth == 1 || at % 7 == 0); ++nth) {
         SCOPED_TRACE(std::string(operation) + ", read " + std::to_string(nth));
         const FailingReads failing(nth, at);
         typename TestFixture::Handle updating(this->registry(), unique);

@@ -2,6 +2,7 @@
 // read and nothing else, and loses nothing of theirs.
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "support/operations.h"
@@ -64,7 +65,11 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
       {"registry appended to", [&] { append(registry(), theirs); }, before + theirs},
       {"registry cut off", [&] { fs::resize_file(registry(), 40); }, before.substr(0, 40)},
       {"overwritten in place",
-       [&] { std::ofstream(registry(), std::ios::in | std::ios::out) << "\x24"; }, before},
+       [&] {
+         std::ofstream(registry(), std::ios::in | std::ios::out) << "\x24";
+         fs::last_write_time(registry(), fs::file_time_type::clock::now() + std::chrono::hours(1));
+       },
+       before},
       {"registry removed", [&] { fs::remove(registry()); }, ""},
       {"lock file removed", [&] { fs::remove(lockFile()); }, before},
       {"lock file replaced", [&] { replaceFile(lockFile(), ""); }, before},
@@ -89,13 +94,13 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
 }
 
 TEST_F(CommitTest, AtNoCallOfAnUpdateIsAnythingOfAnotherProgramLost) {
-  // The committed content, and what was appended to the registry, or put at its backup's name.
   const struct {
     const char* name;
-    std::function<void()> act;
+    std::function<bool()> act;  // false when there is nothing to be done
   } cases[] = {
-      {"append", [&] { append(registry(), theirs); }},
-      {"plant a backup", [&] { if (!exists(backup())) writeFile(backup(), theirs); }},
+      {"append", [&] { return append(registry(), theirs), true; }},
+      {"plant a backup",
+       [&] { return !exists(backup()) && (writeFile(backup(), theirs), true); }},
   };
   for (const auto& row : cases) {
     for (unsigned long k = 1, calls = k; k <= calls; ++k) {
@@ -108,7 +113,7 @@ TEST_F(CommitTest, AtNoCallOfAnUpdateIsAnythingOfAnotherProgramLost) {
       {
         calls = 0;
         const FaultHook other([&](const std::string&) {
-          if (++calls == k) row.act(), acted = true;
+          if (++calls == k) acted = row.act();
           return 0;
         });
         code = change(handle);
@@ -163,6 +168,71 @@ TEST_F(CommitTest, WithoutHardLinksTheBackupStandsInForTheRegistry) {
   EXPECT_FALSE(handle.isUpdateCommitted());
   EXPECT_EQ(readFile(registry()), theirs);
   EXPECT_EQ(readFile(registry() + ".old"), before);
+}
+
+TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitted) {
+  constexpr Code locking = GENREG_RC_LOCK_FAILED;
+  constexpr Code unlocking = GENREG_RC_UNLOCK_FAILED;
+  // One failing call, the code of a Change, the routine and code logged.
+  const struct {
+    const char* call;
+    unsigned long nth;
+    Code result, function, logged;
+    bool committed = false;
+  } cases[] = {
+      {"open", 1, locking, 14, GENREG_RC_OPEN_LOCK_FAILED},
+      {"flock", 1, locking, 14, OSS_RC_IO_ERROR},
+      {"unlink", 1, opening, 15, GENREG_RC_CORRUPT_DELETE},
+      {"rename", 1, opening, 15, GENREG_RC_CORRUPT_RENAME},
+      {"fchmod", 1, opening, 15, GENREG_RC_TEMP_PERMISSIONS},
+      {"read", 1, readFailed, 33, GENREG_RC_READ_LENGTH_FAILED},
+      {"fsync", 1, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED},
+      {"write", 2, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},  // the announcement
+      {"link", 1, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},
+      {"rename", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
+      {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
+      {"unlink", 2, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
+      {"flock", 5, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
+      {"close", 6, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
+      {"unlink", 3, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
+      {"none", 1, 0, 0, 0, true},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.call) + " " + std::to_string(row.nth));
+    clearDirectory();
+    writeFile(registry(), before);
+    setPermissions(registry(), 0640);
+    TestRegistry handle(registry(), unverified);
+    Diagnostics diagnostics;
+    {
+      FaultPlan plan(row.nth, EIO, false, row.call);
+      EXPECT_EQ(change(handle), row.result);
+    }
+    EXPECT_EQ(diagnostics.logs(0x082A0000u + row.function, row.logged) == 0, row.result == 0);
+    EXPECT_EQ(readFile(registry()), row.committed ? changed : before);
+    EXPECT_EQ(handle.isUpdateCommitted(), row.committed);
+    EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
+  }
+  // Names that the recovery or the first Add made are durable before anything is built on them.
+  for (const bool recovers : {true, false}) {
+    clearDirectory();
+    if (recovers) writeFile(backup(), before);
+    TestRegistry handle(registry(), verified);
+    FaultPlan plan(1, EIO, false, "fsync");
+    EXPECT_EQ(add(handle), opening);
+    EXPECT_FALSE(handle.isUpdateCommitted());
+  }
+}
+
+TEST_F(CommitTest, WhatWasNotSyncedIsNotCommittedWhateverElseFailed) {
+  TestRegistry handle(registry(), verified);
+  int closes = 0;  // the close of the registry fails, too
+  const FaultHook failing([&](const std::string& call) {
+    if (call == "close") return ++closes == 1 ? EIO : 0;
+    return call == "fsync" ? EIO : 0;
+  });
+  EXPECT_EQ(change(handle), closing);
+  EXPECT_EQ(readFile(registry()), before);
 }
 
 TEST_F(CommitTest, AFailedSyncOrRenameBringsTheOldContentBack) {
@@ -244,7 +314,7 @@ TEST_F(CommitTest, ABackupThatIsNoFileOrCannotBeReadFailsEveryOperation) {
     const char* name;
     std::function<void()> plant;
   } cases[] = {
-      {"link", [&] { plantLink("r", backup()); }},
+      {"link", [&] { plantLink("victim", backup()); }},
       {"directory", [&] { fs::create_directory(backup()); }},
       {"pipe", [&] { plantPipe(backup()); }},
   };
@@ -252,12 +322,13 @@ TEST_F(CommitTest, ABackupThatIsNoFileOrCannotBeReadFailsEveryOperation) {
     for (const bool missing : {false, true}) {
       SCOPED_TRACE(row.name);
       clearDirectory();
+      writeFile(path("victim"), theirs);
       if (!missing) writeFile(registry(), before);
       row.plant();
       TestRegistry handle(registry(), verified);
       EXPECT_EQ(change(handle), opening);
       EXPECT_EQ(add(handle), opening);
-      EXPECT_EQ(files(), missing ? ".r.bkp" : ".r.bkp r");
+      EXPECT_EQ(files(), missing ? ".r.bkp victim" : ".r.bkp r victim");
       EXPECT_EQ(readFile(registry()), missing ? "" : before);
     }
   }

@@ -102,8 +102,8 @@ struct Operations {
   using Record = typename Flavour::Record;
 
   struct Handle : Flavour::Handle {
-    Handle(const std::string& path, std::uint64_t features)
-        : Flavour::Handle(path, features | Flavour::always) {}
+    Handle(const std::string& path, std::uint64_t wanted)
+        : Flavour::Handle(path, wanted | Flavour::always) {}
   };
 
   static Code add(Handle& handle, const std::string& name, int value) {
