@@ -53,7 +53,8 @@ TEST_F(PermissionsTest, NoMaskOfTheProcessMakesTheFilesUnusable) {
     unsigned int lockMode = 0;
     {
       const FaultHook watching([&](const std::string& call) {
-        if (call == "fsync") lockMode = permissionsOf(path("new") + "/.r.lock");
+        const std::string lock = path("new") + "/.r.lock";
+        if (call == "fsync" && exists(lock)) lockMode = permissionsOf(lock);
         return 0;
       });
       if (add(handle) != 0) return false;
