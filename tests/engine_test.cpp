@@ -1,6 +1,7 @@
 // What holds for both engines and all four kinds of registry: the rules of duplicates, read errors,
 // appends that were cut off, hooks that are missing.
 #include <cerrno>
+#include <map>
 
 #include "support/flavours.h"
 
@@ -128,6 +129,91 @@ TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
       }
     }
   }
+}
+
+// An append in place as it stands until all of it is on the disk: a mark in the place of what makes
+// it a record.
+template <typename Flavour>
+std::string unfinished(const std::string& name, int value) {
+  std::string bytes = Flavour::stored(name, value);
+  if (Flavour::isText) return bytes.replace(0, 1, 1, '\0');
+  bytes[2] = '\x40';
+  bytes[3] = '\xDB';
+  return bytes;
+}
+
+TYPED_TEST(EngineTest, AnAppendThatWasCutOffIsNoRecordAndGoesWithTheNext) {
+  const std::string before = this->bytesOf("a1");
+  const std::string torn = unfinished<TypeParam>("b", 2);
+  for (std::size_t cut = TypeParam::isText ? 1 : 4; cut <= torn.size(); ++cut) {
+    SCOPED_TRACE(cut);
+    writeFile(this->registry(), before + torn.substr(0, cut));
+    typename TestFixture::Handle handle(this->registry(), unverified);
+    EXPECT_EQ(TestFixture::Run::get(handle, "b"), -std::int64_t{notFound});
+    EXPECT_EQ(TestFixture::Run::get(handle, "a"), 1);
+    ASSERT_EQ(handle.OpenScan(), 0u);
+    EXPECT_EQ(TestFixture::Run::next(handle, "b"), -std::int64_t{GENREG_RC_END});
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    EXPECT_EQ(TestFixture::Run::add(handle, "c", 3), 0u);
+    EXPECT_EQ(readFile(this->registry()), this->bytesOf("a1 c3"));
+  }
+  // What readers see at each moment of an append: all of it, or nothing.
+  writeFile(this->registry(), before);
+  typename TestFixture::Handle handle(this->registry(), unverified);
+  std::string seen;
+  int writes = 0;
+  const FaultHook watching([&](const std::string& call) {
+    if (call == "write" && ++writes == 2) seen = readFile(this->registry());
+    return 0;
+  });
+  EXPECT_EQ(TestFixture::Run::add(handle, "b", 2), 0u);
+  EXPECT_EQ(seen, before + torn);
+  EXPECT_EQ(readFile(this->registry()), this->bytesOf("a1 b2"));
+}
+
+// With one call of an operation failing after the other, each step of a routine logs under a number
+// of its own, and the numbers ascend as the steps do.
+TYPED_TEST(EngineTest, EachPlaceInARoutineHasItsOwnAscendingNumber) {
+  using Place = std::pair<unsigned int, unsigned int>;  // routine and point
+  std::map<Place, std::string> whatFailed;
+  const auto sweep = [&](const char* operation, unsigned int first, unsigned int last) {
+    std::map<unsigned int, unsigned int> latest;  // point of each routine
+    for (unsigned long k = 1, calls = k; k <= calls; ++k) {
+      this->clearDirectory();
+      writeFile(this->registry(), this->bytesOf("a1 b2"));
+      typename TestFixture::Handle handle(this->registry(), unique);
+      Diagnostics diagnostics;
+      {
+        const FaultPlan plan(k, EIO);
+        if (*operation == 'g') {
+          (void)TestFixture::Run::get(handle, "b");
+        } else {
+          (void)run<TypeParam>(handle, operation);
+        }
+        calls = plan.calls() + 1;
+      }
+      std::map<unsigned int, unsigned int> here;
+      for (const auto& record : diagnostics.records) {
+        const unsigned int routine = record.probe & 0xFFFFu;
+        if (routine < first || routine > last || !here.emplace(routine, record.point).second) {
+          continue;
+        }
+        const std::string what =
+            std::to_string(record.code) + " " + std::to_string(record.calleeProbe);
+        EXPECT_EQ(whatFailed.emplace(Place(routine, record.point), what).first->second, what)
+            << "routine " << routine << ", point " << record.point;
+        EXPECT_GE(record.point, latest[routine]) << "routine " << routine << ", call " << k;
+        latest[routine] = record.point;
+      }
+    }
+  };
+  for (const char* operation : {"get", "a c3", "c b5", "d b"}) {
+    sweep(operation, 28, 34);  // the operations of the binary engine
+    sweep(operation, 39, 47);  // of the text engine
+    sweep(operation, 14, 14);
+    sweep(operation, 17, 17);
+  }
+  EXPECT_GE(whatFailed.size(), 10u);
 }
 
 }  // namespace
