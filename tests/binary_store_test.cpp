@@ -1,4 +1,4 @@
-// The binary engine: framing, damage, hooks, duplicates, packed records, verification.
+// The binary engine: framing, damage, hooks, packed records, verification.
 #include <cstring>
 
 #include "support/operations.h"
@@ -83,37 +83,6 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
   }
 }
 
-TEST_F(BinaryStoreTest, FailuresInTheMiddleOfLargeRecordsAreToldApart) {
-  // Two frames that fill the stream's buffer of 256 KiB exactly, and more behind them; the same
-  // behind a small record, so that a record spans two reads and writes.
-  const std::string half = frameBytes(131068, std::string(131068, 'x'));
-  const std::string whole = half + half + half + frame(variable("a", 1));
-  const std::string shifted = frame(variable("b", 1)) + whole;
-  const struct {
-    const std::string& bytes;
-    const char* call;
-    unsigned long nth;
-    Code function, logged, result;
-  } cases[] = {
-      {whole, "read", 2, 33, GENREG_RC_READ_LENGTH_FAILED, readFailed},
-      {whole, "write", 1, 35, GENREG_RC_WRITE_LENGTH_FAILED, GENREG_RC_COPY_FAILED},
-      {whole, "malloc", 4, 33, GENREG_RC_WORK_ALLOC, readFailed},
-      {whole, "free", 1, 33, GENREG_RC_WORK_FREE, readFailed},
-      {shifted, "read", 2, 33, GENREG_RC_READ_RECORD_FAILED, readFailed},
-      {shifted, "write", 1, 35, GENREG_RC_WRITE_RECORD_FAILED, GENREG_RC_COPY_FAILED},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.call);
-    writeFile(registry(), row.bytes);
-    TestRegistry handle(registry());
-    Diagnostics diagnostics;
-    FaultPlan plan(row.nth, EIO, false, row.call);
-    EXPECT_EQ(remove(handle), row.result);
-    EXPECT_EQ(diagnostics.logs(0x082A0000u + row.function, row.logged), 1u);
-    EXPECT_EQ(readFile(registry()), row.bytes);
-  }
-}
-
 TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
   const std::string whole = frame(variable("long", 77, "commentcomment"));
   writeFile(registry(),
@@ -133,6 +102,25 @@ TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
   EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
+TEST_F(BinaryStoreTest, ARecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
+  // Shorter than nominal, longer, without a terminator, and with the key as its beginning.
+  const struct {
+    std::string stored;
+    std::int32_t value;
+  } rows[] = {{frameBytes(3, "key"), 0},
+              {frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), 5},
+              {frameBytes(36, std::string(36, 'k')), 7},
+              {frame(variable("keys", 1)), 7}};
+  for (const auto& row : rows) {
+    writeFile(registry(), frame(variable("other", 9)) + row.stored + frame(variable("key", 7)));
+    TestRegistry handle(registry());
+    BinVarValRecord found;
+    ASSERT_EQ(getByName(handle, "key", found), 0u);
+    EXPECT_EQ(found.Value, row.value);
+    EXPECT_STREQ(found.Variable, "key");
+  }
+}
+
 TEST_F(BinaryStoreTest, LengthFieldsFollowTheHandlesByteOrder) {
   const auto reversed = [](const BinVarValRecord& record) {
     return frame(record).replace(0, 4, std::string("\0\0\0\x24", 4));
@@ -145,69 +133,12 @@ TEST_F(BinaryStoreTest, LengthFieldsFollowTheHandlesByteOrder) {
   ASSERT_EQ(handle.setFeature(GENREG_BIG_ENDIAN_LENGTH), 0u);
   EXPECT_EQ(getByName(handle, "a", record), 0u);
   EXPECT_EQ(add(handle), 0u);
-  EXPECT_EQ(readFile(registry()), before + reversed(variable("new", 3)));
-}
-
-TEST_F(BinaryStoreTest, UpdatesKeepTheRulesOfDuplicates) {
-  const auto addTo = [](std::uint64_t mask, BinVarValRecord record) {
-    return [=](TestRegistry& handle) mutable { return handle.Add(mask, &record); };
-  };
-  const auto changeTo = [](std::uint64_t mask, BinVarValRecord key, BinVarValRecord record) {
-    return [=](TestRegistry& handle) mutable { return handle.Change(mask, &key, &record); };
-  };
-  const auto removeAll = [](std::uint64_t mask, BinVarValRecord key) {
-    return [=](TestRegistry& handle) mutable { return handle.Delete(mask, &key); };
-  };
-  const BinVarValRecord a1 = variable("a", 1);
-  const BinVarValRecord a2 = variable("a", 2);
-  const BinVarValRecord a5 = variable("a", 5);
-  const BinVarValRecord b = variable("b", 1);
-  // One update on given records: its result and the records afterwards.
-  const struct {
-    const char* name;
-    std::uint64_t features;
-    std::vector<BinVarValRecord> before;
-    std::function<Code(TestRegistry&)> run;
-    Code result;
-    std::vector<BinVarValRecord> after;
-    const char* files = "r";
-  } cases[] = {
-      {"unique add", unique, {b}, addTo(1, a1), 0, {b, a1}},
-      {"refused add", unique, {a1}, addTo(1, a2), duplicate, {a1}, "r r.tmp"},
-      {"add of another value", unique, {a1}, addTo(3, a2), 0, {a1, a2}},
-      {"add twice", verified, {a1}, addTo(1, a1), 0, {a1, a1}},
-      {"add in place", unverified, {a1}, addTo(1, a1), 0, {a1, a1}},
-      {"unverified unique add", GENREG_NOTIFY_CHANGE, {b}, addTo(1, a1), 0, {b, a1}},
-      {"change one", unique, {a1, b}, changeTo(1, a1, a5), 0, {a5, b}},
-      {"change none", unique, {a1}, changeTo(1, b, a5), notFound, {a1}},
-      {"change to itself", unique, {a1, b}, changeTo(1, a1, a1), unchanged, {a1, b}},
-      {"change two", unique, {a1, a2}, changeTo(1, a1, a5), ambiguous, {a1, a2}},
-      {"change every", verified, {a1, b, a2}, changeTo(1, a1, a5), 0, {a5, b, a5}},
-      {"one equal already", verified, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a1}},
-      {"the same, unverified", unverified, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a5}},
-      {"change to the same twice", unique, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a1}},
-      {"delete one", unique, {a1, b}, removeAll(1, a1), 0, {b}},
-      {"delete the only one", unique, {a1}, removeAll(1, a1), 0, {}},
-      {"delete none", unique, {a1}, removeAll(1, b), notFound, {a1}},
-      {"delete two", unique, {a1, b, a2}, removeAll(1, a1), ambiguous, {a1, b, a2}},
-      {"delete every", verified, {a1, b, a2, a1}, removeAll(1, a1), 0, {b}},
-      {"delete everything", verified, {a1, b, a2}, removeAll(0, a1), 0, {}},
-      {"failed unverified delete", unverified, {a1}, removeAll(1, b), notFound, {a1}, "r r.tmp"},
-  };
-  const auto bytes = [](const std::vector<BinVarValRecord>& records) {
-    std::string joined;
-    for (const BinVarValRecord& record : records) joined += frame(record);
-    return joined;
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
-    writeFile(registry(), bytes(row.before));
-    TestRegistry handle(registry(), row.features);
-    EXPECT_EQ(row.run(handle), row.result);
-    EXPECT_EQ(readFile(registry()), bytes(row.after));
-    EXPECT_EQ(files(), row.files);
-    (void)std::remove(temporary().c_str());
-  }
+  const std::string both = before + reversed(variable("new", 3));
+  EXPECT_EQ(readFile(registry()), both);
+  handle.useFeatures(unverified | GENREG_BIG_ENDIAN_LENGTH);
+  writeFile(registry(), before + std::string("\xDB\x40\0\x24xyz", 7));
+  EXPECT_EQ(add(handle), 0u) << "over an append that was cut off";
+  EXPECT_EQ(readFile(registry()), both);
 }
 
 // --- hooks ---
@@ -283,14 +214,14 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
 
 std::vector<std::string> calls;  // of the hooks below, in order
 
-TEST_F(BinaryStoreTest, HooksAreToldOfAnUpdateThatSucceededInTheirOrder) {
+TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
   static Code answer;
   const GenRegNotifyHook notify = [](GenRegBase*, std::uint64_t kind, void*, void* second) -> Code {
     calls.push_back("notify " + std::to_string(kind) + (second == nullptr ? "" : " new"));
     return answer;
   };
   const GenRegPostUpdateHook post = [] { return calls.emplace_back("post"), 5u; };
-  constexpr std::uint64_t told = verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE;
+  constexpr std::uint64_t heard = verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE;
   const struct {
     Code (*run)(TestRegistry&);
     Code answer;
@@ -309,7 +240,7 @@ TEST_F(BinaryStoreTest, HooksAreToldOfAnUpdateThatSucceededInTheirOrder) {
   };
   for (const auto& row : cases) {
     writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
-    TestRegistry handle(registry(), told);
+    TestRegistry handle(registry(), heard);
     answer = row.answer;
     handle.NotifyChange = notify;
     handle.PostUpdate = row.post;
@@ -470,17 +401,6 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
     EXPECT_EQ(readFile(temporary()), row.forged) << "what was refused stays to be looked at";
     (void)std::remove(temporary().c_str());
   }
-}
-
-TEST(BinVarVal, PrintsARecordInThreeLines) {
-  BinVarValRecord record = variable("name", -7, "text");
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(GenRegBinVarVal::PrintRecord(&record), 0u);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n");
-  Diagnostics diagnostics;
-  EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
-  EXPECT_EQ(diagnostics.logs(0x082A0036u, GENREG_RC_NO_ARGUMENT), 1u);
 }
 
 }  // namespace
