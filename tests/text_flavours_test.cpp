@@ -1,8 +1,9 @@
 // Profile variable lines and services lines: what is read from a line, what is written for a
 // record.
-#include <cmath>
+#include <algorithm>
+#include <cstring>
 
-#include "support/registry_fixture.h"
+#include "support/flavours.h"
 
 namespace {
 
@@ -155,6 +156,8 @@ TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
       {"  x  5/tcp a  b\tc", 0, 2, 5, "x|tcp|a|-", 3},
       {"x 5/icmp y\n", 0, 6, 5, "x|icmp|-|-", 0},
       {"x 5/TCP\n", 0, 6, 5, "x|TCP|-|-", 0},
+      {"x 5/tc\n", 0, 6, 5, "x|tc|-|-", 0},
+      {"x 5/divert y\n", 0, 2, 5, "x|divert|y|-", 1},
       {"x 5\n", 0, 6, 0, "x|-|-|-", 0},
       {"lonely\n", GENREG_RC_SERVICES_NO_PORT, 2, 0, "lonely|-|-|-", 0},
       {"\n", 0, 1, 0, "-|-|-|-", 0},
@@ -275,22 +278,128 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
   EXPECT_EQ(variables.ValidateKey(4, &unfilled), 0u);
 }
 
-TEST_F(TextFlavoursTest, RecordsArePrintedFieldByField) {
+TEST_F(TextFlavoursTest, AServicesRecordIsZeroWhereTheLineStoredNothing) {
+  writeFile(registry(), "# c\nsvc 7/tcp alias # x\n");
+  Services file(registry());
+  ServiceEntryRecord key{2, nullptr, "svc", nullptr, nullptr, 0, {}, {}};
+  char line[] = "svc 7/tcp alias # x\n";
+  const std::size_t texts = sizeof "svc" + sizeof "tcp" + sizeof "alias" + sizeof " x";
+  const auto expectClean = [&](const ServiceEntryRecord& record) {
+    EXPECT_STREQ(record.name, "svc");
+    EXPECT_EQ(std::count(record.text, record.text + sizeof record.text, '\0'),
+              static_cast<std::ptrdiff_t>(sizeof record.text - texts + 4));
+    for (std::size_t i = 1; i < SERVICES_ALIAS_SLOTS; ++i) {
+      ASSERT_EQ(record.aliasList[i], nullptr) << i;
+    }
+  };
+  ASSERT_EQ(file.OpenScan(), 0u);
+  ASSERT_EQ(file.setFeature(GENREG_GET_IN_SCAN), 0u);
+  for (const bool full : {false, true}) {  // the second time as somebody else's hook makes it
+    static GenRegUnpackHook own;
+    own = file.UnpackRecord;
+    if (full) file.UnpackRecord = [](void* r, char* text) { return own.text(r, text); };
+    ServiceEntryRecord record;
+    std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
+    EXPECT_EQ(file.Get(SERVICES_NAME, &key, &record), 0u);
+    expectClean(record);
+    std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
+    EXPECT_EQ(file.Rewind(), 0u);
+    EXPECT_EQ(file.GetNext(SERVICES_NAME, &key, &record), 0u);
+    expectClean(record);
+    std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
+    EXPECT_EQ(own.text(&record, line), 0u);
+    expectClean(record);
+    file.UnpackRecord = own;
+  }
+  EXPECT_EQ(file.CloseScan(), 0u);
+}
+
+// A class of a larger record, whose values are longer than any line.
+struct LargeRecord : VarValRecord {
+  char value[3 * GENREG_LINE_SIZE];
+};
+class LargeValues : public GenRegVarVal {
+ public:
+  explicit LargeValues(const std::string& path) : GenRegVarVal(path.c_str(), nullptr) {
+    own = UnpackRecord;
+    GetRecordSize = [](std::uint64_t* size) -> Code { return *size = sizeof(LargeRecord), 0; };
+    UnpackRecord = [](void* memory, char* line) {
+      auto& record = *static_cast<LargeRecord*>(memory);
+      const Code code = own.text(&record, line);
+      if (code == 0 && record.Value != nullptr) {
+        const std::size_t length = std::strtoul(record.Value, nullptr, 10);
+        std::memset(record.value, 'v', length);
+        record.value[length] = '\0';
+        record.Value = record.value;
+      }
+      return code;
+    };
+  }
+
+ private:
+  static inline GenRegUnpackHook own;
+};
+
+TEST_F(TextFlavoursTest, GettersWorkForAClassOfLargerRecords) {
+  writeFile(registry(), "a = 10\nlongest = 2047\nlonger = 2048\nhuge = 6000\n");
+  LargeValues file(registry());
+  const char* value = nullptr;
+  EXPECT_TRUE(file.GetStringValue("a", &value));
+  EXPECT_STREQ(value, "vvvvvvvvvv");
+  EXPECT_TRUE(file.GetStringValue("longest", &value));
+  EXPECT_EQ(std::strlen(value), 2047u);
+  EXPECT_FALSE(file.GetStringValue("longer", &value));
+  EXPECT_FALSE(file.GetStringValue("huge", &value));
+  EXPECT_EQ(std::strlen(value), 2047u) << "the value before is untouched";
+}
+
+TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
+  BinVarValRecord binary = ::variable("name", -7, "text");
   VarValRecord variable{3, " c", "A", "1", {}};
   VarValRecord comment{1, " c", nullptr, nullptr, {}};
   ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
   ServiceEntryRecord blank{};
+  GlobalRegRecord global[4]{};
+  const std::uint32_t types[] = {1, 4, 2, 3};
+  const std::uint64_t masks[] = {0x8000000000000005u, 4, 1, 1};
+  for (std::size_t i = 0; i < 4; ++i) {
+    global[i].RecordType = types[i];
+    global[i].FieldMask = masks[i];
+  }
+  std::strcpy(global[0].Instance.Service, "ZOR");
+  std::strcpy(global[0].Instance.InstanceName, "one");
+  std::strcpy(global[1].Variable.Value, "v");
+  global[1].CheckSum = -1;
+  GlobalVariables::Handle registryOfAll(registry());
   ::testing::internal::CaptureStdout();
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(&binary), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&variable), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&comment), 0u);
   EXPECT_EQ(GenRegServices::PrintRecord(&service), 0u);
   EXPECT_EQ(GenRegServices::PrintRecord(&blank), 0u);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
-            "   Comment  = | c|\n"
-            "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
-            "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
-            "   name     = NULL\n   port     = 0\n   protocol = NULL\n   comment  = NULL\n");
+  for (GlobalRegRecord& record : global) EXPECT_EQ(registryOfAll.printHook()(&record), 0u);
+  EXPECT_EQ(
+      ::testing::internal::GetCapturedStdout(),
+      "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n"
+      "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
+      "   Comment  = | c|\n"
+      "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
+      "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
+      "   name     = NULL\n   port     = 0\n   protocol = NULL\n   comment  = NULL\n"
+      "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
+      "   InstanceRecord:\n      Service      = |ZOR|\n      VersionCode  = 0\n"
+      "      InstanceName = |one|\n      InstancePath = ||\n      Usage        = ||\n"
+      "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
+      "      CheckSum    = 0\n"
+      "   RecordType   = 4\n   FieldMask    = 4\n   MissingFieldMask = 0\n"
+      "   VariableRecord:\n      Service  = ||\n      Variable = ||\n      Value    = |v|\n"
+      "      Comment  = ||\n      CheckSum    = -1\n"
+      "   RecordType   = 2\n   FieldMask    = 1\n   MissingFieldMask = 0\n"
+      "Services record not yet implemented\n"
+      "   RecordType   = 3\n   FieldMask    = 1\n   MissingFieldMask = 0\n");
+  Diagnostics diagnostics;
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
+  EXPECT_EQ(diagnostics.logs(0x082A0036u, GENREG_RC_NO_ARGUMENT), 1u);
 }
 
 }  // namespace

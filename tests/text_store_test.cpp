@@ -211,6 +211,14 @@ TEST_F(TextStoreTest, ReadsEveryLineAndFindsTheFirstMatch) {
   key = assignment("none", nullptr);
   EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), notFound);
   EXPECT_EQ(record.Contains, 0u);
+  // A line with a NUL byte, and a piece of one that is too long, are what could be read of them.
+  writeFile(registry(), std::string("B = 1\0x\n", 8) + "C = " + std::string(3000, 'v') + "\n");
+  key = assignment("B", nullptr);
+  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), 0u);
+  EXPECT_STREQ(record.Value, "1");
+  key = assignment("C", nullptr);
+  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), 0u);
+  EXPECT_EQ(record.Value, std::string(2043, 'v'));
   VarVal missing(path("missing"));
   EXPECT_EQ(missing.Get(VARVAL_VARIABLE, &key, &record), opening);
 }

@@ -92,7 +92,7 @@ struct ServiceLines {
   }
   static int valueOf(const Record& record) { return inNetworkOrder(record.port); }
   static std::string stored(const std::string& name, int value) {
-    return name + "\t\t" + std::to_string(value) + "/tcp\n";
+    return name + (name.size() < 8 ? "\t\t" : "\t") + std::to_string(value) + "/tcp\n";
   }
 };
 

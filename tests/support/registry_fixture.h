@@ -70,6 +70,7 @@ class Exposed : public Flavour {
   using GenRegFile::secondStream;
   using GenRegFile::UnpackRecord;
   GenRegCompareHook& compareHook() { return GenRegBase::CompareRecord; }
+  GenRegPrintHook printHook() const { return GenRegBase::PrintRecord; }
 };
 using TestRegistry = Exposed<GenRegBinVarVal>;
 
