@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "support/registry_fixture.h"
+#include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
 #include "sysservices/memory.h"
@@ -58,21 +58,73 @@ TEST_F(ServicesTest, ALockGrantedOnARemovedFileIsTakenAtTheName) {
 }
 
 TEST_F(ServicesTest, ALockFileIsRemovedOnlyByWhoeverCanLockIt) {
-  EXPECT_EQ(ossFileDelete(lockFile().c_str()), OSS_RC_FILE_NOT_FOUND);
+  const char* const name = "lock";  // any: it is the call that makes it one
+  const std::string lockName = path(name);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), OSS_RC_FILE_NOT_FOUND);
+  EXPECT_EQ(ossLockFileDelete(nullptr), OSS_RC_NULL_ARGUMENT);
   OSSHFile holder;
-  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(open(holder, lockName, OSS_OPEN_LOCK_FILE), 0u);
+  EXPECT_TRUE(holder.wasCreated());
+  ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), 0u);
+  EXPECT_TRUE(exists(lockName)) << "the name belongs to the holder";
+  ASSERT_EQ(holder.unlock(), 0u);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), 0u);
+  EXPECT_EQ(exists(lockName), lacking(Need::RemovableLockFiles) != nullptr);
+  ASSERT_EQ(holder.close(), 0u);
+  (void)ossLockFileDelete(lockName.c_str());
+  EXPECT_FALSE(exists(lockName));
+  // A name that ends like a lock file's says nothing.
+  writeFile(lockFile(), "");
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_EXISTING), 0u);
   ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
   EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
-  EXPECT_TRUE(exists(lockFile())) << "the name belongs to the holder";
-  ASSERT_EQ(holder.unlock(), 0u);
-  EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
-  EXPECT_EQ(exists(lockFile()), lacking(Need::RemovableLockFiles) != nullptr);
-  ASSERT_EQ(holder.close(), 0u);
-  (void)ossFileDelete(lockFile().c_str());
   EXPECT_FALSE(exists(lockFile()));
 }
 
-TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesTellWhatWasMissing) {
+TEST_F(ServicesTest, TransfersAreWholeWhateverInterruptsThem) {
+  OSSHFile file;
+  ASSERT_EQ(file.createPrivate(registry().c_str(), registry().c_str()), 0u);
+  OSSHFile second;
+  EXPECT_EQ(second.createPrivate(registry().c_str(), registry().c_str()), OSS_RC_FILE_EXISTS);
+  char bytes[100];
+  std::size_t done = 0;
+  {
+    const FaultHook pieces([](const std::string&) { return ossFaultAtMost(7); });
+    EXPECT_EQ(file.writeAt(std::string(60, 'w').data(), 60, 10), 0u);
+    EXPECT_EQ(file.readAt(bytes, sizeof bytes, 0, &done), 0u);
+  }
+  EXPECT_EQ(std::string(bytes, done), std::string(10, '\0') + std::string(60, 'w'));
+  EXPECT_EQ(file.truncate(20), 0u);
+  EXPECT_EQ(file.readAt(bytes, sizeof bytes, 15, &done), 0u);
+  EXPECT_EQ(done, 5u);
+  int calls = 0;
+  const FaultHook failing([&](const std::string&) { return ++calls == 1 ? ossFaultAtMost(3) : EIO; });
+  EXPECT_EQ(file.readAt(bytes, 10, 0, &done), OSS_RC_IO_ERROR);
+  EXPECT_EQ(done, 3u);
+  EXPECT_EQ(file.lastError(), EIO);
+}
+
+TEST_F(ServicesTest, ASecondNameAndAReplacementTakeOneStep) {
+  const std::string a = path("a");
+  const std::string b = path("b");
+  writeFile(a, "a");
+  writeFile(b, "b");
+  const Code linked = ossFileLink(a.c_str(), b.c_str());
+  if (linked == OSS_RC_NOT_SUPPORTED) GTEST_SKIP() << "a file has one name";
+  EXPECT_EQ(linked, OSS_RC_FILE_EXISTS);
+  EXPECT_EQ(ossFileLink(a.c_str(), path("c").c_str()), 0u);
+  EXPECT_EQ(ossFileReplace(a.c_str(), b.c_str()), 0u);
+  EXPECT_EQ(files(), "b c");
+  EXPECT_EQ(readFile(b) + readFile(path("c")), "aa");
+  EXPECT_EQ(ossFileReplace(a.c_str(), b.c_str()), OSS_RC_FILE_NOT_FOUND);
+  for (const int error : {EPERM, ENOTSUP, ENOSYS, EMLINK}) {
+    FaultPlan plan(1, error, false, "link");
+    EXPECT_EQ(ossFileLink(b.c_str(), a.c_str()), OSS_RC_NOT_SUPPORTED) << error;
+  }
+}
+
+TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesReportWhatWasMissing) {
   const std::string a = path("a");
   const std::string b = path("b");
   const std::string c = path("c");
@@ -158,17 +210,20 @@ TEST(Text, OnlyAWholeNumberInRangeEndsAtTheTerminator) {
   for (const char* text : {"", "tru", "2"}) EXPECT_NE(ossStrToBoolean(text, &flag), 0u) << text;
 }
 
-TEST_F(ServicesTest, ALogLineTellsRoutineCodeStepAndValues) {
+TEST_F(ServicesTest, ALogLineNamesRoutineCodeStepAndValues) {
   const std::string log = path("log");
   expectInChild([&] {
     (void)ossEnvironmentSet("ZOROSSE_LOG", log.c_str());
-    return TestRegistry(path("no\nfile")).OpenScan() == GENREG_RC_OPEN_FAILED;
+    TestRegistry refusing(registry());
+    refusing.ValidateKey = [](std::uint64_t, void*) -> Code { return GENREG_RC_KEY_EMPTY; };
+    return TestRegistry(path("no\nfile")).OpenScan() == GENREG_RC_OPEN_FAILED &&
+           get(refusing) == rejected;
   });
   const std::string lines = readFile(log);
   for (const char* part :
        {"probe=0x082A0005", "code=0x900001BF", "point=10", "severity=2",
         "routine=GenRegFile::OpenScan", "name=GENREG_RC_OPEN_FAILED", "callee=0x081A0002",
-        "calleename=OSS_RC_FILE_NOT_FOUND", "no\\x0afile"}) {
+        "calleename=OSS_RC_FILE_NOT_FOUND", "no\\x0afile", "=0x900001F5"}) {
     EXPECT_NE(lines.find(part), std::string::npos) << part << " in " << lines;
   }
   for (std::size_t start = 0; start < lines.size(); start = lines.find('\n', start) + 1) {
