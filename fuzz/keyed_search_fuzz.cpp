@@ -56,8 +56,8 @@ std::string readFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// The codes and records of a scan for the key, and what each kind of update leaves in the file, with
-// everything that is logged on the way.
+// The codes and records of a scan for the key, and what each kind of update leaves in the file,
+// with everything that is logged on the way.
 template <typename Flavour>
 std::string outcome(const std::string& path, std::uint64_t mask, const std::string& key, bool join,
                     bool full) {

@@ -67,9 +67,8 @@ TEST_F(RepairTest, OfAGlobalRegistry) {
   const std::string newer = framed(stored(3, 0x1, {text("x")}));
   const std::string malformed = framed(stored(4, 0x1, {entry("x")}));
   const std::string both = a + newer + malformed + a;
-  expectRepaired<GlobalVariables>(
-      {{"the unreadable dropped", both, a + a, 2, 2, a.size(), true},
-       {"nothing to drop", a + a, a + a, 2, 0, 0, true}});
+  expectRepaired<GlobalVariables>({{"the unreadable dropped", both, a + a, 2, 2, a.size(), true},
+                                   {"nothing to drop", a + a, a + a, 2, 0, 0, true}});
   // Without being asked, it keeps what a newer program may be able to read.
   writeFile(registry(), both);
   Operations<GlobalVariables>::Handle handle(registry(), verified);

@@ -216,8 +216,8 @@ TEST_F(SessionTest, NamesOfCompanionFilesAreRefusedToUpdates) {
   const struct {
     const char* name;
     bool refused;
-  } cases[] = {{"conf.tmp", true},     {"conf.cor", true},    {".conf.bkp", true},
-               {".conf.lock", true},   {"conf.lock", false},  {"conf.bkp", false},
+  } cases[] = {{"conf.tmp", true},     {"conf.cor", true},   {".conf.bkp", true},
+               {".conf.lock", true},   {"conf.lock", false}, {"conf.bkp", false},
                {".conf.tmp.x", false}, {"conftmp", false}};
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);

@@ -99,7 +99,8 @@ TEST_F(ServicesTest, TransfersAreWholeWhateverInterruptsThem) {
   EXPECT_EQ(file.readAt(bytes, sizeof bytes, 15, &done), 0u);
   EXPECT_EQ(done, 5u);
   int calls = 0;
-  const FaultHook failing([&](const std::string&) { return ++calls == 1 ? ossFaultAtMost(3) : EIO; });
+  const FaultHook failing(
+      [&](const std::string&) { return ++calls == 1 ? ossFaultAtMost(3) : EIO; });
   EXPECT_EQ(file.readAt(bytes, 10, 0, &done), OSS_RC_IO_ERROR);
   EXPECT_EQ(done, 3u);
   EXPECT_EQ(file.lastError(), EIO);

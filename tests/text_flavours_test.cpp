@@ -378,25 +378,24 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   EXPECT_EQ(GenRegServices::PrintRecord(&service), 0u);
   EXPECT_EQ(GenRegServices::PrintRecord(&blank), 0u);
   for (GlobalRegRecord& record : global) EXPECT_EQ(registryOfAll.printHook()(&record), 0u);
-  EXPECT_EQ(
-      ::testing::internal::GetCapturedStdout(),
-      "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n"
-      "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
-      "   Comment  = | c|\n"
-      "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
-      "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
-      "   name     = NULL\n   port     = 0\n   protocol = NULL\n   comment  = NULL\n"
-      "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
-      "   InstanceRecord:\n      Service      = |ZOR|\n      VersionCode  = 0\n"
-      "      InstanceName = |one|\n      InstancePath = ||\n      Usage        = ||\n"
-      "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
-      "      CheckSum    = 0\n"
-      "   RecordType   = 4\n   FieldMask    = 4\n   MissingFieldMask = 0\n"
-      "   VariableRecord:\n      Service  = ||\n      Variable = ||\n      Value    = |v|\n"
-      "      Comment  = ||\n      CheckSum    = -1\n"
-      "   RecordType   = 2\n   FieldMask    = 1\n   MissingFieldMask = 0\n"
-      "Services record not yet implemented\n"
-      "   RecordType   = 3\n   FieldMask    = 1\n   MissingFieldMask = 0\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n"
+            "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
+            "   Comment  = | c|\n"
+            "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
+            "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
+            "   name     = NULL\n   port     = 0\n   protocol = NULL\n   comment  = NULL\n"
+            "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
+            "   InstanceRecord:\n      Service      = |ZOR|\n      VersionCode  = 0\n"
+            "      InstanceName = |one|\n      InstancePath = ||\n      Usage        = ||\n"
+            "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
+            "      CheckSum    = 0\n"
+            "   RecordType   = 4\n   FieldMask    = 4\n   MissingFieldMask = 0\n"
+            "   VariableRecord:\n      Service  = ||\n      Variable = ||\n      Value    = |v|\n"
+            "      Comment  = ||\n      CheckSum    = -1\n"
+            "   RecordType   = 2\n   FieldMask    = 1\n   MissingFieldMask = 0\n"
+            "Services record not yet implemented\n"
+            "   RecordType   = 3\n   FieldMask    = 1\n   MissingFieldMask = 0\n");
   Diagnostics diagnostics;
   EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
   EXPECT_EQ(diagnostics.logs(0x082A0036u, GENREG_RC_NO_ARGUMENT), 1u);

@@ -99,8 +99,7 @@ TEST_F(CommitTest, AtNoCallOfAnUpdateIsAnythingOfAnotherProgramLost) {
     std::function<bool()> act;  // false when there is nothing to be done
   } cases[] = {
       {"append", [&] { return append(registry(), theirs), true; }},
-      {"plant a backup",
-       [&] { return !exists(backup()) && (writeFile(backup(), theirs), true); }},
+      {"plant a backup", [&] { return !exists(backup()) && (writeFile(backup(), theirs), true); }},
   };
   for (const auto& row : cases) {
     for (unsigned long k = 1, calls = k; k <= calls; ++k) {
@@ -276,11 +275,14 @@ TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
   } cases[] = {
       {"a second name of the registry", [&] { fs::create_hard_link(registry(), backup()); }, {}},
       {"announced", crashed, {}},
-      {"announced, the lock file gone", [&] { crashed(), fs::remove(lockFile()); },
+      {"announced, the lock file gone",
+       [&] { crashed(), fs::remove(lockFile()); },
        {{old, before}}},
-      {"announced, another registry since", [&] { crashed(), replaceFile(registry(), changed); },
+      {"announced, another registry since",
+       [&] { crashed(), replaceFile(registry(), changed); },
        {{old, before}}},
-      {"announced, another backup since", [&] { crashed(), replaceFile(backup(), theirs); },
+      {"announced, another backup since",
+       [&] { crashed(), replaceFile(backup(), theirs); },
        {{old, theirs}}},
       {"foreign", [&] { writeFile(backup(), theirs); }, {{old, theirs}}},
       {"foreign, names taken",

@@ -118,11 +118,8 @@ std::string accessList(unsigned char owner, unsigned char user, unsigned char gr
   const struct {
     unsigned char tag, permissions;
     std::uint32_t id;
-  } entries[] = {{1, owner, ~0u},
-                 {2, user, second},
-                 {4, group, ~0u},
-                 {16, mask, ~0u},
-                 {32, others, ~0u}};
+  } entries[] = {
+      {1, owner, ~0u}, {2, user, second}, {4, group, ~0u}, {16, mask, ~0u}, {32, others, ~0u}};
   std::string bytes = little(2, 4);
   for (const auto& entry : entries) {
     bytes += little(entry.tag, 2) + little(entry.permissions, 2) + little(entry.id, 4);
@@ -144,10 +141,11 @@ TEST_F(PermissionsTest, TheNewFileHasTheAccessListOfTheOldOneAndNoOther) {
     writeFile(registry(), content);
     setPermissions(registry(), 0640);
     if (!own.empty()) {
-      ASSERT_EQ(::setxattr(registry().c_str(), "system.posix_acl_access", own.data(), own.size(), 0),
-                0);
+      ASSERT_EQ(
+          ::setxattr(registry().c_str(), "system.posix_acl_access", own.data(), own.size(), 0), 0);
     }
-    if (::setxattr(directory_.c_str(), "system.posix_acl_default", all.data(), all.size(), 0) != 0) {
+    if (::setxattr(directory_.c_str(), "system.posix_acl_default", all.data(), all.size(), 0) !=
+        0) {
       GTEST_SKIP() << "no access lists here";
     }
     unsigned int widest = 0;

@@ -23,7 +23,9 @@ struct BinaryVariables {
 
 // The path of a global registry comes from the environment, which must be set before it is made.
 struct GlobalPath {
-  explicit GlobalPath(const char* path) { (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path); }
+  explicit GlobalPath(const char* path) {
+    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path);
+  }
 };
 class GlobalAt : private GlobalPath, public GlobalReg {
  public:
