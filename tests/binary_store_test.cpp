@@ -1,4 +1,4 @@
-// The binary engine: framing, damage, hooks, packed records, verification.
+// The binary engine: framing, damage, hooks, verification.
 #include <cstring>
 
 #include "support/operations.h"
@@ -263,88 +263,6 @@ TEST_F(BinaryStoreTest, RecordsBelowEightBytesAreStoredButNotReturned) {
   EXPECT_EQ(readFile(registry()), frameBytes(4, std::string("abc\0", 4)));
   EXPECT_EQ(handle.Get(1, record, found), GENREG_RC_RECORD_TOO_LARGE);
   EXPECT_STREQ(found, "untouch");
-}
-
-// Packed records: a record of 16 bytes is stored as its text up to the NUL, reversed bit by bit.
-Code flipPack(void** record, void* stored) {
-  auto* text = static_cast<char*>(*record);
-  if (std::strcmp(text, "refuse") == 0) return 9;
-  calls.push_back(stored == nullptr ? "pack"
-                                    : "pack over " + std::to_string(*static_cast<char*>(stored)));
-  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<char>(~text[i]);
-  return 0;
-}
-Code flipUnpack(void** record) {
-  auto* text = static_cast<unsigned char*>(*record);
-  if (text[0] == 'X') return 9;
-  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<unsigned char>(~text[i]);
-  return 0;
-}
-
-class PackedRegistry : public TestRegistry {
- public:
-  explicit PackedRegistry(const std::string& path)
-      : TestRegistry(path, GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS) {
-    sizeOf<16>(*this);
-    GetPackedLength = [](const void*, std::uint64_t* length) -> Code { return *length = 16, 0; };
-    compareHook() = [](std::uint64_t mask, void* left, void* right) -> Code {
-      return std::strncmp(static_cast<char*>(left), static_cast<char*>(right),
-                          mask == GENREG_ALL_FIELDS ? 16 : 1) == 0;
-    };
-    PackRecord = flipPack;
-    UnpackRecord = flipUnpack;
-  }
-};
-
-std::string flipped(std::string text) {
-  text.resize(16, '\0');
-  for (char& byte : text) byte = static_cast<char>(~byte);
-  return frameBytes(16, text);
-}
-
-TEST_F(BinaryStoreTest, PackedRecordsAreConvertedOnlyInTheEnginesOwnMemory) {
-  PackedRegistry handle(registry());
-  char apple[16] = "apple";
-  char bread[16] = "bread";
-  char butter[16] = "butter";
-  char refused[16] = "refuse";
-  calls.clear();
-  EXPECT_EQ(handle.Add(1, apple), 0u);
-  EXPECT_EQ(handle.Add(1, bread), 0u);
-  EXPECT_STREQ(apple, "apple") << "the caller's record is still a record";
-  EXPECT_EQ(handle.Add(1, refused), GENREG_RC_PACK_FAILED);
-  EXPECT_STREQ(refused, "refuse");
-  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("bread"));
-  EXPECT_EQ(handle.Change(1, bread, butter), 0u);
-  EXPECT_EQ(calls.back(), "pack over " + std::to_string(~'b'))
-      << "with the stored bytes it replaces";
-  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("butter"));
-  char found[16];
-  EXPECT_EQ(handle.Get(1, bread, found), 0u);
-  EXPECT_STREQ(found, "butter");
-  EXPECT_EQ(handle.Delete(1, apple), 0u);
-  EXPECT_EQ(readFile(registry()), flipped("butter"));
-}
-
-TEST_F(BinaryStoreTest, ARecordThatCannotBeUnpackedFailsWhateverTouchesIt) {
-  writeFile(registry(), frameBytes(16, "X" + std::string(15, '\0')));
-  PackedRegistry handle(registry());
-  char key[16] = "apple";
-  char record[16] = "untouched";
-  EXPECT_EQ(handle.Get(1, key, record), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(handle.Add(1, key), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(handle.Delete(1, key), GENREG_RC_UNPACK_FAILED);
-  ASSERT_EQ(handle.OpenScan(), 0u);
-  EXPECT_EQ(handle.GetNext(1, key, record), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(record[0], '\0');
-  EXPECT_EQ(handle.CloseScan(), 0u);
-  writeFile(registry(), flipped("apple"));
-  handle.PackRecord = nullptr;
-  EXPECT_EQ(handle.Delete(1, record), GENREG_RC_NO_PACK_HOOK_PACKED);
-  handle.PackRecord = flipPack;
-  handle.GetPackedLength = nullptr;
-  writeFile(registry(), "");
-  EXPECT_EQ(handle.Add(1, key), writeNewFailed);
 }
 
 // --- verification ---

@@ -3,36 +3,25 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/stored_record.h"
-#include "sysservices/environment.h"
+#include "support/flavours.h"
 #include "sysservices/file_system.h"
 
 namespace {
 
-// The file at `path`, with the protected side shown.
-class Global : public GlobalReg {
+class Global : public GlobalVariables::Handle {
  public:
-  static Global at(const std::string& path) {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path.c_str());
-    return Global();
-  }
+  using Exposed::Exposed;
   // From now on every record is unpacked for CompareRecord, instead of being matched as it is
   // stored.
   void unpackEverything() {
-    flavours = GenRegBase::CompareRecord;
-    GenRegBase::CompareRecord = [](std::uint64_t mask, void* record, void* key) {
-      return flavours(mask, record, key);
+    own = compareHook();
+    compareHook() = [](std::uint64_t mask, void* record, void* key) {
+      return own(mask, record, key);
     };
   }
-  using GenRegBase::status;
-  using GenRegBase::ValidateKey;
-  using GenRegFile::getLockFilePath;
-  using GenRegFile::getRegFilePath;
-  using GenRegFile::PackRecord;
-  using GenRegFile::UnpackRecord;
 
  private:
-  static inline GenRegCompareHook flavours = nullptr;
+  static inline GenRegCompareHook own = nullptr;
 };
 
 template <typename Record>
@@ -58,17 +47,7 @@ std::string storedInstance(const std::string& name, const std::string& service =
   return stored(1, 0x5, {text(service), text(name)});
 }
 
-class GlobalTest : public RegistryTest {
- protected:
-  void SetUp() override {
-    RegistryTest::SetUp();
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", registry().c_str());
-  }
-  void TearDown() override {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
-    RegistryTest::TearDown();
-  }
-};
+class GlobalTest : public RegistryTest {};
 
 // One field of one type, independent of the library's table.
 struct FieldCase {
@@ -115,7 +94,7 @@ TEST_F(GlobalTest, EveryFieldIsStoredAndReadByteForByteWithAndWithoutUnknownOnes
     GlobalRegRecord record = recordOf(field.type, field.bit);
     record.CheckSum = -2;
     field.set(record);
-    Global handle;
+    Global handle(registry());
     const std::string alone = stored(field.type, field.bit, {field.entry}, 0, -2);
     writeFile(registry(), "");
     ASSERT_EQ(handle.Add(field.bit, &record), 0u);
@@ -154,7 +133,7 @@ TEST_F(GlobalTest, OtherRecordsSurviveEveryUpdateByteForByte) {
       4, 0x8000000000000031u, {entry(std::string("a\0junk", 6)), entry("x"), entry("")}, 0xF0));
   const std::string before = odd + framed(storedInstance("one")) + odd;
   writeFile(registry(), before);
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord two = instance("two");
   ASSERT_EQ(handle.Add(0x4, &two), 0u);
   EXPECT_EQ(readFile(registry()), before + framed(storedInstance("two")));
@@ -176,7 +155,7 @@ TEST_F(GlobalTest, AFullLengthRecordGoesThroughEveryOperation) {
   fill(texts.Service, texts.InstanceName, texts.InstancePath, texts.Usage, texts.InstallPath,
        texts.HostName, texts.Comment);
   const GlobalRegRecord original = full;
-  Global handle;
+  Global handle(registry());
   ASSERT_EQ(handle.Add(0x4, &full), 0u);
   EXPECT_EQ(std::memcmp(&full, &original, sizeof full), 0) << "the caller's record is still one";
   EXPECT_EQ(readFile(registry()).size(), 4u + 2620u);
@@ -229,7 +208,7 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
       SCOPED_TRACE(std::string(row.name) + (unpacked ? ", unpacked" : ", as stored"));
       const std::string bytes = framed(good) + framed(row.bytes);
       writeFile(registry(), bytes);
-      Global handle;
+      Global handle(registry());
       if (unpacked) handle.unpackEverything();
       GlobalRegRecord key = instance("absent");
       GlobalRegRecord found;
@@ -240,12 +219,16 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
       EXPECT_EQ(handle.Change(0x4, &key, &key), GENREG_RC_UNPACK_FAILED);
       EXPECT_EQ(handle.Delete(0x4, &key), GENREG_RC_UNPACK_FAILED);
       EXPECT_EQ(readFile(registry()), bytes);
+      ASSERT_EQ(handle.OpenScan(), 0u);
+      found.RecordType = 9;
+      EXPECT_EQ(handle.GetNext(0x4, &key, &found), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(found.RecordType, 0u);
     }
   }
 }
 
 TEST_F(GlobalTest, WhatCouldNotBeReadAgainIsNotStored) {
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord known = instance("one");
   ASSERT_EQ(handle.Add(0x4, &known), 0u);
   const std::string before = readFile(registry());
@@ -303,7 +286,7 @@ TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
       {4, 0x1, 0x8, nullptr, 0x9000024Eu},
       {4, 0xF, 0xF, nullptr, 0},
   };
-  Global handle;
+  Global handle(registry());
   for (const auto& row : cases) {
     SCOPED_TRACE("type " + std::to_string(row.type) + ", mask " + std::to_string(row.mask));
     GlobalRegRecord record = recordOf(row.type, row.fieldMask);
@@ -331,8 +314,8 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   writeFile(registry(), framed(stored(4, 0x1, {text("ZOR")})) + framed(storedInstance("one")) +
                             framed(stored(2, 0x1, {text("zor")})) +
                             framed(stored(2, 0x3, {text("ZOR"), number(7, 8)})));
-  Global handle;
-  Global unpacking;
+  Global handle(registry());
+  Global unpacking(registry());
   unpacking.unpackEverything();
   const struct {
     std::uint32_t type;
@@ -364,7 +347,7 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
 }
 
 TEST_F(GlobalTest, PackingAndUnpackingHaveTheirCodesForMemory) {
-  Global handle;
+  Global handle(registry());
   const struct {
     const char* call;
     bool packs;
@@ -395,13 +378,13 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
                                                 {"", false},
                                                 {"/", false},
                                                 {std::string(254, 'x'), false},
+                                                {std::string(259, 'x'), false},
                                                 {std::string(261, 'x'), false},
                                                 {std::string(70000, 'x'), false}};
   for (const auto& [wanted, ready] : cases) {
     SCOPED_TRACE(wanted.substr(0, 80) + ", length " + std::to_string(wanted.size()));
-    Global handle = Global::at(wanted);
-    const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-    if (named == nullptr || named != wanted) continue;  // not every environment takes every value
+    Global handle(wanted);
+    if (!handle.isNamed) continue;
     char path[GENREG_PATH_SIZE];
     EXPECT_EQ(handle.getRegFilePath(path, sizeof path), 0u);
     EXPECT_EQ(path, ready ? wanted : "");
@@ -412,8 +395,10 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
     EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
-  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
-  Global standard;
+  struct Standard : GlobalReg {
+    using GenRegFile::getLockFilePath;
+    using GenRegFile::getRegFilePath;
+  } standard;
   char path[GENREG_PATH_SIZE];
   EXPECT_EQ(standard.getRegFilePath(path, sizeof path), 0u);
   EXPECT_EQ(path, std::string(".") + ossPathSeparator + "global.reg");
@@ -425,7 +410,7 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
 }
 
 TEST_F(GlobalTest, WhatStandsInFieldsThatARecordDoesNotHaveIsNoPartOfIt) {
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord record = instance("one");
   record.Instance.VersionCode = 7;
   std::memset(record.Instance.InstancePath, 'g', sizeof record.Instance.InstancePath);

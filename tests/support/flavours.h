@@ -2,6 +2,9 @@
 // are called with, and how it stands in the file.
 #pragma once
 
+#include <cstdlib>
+#include <cstring>
+
 #include "support/stored_record.h"
 #include "sysservices/environment.h"
 
@@ -21,13 +24,17 @@ struct BinaryVariables {
   }
 };
 
-// The path of a global registry comes from the environment, which must be set before it is made.
+// The path of a global registry comes from the environment, which must be set before it is made and
+// does not take every value everywhere.
 struct GlobalPath {
   explicit GlobalPath(const char* path) {
     (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path);
+    const char* const set = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
+    isNamed = set != nullptr && std::strcmp(set, path) == 0;
   }
+  bool isNamed;
 };
-class GlobalAt : private GlobalPath, public GlobalReg {
+class GlobalAt : public GlobalPath, public GlobalReg {
  public:
   GlobalAt(const char* path, unsigned int*) : GlobalPath(path) {
     (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
