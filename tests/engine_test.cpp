@@ -78,51 +78,45 @@ TYPED_TEST(EngineTest, UpdatesKeepTheRulesOfDuplicates) {
   }
 }
 
-// The n-th read gives at most `count` bytes, and every read behind it fails.
-class FailingReads {
- public:
-  FailingReads(int nth, int count)
-      : hook_([this, nth, count](const std::string& call) {
-          if (call != "read" || ++reads_ < nth) return 0;
-          if (reads_ == nth && count > 0) return ossFaultAtMost(count);
-          fired_ = true;
-          return EIO;
-        }) {}
-  bool fired() const { return fired_; }
-
- private:
-  int reads_ = 0;
-  bool fired_ = false;
-  FaultHook hook_;
-};
+// Makes the n-th read give at most `count` bytes, and every read behind it fail.
+std::function<int(const std::string&)> failingReads(int nth, int count, bool* fired) {
+  return [=, reads = 0](const std::string& call) mutable {
+    if (call != "read" || ++reads < nth) return 0;
+    if (reads == nth && count > 0) return ossFaultAtMost(count);
+    *fired = true;
+    return EIO;
+  };
+}
 
 TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
   const std::string before = this->bytesOf("a1 c3");
   writeFile(this->registry(), before);
   for (int at = 0; at < static_cast<int>(before.size()); ++at) {
     SCOPED_TRACE(at);
+    bool fired = false;
     typename TestFixture::Handle handle(this->registry(), unique);
     {
-      const FailingReads failing(1, at);
+      const FaultHook failing(failingReads(1, at, &fired));
       EXPECT_EQ(TestFixture::Run::get(handle, "c"), -std::int64_t{readFailed});
     }
     EXPECT_EQ(handle.OpenScan(), 0u);
     {
-      const FailingReads failing(1, at);
-      EXPECT_EQ(TestFixture::Run::next(handle, "a"), -std::int64_t{readFailed});
+      const FaultHook failing(failingReads(1, at, &fired));
+      EXPECT_EQ(TestFixture::Run::get(handle, "a", true), -std::int64_t{readFailed});
     }
-    EXPECT_EQ(TestFixture::Run::next(handle, "a"), 1) << "the same scan, the error gone";
-    EXPECT_EQ(TestFixture::Run::next(handle, "c"), 3);
+    EXPECT_EQ(TestFixture::Run::get(handle, "a", true), 1) << "the same scan, the error gone";
+    EXPECT_EQ(TestFixture::Run::get(handle, "c", true), 3);
     EXPECT_EQ(handle.CloseScan(), 0u);
     for (const char* operation : {"a d4", "c c5", "d a"}) {
       // The reads behind the first, of the verification, at fewer bytes.
-      for (int nth = 1, fired = 1; fired != 0 && (nth == 1 || at % 7 == 0); ++nth) {
+      fired = true;
+      for (int nth = 1; fired && (nth == 1 || at % 7 == 0); ++nth) {
         SCOPED_TRACE(std::string(operation) + ", read " + std::to_string(nth));
-        const FailingReads failing(nth, at);
+        fired = false;
+        const FaultHook failing(failingReads(nth, at, &fired));
         typename TestFixture::Handle updating(this->registry(), unique);
         const Code code = run<TypeParam>(updating, operation);
-        fired = failing.fired() ? 1 : 0;
-        EXPECT_EQ(code != 0, fired != 0);
+        EXPECT_EQ(code != 0, fired);
         EXPECT_EQ(updating.isUpdateCommitted(), code == 0);
         EXPECT_EQ(readFile(this->registry()) == before, code != 0);
         writeFile(this->registry(), before);
@@ -152,7 +146,7 @@ TYPED_TEST(EngineTest, AnAppendThatWasCutOffIsNoRecordAndGoesWithTheNext) {
     EXPECT_EQ(TestFixture::Run::get(handle, "b"), -std::int64_t{notFound});
     EXPECT_EQ(TestFixture::Run::get(handle, "a"), 1);
     ASSERT_EQ(handle.OpenScan(), 0u);
-    EXPECT_EQ(TestFixture::Run::next(handle, "b"), -std::int64_t{GENREG_RC_END});
+    EXPECT_EQ(TestFixture::Run::get(handle, "b", true), -std::int64_t{GENREG_RC_END});
     EXPECT_EQ(handle.CloseScan(), 0u);
     EXPECT_EQ(TestFixture::Run::add(handle, "c", 3), 0u);
     EXPECT_EQ(readFile(this->registry()), this->bytesOf("a1 c3"));

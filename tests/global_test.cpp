@@ -1,6 +1,5 @@
 // The global registry: the bytes of its records, what is refused, and what a newer writer's fields
 // and other records go through.
-#include <cstdlib>
 #include <cstring>
 
 #include "support/flavours.h"
@@ -344,32 +343,6 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   GlobalRegRecord key = instance("x");
   key.FieldMask = 0x1;
   EXPECT_EQ(handle.Delete(0x1, &key), ambiguous);
-}
-
-TEST_F(GlobalTest, PackingAndUnpackingHaveTheirCodesForMemory) {
-  Global handle(registry());
-  const struct {
-    const char* call;
-    bool packs;
-    Code code;
-  } cases[] = {{"malloc", true, GENREG_RC_PACK_ALLOC},
-               {"free", true, GENREG_RC_PACK_FREE},
-               {"malloc", false, GENREG_RC_UNPACK_ALLOC},
-               {"free", false, GENREG_RC_UNPACK_FREE}};
-  for (const auto& row : cases) {
-    GlobalRegRecord record = instance("one");
-    if (!row.packs) {
-      const std::string bytes = storedInstance("one");
-      std::memcpy(&record, bytes.data(), bytes.size());
-    }
-    void* memory = &record;
-    Diagnostics diagnostics;
-    FaultPlan plan(1, ENOMEM, false, row.call);
-    EXPECT_EQ(row.packs ? handle.PackRecord.binary(&memory, nullptr)
-                        : handle.UnpackRecord.binary(&memory),
-              row.code);
-    EXPECT_EQ(diagnostics.logs(row.packs ? 0x082A005Cu : 0x082A005Du, row.code), 1u);
-  }
 }
 
 TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {

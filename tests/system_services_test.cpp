@@ -1,12 +1,9 @@
 // Locks on a file that comes and goes, file operations, text to value, log lines.
 #include <cerrno>
-#include <cstdlib>
-#include <thread>
 
 #include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
-#include "sysservices/memory.h"
 #include "sysservices/text.h"
 
 namespace {
@@ -80,49 +77,6 @@ TEST_F(ServicesTest, ALockFileIsRemovedOnlyByWhoeverCanLockIt) {
   ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
   EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
   EXPECT_FALSE(exists(lockFile()));
-}
-
-TEST_F(ServicesTest, TransfersAreWholeWhateverInterruptsThem) {
-  OSSHFile file;
-  ASSERT_EQ(file.createPrivate(registry().c_str(), registry().c_str()), 0u);
-  OSSHFile second;
-  EXPECT_EQ(second.createPrivate(registry().c_str(), registry().c_str()), OSS_RC_FILE_EXISTS);
-  char bytes[100];
-  std::size_t done = 0;
-  {
-    const FaultHook pieces([](const std::string&) { return ossFaultAtMost(7); });
-    EXPECT_EQ(file.writeAt(std::string(60, 'w').data(), 60, 10), 0u);
-    EXPECT_EQ(file.readAt(bytes, sizeof bytes, 0, &done), 0u);
-  }
-  EXPECT_EQ(std::string(bytes, done), std::string(10, '\0') + std::string(60, 'w'));
-  EXPECT_EQ(file.truncate(20), 0u);
-  EXPECT_EQ(file.readAt(bytes, sizeof bytes, 15, &done), 0u);
-  EXPECT_EQ(done, 5u);
-  int calls = 0;
-  const FaultHook failing(
-      [&](const std::string&) { return ++calls == 1 ? ossFaultAtMost(3) : EIO; });
-  EXPECT_EQ(file.readAt(bytes, 10, 0, &done), OSS_RC_IO_ERROR);
-  EXPECT_EQ(done, 3u);
-  EXPECT_EQ(file.lastError(), EIO);
-}
-
-TEST_F(ServicesTest, ASecondNameAndAReplacementTakeOneStep) {
-  const std::string a = path("a");
-  const std::string b = path("b");
-  writeFile(a, "a");
-  writeFile(b, "b");
-  const Code linked = ossFileLink(a.c_str(), b.c_str());
-  if (linked == OSS_RC_NOT_SUPPORTED) GTEST_SKIP() << "a file has one name";
-  EXPECT_EQ(linked, OSS_RC_FILE_EXISTS);
-  EXPECT_EQ(ossFileLink(a.c_str(), path("c").c_str()), 0u);
-  EXPECT_EQ(ossFileReplace(a.c_str(), b.c_str()), 0u);
-  EXPECT_EQ(files(), "b c");
-  EXPECT_EQ(readFile(b) + readFile(path("c")), "aa");
-  EXPECT_EQ(ossFileReplace(a.c_str(), b.c_str()), OSS_RC_FILE_NOT_FOUND);
-  for (const int error : {EPERM, ENOTSUP, ENOSYS, EMLINK}) {
-    FaultPlan plan(1, error, false, "link");
-    EXPECT_EQ(ossFileLink(b.c_str(), a.c_str()), OSS_RC_NOT_SUPPORTED) << error;
-  }
 }
 
 TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesReportWhatWasMissing) {
@@ -238,19 +192,6 @@ TEST_F(ServicesTest, EveryErrorNumberGivesAFailureCode) {
     EXPECT_EQ(ossErrorMapSystem(1, 2, OSS_SYSCALL_RUNTIME, error, 0) >> 16, 0x9000u);
   }
   EXPECT_EQ(diagnostics.records.size(), 140u);
-}
-
-TEST(Memory, AnAllocationThatFailsLeavesNullAndAReleaseLeavesNull) {
-  void* block = &block;
-  {
-    FaultPlan plan(1, ENOMEM);
-    EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 1), OSS_RC_NO_MEMORY);
-  }
-  EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 2), 0u);
-  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 3), 0u);
-  EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 4), 0u);
 }
 
 }  // namespace

@@ -132,20 +132,13 @@ struct Operations {
     Flavour::fill(key, name, 1);
     return handle.Delete(Flavour::mask, &key);
   }
-  // The value found, or minus the code.
-  static std::int64_t get(Handle& handle, const std::string& name) {
+  // The value found, or minus the code; `next` in the scan that is open.
+  static std::int64_t get(Handle& handle, const std::string& name, bool next = false) {
     Record key;
     Record record;
     Flavour::fill(key, name, 1);
-    const Code code = handle.Get(Flavour::mask, &key, &record);
-    return code == 0 ? Flavour::valueOf(record) : -std::int64_t{code};
-  }
-  // The same for the next record of that name in the scan.
-  static std::int64_t next(Handle& handle, const std::string& name) {
-    Record key;
-    Record record;
-    Flavour::fill(key, name, 1);
-    const Code code = handle.GetNext(Flavour::mask, &key, &record);
+    const Code code = next ? handle.GetNext(Flavour::mask, &key, &record)
+                           : handle.Get(Flavour::mask, &key, &record);
     return code == 0 ? Flavour::valueOf(record) : -std::int64_t{code};
   }
 };
