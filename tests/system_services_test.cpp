@@ -1,5 +1,5 @@
 // Locks on a file that comes and goes, file operations, text to value, log lines.
-#include <cerrno>
+#include <set>
 
 #include "support/operations.h"
 #include "sysservices/environment.h"
@@ -10,15 +10,24 @@ namespace {
 
 class ServicesTest : public RegistryTest {
  protected:
+  // The handle keeps the pointer to its name.
   unsigned int open(OSSHFile& file, const std::string& name, std::uint32_t mode) {
-    const OSSFileOpenParam param{
-        OSS_PARAM_LEVEL, name.c_str(), OSS_ACCESS_READ_WRITE, mode, 0, 0600, 0};
+    const OSSFileOpenParam param{OSS_PARAM_LEVEL,
+                                 names_.insert(name).first->c_str(),
+                                 OSS_ACCESS_READ_WRITE,
+                                 mode,
+                                 0,
+                                 0600,
+                                 0};
     return file.open(&param);
   }
   unsigned int lock(OSSHFile& file, std::uint32_t type, std::uint32_t wait = OSS_LOCK_NOWAIT) {
     const OSSFileLockParam param{OSS_PARAM_LEVEL, type, wait};
     return file.lock(&param);
   }
+
+ private:
+  std::set<std::string> names_;
 };
 
 TEST_F(ServicesTest, LocksBelongToTheHandleAndEndWithIt) {
