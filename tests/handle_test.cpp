@@ -67,16 +67,12 @@ TEST(Handle, NamesFollowFromThePath) {
 
 TEST(Handle, APathGetterTakesABufferOfExactlyTheLength) {
   TestRegistry handle("/data/r");
-  char buffer[16];
-  std::memset(buffer, 'x', sizeof buffer);
+  char buffer[] = "xxxxxxxxx";
+  EXPECT_EQ(handle.getRegFilePath(buffer, 0), OSS_RC_BUFFER_TOO_SMALL);
   EXPECT_EQ(handle.getRegFilePath(buffer, 8), 0u);
-  EXPECT_STREQ(buffer, "/data/r");
-  EXPECT_EQ(buffer[8], 'x');
+  EXPECT_EQ(std::string(buffer, 9), std::string("/data/r\0x", 9));
   EXPECT_EQ(handle.getRegFilePath(buffer, 7), OSS_RC_BUFFER_TOO_SMALL);
   EXPECT_STREQ(buffer, "");
-  buffer[0] = 'x';
-  EXPECT_EQ(handle.getRegFilePath(buffer, 0), OSS_RC_BUFFER_TOO_SMALL);
-  EXPECT_EQ(buffer[0], 'x');
   EXPECT_EQ(handle.getRegFilePath(nullptr, 8), OSS_RC_NULL_ARGUMENT);
 }
 

@@ -4,7 +4,6 @@
 #include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
-#include "sysservices/text.h"
 
 namespace {
 
@@ -139,39 +138,6 @@ TEST(Names, BaseAndDirectoryOfAPath) {
   EXPECT_EQ(ossBaseName("/", name, sizeof name), OSS_RC_BAD_PARAMETER);
   EXPECT_EQ(ossBaseName("a/long", name, 4), OSS_RC_BUFFER_TOO_SMALL);
   EXPECT_EQ(ossBaseName("a/long", name, 5), 0u);
-}
-
-TEST(Text, OnlyAWholeNumberInRangeEndsAtTheTerminator) {
-  const struct {
-    const char* text;
-    bool isUnsigned, isSigned;
-    std::uint64_t asUnsigned;
-    std::int64_t asSigned;
-  } cases[] = {
-      {" 42", true, true, 42, 42},
-      {"+7", true, true, 7, 7},
-      {"-7", false, true, 0, -7},
-      {"18446744073709551615", true, false, ~0ull, 0},
-      {"18446744073709551616", false, false, 0, 0},
-      {"-9223372036854775808", false, true, 0, INT64_MIN},
-      {"-9223372036854775809", false, false, 0, 0},
-      {"", false, false, 0, 0},
-      {"12x", false, false, 0, 0},
-      {"0x10", false, false, 0, 0},
-  };
-  for (const auto& row : cases) {
-    char* end = nullptr;
-    EXPECT_EQ(ossStrToUint64(row.text, &end, 10), row.asUnsigned) << row.text;
-    EXPECT_EQ(end != nullptr && *end == '\0', row.isUnsigned) << row.text;
-    EXPECT_EQ(ossStrToSint64(row.text, &end, 10), row.asSigned) << row.text;
-    EXPECT_EQ(end != nullptr && *end == '\0', row.isSigned) << row.text;
-  }
-  bool flag = false;
-  EXPECT_EQ(ossStrToBoolean("TRUE", &flag), 0u);
-  EXPECT_TRUE(flag);
-  EXPECT_EQ(ossStrToBoolean("No", &flag), 0u);
-  EXPECT_FALSE(flag);
-  for (const char* text : {"", "tru", "2"}) EXPECT_NE(ossStrToBoolean(text, &flag), 0u) << text;
 }
 
 TEST_F(ServicesTest, ALogLineNamesRoutineCodeStepAndValues) {

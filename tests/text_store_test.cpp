@@ -1,7 +1,5 @@
 // The text engine on profile variable files: what an update changes, and that it changes nothing
 // else.
-#include <random>
-
 #include "support/registry_fixture.h"
 
 namespace {
@@ -98,38 +96,6 @@ TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
     EXPECT_EQ(readFile(registry()), row.after);
     EXPECT_EQ(file.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
     (void)std::remove(temporary().c_str());
-  }
-}
-
-TEST_F(TextStoreTest, ChangingAVariableAndBackLeavesAnyFileAsItWas) {
-  const char* const pieces[] = {
-      "A = 1",  "# note",  "",      "   ",       "\tX=\"a  b\" # c", "odd",
-      "= 5",    "B = \\",  "a\\\\", "\"",        "Z\t=\t\xC3\xA4",   "B = 77",
-      "#B = 1", "C = \r ", "x\\",   "Q = \"open"};
-  std::mt19937 random(20261124);
-  for (int round = 0; round < 300; ++round) {
-    std::string bytes;
-    const std::size_t lines = random() % 12;
-    const char* const end = random() % 2 == 0 ? "\n" : "\r\n";
-    for (std::size_t i = 0; i < lines; ++i)
-      bytes += pieces[random() % std::size(pieces)] + std::string(end);
-    const std::size_t at = bytes.empty() ? 0 : bytes.find('\n', random() % bytes.size()) + 1;
-    bytes.insert(at, "probe =  12 \n");
-    const std::uint64_t features = verified | (random() % 2 == 0 ? 0 : 128);
-    SCOPED_TRACE("round " + std::to_string(round) + ":\n" + bytes);
-    writeFile(registry(), bytes);
-    VarVal file(registry(), features);
-    const char* value = nullptr;
-    if (!file.GetStringValue("probe", &value)) continue;  // a joined line swallowed it
-    ASSERT_EQ(change(file, "probe", "other"), 0u);
-    ASSERT_EQ(change(file, "probe", "12"), 0u);
-    std::string expected = bytes;
-    expected.replace(expected.find("12 \n"), 4, "12\n");  // a written line ends in no blank
-    ASSERT_EQ(readFile(registry()), expected);
-    if ((features & 128) != 0) continue;  // a continued last line gains an end of its own
-    ASSERT_EQ(add(file, "added", "1"), 0u);
-    ASSERT_EQ(remove(file, "added"), 0u);
-    ASSERT_EQ(readFile(registry()), expected);
   }
 }
 
