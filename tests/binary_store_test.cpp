@@ -318,4 +318,22 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
   }
 }
 
+TEST_F(BinaryStoreTest, VerificationCountsForItselfHowManyRecordsChanged) {
+  const std::string two = frame(variable("b", 2)) + frame(variable("b", 3));
+  writeFile(registry(), frame(variable("b", 2)));
+  TestRegistry handle(registry(), unique);
+  int syncs = 0;
+  const FaultHook growing([&](const std::string& call) {
+    if (call == "fsync" && ++syncs == 1) {
+      writeFile(registry(), two);
+      writeFile(temporary(), frame(variable("b", 22)) + frame(variable("b", 22)));
+    }
+    return 0;
+  });
+  Diagnostics diagnostics;
+  EXPECT_EQ(change(handle), verifying);
+  EXPECT_EQ(diagnostics.logs(0x082A0022u, GENREG_RC_VERIFY_MANY), 1u);
+  EXPECT_EQ(readFile(registry()), two);
+}
+
 }  // namespace
