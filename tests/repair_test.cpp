@@ -59,6 +59,12 @@ class RepairTest : public RegistryTest {
 
 TEST_F(RepairTest, OfABinaryRegistry) {
   expectRepaired<BinaryVariables>(framedCases<BinaryVariables>());
+  // The value of the damaged record looks like a length, and what follows it like a record.
+  const std::string a = BinaryVariables::stored("a", 1);
+  const std::string lost =
+      std::string("\xF0\xFF\xFF\xFF", 4) + BinaryVariables::stored("b", 36).substr(4);
+  expectRepaired<BinaryVariables>(
+      {{"a false record", a + lost + a + a, a + a + a, 3, 0, a.size()}});
 }
 
 TEST_F(RepairTest, OfAGlobalRegistry) {
