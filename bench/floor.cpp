@@ -89,6 +89,13 @@ void askLinkStatus(const std::string& path) {
   struct stat status;
   (void)::lstat(path.c_str(), &status);
 }
+// A lock is ended only in the process that took it.
+bool takeLock(int descriptor, int kind) {
+  return ::flock(descriptor, kind | LOCK_NB) == 0 && ::getpid() > 0;
+}
+void endLock(int descriptor) {
+  if (::getpid() > 0) (void)::flock(descriptor, LOCK_UN);
+}
 void askQueue(int descriptor) {
   struct flock queue {};
   queue.l_type = F_WRLCK;
@@ -157,13 +164,13 @@ class Floor final : public Subject {
   }
   File openRegistry() const {
     File file(registry_, always | O_RDONLY);
-    (void)::flock(file.descriptor, LOCK_SH | LOCK_NB);
+    (void)takeLock(file.descriptor, LOCK_SH);
     file.askSize();
     file.makeBuffer(file.size);
     return file;
   }
   static void closeRegistry(File& file) {
-    (void)::flock(file.descriptor, LOCK_UN);
+    endLock(file.descriptor);
     file.close();
   }
 
@@ -172,14 +179,14 @@ class Floor final : public Subject {
     if (!added.empty()) askStatus(directory_);
     File lock(lock_, always | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     askQueue(lock.descriptor);
-    (void)::flock(lock.descriptor, LOCK_EX | LOCK_NB);
+    (void)takeLock(lock.descriptor, LOCK_EX);
     lock.askSize();
     askLinkStatus(lock_);
     const int claim = writeTemporary(added, dropped);
     const bool committed = claim >= 0 && readBoth() && commit(lock, claim);
-    (void)::flock(claim, LOCK_UN);
+    endLock(claim);
     (void)::close(claim);
-    (void)::flock(lock.descriptor, LOCK_UN);
+    endLock(lock.descriptor);
     lock.close();
     return committed && removeLockFile();
   }
@@ -205,7 +212,7 @@ class Floor final : public Subject {
     (void)::fchmod(made.descriptor, 0644);
     made.askSize();
     const int claim = ::fcntl(made.descriptor, F_DUPFD_CLOEXEC, 3);
-    (void)::flock(claim, LOCK_SH | LOCK_NB);
+    (void)takeLock(claim, LOCK_SH);
     askSameFile(claim, temporary_);
     made.makeBuffer(old.size);
     if (adds) askLinkStatus(registry_);
@@ -242,7 +249,7 @@ class Floor final : public Subject {
     askLinkStatus(registry_);
     askSameFile(claim, temporary_);
     askSameFile(lock.descriptor, lock_);
-    static const std::string announcement(64, ' ');
+    static const std::string announcement(101, ' ');
     (void)::pwrite(lock.descriptor, announcement.data(), announcement.size(), 0);
     if (::link(registry_.c_str(), backup_.c_str()) != 0) return false;
     if (std::rename(temporary_.c_str(), registry_.c_str()) != 0) return false;
@@ -257,7 +264,7 @@ class Floor final : public Subject {
     askLinkStatus(lock_);
     const int lock = ::open(lock_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     struct stat status;
-    (void)::flock(lock, LOCK_EX | LOCK_NB);
+    (void)takeLock(lock, LOCK_EX);
     askQueue(lock);
     (void)::fstat(lock, &status);
     askLinkStatus(lock_);

@@ -151,7 +151,7 @@ TEST_F(CommitTest, WithoutHardLinksTheBackupStandsInForTheRegistry) {
   int renames = 0;
   {
     const FaultHook gap([&](const std::string& call) {
-      if (call == "rename" && ++renames == 3) writeFile(registry(), theirs);
+      if (call == "rename" && ++renames == 2) writeFile(registry(), theirs);
       return call == "link" ? EPERM : 0;
     });
     EXPECT_EQ(change(handle), closing);
@@ -181,8 +181,8 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
       {"fsync", 1, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED},
       {"write", 2, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},  // the announcement
       {"link", 1, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},
-      {"rename", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
-      {"rename", 3, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, EPERM},
+      {"rename", 1, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
+      {"rename", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, EPERM},
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, EPERM},
       {"unlink", 2, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
@@ -195,6 +195,7 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
     SCOPED_TRACE(std::string(row.call) + " " + std::to_string(row.nth));
     clearDirectory();
     writeFile(registry(), before);
+    if (row.logged == GENREG_RC_CORRUPT_RENAME) writeFile(temporary(), "left over");
     setPermissions(registry(), 0640);
     TestRegistry handle(registry(), unverified);
     Diagnostics diagnostics;
