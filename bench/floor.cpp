@@ -186,7 +186,7 @@ class Floor final : public Subject {
     const bool committed = claim >= 0 && readBoth() && commit(lock, claim);
     endLock(claim);
     (void)::close(claim);
-    endLock(lock.descriptor);
+    (void)::flock(lock.descriptor, LOCK_UN);
     lock.close();
     return committed && removeLockFile();
   }
@@ -206,14 +206,14 @@ class Floor final : public Subject {
     (void)::open(temporary_.c_str(), always | O_RDONLY | O_NOFOLLOW);
     askLinkStatus(registry_);
     File made(temporary_, always | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    const int claim = ::fcntl(made.descriptor, F_DUPFD_CLOEXEC, 3);
+    (void)takeLock(claim, LOCK_SH);
+    askSameFile(claim, temporary_);
     char list[4096];
     (void)::getxattr(registry_.c_str(), "system.posix_acl_access", list, sizeof list);
     (void)::fremovexattr(made.descriptor, "system.posix_acl_access");
     (void)::fchmod(made.descriptor, 0644);
     made.askSize();
-    const int claim = ::fcntl(made.descriptor, F_DUPFD_CLOEXEC, 3);
-    (void)takeLock(claim, LOCK_SH);
-    askSameFile(claim, temporary_);
     made.makeBuffer(old.size);
     if (adds) askLinkStatus(registry_);
     std::size_t kept = old.size - dropped;
@@ -251,6 +251,7 @@ class Floor final : public Subject {
     askSameFile(lock.descriptor, lock_);
     static const std::string announcement(101, ' ');
     (void)::pwrite(lock.descriptor, announcement.data(), announcement.size(), 0);
+    (void)::geteuid();
     if (::link(registry_.c_str(), backup_.c_str()) != 0) return false;
     if (std::rename(temporary_.c_str(), registry_.c_str()) != 0) return false;
     askLinkStatus(backup_);
@@ -264,7 +265,7 @@ class Floor final : public Subject {
     askLinkStatus(lock_);
     const int lock = ::open(lock_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     struct stat status;
-    (void)takeLock(lock, LOCK_EX);
+    (void)::flock(lock, LOCK_EX | LOCK_NB);
     askQueue(lock);
     (void)::fstat(lock, &status);
     askLinkStatus(lock_);

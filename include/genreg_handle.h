@@ -246,25 +246,26 @@ class GenRegFile : public GenRegBase {
   // Returns 0; GENREG_RC_NO_SCAN; OSS_RC_NULL_ARGUMENT; GENREG_RC_SETPOS_FAILED.
   GENREG_API unsigned int setRegFilePosition(std::int64_t* position) noexcept;
 
-  // Under the update lock, keeps every record that can be framed and, with `dropUnreadable`, of those
-  // only what can be unpacked; the damaged original becomes the corrupt file (NAME.cor), where it
-  // stays until the next update. Behind damage, records of a binary registry are found again where
-  // they are whole to the end of the file. Nothing is written when nothing is left out. `report` may
-  // be null. Returns 0, or what an Add would; the registry is as it was then.
+  // Under the update lock, keeps every record that can be framed and, with `dropUnreadable`, of
+  // those only what can be unpacked; the damaged original becomes the corrupt file (NAME.cor),
+  // where it stays until the next update. Behind damage, records of a binary registry are found
+  // again where they are whole to the end of the file. Nothing is written when nothing is left out.
+  // `report` may be null. Returns 0, or what an Add would; the registry is as it was then.
   GENREG_API unsigned int RepairRegistry(bool dropUnreadable = false,
                                          GenRegRepairReport* report = nullptr) noexcept;
 
-  // Whether the last update of this handle is committed: the answer that a failure code alone cannot
-  // give when only something behind the commit failed.
+  // Whether the last update of this handle is committed: the answer that a failure code alone
+  // cannot give when only something behind the commit failed.
   GENREG_API bool isUpdateCommitted() const noexcept;
 
  protected:
   // Takes the update lock. `request` combines GENREG_LOCK_... bits. A wait of more than two seconds
   // is logged with the file and, where the system knows it, its holder. Returns 0;
   // GENREG_RC_BAD_ARGUMENT (neither lock type or neither wait; or an exclusive lock for a registry
-  // whose name is that of another's companion file: *.tmp, *.cor, .*.lock, .*.bkp); GENREG_RC_NOT_READY;
-  // GENREG_RC_ALREADY_LOCKED; GENREG_RC_CREATE_DIRECTORY; GENREG_RC_OPEN_LOCK_FAILED;
-  // GENREG_RC_BUSY; or the lock's own code. After a failure the lock file is closed.
+  // whose name is that of another's companion file: *.tmp, *.cor, .*.lock, .*.bkp);
+  // GENREG_RC_NOT_READY; GENREG_RC_ALREADY_LOCKED; GENREG_RC_CREATE_DIRECTORY;
+  // GENREG_RC_OPEN_LOCK_FAILED; GENREG_RC_BUSY; or the lock's own code. After a failure the lock
+  // file is closed.
   unsigned int LockRegistry(std::uint64_t request) noexcept {
     return routines->lockRegistry(*this, request);
   }

@@ -58,8 +58,8 @@ class Sweep : proof::Trial {
       const auto known = errors.find(made[k]);
       for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
         fail({k, made[k], error, false}, storing);
-        // An interruption or a short transfer that never ends is not a failure but a hang, and so is
-        // a lock that somebody else never gives back.
+        // An interruption or a short transfer that never ends is not a failure but a hang, and so
+        // is a lock that somebody else never gives back.
         const bool hangs = error == EINTR || error == OSS_FAULT_SHORT || error == EWOULDBLOCK;
         if (!hangs) fail({k, made[k], error, true}, storing);
       }
