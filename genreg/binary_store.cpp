@@ -145,7 +145,7 @@ std::string_view BinaryStore::run(const File& file, const RecordForm* form, std:
     const Match match = form->match(mask, stored, length, key);
     return match == Match::Differs || (match == Match::Matches && alsoMatching);
   };
-  if (form == nullptr) return {file.window(), 0};
+  if (form == nullptr) return std::string_view();
   return {file.window(), walk(file.window(), file.windowSize(), stays)};
 }
 

@@ -32,7 +32,7 @@ class TextStore final : public RecordStore {
   std::string_view pack(Routine& routine, const void* record, const Frame* replaced, Slot& slot,
                         std::uint64_t size, Code failed) noexcept override;
   std::string_view storedOf(std::string_view frame) const noexcept override { return frame; }
-  std::string_view unfinishedMark(std::string_view) noexcept override { return {"", 1}; }
+  std::string_view unfinishedMark(std::string_view) noexcept override { return {"\0", 1}; }
   bool write(Routine& routine, File& to, std::string_view frames, Code failed,
              unsigned int point) const noexcept override;
   bool keep(Routine& routine, File& to, const Frame& frame,

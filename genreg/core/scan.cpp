@@ -3,7 +3,6 @@
 
 #include "genreg/core/handle.h"
 
-using genreg::File;
 using genreg::Function;
 using genreg::Routine;
 
