@@ -33,7 +33,7 @@ inline bool equalsText(std::string_view view, const char* text) noexcept {
   if (text == nullptr) return false;
   const char* at = view.data();
   const char* const end = at + view.size();
-  while (at < end && *at == *text) ++at, ++text;
+  while (at < end && *at == *text && *text != '\0') ++at, ++text;
   return at == end && *text == '\0';
 }
 
