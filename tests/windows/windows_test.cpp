@@ -130,11 +130,9 @@ TEST_F(WindowsMachine, AProfileIsReadFromTheMachineOfThatName) {
   char name[MAX_COMPUTERNAME_LENGTH + 1] = "";
   DWORD size = sizeof name;
   ASSERT_NE(::GetComputerNameA(name, &size), 0);
-  machine(copyKeys("A") +
-          instanceKey("A", "I", std::string("\"ZORREMOTEPREG\"=\"") + name + "\"\n") +
-          instanceKey("A", "J", "\"ZORREMOTEPREG\"=\"NO-SUCH-HOST\"\n") +
+  machine(keys(std::string("A; A/I|ZORREMOTEPREG=") + name + "; A/J|ZORREMOTEPREG=NO-SUCH-HOST") +
           productKey("\\INSTALLEDCOPIES\\A\\I", "\"ZORINSTPROF\"=\"R:\\\\r\"\n"));
-  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";0x90000266;end;");
+  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";266 J A;end;");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/posix/unicode.h"
 #include "support/machine_fixture.h"
 
 namespace {
@@ -95,6 +96,14 @@ void importExport(const std::string& bytes) {
 }
 
 }  // namespace
+
+// What reading an export takes from the platform.
+char32_t platform::capitalOf(char32_t letter) noexcept {
+  if (letter > 0xFFFF) return letter;
+  auto unit = static_cast<wchar_t>(letter);
+  (void)::CharUpperBuffW(&unit, 1);
+  return static_cast<char32_t>(unit);
+}
 
 std::string systemText(const std::string& utf8) {
   const std::wstring text = wide(utf8);
