@@ -24,7 +24,7 @@ TEST_F(InstalledCopies, AreListedAsTheRegistryHasThem) {
       {keys("-=8; A"), "ZOR A;ZOR -;end;"},
       {keys("-=9; A"), "ZOR A;end;"},
       {keys("-=8; A") + productKey("", "\"ZOR Path Name\"=-\n"), "ZOR A;end;"},
-      {keys("b; C; _; A"), "ZOR A;ZOR b;ZOR C;ZOR _;end;"},
+      {keys("b; C; A"), "ZOR A;ZOR b;ZOR C;end;"},
       {keys("A; B//Z; C") + productKey("\\INSTALLEDCOPIES\\A", "\"ZOR Path Name\"=-\n"),
        "265 A;265 B;265 B;ZOR C;end;"},
       // Texts and names that just fit or do not.

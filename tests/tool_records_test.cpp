@@ -1,6 +1,8 @@
 // zorreg bin, global, var and services: what each verb prints and writes, and the status it exits
 // with. What the README, the demo and the checks of the Windows build show is run there.
 #include <cstring>
+#include <iomanip>
+#include <sstream>
 
 #include "support/stored_record.h"
 #include "support/tool.h"
@@ -217,10 +219,10 @@ TEST_F(RecordsTool, ServicesKeepsWhatItWasNotAskedToChange) {
 TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
   const std::string a = frame(variable("a", 1));
   const std::string bad = framed(stored(4, 0x3, {text("S")}));
-  const std::string json = "{\n  \"file\": \"" + registry() +
-                           "\",\n  \"kept\": 1,\n  \"dropped\": 1,\n  \"bytesLeftOut\": 4,\n"
-                           "  \"firstDamage\": 6,\n  \"original\": \"" +
-                           corrupt() + "\"\n}\n";
+  std::ostringstream json;
+  json << "{\n  \"file\": " << std::quoted(registry())
+       << ",\n  \"kept\": 1,\n  \"dropped\": 1,\n  \"bytesLeftOut\": 4,\n"
+       << "  \"firstDamage\": 6,\n  \"original\": " << std::quoted(corrupt()) << "\n}\n";
   const std::string aside =
       "\nthe original is now " + corrupt() + ", which the next update deletes\n";
   const std::string whole = registry() + ": 1 records kept; ";
@@ -235,7 +237,7 @@ TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
              whole + "32 bytes left out, the first at offset 40, among them 1 that cannot be read" +
                  aside}});
   EXPECT_EQ(readFile(registry()), global36);
-  expectOn("A = 1\nodd\n", "var", {{"repair --drop-unreadable --json", 0, json}});
+  expectOn("A = 1\nodd\n", "var", {{"repair --drop-unreadable --json", 0, json.str()}});
   EXPECT_EQ(readFile(registry()), "A = 1\n");
 }
 
