@@ -1,9 +1,12 @@
 // What the four flavours of registries differ in: the record, the mask, and the bytes in the file.
+// The benchmarks and the proofs work with the same ones.
 #pragma once
 
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <vector>
 
 #include "bench/subject.h"
 #include "genreg.h"
@@ -28,9 +31,13 @@ struct BinaryVariables {
 
   static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
   static void fill(Record& record, const Entry& entry) {
+    record = {};  // what stands behind the texts is stored, too
     copyText(record.Variable, entry.name);
     record.Value = entry.value;
     copyText(record.Comment, entry.comment);
+  }
+  static Entry entryOf(const Record& record) {
+    return {record.Variable, record.Value, record.Comment};
   }
   static std::string stored(const Entry& entry) {
     Record record{};
@@ -59,6 +66,10 @@ struct GlobalRegistry {
     copyText(record.Variable.Value, std::to_string(entry.value));
     copyText(record.Variable.Comment, entry.comment);
   }
+  static Entry entryOf(const Record& record) {
+    return {record.Variable.Variable, std::atoi(record.Variable.Value),
+            (record.FieldMask & 0x8) != 0 ? record.Variable.Comment : ""};
+  }
   static std::string stored(const Entry& entry) {
     const bool commented = !entry.comment.empty();
     const auto field = [](const std::string& text) {
@@ -79,13 +90,19 @@ struct ProfileVariables {
 
   static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
   static void fill(Record& record, const Entry& entry) {
-    static std::string value;
+    thread_local std::string value;
     value = std::to_string(entry.value);
     record.Contains = VARVAL_HAS_VARIABLE;
     if (!entry.comment.empty()) record.Contains |= VARVAL_HAS_COMMENT;
     record.Variable = entry.name.c_str();
     record.Value = value.c_str();
     record.Comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
+  }
+  // Without a name where the line holds no variable.
+  static Entry entryOf(const Record& record) {
+    if ((record.Contains & VARVAL_HAS_VARIABLE) == 0) return {};
+    const bool commented = (record.Contains & VARVAL_HAS_COMMENT) != 0;
+    return {record.Variable, std::atoi(record.Value), commented ? record.Comment : ""};
   }
   static std::string stored(const Entry& entry) {
     return entry.name + " = " + std::to_string(entry.value) +
@@ -108,6 +125,13 @@ struct Services {
     record.port = static_cast<std::uint16_t>((port << 8) | (port >> 8));
     record.comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
   }
+  // Without a name where the line holds no service.
+  static Entry entryOf(const Record& record) {
+    if ((record.Contains & SERVICES_HAS_SERVICE) == 0) return {};
+    const bool commented = (record.Contains & SERVICES_HAS_COMMENT) != 0;
+    const auto port = static_cast<std::uint16_t>((record.port << 8) | (record.port >> 8));
+    return {record.name, port, commented ? record.comment : ""};
+  }
   static std::string stored(const Entry& entry) {
     return entry.name + (entry.name.size() < 8 ? "\t\t" : "\t") + std::to_string(entry.value) +
            "/tcp" + (entry.comment.empty() ? "" : "\t\t\t# " + entry.comment) + "\n";
@@ -120,5 +144,94 @@ void writeAll(const std::string& path, std::size_t count) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   for (std::size_t i = 0; i < count; ++i) file << Flavour::stored(entryAt(i));
 }
+
+enum class Verb { Add, Change, Delete, Get, Scan };
+
+// One handle of a registry of any flavour. Each operation gives its return code.
+class Handle {
+ public:
+  virtual ~Handle() = default;
+  virtual unsigned int run(Verb verb, const Entry& entry) = 0;
+  virtual unsigned int openScan() = 0;
+  virtual unsigned int next() = 0;
+  virtual unsigned int closeScan() = 0;
+  virtual unsigned int repair() = 0;
+  virtual Entry found() const = 0;  // by the last Get or next()
+
+  // Counts the records up to the end or the first failure, and keeps them where they are wanted.
+  unsigned int scan(std::size_t* count, std::vector<Entry>* kept = nullptr) {
+    unsigned int code = openScan();
+    if (code != 0) return code;
+    for (*count = 0; (code = next()) == 0; ++*count) {
+      if (kept != nullptr) kept->push_back(found());
+    }
+    const unsigned int closed = closeScan();
+    return code == GENREG_RC_END ? closed : code;
+  }
+};
+
+template <typename Flavour>
+class HandleOf final : public Handle {
+ public:
+  // `features` 0: the flavour's own; else its duplicates and verification are those of `features`.
+  explicit HandleOf(const std::string& path, std::uint64_t features = 0)
+      : handle_(Flavour::open(path)) {
+    constexpr std::uint64_t modes = GENREG_VERIFY_UPDATES | GENREG_ALLOW_DUPLICATES;
+    std::uint64_t& own = handle_.*Access::field();
+    if (features != 0) own = (own & ~modes) | features;
+  }
+
+  unsigned int run(Verb verb, const Entry& entry) override {
+    if (verb == Verb::Scan) {
+      std::size_t count = 0;
+      return scan(&count);
+    }
+    Flavour::fill(record_, entry);
+    switch (verb) {
+      case Verb::Add:
+        return handle_.Add(Flavour::mask, &record_);
+      case Verb::Change:
+        return handle_.Change(Flavour::mask, &record_, &record_);
+      case Verb::Delete:
+        return handle_.Delete(Flavour::mask, &record_);
+      default:
+        return handle_.Get(Flavour::mask, &record_, &found_);
+    }
+  }
+  unsigned int openScan() override {
+    Flavour::fill(record_, any_);
+    return handle_.OpenScan();
+  }
+  unsigned int next() override { return handle_.GetNext(0, &record_, &found_); }
+  unsigned int closeScan() override { return handle_.CloseScan(); }
+  unsigned int repair() override { return handle_.RepairRegistry(); }
+  Entry found() const override { return Flavour::entryOf(found_); }
+
+ private:
+  struct Access : Flavour::Handle {
+    static auto field() { return &Access::features; }
+  };
+
+  const Entry any_;  // what the key of a scan points to
+  typename Flavour::Handle handle_;
+  typename Flavour::Record record_{};
+  typename Flavour::Record found_{};
+};
+
+struct Row {
+  const char* name;
+  std::unique_ptr<Handle> (*open)(const std::string& path, std::uint64_t features);
+  std::string (*stored)(const Entry& entry);
+};
+template <typename Flavour>
+Row rowOf(const char* name) {
+  return {name,
+          [](const std::string& path, std::uint64_t features) -> std::unique_ptr<Handle> {
+            return std::make_unique<HandleOf<Flavour>>(path, features);
+          },
+          Flavour::stored};
+}
+inline const Row rows[] = {rowOf<BinaryVariables>("binary"), rowOf<GlobalRegistry>("global"),
+                           rowOf<ProfileVariables>("profile"), rowOf<Services>("services")};
 
 }  // namespace flavours

@@ -36,12 +36,14 @@ struct File {
     size = static_cast<std::size_t>(status.st_size);
   }
   void makeBuffer(std::size_t expected) {
-    capacity = std::clamp<std::size_t>(expected + 1, 4096, std::size_t{256} * 1024);
+    capacity = std::clamp<std::size_t>(expected, 4096, std::size_t{256} * 1024);
     buffer.reset(new char[capacity]);
   }
   // The next bytes of the file, in the buffer; 0 at its end.
   std::size_t read() {
-    const ssize_t count = ::pread(descriptor, buffer.get(), capacity, static_cast<off_t>(offset));
+    const std::size_t wanted = std::min(capacity, size - offset);
+    if (wanted == 0) return 0;
+    const ssize_t count = ::pread(descriptor, buffer.get(), wanted, static_cast<off_t>(offset));
     if (count <= 0) return 0;
     offset += static_cast<std::size_t>(count);
     return static_cast<std::size_t>(count);
@@ -57,7 +59,11 @@ struct File {
     }
   }
   void flush() {
-    if (pending > 0 && ::write(descriptor, buffer.get(), pending) < 0) failed = true;
+    if (pending > 0 &&
+        ::pwrite(descriptor, buffer.get(), pending, static_cast<off_t>(written)) < 0) {
+      failed = true;
+    }
+    written += pending;
     pending = 0;
   }
   void close() {
@@ -71,6 +77,7 @@ struct File {
   std::size_t capacity = 0;
   std::size_t offset = 0;   // of the next read
   std::size_t pending = 0;  // bytes appended but not written
+  std::size_t written = 0;
   bool failed = false;
 };
 
@@ -82,8 +89,23 @@ void askLinkStatus(const std::string& path) {
   struct stat status;
   (void)::lstat(path.c_str(), &status);
 }
-bool rename(const std::string& from, const std::string& to) {
-  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+// A lock is ended only in the process that took it.
+bool takeLock(int descriptor, int kind) {
+  return ::flock(descriptor, kind | LOCK_NB) == 0 && ::getpid() > 0;
+}
+void endLock(int descriptor) {
+  if (::getpid() > 0) (void)::flock(descriptor, LOCK_UN);
+}
+void askQueue(int descriptor) {
+  struct flock queue {};
+  queue.l_type = F_WRLCK;
+  (void)::fcntl(descriptor, F_OFD_GETLK, &queue);
+}
+
+void askSameFile(int descriptor, const std::string& path) {
+  struct stat status;
+  (void)::fstat(descriptor, &status);
+  askLinkStatus(path);
 }
 
 template <typename Flavour>
@@ -129,7 +151,6 @@ class Floor final : public Subject {
       }
       benchmark::DoNotOptimize(record);
     }
-    (void)file.read();
     closeRegistry(file);
     return lengths_.size();
   }
@@ -143,30 +164,35 @@ class Floor final : public Subject {
   }
   File openRegistry() const {
     File file(registry_, always | O_RDONLY);
-    (void)::flock(file.descriptor, LOCK_SH);
+    (void)takeLock(file.descriptor, LOCK_SH);
     file.askSize();
     file.makeBuffer(file.size);
     return file;
   }
   static void closeRegistry(File& file) {
-    (void)::flock(file.descriptor, LOCK_UN);
+    endLock(file.descriptor);
     file.close();
   }
 
   // Rewrites the file with `added` behind it or its last `dropped` bytes left out.
   bool update(const std::string& added, std::size_t dropped) const {
     if (!added.empty()) askStatus(directory_);
-    File lock(lock_, always | O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-    (void)::flock(lock.descriptor, LOCK_EX);
+    File lock(lock_, always | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    askQueue(lock.descriptor);
+    (void)takeLock(lock.descriptor, LOCK_EX);
     lock.askSize();
     askLinkStatus(lock_);
-    const bool committed = writeTemporary(added, dropped) && readBoth() && commit();
+    const int claim = writeTemporary(added, dropped);
+    const bool committed = claim >= 0 && readBoth() && commit(lock, claim);
+    endLock(claim);
+    (void)::close(claim);
     (void)::flock(lock.descriptor, LOCK_UN);
     lock.close();
     return committed && removeLockFile();
   }
 
-  bool writeTemporary(const std::string& added, std::size_t dropped) const {
+  // The temporary file's second descriptor, with its lock; -1 when something failed.
+  int writeTemporary(const std::string& added, std::size_t dropped) const {
     const bool adds = !added.empty();
     askLinkStatus(backup_);
     if (adds) {
@@ -177,12 +203,17 @@ class Floor final : public Subject {
     }
     File old = openRegistry();
     (void)::unlink(corrupt_.c_str());
-    (void)rename(temporary_, corrupt_);
+    (void)::open(temporary_.c_str(), always | O_RDONLY | O_NOFOLLOW);
     askLinkStatus(registry_);
-    File made(temporary_, O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    File made(temporary_, always | O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    const int claim = ::fcntl(made.descriptor, F_DUPFD_CLOEXEC, 3);
+    (void)takeLock(claim, LOCK_SH);
+    askSameFile(claim, temporary_);
     char list[4096];
     (void)::getxattr(registry_.c_str(), "system.posix_acl_access", list, sizeof list);
+    (void)::fremovexattr(made.descriptor, "system.posix_acl_access");
     (void)::fchmod(made.descriptor, 0644);
+    made.askSize();
     made.makeBuffer(old.size);
     if (adds) askLinkStatus(registry_);
     std::size_t kept = old.size - dropped;
@@ -190,13 +221,12 @@ class Floor final : public Subject {
       made.append(old.buffer.get(), std::min(count, kept));
       kept -= std::min(count, kept);
     }
-    if (adds) made.flush();
     made.append(added.data(), added.size());
     closeRegistry(old);
     made.flush();
     const bool durable = !made.failed && ::fsync(made.descriptor) == 0;
     made.close();
-    return durable;
+    return durable ? claim : -1;
   }
 
   bool readBoth() const {
@@ -204,6 +234,7 @@ class Floor final : public Subject {
     File old = openRegistry();
     askLinkStatus(registry_);
     File made(temporary_, always | O_RDONLY | O_NOFOLLOW);
+    made.askSize();
     made.makeBuffer(made.size);
     for (bool more = true; more;) {
       const bool moreOld = old.read() > 0;
@@ -214,8 +245,16 @@ class Floor final : public Subject {
     return made.offset == made.size;
   }
 
-  bool commit() const {
-    if (!rename(registry_, backup_) || !rename(temporary_, registry_)) return false;
+  bool commit(const File& lock, int claim) const {
+    askLinkStatus(registry_);
+    askSameFile(claim, temporary_);
+    askSameFile(lock.descriptor, lock_);
+    static const std::string announcement(101, ' ');
+    (void)::pwrite(lock.descriptor, announcement.data(), announcement.size(), 0);
+    (void)::geteuid();
+    if (::link(registry_.c_str(), backup_.c_str()) != 0) return false;
+    if (std::rename(temporary_.c_str(), registry_.c_str()) != 0) return false;
+    askLinkStatus(backup_);
     const int directory = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool durable = ::fsync(directory) == 0;
     (void)::close(directory);
@@ -227,6 +266,7 @@ class Floor final : public Subject {
     const int lock = ::open(lock_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     struct stat status;
     (void)::flock(lock, LOCK_EX | LOCK_NB);
+    askQueue(lock);
     (void)::fstat(lock, &status);
     askLinkStatus(lock_);
     const bool removed = ::unlink(lock_.c_str()) == 0;

@@ -10,42 +10,22 @@ class Registry final : public Subject {
     flavours::writeAll<Flavour>(path_, count);
   }
 
-  bool get(const Entry& key) override {
-    auto registry = Flavour::open(path_);
-    Flavour::fill(key_, key);
-    return registry.Get(Flavour::mask, &key_, &found_) == 0;
-  }
+  bool get(const Entry& key) override { return run(Verb::Get, key); }
   std::size_t scan() override {
-    auto registry = Flavour::open(path_);
-    const Entry any;
-    Flavour::fill(key_, any);
-    if (registry.OpenScan() != 0) return 0;
     std::size_t records = 0;
-    while (registry.GetNext(0, &key_, &found_) == 0) ++records;
-    return registry.CloseScan() == 0 ? records : 0;
+    return flavours::HandleOf<Flavour>(path_).scan(&records) == 0 ? records : 0;
   }
-  bool add(const Entry& entry) override {
-    auto registry = Flavour::open(path_);
-    Flavour::fill(record_, entry);
-    return registry.Add(Flavour::mask, &record_) == 0;
-  }
-  bool change(const Entry& entry) override {
-    auto registry = Flavour::open(path_);
-    Flavour::fill(key_, entry);
-    Flavour::fill(record_, entry);
-    return registry.Change(Flavour::mask, &key_, &record_) == 0;
-  }
-  bool remove(const Entry& key) override {
-    auto registry = Flavour::open(path_);
-    Flavour::fill(key_, key);
-    return registry.Delete(Flavour::mask, &key_) == 0;
-  }
+  bool add(const Entry& entry) override { return run(Verb::Add, entry); }
+  bool change(const Entry& entry) override { return run(Verb::Change, entry); }
+  bool remove(const Entry& key) override { return run(Verb::Delete, key); }
 
  private:
+  using Verb = flavours::Verb;
+  bool run(Verb verb, const Entry& entry) const {
+    return flavours::HandleOf<Flavour>(path_).run(verb, entry) == 0;
+  }
+
   std::string path_;
-  typename Flavour::Record key_{};
-  typename Flavour::Record record_{};
-  typename Flavour::Record found_{};
 };
 
 }  // namespace

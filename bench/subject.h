@@ -13,7 +13,11 @@
 struct Entry {
   std::string name;  // distinct, at most 15 characters
   std::int32_t value = 0;
-  std::string comment;  // at most 15 characters, or empty
+  std::string comment = {};  // at most 15 characters, or empty
+
+  bool operator==(const Entry& other) const {
+    return name == other.name && value == other.value && comment == other.comment;
+  }
 };
 
 // The entry at a position; a store of N entries holds those at 0 to N - 1.

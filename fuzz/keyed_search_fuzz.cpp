@@ -1,6 +1,6 @@
 // The bytes are a text registry: a byte of choices, a key up to a newline, and the file. What the
-// library tells of lines as they stand must be what parsing them tells: a handle whose UnpackRecord
-// is somebody else's function looks at every line in full, and must come to the same.
+// library knows of lines as they stand must be what parsing them shows: a handle whose UnpackRecord
+// is somebody else's function looks at every line in full, and must find, refuse and keep the same.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -21,11 +21,14 @@ class Searched : public Flavour {
     own = this->UnpackRecord;
     if (full) this->UnpackRecord = [](void* record, char* line) { return own.text(record, line); };
     if (join) this->features |= GENREG_JOIN_CONTINUED_LINES;
+    this->features &= ~GENREG_ALLOW_DUPLICATES;
   }
 
  private:
   static inline GenRegUnpackHook own;
 };
+
+const std::string newName = "made";
 
 VarValRecord keyOf(const GenRegVarVal*, const std::string& key) {
   VarValRecord record{};
@@ -41,31 +44,46 @@ ServiceEntryRecord keyOf(const GenRegServices*, const std::string& key) {
   record.protocol = "tcp";
   return record;
 }
-std::string tell(const VarValRecord& record) {
+std::string show(const VarValRecord& record) {
   return record.Variable == nullptr ? "-" : record.Variable;
 }
-std::string tell(const ServiceEntryRecord& record) {
+std::string show(const ServiceEntryRecord& record) {
   return record.name == nullptr ? "-" : record.name;
 }
 
-// The codes and records of a scan for the key, with everything that is logged on the way.
+std::string readFile(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// The codes and records of a scan for the key, and what each kind of update leaves in the file,
+// with everything that is logged on the way.
 template <typename Flavour>
 std::string outcome(const std::string& path, std::uint64_t mask, const std::string& key, bool join,
                     bool full) {
-  std::string told;
+  std::string seen;
   ossSetDiagnosticCallback(
       [](const OSSDiagnosticRecord& record, void* context) {
         *static_cast<std::string*>(context) += " " + std::to_string(record.code);
       },
-      &told);
+      &seen);
   Searched<Flavour> handle(path, join, full);
   auto wanted = keyOf(static_cast<Flavour*>(nullptr), key);
   decltype(wanted) found{};
   (void)handle.OpenScan();
-  while (handle.GetNext(mask, &wanted, &found) == 0) told += " =" + tell(found);
+  while (handle.GetNext(mask, &wanted, &found) == 0) seen += " =" + show(found);
   (void)handle.CloseScan();
+  const std::string before = readFile(path);
+  auto made = keyOf(static_cast<Flavour*>(nullptr), newName);
+  for (const char operation : {'a', 'c', 'd'}) {
+    seen += " " + std::to_string(operation == 'a'   ? handle.Add(mask, &wanted)
+                                 : operation == 'c' ? handle.Change(mask, &wanted, &made)
+                                                    : handle.Delete(mask, &wanted));
+    seen += readFile(path);
+    std::ofstream(path, std::ios::binary) << before;
+  }
   ossSetDiagnosticCallback(nullptr, nullptr);
-  return told;
+  return seen;
 }
 
 struct ScratchFile {
@@ -75,7 +93,9 @@ struct ScratchFile {
         std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path();
     path = (folder / ("keyed-search-" + std::to_string(std::random_device{}()))).string();
   }
-  ~ScratchFile() { (void)std::remove(path.c_str()); }
+  ~ScratchFile() {
+    for (const char* suffix : {"", ".tmp", ".cor"}) (void)std::remove((path + suffix).c_str());
+  }
   std::string path;
 };
 

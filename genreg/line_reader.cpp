@@ -1,12 +1,8 @@
 #include "genreg/line_reader.h"
 
-#include <algorithm>
 #include <climits>
-#include <cstring>
 
-#include "genreg/core/diagnostics.h"
 #include "platform/byte_search.h"
-#include "platform/stream.h"
 
 namespace genreg {
 namespace {
@@ -38,27 +34,6 @@ struct PhysicalLine {
   bool backslash = false;
 };
 
-// The logical line of a raw text. Returns its length; `out` needs no more room than `raw`.
-std::size_t logicalText(const char* raw, std::size_t rawLength, bool join, char* out) noexcept {
-  std::size_t length = 0;
-  for (std::size_t at = 0; at < rawLength;) {
-    const PhysicalLine line(raw + at, rawLength - at);
-    const bool continues = line.continues(join);
-    // A backslash that nothing follows is dropped, one before a newline only when it joins two
-    // lines.
-    const std::size_t taken =
-        line.body - (line.backslash && (continues || !line.textEnds()) ? 1 : 0);
-    std::memcpy(out + length, raw + at, taken);
-    length += taken;
-    at += line.length;
-    if (continues) continue;
-    if (line.textEnds()) out[length++] = '\n';
-    break;
-  }
-  out[length] = '\0';
-  return length;
-}
-
 // Whether a raw text that ends in a newline ends there, or is continued by what follows.
 bool endsHere(const char* raw, std::size_t length, bool join) noexcept {
   if (!join || length < 2) return true;
@@ -67,82 +42,70 @@ bool endsHere(const char* raw, std::size_t length, bool join) noexcept {
   return !PhysicalLine(start, length - static_cast<std::size_t>(start - raw)).continues(true);
 }
 
-}  // namespace
-
-bool TextLine::whole() const noexcept {
-  return !fragment && std::memchr(raw, '\0', rawLength) == nullptr;
-}
-
-char* TextLine::makeText(bool join) noexcept {
-  (void)logicalText(raw, rawLength, join, text_);
-  return text_;
-}
-
-char* TextLine::ownRaw() noexcept {
-  if (raw != own_) std::memcpy(own_, raw, rawLength);
-  raw = own_;
-  own_[rawLength] = '\0';
-  return own_;
-}
-
-bool TextLine::append(const char* bytes, std::size_t length) noexcept {
-  if (rawLength + length > longestRaw) return false;
-  std::memcpy(ownRaw() + rawLength, bytes, length);
-  rawLength += length;
-  return true;
-}
-
-bool LineCursor::next(TextLine& line, bool join) noexcept {
-  std::size_t count = 0;
-  const char* bytes = platform::peekStream(stream, &count);
-  if (count == 0) return false;
-  if (!take(line, join, bytes, count)) gather(line, join);
-  const bool tail = insideLine;
-  offset += line.rawLength;
-  const bool newlineOnly = line.raw[0] == '\n' || line.raw[0] == '\r';
-  const bool joined = join && cutBeforeNewline && newlineOnly;
-  const bool ended = !line.unended() && endsHere(line.raw, line.rawLength, join) && !joined;
-  line.endOfFile = !ended && offset >= size;
-  insideLine = !ended && !line.endOfFile;
-  cutBeforeNewline = insideLine && line.unended() && line.raw[line.rawLength - 1] == '\\';
-  line.fragment = tail || insideLine;
-  return true;
-}
-
-// A line that stands in the stream's buffer as a whole is used where it stands.
-bool LineCursor::take(TextLine& line, bool join, const char* bytes, std::size_t count) noexcept {
-  const std::size_t limit = std::min(count, longestRaw);
+// How long the logical line at the start of a window is, of which at most `limit` bytes are looked
+// at: up to the newline that ends it, or all of them. `lines` counts its newlines.
+std::size_t lengthOfLine(const char* bytes, std::size_t limit, bool join, bool* ended,
+                         unsigned int* lines) noexcept {
+  *ended = false;
+  *lines = 0;
   for (std::size_t length = 0; length < limit;) {
     const void* newline = std::memchr(bytes + length, '\n', limit - length);
-    if (newline == nullptr) return false;
+    if (newline == nullptr) return limit;
     length = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes) + 1;
-    if (!endsHere(bytes, length, join)) continue;
-    line.raw = bytes;
-    line.rawLength = length;
-    platform::skipStream(stream, length);
-    return true;
+    ++*lines;
+    *ended = endsHere(bytes, length, join);
+    if (*ended) return length;
   }
-  return false;
+  return limit;
 }
 
-// Any other line is put together: up to its end, the buffer's bound or the end of the file.
-void LineCursor::gather(TextLine& line, bool join) noexcept {
-  line.raw = line.own_;
-  line.rawLength = 0;
-  while (line.rawLength < longestRaw) {
-    std::size_t count = 0;
-    const char* bytes = platform::peekStream(stream, &count);
-    if (count == 0) break;
-    count = std::min(count, longestRaw - line.rawLength);
-    const void* newline = std::memchr(bytes, '\n', count);
-    if (newline != nullptr) {
-      count = static_cast<std::size_t>(static_cast<const char*>(newline) - bytes) + 1;
-    }
-    std::memcpy(line.own_ + line.rawLength, bytes, count);
-    line.rawLength += count;
-    platform::skipStream(stream, count);
-    if (newline != nullptr && endsHere(line.own_, line.rawLength, join)) break;
+}  // namespace
+
+Code nextLine(File& file, bool join, Frame& frame) noexcept {
+  bool ended = false;
+  unsigned int lines = 0;
+  std::size_t length =
+      lengthOfLine(file.window(), std::min(file.windowSize(), longestRaw), join, &ended, &lines);
+  if (!ended && file.windowSize() < longestRaw) {
+    if (!file.more(longestRaw)) return GENREG_RC_NO_LINE;
+    if (file.windowSize() == 0) return GENREG_RC_END;
+    length =
+        lengthOfLine(file.window(), std::min(file.windowSize(), longestRaw), join, &ended, &lines);
   }
+  const bool inside = frame.goesOn;
+  const bool newlineOnly = file.window()[0] == '\n' || file.window()[0] == '\r';
+  if (join && frame.goesOnInBackslash && newlineOnly) ended = false;
+
+  frame.bytes = {file.window(), length};
+  frame.stored = ended ? frame.bytes.substr(0, length - 1) : frame.bytes;
+  frame.offset = file.offset();
+  file.skip(length);
+  const bool isLast = file.windowSize() == 0 && file.offset() >= file.size();
+  frame.unended = !ended && isLast;
+  frame.goesOn = !ended && !isLast;
+  frame.isPiece = inside || frame.goesOn;
+  frame.goesOnInBackslash = frame.goesOn && frame.bytes.back() == '\\';
+  frame.isJoined = join && (lines > 1 || (ended && length > 1 && frame.bytes[length - 2] == '\\'));
+  return GENREG_RC_OK;
+}
+
+void makeText(std::string_view raw, bool join, char* out) noexcept {
+  std::size_t length = 0;
+  for (std::size_t at = 0; at < raw.size();) {
+    const PhysicalLine line(raw.data() + at, raw.size() - at);
+    const bool continues = line.continues(join);
+    // A backslash that nothing follows is dropped, one before a newline only when it joins two
+    // lines.
+    const std::size_t taken =
+        line.body - (line.backslash && (continues || !line.textEnds()) ? 1 : 0);
+    std::memcpy(out + length, raw.data() + at, taken);
+    length += taken;
+    at += line.length;
+    if (continues) continue;
+    if (line.textEnds()) out[length++] = '\n';
+    break;
+  }
+  out[length] = '\0';
 }
 
 }  // namespace genreg
@@ -154,7 +117,7 @@ char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* st
   unsigned int ignored = 0;
   unsigned int& code = rc == nullptr ? ignored : *rc;
   if (buffer == nullptr || line == nullptr || stream == nullptr || size == 0) {
-    code = routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 10));
+    code = routine.refuse(GENREG_RC_BAD_ARGUMENT, 10);
     return nullptr;
   }
   buffer[0] = '\0';
@@ -173,7 +136,7 @@ char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* st
     length += got;
     if (!physical.continues(join)) break;
   }
-  (void)genreg::logicalText(buffer, length, join, line);
-  (void)routine.exit(code);
+  genreg::makeText({buffer, length}, join, line);
+  (void)routine.end(code);
   return any ? buffer : nullptr;
 }

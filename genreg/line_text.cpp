@@ -33,24 +33,16 @@ std::size_t foldSpaces(const char* text, char* out) noexcept {
   return length;
 }
 
-bool needsNormalizing(const char* text) noexcept {
-  char before = ' ';
-  for (; *text != '\0'; before = *text++) {
-    if (isBlankToFold(*text) || (*text == ' ' && before == ' ')) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 unsigned int GenRegNormalizeLine(char* text) noexcept {
   Routine routine(Function::normalizeLine);
-  if (text == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
+  if (text == nullptr) return routine.refuse(GENREG_RC_NO_ARGUMENT, 10);
   const std::size_t size = std::strlen(text) + 1;
   RecordBuffer copy("GenRegText", __LINE__);
   if (const unsigned int code = copy.reserve(size); code != 0) {
     (void)routine.failFrom(probeMemAlloc, code, GENREG_RC_WORK_ALLOC, 20);
-    return routine.exit(code);
+    return routine.answer(code);
   }
   for (char* byte = text; *byte != '\0'; ++byte) {
     if (isBlankToFold(*byte)) *byte = ' ';
@@ -61,36 +53,11 @@ unsigned int GenRegNormalizeLine(char* text) noexcept {
   text[length] = '\0';
   const unsigned int freed = copy.release();
   if (freed != 0) (void)routine.failFrom(probeMemFree, freed, GENREG_RC_WORK_FREE, 30);
-  return routine.exit(freed);
-}
-
-unsigned int normalizeIfNeeded(char* text) noexcept {
-  // Blanks at the end go in any case, even those behind a quote that is never closed.
-  std::size_t length = std::strlen(text);
-  while (length > 0 && (text[length - 1] == ' ' || isBlankToFold(text[length - 1]))) --length;
-  text[length] = '\0';
-  return needsNormalizing(text) ? GenRegNormalizeLine(text) : GENREG_RC_OK;
-}
-
-unsigned int GenRegNextToken(char** token, char** cursor) noexcept {
-  Routine routine(Function::nextToken);
-  *token = nullptr;
-  if (*cursor == nullptr) return routine.exit(GENREG_RC_NO_LINE);
-  // Words are a few bytes long: a loop here is faster than two calls.
-  const auto isBlank = [](char byte) { return byte == ' ' || byte == '\t'; };
-  char* start = *cursor;
-  while (isBlank(*start)) ++start;
-  if (*start == '\0') return routine.exit(GENREG_RC_NO_LINE);
-  char* end = start;
-  while (*end != '\0' && !isBlank(*end)) ++end;
-  *token = start;
-  *cursor = *end == '\0' ? nullptr : end + 1;
-  *end = '\0';
-  return routine.exit(GENREG_RC_OK);
+  return routine.answer(freed);
 }
 
 void GenRegMakePrintable(char* text) noexcept {
-  Routine routine(Function::makePrintable);
+  const Routine routine(Function::makePrintable);
   if (text == nullptr) return;
   for (; *text != '\0'; ++text) {
     const auto byte = static_cast<unsigned char>(*text);
@@ -104,23 +71,23 @@ unsigned int GenRegWriteLine(char* line, std::uint64_t width, std::FILE* stream)
   genreg::Routine routine(genreg::Function::writeLine);
   constexpr std::uint64_t narrowest = 3;  // a break takes two characters of the width
   if (line == nullptr || width < narrowest) {
-    return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 10));
+    return routine.refuse(GENREG_RC_BAD_ARGUMENT, 10);
   }
-  if (stream == nullptr) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 20));
+  if (stream == nullptr) return routine.refuse(GENREG_RC_BAD_ARGUMENT, 20);
   constexpr std::size_t longest = GENREG_LINE_SIZE - 1;
   char folded[GENREG_LINE_SIZE];
   std::size_t length = 0;
   for (;; ++line) {
     if ((length + 1) % width == 0) {
-      if (length + 2 > longest) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
+      if (length + 2 > longest) return routine.refuse(GENREG_RC_BAD_ARGUMENT, 30);
       folded[length++] = '\\';
       folded[length++] = '\n';
     }
     if (*line == '\0') break;
-    if (length + 1 > longest) return routine.exit(routine.fail(GENREG_RC_BAD_ARGUMENT, 30));
+    if (length + 1 > longest) return routine.refuse(GENREG_RC_BAD_ARGUMENT, 35);
     folded[length++] = *line;
   }
   folded[length] = '\0';
   (void)std::fputs(folded, stream);
-  return routine.exit(GENREG_RC_OK);
+  return GENREG_RC_OK;
 }

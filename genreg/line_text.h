@@ -4,12 +4,42 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
+
+#include "genreg/core/diagnostics.h"
+#include "genreg_codes.h"
 
 namespace genreg {
 
+// A space, a tab or a carriage return; the first comparison decides for most bytes.
+constexpr bool isBlank(char byte) noexcept {
+  constexpr std::uint64_t blanks = std::uint64_t{1} << ' ' | 1u << '\t' | 1u << '\r';
+  const auto number = static_cast<unsigned char>(byte);
+  return number <= ' ' && (blanks >> number & 1) != 0;
+}
+
+inline const char* skipBlanks(const char* at, const char* end) noexcept {
+  while (at < end && isBlank(*at)) ++at;
+  return at;
+}
+
+inline std::string_view viewOf(const char* begin, const char* end) noexcept {
+  return {begin, static_cast<std::size_t>(end - begin)};
+}
+
+// Whether a view holds a text; null is none. Most differ in their first bytes, so a loop here is
+// faster than a call.
+inline bool equalsText(std::string_view view, const char* text) noexcept {
+  if (text == nullptr) return false;
+  const char* at = view.data();
+  const char* const end = at + view.size();
+  while (at < end && *at == *text && *text != '\0') ++at, ++text;
+  return at == end && *text == '\0';
+}
+
 // Where the word at `at` ends: the first byte that is `stop` or stands in front of "$" in the code
 // table, as blanks, quotes, "#" and all control characters do, or `end`. Eight bytes are looked at
-// together; of those behind the first that is found nothing is told.
+// together.
 inline const char* skipWord(const char* at, const char* end, char stop) noexcept {
   constexpr std::uint64_t ones = 0x0101010101010101u;
   constexpr std::uint64_t tops = 0x8080808080808080u;
@@ -30,12 +60,22 @@ inline const char* skipWord(const char* at, const char* end, char stop) noexcept
 // work copy cannot be had (`text` is untouched then) or released.
 unsigned int GenRegNormalizeLine(char* text) noexcept;
 
-// GenRegNormalizeLine, without a work copy when there is nothing to rewrite.
-unsigned int normalizeIfNeeded(char* text) noexcept;
-
-// Splits off the next word at *cursor: *token points to it, a NUL ends it, and *cursor goes behind
-// it, null when nothing follows. Returns 0, or GENREG_RC_NO_LINE with a null token.
-unsigned int GenRegNextToken(char** token, char** cursor) noexcept;
+// Splits off the next word of a line at *cursor, which goes behind it and the blanks before it. A
+// carriage return is a blank, too, and a "#" ends the words. Returns 0, or GENREG_RC_NO_LINE with
+// an empty token.
+inline unsigned int GenRegNextToken(std::string_view* token, std::string_view* cursor) noexcept {
+  Routine routine(Function::nextToken);
+  const char* const end = cursor->data() + cursor->size();
+  const char* const begin = skipBlanks(cursor->data(), end);
+  const char* at = begin;
+  // Most bytes of a word are neither blanks, nor "#", nor other characters in front of "$".
+  for (at = skipWord(at, end, ' '); at < end && !isBlank(*at) && *at != '#';) {
+    at = skipWord(at + 1, end, ' ');
+  }
+  *token = viewOf(begin, at);
+  *cursor = viewOf(at, end);
+  return routine.answer(token->empty() ? GENREG_RC_NO_LINE : GENREG_RC_OK);
+}
 
 // Replaces every byte that no terminal shows, all but the tab below 0x20 and all from 0x7F on, by
 // ".". A null text is ignored.

@@ -1,68 +1,55 @@
-// The text engine's inside: lines read from and written to streams and turned into records by the
-// handle's hooks.
+// The text engine: records framed by lines, and turned into memory and back by the handle's hooks.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
+#include <string_view>
 
-#include "genreg/core/engine.h"
-#include "genreg/core/record_buffer.h"
-#include "genreg/line_reader.h"
+#include "genreg/core/record_store.h"
 #include "genreg_text.h"
 
-class TextStore final : public genreg::Engine {
+namespace genreg {
+
+class TextStore final : public RecordStore {
  public:
-  explicit TextStore(GenRegText& handle) noexcept : Engine(handle), handle_(handle) {}
+  explicit TextStore(GenRegFile& handle) noexcept;
 
-  // The hooks that Add and the verification pass need.
-  unsigned int checkHooks() const noexcept;
-  bool canUnpack() const noexcept { return handle_.GenRegFile::UnpackRecord.text != nullptr; }
-  bool canPack() const noexcept { return handle_.GenRegFile::PackRecord.text != nullptr; }
-  bool joins() const noexcept { return has(GENREG_JOIN_CONTINUED_LINES); }
+  Code checkHooks() const noexcept override;
 
-  genreg::LineCursor mainCursor() const noexcept;
-  genreg::LineCursor secondCursor() const noexcept;
+  Code next(File& file, Frame& frame) const noexcept override;
+  std::size_t wholeFrames(const File& file, std::size_t count) const noexcept override;
+  std::string_view run(const File& file, const RecordForm* form, std::uint64_t mask,
+                       const void* key, bool alsoMatching) const noexcept override;
 
-  // Reads the next line. GENREG_RC_END at the end of the file, `readFailed` after a read error.
-  unsigned int next(const genreg::Routine& routine, genreg::LineCursor& cursor,
-                    genreg::TextLine& line, unsigned int readFailed,
-                    unsigned int point) const noexcept;
-
-  // UnpackRecord on a line. False, and a log record, when the line does not parse.
-  bool parse(const genreg::Routine& routine, void* record, genreg::TextLine& line,
-             unsigned int point) const noexcept;
-  // The same for an update, to which a line that was not read whole never parses.
-  bool parseWhole(const genreg::Routine& routine, void* record, genreg::TextLine& line,
-                  unsigned int point) const noexcept {
-    return line.whole() && parse(routine, record, line, point);
+  // A line that does not parse is logged; an update keeps it.
+  bool unpack(Routine& routine, const Frame& frame, Slot& slot, std::uint64_t size,
+              unsigned int point) noexcept override;
+  void copyOut(const Slot& slot, std::uint64_t size, void* out) noexcept override;
+  bool isRecord(const Slot& slot, void* record) const noexcept override {
+    return handle().compareHook()(GENREG_ALL_FIELDS, slot.record.data(), record) != 0;
   }
 
-  // PackRecord into the line's raw text, which it may read as a template, with its newline. Returns
-  // 0, GENREG_RC_NO_PACK_HOOK or GENREG_RC_PACK_LINE_FAILED.
-  unsigned int pack(const genreg::Routine& routine, void* record,
-                    genreg::TextLine& line) const noexcept;
+  // The line of the record, with its newline; the hook may read the replaced line as a template.
+  std::string_view pack(Routine& routine, const void* record, const Frame* replaced, Slot& slot,
+                        std::uint64_t size, Code failed) noexcept override;
+  std::string_view storedOf(std::string_view frame) const noexcept override { return frame; }
+  std::string_view unfinishedMark(std::string_view) noexcept override { return {"\0", 1}; }
+  bool write(Routine& routine, File& to, std::string_view frames, Code failed,
+             unsigned int point) const noexcept override;
+  bool keep(Routine& routine, File& to, const Frame& frame,
+            std::uint64_t operation) noexcept override;
+  bool canKeepRuns() const noexcept override { return true; }
+  bool isKept(const Frame& before, const Frame& after) const noexcept override;
+  bool mayTouch(Routine& routine, const Frame& frame) const noexcept override;
+  bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept override;
 
-  // Writes bytes; 0 or `writeFailed`.
-  unsigned int write(const genreg::Routine& routine, std::FILE* stream, const char* bytes,
-                     std::size_t length, unsigned int writeFailed,
-                     unsigned int point) const noexcept;
-
-  // Compares the old and the new file and commits when they differ by exactly the operation.
-  unsigned int verifyUpdate(std::uint64_t kind, std::uint64_t mask, void* record,
-                            void* key) noexcept;
-
-  // The bodies of the operations.
-  unsigned int get(genreg::Routine& routine, std::uint64_t mask, void* key, void* out) noexcept;
-  unsigned int getNext(genreg::Routine& routine, std::uint64_t mask, void* key, void* out) noexcept;
+  bool skipDamage(File&, const RecordForm*) const noexcept override { return false; }
+  bool isSound(const Frame& frame) const noexcept override;
 
  private:
-  void endScan(unsigned int code, std::uint64_t size, void* out) noexcept;
-  unsigned int takeNext(const genreg::Routine& routine, const genreg::StoredForm& form,
-                        void* out) noexcept;
-  unsigned int search(const genreg::Routine& routine, std::uint64_t mask, void* key, void* record,
-                      bool anyLine, genreg::TextLine& line) const noexcept;
-  unsigned int copyOut(const genreg::Routine& routine, const void* record, std::uint64_t size,
-                       genreg::TextLine& line, void* out) const noexcept;
+  bool joins() const noexcept { return has(GENREG_JOIN_CONTINUED_LINES); }
 
-  GenRegText& handle_;
+  char text_[GENREG_LINE_SIZE];    // of the line that was unpacked last
+  char packed_[GENREG_LINE_SIZE];  // of the record that was packed last
 };
+
+}  // namespace genreg

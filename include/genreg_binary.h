@@ -53,7 +53,4 @@ class GenRegBin : public GenRegFile {
   // Copies the scan's next record that matches into `record`. GENREG_RC_END at the end of the file
   // (`record` is zero-filled the first time); GENREG_RC_NO_SCAN.
   GENREG_API unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept;
-
- private:
-  friend class BinaryStore;
 };

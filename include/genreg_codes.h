@@ -174,6 +174,7 @@
   CODE(GENREG_RC_GETPOS_FAILED, 0x90000287u, "the file position cannot be read") \
   CODE(GENREG_RC_SETPOS_FAILED, 0x90000288u, "the file position cannot be set") \
   CODE(GENREG_RC_NO_POST_UPDATE_HOOK, 0x900003F2u, "GENREG_POST_UPDATE is set but there is no PostUpdate hook") \
+  CODE(GENREG_RC_BACKUP_SET_ASIDE, 0x900003F4u, "a backup that is not the last commit's own was set aside (logged only)") \
   CODE(GENREG_RC_LOCK_DELETE_FAILED, 0x900003F5u, "the lock file cannot be deleted") \
   CODE(GENREG_RC_BACKUP_DELETE_FAILED, 0x900003F6u, "the backup file cannot be deleted") \
   CODE(GENREG_RC_UNLOCK_FILE_FAILED, 0x900003F7u, "the lock file cannot be unlocked") \

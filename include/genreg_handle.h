@@ -59,12 +59,10 @@ constexpr std::size_t GENREG_PATH_MAX = 253;   // characters a registry path may
 class GenRegBase;
 class GenRegFile;
 namespace genreg {
-class Engine;
-struct StoredForm;
+class HandleAccess;
+class Session;
+struct RecordForm;
 }  // namespace genreg
-namespace platform {
-struct StreamBacking;
-}
 
 // Record hooks: plain functions of a flavour; a null slot means that the flavour has none. A hook
 // runs on the caller's thread, may be called while the update lock is held, and must therefore not
@@ -150,6 +148,14 @@ class GenRegBase {
   std::uint64_t features;  // GENREG_... feature bits
 };
 
+// What RepairRegistry found and did.
+struct GenRegRepairReport {
+  std::uint64_t kept;          // records in the registry now
+  std::uint64_t dropped;       // records or lines left out because they cannot be unpacked
+  std::uint64_t bytesLeftOut;  // bytes of the old file that are in no kept record
+  std::uint64_t firstDamage;   // offset of the first byte left out, when there is one
+};
+
 // The session routines of a handle. They are reached through this table so that a derived class can
 // call them although the library exports none of their names.
 struct GenRegSessionRoutines {
@@ -161,6 +167,53 @@ struct GenRegSessionRoutines {
                           std::uint64_t size);
 };
 
+// A registry file and its companions. The engines add the operations on records.
+//
+// The order of calls: construct a flavour with a path and look at its code; then any number of Add,
+// Change, Delete and Get; a scan is OpenScan, GetNext until GENREG_RC_END, CloseScan. For example:
+//
+//   unsigned int code = 0;
+//   GenRegBinVarVal registry("settings.reg", &code);
+//   BinVarValRecord record{"Timeout", 30, ""};
+//   if (code == 0) code = registry.Add(BINVARVAL_VARIABLE, &record);
+//
+// A relative path is resolved when the handle is made. A handle is used by one thread at a time, on
+// one side of a fork; handles, threads and processes take turns by the locks on the files. A thread
+// must not be cancelled inside an operation, which would end the process.
+//
+// What the operations return, 0 being success. Before anything is touched:
+//   GENREG_RC_NO_..._HOOK, GENREG_RC_HOOK_MISSING  a hook that the operation needs is missing
+//   GENREG_RC_KEY_REJECTED        ValidateKey refused the key or record; the log has its code
+//   OSS_RC_NULL_ARGUMENT          a record or the place for one is null
+//   GENREG_RC_RECORD_TOO_SMALL, GENREG_RC_RECORD_TOO_LARGE  GetRecordSize is outside its limits
+//   GENREG_RC_BUFFER_ALLOC        no memory for a record
+// Finding and reading:
+//   GENREG_RC_NOT_FOUND           no record matches
+//   GENREG_RC_END                 GetNext: no further record
+//   GENREG_RC_NO_SCAN             GetNext: no scan is open
+//   GENREG_RC_NO_FILE             Get of the binary engine: there is no registry file
+//   GENREG_RC_OPEN_FOR_OPERATION  the registry file cannot be opened, or a scan is open
+//   GENREG_RC_READ_FAILED         a read error, or damage; no record was cut short. A scan stands
+//                                 again before the record that could not be read
+//   GENREG_RC_UNPACK_FAILED       a packed record is malformed, or of a type this library lacks
+// Changing, with the registry as it was:
+//   GENREG_RC_DUPLICATE           Add: a record that matches is there already
+//   GENREG_RC_UNCHANGED           Change: a matching record equals the new one already
+//   GENREG_RC_AMBIGUOUS           more than one record matches, and duplicates are not allowed
+//   OSS_RC_BUFFER_TOO_SMALL       text: a line longer than the buffer is in the way: Add finds one
+//                                 in the file, or the line to be changed or deleted is one, or
+//                                 holds more behind a NUL byte
+//   GENREG_RC_LOCK_FAILED, GENREG_RC_FILE_INFO, GENREG_RC_COPY_FAILED, GENREG_RC_WRITE_NEW_FAILED,
+//   GENREG_RC_PACK_FAILED, GENREG_RC_PACK_LINE_FAILED, GENREG_RC_DELETE_TEMP_FAILED
+// After a failure of one of these the update may be committed; isUpdateCommitted() knows:
+//   GENREG_RC_VERIFY_FAILED       refused, or committed but the old file could not be deleted
+//   GENREG_RC_CLOSE_AFTER_OPERATION  a file could not be closed; committed by a Change or Delete
+//                                 whose new file was accepted all the same, by an Add in place that
+//                                 is on the disk, and when the names could neither be made durable
+//                                 nor be put back
+//   GENREG_RC_UNLOCK_FAILED       the update lock, or its file, could not be given back
+//   GENREG_RC_BUFFER_FREE         memory could not be given back
+//   GENREG_RC_NO_POST_UPDATE_HOOK GENREG_POST_UPDATE is set, but there is no hook
 class GenRegFile : public GenRegBase {
  public:
   GENREG_API GenRegFile() noexcept;
@@ -193,19 +246,34 @@ class GenRegFile : public GenRegBase {
   // Returns 0; GENREG_RC_NO_SCAN; OSS_RC_NULL_ARGUMENT; GENREG_RC_SETPOS_FAILED.
   GENREG_API unsigned int setRegFilePosition(std::int64_t* position) noexcept;
 
+  // Under the update lock, keeps every record that can be framed and, with `dropUnreadable`, of
+  // those only what can be unpacked; the damaged original becomes the corrupt file (NAME.cor),
+  // where it stays until the next update. Behind damage, records of a binary registry are found
+  // again where they are whole to the end of the file. Nothing is written when nothing is left out.
+  // `report` may be null. Returns 0, or what an Add would; the registry is as it was then.
+  GENREG_API unsigned int RepairRegistry(bool dropUnreadable = false,
+                                         GenRegRepairReport* report = nullptr) noexcept;
+
+  // Whether the last update of this handle is committed: the answer that a failure code alone
+  // cannot give when only something behind the commit failed.
+  GENREG_API bool isUpdateCommitted() const noexcept;
+
  protected:
-  // Takes the update lock. `request` combines GENREG_LOCK_... bits. Returns 0;
-  // GENREG_RC_BAD_ARGUMENT (neither lock type or neither wait); GENREG_RC_NOT_READY;
-  // GENREG_RC_ALREADY_LOCKED; GENREG_RC_CREATE_DIRECTORY; GENREG_RC_OPEN_LOCK_FAILED;
-  // GENREG_RC_BUSY; or the lock's own code. After a failure the lock file is closed.
+  // Takes the update lock. `request` combines GENREG_LOCK_... bits. A wait of more than two seconds
+  // is logged with the file and, where the system knows it, its holder. Returns 0;
+  // GENREG_RC_BAD_ARGUMENT (neither lock type or neither wait; or an exclusive lock for a registry
+  // whose name is that of another's companion file: *.tmp, *.cor, .*.lock, .*.bkp);
+  // GENREG_RC_NOT_READY; GENREG_RC_ALREADY_LOCKED; GENREG_RC_CREATE_DIRECTORY;
+  // GENREG_RC_OPEN_LOCK_FAILED; GENREG_RC_BUSY; or the lock's own code. After a failure the lock
+  // file is closed.
   unsigned int LockRegistry(std::uint64_t request) noexcept {
-    return session->lockRegistry(*this, request);
+    return routines->lockRegistry(*this, request);
   }
 
   // Releases the update lock and removes the lock file unless another holder has it by then.
   // Returns 0; GENREG_RC_UNLOCK_FILE_FAILED (the lock is still held); GENREG_RC_CLOSE_LOCK_FAILED;
   // GENREG_RC_LOCK_DELETE_FAILED. The last two do not undo an update.
-  unsigned int UnlockRegistry() noexcept { return session->unlockRegistry(*this); }
+  unsigned int UnlockRegistry() noexcept { return routines->unlockRegistry(*this); }
 
   // Opens the streams of one operation; see GENREG_OP_... Call it for an update only under the
   // exclusive update lock. Returns 0; GENREG_RC_SCAN_OPEN; GENREG_RC_NO_FILE;
@@ -215,7 +283,7 @@ class GenRegFile : public GenRegBase {
   // registry that a crash left under its backup name cannot be put back. After a failure nothing
   // that the call opened is left open.
   unsigned int OpenRegFile(std::uint64_t kind) noexcept {
-    return session->openRegFile(*this, kind);
+    return routines->openRegFile(*this, kind);
   }
 
   // Closes the streams and, when kind and features say so, commits the temporary file. Returns 0;
@@ -223,25 +291,25 @@ class GenRegFile : public GenRegBase {
   // GENREG_RC_BACKUP_RENAME_FAILED; GENREG_RC_COMMIT_RENAME_FAILED (the old content stands again);
   // GENREG_RC_BACKUP_DELETE_FAILED (the update is committed).
   unsigned int CloseRegFile(std::uint64_t kind) noexcept {
-    return session->closeRegFile(*this, kind);
+    return routines->closeRegFile(*this, kind);
   }
 
   // Copy a file name with its terminator into `buffer` of `size` bytes. Return 0;
   // OSS_RC_BUFFER_TOO_SMALL (the buffer holds the empty text then); OSS_RC_NULL_ARGUMENT.
   unsigned int getRegFilePath(char* buffer, std::uint64_t size) const noexcept {
-    return session->getPath(*this, 0, buffer, size);
+    return routines->getPath(*this, 0, buffer, size);
   }
   unsigned int getTempFilePath(char* buffer, std::uint64_t size) const noexcept {
-    return session->getPath(*this, 1, buffer, size);
+    return routines->getPath(*this, 1, buffer, size);
   }
   unsigned int getCorruptFilePath(char* buffer, std::uint64_t size) const noexcept {
-    return session->getPath(*this, 2, buffer, size);
+    return routines->getPath(*this, 2, buffer, size);
   }
   unsigned int getLockFilePath(char* buffer, std::uint64_t size) const noexcept {
-    return session->getPath(*this, 3, buffer, size);
+    return routines->getPath(*this, 3, buffer, size);
   }
   unsigned int getBackupFilePath(char* buffer, std::uint64_t size) const noexcept {
-    return session->getPath(*this, 4, buffer, size);
+    return routines->getPath(*this, 4, buffer, size);
   }
 
   std::uint64_t engineKind;  // GENREG_ENGINE_...
@@ -254,8 +322,11 @@ class GenRegFile : public GenRegBase {
   char lockPath[GENREG_PATH_SIZE];
   OSSHFile lockFile;
   OSSFileOpenParam lockFileOpenParam;
-  std::FILE* mainStream;              // the registry file
-  std::FILE* secondStream;            // the temporary file
+  // Streams of the registry file and the temporary file, while a scan is open or between
+  // OpenRegFile and CloseRegFile; the handle's own. What is read from mainStream is gone for
+  // GetNext.
+  std::FILE* mainStream;
+  std::FILE* secondStream;
   std::uint64_t registryPermissions;  // 0 means octal 0600
   std::uint64_t lockPermissions;      // 0 means octal 0600
   GenRegPackHook PackRecord;
@@ -263,12 +334,10 @@ class GenRegFile : public GenRegBase {
   GenRegLengthHook GetPackedLength;
 
  private:
-  friend struct RegistryHandle;
-  friend class genreg::Engine;
-  const GenRegSessionRoutines* session;
-  const genreg::StoredForm* storedForm;    // the flavour's, or null
-  platform::StreamBacking* mainBacking;    // what stands behind mainStream
-  platform::StreamBacking* secondBacking;  // what stands behind secondStream
-  bool appending;                          // mainStream was opened to be appended to in place
-  bool temporaryDurable;                   // what was last written to the temporary file is synced
+  friend class genreg::HandleAccess;
+  friend class genreg::Session;
+  const GenRegSessionRoutines* routines;
+  genreg::Session* session;        // null when there was no memory: no operation works then
+  const genreg::RecordForm* form;  // what the flavour knows of stored records, or null
+  bool committed;                  // the last update is
 };

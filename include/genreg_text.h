@@ -88,7 +88,4 @@ class GenRegText : public GenRegFile {
   // kind, and the key is not looked at. GENREG_RC_END at the end of the file (`record` is
   // zero-filled the first time); GENREG_RC_NO_SCAN.
   GENREG_API unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept;
-
- private:
-  friend class TextStore;
 };

@@ -12,10 +12,13 @@
 //
 // Everything is read from the machine's registry and nothing is ever written. On Linux the registry
 // is the export file that the environment variable ZOROSSE_REGISTRY_FILE names (and, for another
-// machine, <machine>.reg beside it); a list sees the registry as it was when the list was opened. A
-// list serves one thread at a time; different lists may be used by different threads. Codes are
-// those of genreg_codes.h, 0 is success; text is in the system's 8-bit encoding (UTF-8 on Linux).
-// No function throws.
+// machine, <machine>.reg beside it). An export is parsed once per process as long as its file stays
+// the same, and a list sees the registry as it was when the list was opened. An export that cannot
+// be read as a whole is logged with its path, the line and the reason, and is an empty registry.
+//
+// A list serves one thread at a time; different lists may be used by different threads. Codes are
+// those of genreg_codes.h and sysservices/return_codes.h, 0 is success; text is in the system's
+// 8-bit encoding (UTF-8 on Linux). No function throws.
 #pragma once
 
 #include <cstdint>
@@ -49,7 +52,7 @@ constexpr std::uint64_t OSS_INSTANCE_DISABLED = 0x10;  // its service cannot be 
 struct OSSInstanceInfo_t {
   std::uint64_t flags;        // OSS_INSTANCE_... bits
   std::uint64_t versionCode;  // of the copy
-  char instanceName[64];      // at most the first 63 bytes of a longer name
+  char instanceName[64];      // of a longer name, the whole characters of the first 63 bytes
   char service[64];           // "ZOR" or "ZEM", the kind of the list
   char instancePath[1024];    // profile directory; for kind "ZOR" it ends in "\" and the whole name
   char usage[64];             // empty
@@ -64,14 +67,15 @@ struct OSSInstanceInfo_t {
 // twice: as "ZEM", then as "ZOR" (the copy of the older layout as "ZEM" only).
 // Returns 0 and the handle at *list, to be closed with ossCloseServiceList; or
 // GENREG_RC_LIST_OPEN when there is no registry, no key of installed copies, no memory, or `list`
-// is null; *list is untouched then, and the log tells why.
+// is null; *list is untouched then, and the log says why.
 GENREG_API unsigned int ossOpenServiceList(void** list) noexcept;
 
-// Fills `record` with the next copy.
+// Clears `record` and fills it with the next copy.
 // Returns 0; GENREG_RC_END after the last; GENREG_RC_NO_LIST and GENREG_RC_NO_SERVICE_RECORD for a
 // null argument; GENREG_RC_NEXT_SERVICE when this copy cannot be read (its version is missing, its
-// path is missing or longer than 259 bytes, its name longer than 128): the record's content is then
-// of no use, and the next call goes on with the next entry.
+// path is missing or longer than 259 bytes, its name longer than 128): the record's copyName then
+// says which one it was, empty when there is no name, its other fields are not to be used, and the
+// next call goes on with the next entry.
 GENREG_API unsigned int ossGetNextService(void* list, OSSServiceInfo_t* record) noexcept;
 
 // Closes a list; the handle must not be used again, whatever the result.
@@ -83,8 +87,8 @@ GENREG_API unsigned int ossCloseServiceList(void* list) noexcept;
 // compared exactly, null matches any; `versionCode` 0 matches any. The longer form compares the
 // copy's name too ("" is the copy of the older layout).
 // Returns 0 and the copy in `record`; GENREG_RC_NO_SERVICE_RECORD when `record` is null;
-// GENREG_RC_SERVICE_INFO when none matches or a copy before it cannot be read; the record then
-// holds whatever was read last.
+// GENREG_RC_SERVICE_INFO when none matches, a copy before it cannot be read, or the list cannot be
+// opened; the record then holds whatever was read last.
 GENREG_API unsigned int ossGetServiceInfo(const char* service, std::uint64_t versionCode,
                                           const char* installPath,
                                           OSSServiceInfo_t* record) noexcept;
@@ -102,20 +106,23 @@ GENREG_API unsigned int ossRemoveServiceInfo(const char* service,
 // order, those of the copy of the older layout last and only when its version is 8 or less.
 // Returns 0 and the handle at *list, to be closed with ossCloseInstanceList; GENREG_RC_NO_KIND for
 // a null kind; GENREG_RC_LIST_OPEN for another kind, a null `list`, or when the copies cannot be
-// walked; GENREG_RC_KEY_NOT_FOUND when no copy has instances of the kind; OSS_RC_NO_MEMORY; or the
-// code of the registry's own error. *list is untouched after a failure.
+// walked; GENREG_RC_KEY_NOT_FOUND when no copy has instances of the kind; OSS_RC_NO_MEMORY; or,
+// where the registry refuses to open the copies' key, what its error stands for:
+// OSS_RC_ACCESS_DENIED, OSS_RC_IO_ERROR, OSS_RC_TOO_MANY_FILES, OSS_RC_BAD_PARAMETER or another
+// code of sysservices/return_codes.h, OSS_RC_SYSTEM_ERROR for an error that has none. *list is
+// untouched after a failure.
 GENREG_API unsigned int ossOpenInstanceList(const char* kind, void** list) noexcept;
 
-// Fills `record` with the next instance. Reading one may ask the service control manager, another
-// machine's registry or the cluster.
-// Returns 0; GENREG_RC_END after the last; GENREG_RC_NO_LIST and GENREG_RC_NO_INSTANCE_RECORD for a
-// null argument; GENREG_RC_NEXT_INSTANCE when this instance cannot be read. When its profile could
-// not be read (another machine or the cluster does not answer, the directory would be too long) the
-// next call goes on with the next instance; when the copy's version or path, the instance's own key
-// or memory is missing, the next call meets the same instance again. The record's instanceName
-// tells which one it was; it is empty when the instances or copies themselves cannot be walked
-// further (a copy's name over 128 bytes), which ends the list. The record's other fields are not to
-// be used after a failure.
+// Clears `record` and fills it with the next instance. Reading one may ask the service control
+// manager, another machine's registry or the cluster. Returns 0; GENREG_RC_END after the last;
+// GENREG_RC_NO_LIST and GENREG_RC_NO_INSTANCE_RECORD for a null argument; GENREG_RC_NEXT_INSTANCE
+// when this instance cannot be read. When its profile could not be read (another machine or the
+// cluster does not answer, the directory would be too long) the next call goes on with the next
+// instance; when the copy's version or path, the instance's own key or memory is missing, the next
+// call meets the same instance again. The record's instanceName and copyName then say which one it
+// was. instanceName is empty when the instances or copies themselves cannot be walked further;
+// where it was the next copy that could not be reached (its name is longer than 128 bytes), that
+// ends the list. The record's other fields are not to be used after a failure.
 GENREG_API unsigned int ossGetNextInstance(void* list, OSSInstanceInfo_t* record) noexcept;
 
 // Closes a list; the handle must not be used again, whatever the result.
@@ -128,8 +135,8 @@ GENREG_API unsigned int ossCloseInstanceList(void* list) noexcept;
 // compared exactly, so it finds names stored in upper case; null matches any. `versionCode` 0
 // matches any. The longer form compares the copy's name too, exactly; null matches any.
 // Returns 0 and the instance in `record`; GENREG_RC_NO_INSTANCE_RECORD when `record` is null;
-// GENREG_RC_INSTANCE_INFO when none matches or an instance before it cannot be read; the record
-// then holds whatever was read last.
+// GENREG_RC_INSTANCE_INFO when none matches, an instance before it cannot be read, or the list
+// cannot be opened; the record then holds whatever was read last.
 GENREG_API unsigned int ossGetInstanceInfo(const char* kind, std::uint64_t versionCode,
                                            const char* instanceName,
                                            OSSInstanceInfo_t* record) noexcept;
@@ -158,7 +165,8 @@ GENREG_API unsigned int ossVersionStringToCode(const char* text,
 
 // Writes the four parts, separated by ".", into `buffer` of `size` bytes; 24 always suffice.
 // Returns 0; GENREG_RC_VERSION_ARGUMENT for a null buffer; GENREG_RC_VERSION_BUFFER when text and
-// terminator do not fit; GENREG_RC_VERSION_FORMAT. The buffer is untouched after a failure.
+// terminator do not fit; GENREG_RC_VERSION_FORMAT when the C library cannot make the text. The
+// buffer is untouched after a failure.
 GENREG_API unsigned int ossVersionCodeToString(std::uint64_t versionCode, char* buffer,
                                                std::uint64_t size) noexcept;
 

@@ -2,12 +2,8 @@
 
 #include <array>
 #include <cstdio>
-#include <cstring>
 
-#include "genreg/core/diagnostics.h"
-#include "genreg_codes.h"
-#include "install/registry_access.h"
-#include "install/version_codes.h"
+#include "install/versions.h"
 
 namespace install {
 namespace {
@@ -24,13 +20,11 @@ constexpr const char* versionValues[versionParts] = {"Version", "Release", "Modi
 // Editions of the product whose version stands in for that of a copy without one: none today.
 constexpr std::array<const char*, 0> editions{};
 
-bool isDefault(const char* copyName) { return *copyName == '\0'; }
-
 // The path of a copy's key, or of a key below it.
 class CopyKeyPath {
  public:
   explicit CopyKeyPath(const char* copyName, const char* below = "") {
-    const bool named = !isDefault(copyName);
+    const bool named = *copyName != '\0';
     (void)std::snprintf(text_, sizeof text_, "%s%s%s%s%s", named ? copiesPath : productPath,
                         named ? "\\" : "", copyName, *below == '\0' ? "" : "\\", below);
   }
@@ -40,20 +34,20 @@ class CopyKeyPath {
   char text_[copyPathSize];
 };
 
-unsigned int openVersionKey(const platform::Machine& machine, const char* copyName, OpenKey& key) {
+unsigned int openVersionKey(const platform::Machine& machine, const char* copyName, Key& key) {
   const platform::RegistryKey root = platform::localMachineKey(machine);
-  unsigned int error = key.open(root, CopyKeyPath(copyName, "CurrentVersion").text());
+  unsigned int error = openKey(root, CopyKeyPath(copyName, "CurrentVersion").text(), key);
   for (const char* edition : editions) {
     if (error == 0) break;
     char path[copyPathSize];
     (void)std::snprintf(path, sizeof path, "%s\\%s\\CurrentVersion", productPath, edition);
-    error = key.open(root, path);
+    error = openKey(root, path, key);
   }
   return error;
 }
 
 // Reads the parts of a version in turn, as far as they can be read; *read is how many were.
-unsigned int readParts(platform::RegistryKey key, std::uint64_t* versionCode, std::uint32_t* read) {
+unsigned int readParts(const Key& key, std::uint64_t* versionCode, std::uint32_t* read) {
   for (*read = 0; *read < versionParts; ++*read) {
     char value[partTextSize];
     const unsigned int error = readText(key, versionValues[*read], value, sizeof value);
@@ -65,54 +59,134 @@ unsigned int readParts(platform::RegistryKey key, std::uint64_t* versionCode, st
 
 }  // namespace
 
-bool isListedAsDefault(std::uint64_t versionCode) noexcept {
-  return partOf(versionCode, 0) <= lastDefaultVersion;
+unsigned int failUnlessEnd(Routine& routine, Function callee, unsigned int calleeCode,
+                           unsigned int code, unsigned int point) noexcept {
+  const unsigned int result = calleeCode == GENREG_RC_END ? calleeCode : code;
+  return routine.refuseFrom(callee, calleeCode, result, point);
 }
 
-unsigned int ossReadCopyVersion(const platform::Machine& machine, const char* copyName,
-                                std::uint64_t* versionCode) noexcept {
+void Copy::enter(const char* name) noexcept {
+  copyText(name_, name);
+  versionKnown_ = false;
+  pathKnown_ = false;
+}
+
+unsigned int Copy::readVersion(const platform::Machine& machine,
+                               std::uint64_t* versionCode) noexcept {
+  if (!versionKnown_) {
+    if (const unsigned int code = findVersion(machine); code != 0) return code;
+    versionKnown_ = true;
+  }
+  *versionCode = version_;
+  return 0;
+}
+
+unsigned int Copy::findVersion(const platform::Machine& machine) noexcept {
   Routine routine(Function::readCopyVersion);
-  OpenKey key;
-  std::uint64_t code = 0;
-  unsigned int error = openVersionKey(machine, copyName, key);
+  Key key;
+  version_ = 0;
+  unsigned int error = openVersionKey(machine, name_, key);
   std::uint32_t partsRead = 0;
-  if (error == 0) error = readParts(key.get(), &code, &partsRead);
-  routine.trace(20, genreg::wide(code));
-  if (error == 0) {
-    *versionCode = code;
-    return routine.exit(0);
-  }
-  if (!isDefault(copyName)) return routine.exit(error);
-  (void)routine.fail(error, 30, genreg::number(partsRead), genreg::wide(code));
-  return routine.exit(GENREG_RC_END);
+  if (error == 0) error = readParts(key, &version_, &partsRead);
+  routine.trace(20, genreg::number(version_));
+  if (error == 0 || !isDefault()) return routine.answer(error);
+  (void)routine.refuse(error, 30, genreg::number(partsRead), genreg::number(version_));
+  return routine.answer(GENREG_RC_END);
 }
 
-unsigned int ossGetCopyPath(const platform::Machine& machine, const char* copyName,
-                            char* buffer) noexcept {
-  Routine routine(Function::getCopyPath);
-  const std::uint8_t defaultEntry = isDefault(copyName) ? 1 : 0;
-  const CopyKeyPath path(copyName);
-  OpenKey key;
-  unsigned int error = key.open(platform::localMachineKey(machine), path.text());
-  if (error != 0) {
-    (void)routine.fail(error, 20, genreg::text(path.text()), genreg::flag(defaultEntry));
-  } else {
-    error = readText(key.get(), "ZOR Path Name", buffer, copyPathSize);
+unsigned int Copy::readPath(const platform::Machine& machine, char* buffer) noexcept {
+  if (!pathKnown_) {
+    Routine routine(Function::getCopyPath);
+    const CopyKeyPath keyPath(name_);
+    const std::uint8_t defaultEntry = isDefault() ? 1 : 0;
+    Key key;
+    unsigned int error = openKey(platform::localMachineKey(machine), keyPath.text(), key);
+    if (error != 0) {
+      (void)routine.refuse(error, 20, genreg::text(keyPath.text()), genreg::flag(defaultEntry));
+    } else {
+      error = readText(key, "ZOR Path Name", path_, copyPathSize);
+    }
+    if (error != 0) return routine.answer(isDefault() ? GENREG_RC_END : error);
+    const std::size_t length = std::strlen(path_);
+    if (length > 0 && path_[length - 1] == '\\') path_[length - 1] = '\0';
+    routine.trace(30, genreg::text(path_));
+    pathKnown_ = true;
   }
-  if (error != 0) return routine.exit(defaultEntry == 1 ? GENREG_RC_END : error);
-  const std::size_t length = std::strlen(buffer);
-  if (length > 0 && buffer[length - 1] == '\\') buffer[length - 1] = '\0';
-  routine.trace(30, genreg::text(buffer));
-  return routine.exit(0);
+  std::memcpy(buffer, path_, std::strlen(path_) + 1);
+  return 0;
 }
 
-bool ossCopyHasZemProfiles(const platform::Machine& machine, const char* copyName) noexcept {
+bool Copy::hasZemProfiles(const platform::Machine& machine) const noexcept {
   Routine routine(Function::copyHasZemProfiles);
-  OpenKey key;
+  Key key;
   std::uint32_t profiles = 0;
-  return key.open(platform::localMachineKey(machine),
-                  CopyKeyPath(copyName, "ZEM_PROFILES").text()) == 0 &&
+  return openKey(platform::localMachineKey(machine), CopyKeyPath(name_, "ZEM_PROFILES").text(),
+                 key) == 0 &&
          platform::RegQueryInfoKeyA(key.get(), &profiles) == 0 && profiles > 0;
+}
+
+bool Copy::isListed(std::uint64_t versionCode) const noexcept {
+  return !isDefault() || partOf(versionCode, 0) <= lastDefaultVersion;
+}
+
+unsigned int ServiceList::open(Routine& routine) noexcept {
+  const unsigned int error = openKey(platform::localMachineKey(*machine_), copiesPath, copiesKey_);
+  if (error == 0) return 0;
+  const unsigned int code = error == platform::registryKeyMissing
+                                ? GENREG_RC_KEY_NOT_FOUND
+                                : mapRegistryError(Function::serviceListOpen, error);
+  return routine.refuse(code, 20, genreg::text(copiesPath));
+}
+
+unsigned int ServiceList::next(Routine& routine, Record& record) noexcept {
+  record = {};
+  if (defaultReached_) return GENREG_RC_END;
+  if (const unsigned int code = nextCopy(routine, record); code != 0) return code;
+  chooseService(record);
+  return readCopy(routine, record);
+}
+
+// Puts the name of the next copy into the record, empty for the default entry. A copy whose name
+// cannot be had is passed over: nothing else would ever bring the list beyond it.
+unsigned int ServiceList::nextCopy(Routine& routine, Record& record) noexcept {
+  auto size = static_cast<std::uint32_t>(sizeof record.copyName);
+  const unsigned int error =
+      platform::RegEnumKeyExA(copiesKey_.get(), copyIndex_, record.copyName, &size);
+  if (error != 0) record.copyName[0] = '\0';
+  copy_.enter(record.copyName);
+  if (error == 0) return 0;
+  if (error == platform::registryNoMoreItems) return enterDefault(routine);
+  const std::uint32_t index = copyIndex_++;
+  return routine.refuse(GENREG_RC_NEXT_SERVICE, 30, genreg::number(error), genreg::number(index));
+}
+
+unsigned int ServiceList::enterDefault(Routine& routine) noexcept {
+  defaultReached_ = true;
+  const unsigned int error = openKey(platform::localMachineKey(*machine_), productPath, copiesKey_);
+  return error == 0 ? 0 : routine.refuse(error, 20, genreg::text(productPath));
+}
+
+// Decides as what the current copy is reported now.
+void ServiceList::chooseService(Record& record) noexcept {
+  if (!zemReported_ && copy_.hasZemProfiles(*machine_)) {
+    zemReported_ = true;
+    copyText(record.service, "ZEM");
+  } else {
+    ++copyIndex_;
+    copyText(record.service, "ZOR");
+  }
+}
+
+unsigned int ServiceList::readCopy(Routine& routine, Record& record) noexcept {
+  unsigned int code = copy_.readVersion(*machine_, &record.versionCode);
+  if (code != 0) {
+    return failUnlessEnd(routine, Function::readCopyVersion, code, GENREG_RC_NEXT_SERVICE, 50);
+  }
+  if (!copy_.isListed(record.versionCode)) return GENREG_RC_END;
+  record.level = partOf(record.versionCode, 2);
+  code = copy_.readPath(*machine_, record.installPath);
+  if (code == 0) return 0;
+  return failUnlessEnd(routine, Function::getCopyPath, code, GENREG_RC_SERVICE_INFO, 70);
 }
 
 }  // namespace install

@@ -4,6 +4,7 @@
 // are those of the operations that they stand for; arguments that never vary are left out.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace platform {
@@ -14,6 +15,7 @@ constexpr unsigned int registryNoMemory = 8;       // memory cannot be allocated
 constexpr unsigned int registryHostUnknown = 53;   // another machine cannot be reached
 constexpr unsigned int registryMoreData = 234;     // the buffer is too small
 constexpr unsigned int registryNoMoreItems = 259;  // the enumeration has ended
+constexpr unsigned int registryNotText = 1629;     // the value is of another type than text
 
 // Whether a value of this type holds text: one, one with variables to expand, or a list of them.
 constexpr std::uint32_t registryText = 1;
@@ -22,10 +24,11 @@ constexpr bool isRegistryText(std::uint32_t type) {
 }
 
 // The registries as one list sees them: this machine's and, once asked for, those of others. What
-// had to be loaded is loaded once and kept until closeMachine.
+// had to be loaded stays as it was until closeMachine.
 struct Machine;
 
-// Null when there is no memory. A registry that cannot be read is logged, and empty.
+// Null when there is no memory. A registry that cannot be read as a whole is logged with the
+// reason, and empty.
 Machine* openMachine() noexcept;
 // All keys, service handles and clusters opened through it must be closed before. Null is allowed.
 void closeMachine(Machine* machine) noexcept;
@@ -60,5 +63,8 @@ void RegCloseKey(RegistryKey key) noexcept;
 // The root key of another machine's registry, to be closed; registryHostUnknown when it cannot be
 // reached. `host` may begin with two backslashes.
 unsigned int RegConnectRegistryA(Machine& machine, const char* host, RegistryKey* key) noexcept;
+
+// How many bytes of `text`, at most `room`, are whole characters of the system's 8-bit encoding.
+std::size_t wholeCharacters(const char* text, std::size_t room) noexcept;
 
 }  // namespace platform

@@ -22,7 +22,7 @@ ServiceManager OpenSCManagerA(const Machine& machine) noexcept;
 // Null when there is no such service.
 Service OpenServiceA(ServiceManager manager, const char* name) noexcept;
 
-// The start type of a service; false when it cannot be told.
+// The start type of a service; false when it is not known.
 bool QueryServiceConfigA(Service service, std::uint32_t* startType) noexcept;
 
 void CloseServiceHandle(ServiceManager manager) noexcept;

@@ -106,6 +106,16 @@ Number numberAt(const OSSDiagnosticValue& value) {
   return number;
 }
 
+// A return code among the values is shown as it stands everywhere else, to be searched for.
+void addInteger(Line& line, std::uint32_t number) {
+  constexpr std::uint32_t space = 0xFFFF0000u;
+  if ((number & space) == 0x90000000u) {
+    line.add("0x%08X", number);
+  } else {
+    line.add("%d", static_cast<std::int32_t>(number));
+  }
+}
+
 void addValue(Line& line, unsigned int index, const OSSDiagnosticValue& value) {
   line.add(" value%u=", index);
   if (value.address == nullptr) {
@@ -121,7 +131,7 @@ void addValue(Line& line, unsigned int index, const OSSDiagnosticValue& value) {
       line.add("0x%llx", static_cast<unsigned long long>(numberAt<std::uint64_t>(value)));
       break;
     case OSS_LOG_INT32:
-      line.add("%d", numberAt<std::int32_t>(value));
+      addInteger(line, numberAt<std::uint32_t>(value));
       break;
     case OSS_LOG_FLAG:
       line.add("%d", static_cast<int>(numberAt<std::uint8_t>(value)));
@@ -240,6 +250,10 @@ void ossLogRC(int, unsigned int probe, unsigned int calleeProbe, unsigned int ca
               unsigned int code, unsigned int point, unsigned int severity, int) {
   emit({OSSRecordKind::LogCallee, probe, code, calleeProbe, calleeCode, point, severity, 0,
         nullptr});
+}
+
+const char* ossErrorText(int error, char* buffer, std::size_t size) {
+  return oss::textOfSystemError(OSS_SYSCALL_RUNTIME, error, buffer, size);
 }
 
 unsigned int ossErrorMapSystem(unsigned int probe, unsigned int point, unsigned int systemCall,

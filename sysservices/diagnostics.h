@@ -87,6 +87,9 @@ ZOROSSE_API void ossLogRC(int zero, unsigned int probe, unsigned int calleeProbe
                           unsigned int calleeCode, unsigned int code, unsigned int point,
                           unsigned int severity, int zero2);
 
+// The text of an error number of the system (errno), which may stand in `buffer` of `size` bytes.
+ZOROSSE_API const char* ossErrorText(int error, char* buffer, std::size_t size);
+
 // Turns a system error (errno, or the registry's own number for OSS_SYSCALL_REGISTRY) into a code
 // of the system-services space and logs it with the error number. Error 0 gives
 // OSS_RC_SYSTEM_ERROR: a failure stays a failure.

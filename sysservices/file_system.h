@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "sysservices/export.h"
+#include "sysservices/file_handle.h"
 
 // The separator between path components that this platform writes; "/" is understood everywhere.
 extern ZOROSSE_API const char ossPathSeparator;
@@ -26,7 +27,8 @@ struct OSSDirectoryCreateParam {
   std::uint32_t purpose;  // 1 or 2; both create the one directory, its parent must exist
 };
 
-// Creates a directory and makes its name durable. A directory that exists already is success.
+// Creates a directory with those permissions, whatever the umask, and makes its name durable. A
+// directory that exists already is success.
 ZOROSSE_API unsigned int ossDirectoryCreate(const OSSDirectoryCreateParam* param);
 
 // True when `path`, links followed, is a directory or a plain file.
@@ -36,16 +38,39 @@ ZOROSSE_API bool ossIsFile(const char* path);
 // True when anything, a dangling link included, has this name.
 ZOROSSE_API bool ossPathExists(const char* path);
 
-// Removes a file's name, which is free at once, whoever has the file open. A lock file (its name
-// ends in ".lock") is removed only while its lock is held by this very call or, where the system
-// keeps an open one from being removed, while nobody has it open: else, or when a newer file stands
-// at the name, the name is left to that holder and the result is 0. OSS_RC_FILE_NOT_FOUND when
-// there is no such name, OSS_RC_NOT_A_FILE for a directory.
+// `path` as it is found from the current directory now, whatever becomes of that: absolute, into
+// `buffer` of `size` bytes. OSS_RC_BUFFER_TOO_SMALL when it does not fit; the mapped system error
+// when the current directory has no name.
+ZOROSSE_API unsigned int ossAbsolutePath(const char* path, char* buffer, std::size_t size);
+
+// Removes a file's name, which is free at once, whoever has the file open. OSS_RC_FILE_NOT_FOUND
+// when there is no such name, OSS_RC_NOT_A_FILE for a directory.
 ZOROSSE_API unsigned int ossFileDelete(const char* path);
+
+// The same for a lock file, which is removed only while its lock is held by this very call or,
+// where the system keeps an open one from being removed, while nobody has it open: else, or when a
+// newer file stands at the name, the name is left to that holder and the result is 0.
+ZOROSSE_API unsigned int ossLockFileDelete(const char* path);
 
 // Renames a file. OSS_RC_FILE_EXISTS when the target exists, OSS_RC_FILE_NOT_FOUND when the source
 // does not.
 ZOROSSE_API unsigned int ossFileRename(const char* source, const char* target);
+
+// Gives a file a second name, on which nothing stands yet. OSS_RC_FILE_EXISTS when something does;
+// OSS_RC_NOT_SUPPORTED where a file has only one name, or none can be added.
+ZOROSSE_API unsigned int ossFileLink(const char* path, const char* second);
+
+// Renames a file over another, which it replaces in one step: whoever opens `target` finds the one
+// or the other. OSS_RC_NOT_SUPPORTED where the system refuses that while somebody has it open.
+ZOROSSE_API unsigned int ossFileReplace(const char* source, const char* target);
+
+// Whether the system lets this process put another file in the place of the one at `path`, which
+// `info` describes: in a directory that only lets owners do so, it may not be another user's.
+ZOROSSE_API bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info);
+
+// Makes the names in the directory of `path` durable. A directory that may not be read is synced
+// with everything else on its file system. Returns 0 or the mapped system error.
+ZOROSSE_API unsigned int ossDirectorySync(const char* path);
 
 // Sets what the platform has of the permissions: all of them, or whether the file may be written.
 // Never through a symbolic link (OSS_RC_NOT_A_FILE).
@@ -54,16 +79,6 @@ ZOROSSE_API unsigned int ossFileSetPermissions(const char* path, std::uint32_t p
 struct OSSFileInfoRequest {
   std::uint32_t level;  // OSS_PARAM_LEVEL
   const char* path;
-};
-
-struct OSSFileInfo {
-  std::uint64_t size;  // bytes
-  std::uint32_t permissions;
-  std::uint32_t owner;
-  std::uint32_t group;
-  std::uint64_t links;  // names the file has
-  bool isFile;          // a plain file, links followed
-  bool isSymbolicLink;  // the path itself is a symbolic link
 };
 
 // Information on the file that `path` leads to; OSS_RC_FILE_NOT_FOUND when there is none.

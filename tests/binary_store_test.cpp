@@ -1,4 +1,4 @@
-// The binary engine: framing, damage, hooks, duplicates, packed records, verification.
+// The binary engine: framing, damage, hooks, verification.
 #include <cstring>
 
 #include "support/operations.h"
@@ -83,37 +83,6 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
   }
 }
 
-TEST_F(BinaryStoreTest, FailuresInTheMiddleOfLargeRecordsAreToldApart) {
-  // Two frames that fill the stream's buffer of 256 KiB exactly, and more behind them; the same
-  // behind a small record, so that a record spans two reads and writes.
-  const std::string half = frameBytes(131068, std::string(131068, 'x'));
-  const std::string whole = half + half + half + frame(variable("a", 1));
-  const std::string shifted = frame(variable("b", 1)) + whole;
-  const struct {
-    const std::string& bytes;
-    const char* call;
-    unsigned long nth;
-    Code function, logged, result;
-  } cases[] = {
-      {whole, "read", 2, 33, GENREG_RC_READ_LENGTH_FAILED, readFailed},
-      {whole, "write", 1, 35, GENREG_RC_WRITE_LENGTH_FAILED, GENREG_RC_COPY_FAILED},
-      {whole, "malloc", 4, 33, GENREG_RC_WORK_ALLOC, readFailed},
-      {whole, "free", 1, 33, GENREG_RC_WORK_FREE, readFailed},
-      {shifted, "read", 2, 33, GENREG_RC_READ_RECORD_FAILED, readFailed},
-      {shifted, "write", 1, 35, GENREG_RC_WRITE_RECORD_FAILED, GENREG_RC_COPY_FAILED},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.call);
-    writeFile(registry(), row.bytes);
-    TestRegistry handle(registry());
-    Diagnostics diagnostics;
-    FaultPlan plan(row.nth, EIO, false, row.call);
-    EXPECT_EQ(remove(handle), row.result);
-    EXPECT_EQ(diagnostics.logs(0x082A0000u + row.function, row.logged), 1u);
-    EXPECT_EQ(readFile(registry()), row.bytes);
-  }
-}
-
 TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
   const std::string whole = frame(variable("long", 77, "commentcomment"));
   writeFile(registry(),
@@ -133,6 +102,22 @@ TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
   EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
+TEST_F(BinaryStoreTest, ARecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
+  // Shorter than nominal, longer, without a terminator, and with the key as its beginning.
+  const std::pair<std::string, std::int32_t> rows[] = {
+      {frameBytes(3, "key"), 0},
+      {frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), 5},
+      {frameBytes(36, std::string(36, 'k')), 7},
+      {frame(variable("keys", 1)), 7}};
+  for (const auto& [stored, value] : rows) {
+    writeFile(registry(), frame(variable("other", 9)) + stored + frame(variable("key", 7)));
+    TestRegistry handle(registry());
+    BinVarValRecord found;
+    ASSERT_EQ(getByName(handle, "key", found), 0u);
+    EXPECT_EQ(found.Value, value);
+  }
+}
+
 TEST_F(BinaryStoreTest, LengthFieldsFollowTheHandlesByteOrder) {
   const auto reversed = [](const BinVarValRecord& record) {
     return frame(record).replace(0, 4, std::string("\0\0\0\x24", 4));
@@ -145,69 +130,12 @@ TEST_F(BinaryStoreTest, LengthFieldsFollowTheHandlesByteOrder) {
   ASSERT_EQ(handle.setFeature(GENREG_BIG_ENDIAN_LENGTH), 0u);
   EXPECT_EQ(getByName(handle, "a", record), 0u);
   EXPECT_EQ(add(handle), 0u);
-  EXPECT_EQ(readFile(registry()), before + reversed(variable("new", 3)));
-}
-
-TEST_F(BinaryStoreTest, UpdatesKeepTheRulesOfDuplicates) {
-  const auto addTo = [](std::uint64_t mask, BinVarValRecord record) {
-    return [=](TestRegistry& handle) mutable { return handle.Add(mask, &record); };
-  };
-  const auto changeTo = [](std::uint64_t mask, BinVarValRecord key, BinVarValRecord record) {
-    return [=](TestRegistry& handle) mutable { return handle.Change(mask, &key, &record); };
-  };
-  const auto removeAll = [](std::uint64_t mask, BinVarValRecord key) {
-    return [=](TestRegistry& handle) mutable { return handle.Delete(mask, &key); };
-  };
-  const BinVarValRecord a1 = variable("a", 1);
-  const BinVarValRecord a2 = variable("a", 2);
-  const BinVarValRecord a5 = variable("a", 5);
-  const BinVarValRecord b = variable("b", 1);
-  // One update on given records: its result and the records afterwards.
-  const struct {
-    const char* name;
-    std::uint64_t features;
-    std::vector<BinVarValRecord> before;
-    std::function<Code(TestRegistry&)> run;
-    Code result;
-    std::vector<BinVarValRecord> after;
-    const char* files = "r";
-  } cases[] = {
-      {"unique add", unique, {b}, addTo(1, a1), 0, {b, a1}},
-      {"refused add", unique, {a1}, addTo(1, a2), duplicate, {a1}, "r r.tmp"},
-      {"add of another value", unique, {a1}, addTo(3, a2), 0, {a1, a2}},
-      {"add twice", verified, {a1}, addTo(1, a1), 0, {a1, a1}},
-      {"add in place", unverified, {a1}, addTo(1, a1), 0, {a1, a1}},
-      {"unverified unique add", GENREG_NOTIFY_CHANGE, {b}, addTo(1, a1), 0, {b, a1}},
-      {"change one", unique, {a1, b}, changeTo(1, a1, a5), 0, {a5, b}},
-      {"change none", unique, {a1}, changeTo(1, b, a5), notFound, {a1}},
-      {"change to itself", unique, {a1, b}, changeTo(1, a1, a1), unchanged, {a1, b}},
-      {"change two", unique, {a1, a2}, changeTo(1, a1, a5), ambiguous, {a1, a2}},
-      {"change every", verified, {a1, b, a2}, changeTo(1, a1, a5), 0, {a5, b, a5}},
-      {"one equal already", verified, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a1}},
-      {"the same, unverified", unverified, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a5}},
-      {"change to the same twice", unique, {a5, a1}, changeTo(1, a1, a5), unchanged, {a5, a1}},
-      {"delete one", unique, {a1, b}, removeAll(1, a1), 0, {b}},
-      {"delete the only one", unique, {a1}, removeAll(1, a1), 0, {}},
-      {"delete none", unique, {a1}, removeAll(1, b), notFound, {a1}},
-      {"delete two", unique, {a1, b, a2}, removeAll(1, a1), ambiguous, {a1, b, a2}},
-      {"delete every", verified, {a1, b, a2, a1}, removeAll(1, a1), 0, {b}},
-      {"delete everything", verified, {a1, b, a2}, removeAll(0, a1), 0, {}},
-      {"failed unverified delete", unverified, {a1}, removeAll(1, b), notFound, {a1}, "r r.tmp"},
-  };
-  const auto bytes = [](const std::vector<BinVarValRecord>& records) {
-    std::string joined;
-    for (const BinVarValRecord& record : records) joined += frame(record);
-    return joined;
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
-    writeFile(registry(), bytes(row.before));
-    TestRegistry handle(registry(), row.features);
-    EXPECT_EQ(row.run(handle), row.result);
-    EXPECT_EQ(readFile(registry()), bytes(row.after));
-    EXPECT_EQ(files(), row.files);
-    (void)std::remove(temporary().c_str());
-  }
+  const std::string both = before + reversed(variable("new", 3));
+  EXPECT_EQ(readFile(registry()), both);
+  handle.useFeatures(unverified | GENREG_BIG_ENDIAN_LENGTH);
+  writeFile(registry(), before + std::string("\xDB\x40\0\x24xyz", 7));
+  EXPECT_EQ(add(handle), 0u) << "over an append that was cut off";
+  EXPECT_EQ(readFile(registry()), both);
 }
 
 // --- hooks ---
@@ -283,14 +211,14 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
 
 std::vector<std::string> calls;  // of the hooks below, in order
 
-TEST_F(BinaryStoreTest, HooksAreToldOfAnUpdateThatSucceededInTheirOrder) {
+TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
   static Code answer;
   const GenRegNotifyHook notify = [](GenRegBase*, std::uint64_t kind, void*, void* second) -> Code {
     calls.push_back("notify " + std::to_string(kind) + (second == nullptr ? "" : " new"));
     return answer;
   };
   const GenRegPostUpdateHook post = [] { return calls.emplace_back("post"), 5u; };
-  constexpr std::uint64_t told = verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE;
+  constexpr std::uint64_t heard = verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE;
   const struct {
     Code (*run)(TestRegistry&);
     Code answer;
@@ -309,7 +237,7 @@ TEST_F(BinaryStoreTest, HooksAreToldOfAnUpdateThatSucceededInTheirOrder) {
   };
   for (const auto& row : cases) {
     writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
-    TestRegistry handle(registry(), told);
+    TestRegistry handle(registry(), heard);
     answer = row.answer;
     handle.NotifyChange = notify;
     handle.PostUpdate = row.post;
@@ -332,88 +260,6 @@ TEST_F(BinaryStoreTest, RecordsBelowEightBytesAreStoredButNotReturned) {
   EXPECT_EQ(readFile(registry()), frameBytes(4, std::string("abc\0", 4)));
   EXPECT_EQ(handle.Get(1, record, found), GENREG_RC_RECORD_TOO_LARGE);
   EXPECT_STREQ(found, "untouch");
-}
-
-// Packed records: a record of 16 bytes is stored as its text up to the NUL, reversed bit by bit.
-Code flipPack(void** record, void* stored) {
-  auto* text = static_cast<char*>(*record);
-  if (std::strcmp(text, "refuse") == 0) return 9;
-  calls.push_back(stored == nullptr ? "pack"
-                                    : "pack over " + std::to_string(*static_cast<char*>(stored)));
-  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<char>(~text[i]);
-  return 0;
-}
-Code flipUnpack(void** record) {
-  auto* text = static_cast<unsigned char*>(*record);
-  if (text[0] == 'X') return 9;
-  for (std::size_t i = 0; i < 16; ++i) text[i] = static_cast<unsigned char>(~text[i]);
-  return 0;
-}
-
-class PackedRegistry : public TestRegistry {
- public:
-  explicit PackedRegistry(const std::string& path)
-      : TestRegistry(path, GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS) {
-    sizeOf<16>(*this);
-    GetPackedLength = [](const void*, std::uint64_t* length) -> Code { return *length = 16, 0; };
-    compareHook() = [](std::uint64_t mask, void* left, void* right) -> Code {
-      return std::strncmp(static_cast<char*>(left), static_cast<char*>(right),
-                          mask == GENREG_ALL_FIELDS ? 16 : 1) == 0;
-    };
-    PackRecord = flipPack;
-    UnpackRecord = flipUnpack;
-  }
-};
-
-std::string flipped(std::string text) {
-  text.resize(16, '\0');
-  for (char& byte : text) byte = static_cast<char>(~byte);
-  return frameBytes(16, text);
-}
-
-TEST_F(BinaryStoreTest, PackedRecordsAreConvertedOnlyInTheEnginesOwnMemory) {
-  PackedRegistry handle(registry());
-  char apple[16] = "apple";
-  char bread[16] = "bread";
-  char butter[16] = "butter";
-  char refused[16] = "refuse";
-  calls.clear();
-  EXPECT_EQ(handle.Add(1, apple), 0u);
-  EXPECT_EQ(handle.Add(1, bread), 0u);
-  EXPECT_STREQ(apple, "apple") << "the caller's record is still a record";
-  EXPECT_EQ(handle.Add(1, refused), GENREG_RC_PACK_FAILED);
-  EXPECT_STREQ(refused, "refuse");
-  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("bread"));
-  EXPECT_EQ(handle.Change(1, bread, butter), 0u);
-  EXPECT_EQ(calls.back(), "pack over " + std::to_string(~'b'))
-      << "with the stored bytes it replaces";
-  EXPECT_EQ(readFile(registry()), flipped("apple") + flipped("butter"));
-  char found[16];
-  EXPECT_EQ(handle.Get(1, bread, found), 0u);
-  EXPECT_STREQ(found, "butter");
-  EXPECT_EQ(handle.Delete(1, apple), 0u);
-  EXPECT_EQ(readFile(registry()), flipped("butter"));
-}
-
-TEST_F(BinaryStoreTest, ARecordThatCannotBeUnpackedFailsWhateverTouchesIt) {
-  writeFile(registry(), frameBytes(16, "X" + std::string(15, '\0')));
-  PackedRegistry handle(registry());
-  char key[16] = "apple";
-  char record[16] = "untouched";
-  EXPECT_EQ(handle.Get(1, key, record), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(handle.Add(1, key), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(handle.Delete(1, key), GENREG_RC_UNPACK_FAILED);
-  ASSERT_EQ(handle.OpenScan(), 0u);
-  EXPECT_EQ(handle.GetNext(1, key, record), GENREG_RC_UNPACK_FAILED);
-  EXPECT_EQ(record[0], '\0');
-  EXPECT_EQ(handle.CloseScan(), 0u);
-  writeFile(registry(), flipped("apple"));
-  handle.PackRecord = nullptr;
-  EXPECT_EQ(handle.Delete(1, record), GENREG_RC_NO_PACK_HOOK_PACKED);
-  handle.PackRecord = flipPack;
-  handle.GetPackedLength = nullptr;
-  writeFile(registry(), "");
-  EXPECT_EQ(handle.Add(1, key), writeNewFailed);
 }
 
 // --- verification ---
@@ -472,15 +318,22 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
   }
 }
 
-TEST(BinVarVal, PrintsARecordInThreeLines) {
-  BinVarValRecord record = variable("name", -7, "text");
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(GenRegBinVarVal::PrintRecord(&record), 0u);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n");
+TEST_F(BinaryStoreTest, VerificationCountsForItselfHowManyRecordsChanged) {
+  const std::string two = frame(variable("b", 2)) + frame(variable("b", 3));
+  writeFile(registry(), frame(variable("b", 2)));
+  TestRegistry handle(registry(), unique);
+  int syncs = 0;
+  const FaultHook growing([&](const std::string& call) {
+    if (call == "fsync" && ++syncs == 1) {
+      writeFile(registry(), two);
+      writeFile(temporary(), frame(variable("b", 22)) + frame(variable("b", 22)));
+    }
+    return 0;
+  });
   Diagnostics diagnostics;
-  EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
-  EXPECT_EQ(diagnostics.logs(0x082A0036u, GENREG_RC_NO_ARGUMENT), 1u);
+  EXPECT_EQ(change(handle), verifying);
+  EXPECT_EQ(diagnostics.logs(0x082A0022u, GENREG_RC_VERIFY_MANY), 1u);
+  EXPECT_EQ(readFile(registry()), two);
 }
 
 }  // namespace

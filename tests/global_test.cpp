@@ -1,39 +1,26 @@
 // The global registry: the bytes of its records, what is refused, and what a newer writer's fields
 // and other records go through.
-#include <cstdlib>
 #include <cstring>
 
-#include "support/stored_record.h"
-#include "sysservices/environment.h"
+#include "support/flavours.h"
 #include "sysservices/file_system.h"
 
 namespace {
 
-// The file at `path`, with the protected side shown.
-class Global : public GlobalReg {
+class Global : public GlobalVariables::Handle {
  public:
-  static Global at(const std::string& path) {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path.c_str());
-    return Global();
-  }
+  using Exposed::Exposed;
   // From now on every record is unpacked for CompareRecord, instead of being matched as it is
   // stored.
   void unpackEverything() {
-    flavours = GenRegBase::CompareRecord;
-    GenRegBase::CompareRecord = [](std::uint64_t mask, void* record, void* key) {
-      return flavours(mask, record, key);
+    own = compareHook();
+    compareHook() = [](std::uint64_t mask, void* record, void* key) {
+      return own(mask, record, key);
     };
   }
-  using GenRegBase::PrintRecord;
-  using GenRegBase::status;
-  using GenRegBase::ValidateKey;
-  using GenRegFile::getLockFilePath;
-  using GenRegFile::getRegFilePath;
-  using GenRegFile::PackRecord;
-  using GenRegFile::UnpackRecord;
 
  private:
-  static inline GenRegCompareHook flavours = nullptr;
+  static inline GenRegCompareHook own = nullptr;
 };
 
 template <typename Record>
@@ -59,19 +46,9 @@ std::string storedInstance(const std::string& name, const std::string& service =
   return stored(1, 0x5, {text(service), text(name)});
 }
 
-class GlobalTest : public RegistryTest {
- protected:
-  void SetUp() override {
-    RegistryTest::SetUp();
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", registry().c_str());
-  }
-  void TearDown() override {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
-    RegistryTest::TearDown();
-  }
-};
+class GlobalTest : public RegistryTest {};
 
-// One field of one type, told independently of the library's table.
+// One field of one type, independent of the library's table.
 struct FieldCase {
   std::uint32_t type;
   std::uint64_t bit;
@@ -116,11 +93,14 @@ TEST_F(GlobalTest, EveryFieldIsStoredAndReadByteForByteWithAndWithoutUnknownOnes
     GlobalRegRecord record = recordOf(field.type, field.bit);
     record.CheckSum = -2;
     field.set(record);
-    Global handle;
+    Global handle(registry());
     const std::string alone = stored(field.type, field.bit, {field.entry}, 0, -2);
     writeFile(registry(), "");
     ASSERT_EQ(handle.Add(field.bit, &record), 0u);
     EXPECT_EQ(readFile(registry()), framed(alone));
+    GlobalRegRecord back;
+    EXPECT_EQ(handle.Get(field.bit, &record, &back), 0u);
+    EXPECT_EQ(back.CheckSum, -2);
 
     // A newer writer's record with fields above and the top bit, which never has an entry.
     const std::uint64_t newer = 0x400 | 0x4000000000000000u | 0x8000000000000000u;
@@ -152,7 +132,7 @@ TEST_F(GlobalTest, OtherRecordsSurviveEveryUpdateByteForByte) {
       4, 0x8000000000000031u, {entry(std::string("a\0junk", 6)), entry("x"), entry("")}, 0xF0));
   const std::string before = odd + framed(storedInstance("one")) + odd;
   writeFile(registry(), before);
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord two = instance("two");
   ASSERT_EQ(handle.Add(0x4, &two), 0u);
   EXPECT_EQ(readFile(registry()), before + framed(storedInstance("two")));
@@ -174,7 +154,7 @@ TEST_F(GlobalTest, AFullLengthRecordGoesThroughEveryOperation) {
   fill(texts.Service, texts.InstanceName, texts.InstancePath, texts.Usage, texts.InstallPath,
        texts.HostName, texts.Comment);
   const GlobalRegRecord original = full;
-  Global handle;
+  Global handle(registry());
   ASSERT_EQ(handle.Add(0x4, &full), 0u);
   EXPECT_EQ(std::memcmp(&full, &original, sizeof full), 0) << "the caller's record is still one";
   EXPECT_EQ(readFile(registry()).size(), 4u + 2620u);
@@ -227,7 +207,7 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
       SCOPED_TRACE(std::string(row.name) + (unpacked ? ", unpacked" : ", as stored"));
       const std::string bytes = framed(good) + framed(row.bytes);
       writeFile(registry(), bytes);
-      Global handle;
+      Global handle(registry());
       if (unpacked) handle.unpackEverything();
       GlobalRegRecord key = instance("absent");
       GlobalRegRecord found;
@@ -238,12 +218,16 @@ TEST_F(GlobalTest, MalformedRecordsAreRefusedWholeAndTheFileStaysAsItIs) {
       EXPECT_EQ(handle.Change(0x4, &key, &key), GENREG_RC_UNPACK_FAILED);
       EXPECT_EQ(handle.Delete(0x4, &key), GENREG_RC_UNPACK_FAILED);
       EXPECT_EQ(readFile(registry()), bytes);
+      ASSERT_EQ(handle.OpenScan(), 0u);
+      found.RecordType = 9;
+      EXPECT_EQ(handle.GetNext(0x4, &key, &found), GENREG_RC_UNPACK_FAILED);
+      EXPECT_EQ(found.RecordType, 0u);
     }
   }
 }
 
 TEST_F(GlobalTest, WhatCouldNotBeReadAgainIsNotStored) {
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord known = instance("one");
   ASSERT_EQ(handle.Add(0x4, &known), 0u);
   const std::string before = readFile(registry());
@@ -301,7 +285,7 @@ TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
       {4, 0x1, 0x8, nullptr, 0x9000024Eu},
       {4, 0xF, 0xF, nullptr, 0},
   };
-  Global handle;
+  Global handle(registry());
   for (const auto& row : cases) {
     SCOPED_TRACE("type " + std::to_string(row.type) + ", mask " + std::to_string(row.mask));
     GlobalRegRecord record = recordOf(row.type, row.fieldMask);
@@ -329,7 +313,9 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   writeFile(registry(), framed(stored(4, 0x1, {text("ZOR")})) + framed(storedInstance("one")) +
                             framed(stored(2, 0x1, {text("zor")})) +
                             framed(stored(2, 0x3, {text("ZOR"), number(7, 8)})));
-  Global handle;
+  Global handle(registry());
+  Global unpacking(registry());
+  unpacking.unpackEverything();
   const struct {
     std::uint32_t type;
     std::uint64_t mask;
@@ -343,10 +329,12 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   for (const auto& row : cases) {
     GlobalRegRecord key = recordOf(row.type, 0x1);
     put(key.Instance.Service, row.service);
-    GlobalRegRecord found{};
-    EXPECT_EQ(handle.Get(row.mask, &key, &found), row.code);
-    EXPECT_EQ(found.RecordType, row.foundType);
-    EXPECT_EQ(found.FieldMask, row.foundMask);
+    for (Global* each : {&handle, &unpacking}) {
+      GlobalRegRecord found{};
+      EXPECT_EQ(each->Get(row.mask, &key, &found), row.code);
+      EXPECT_EQ(found.RecordType, row.foundType);
+      EXPECT_EQ(found.FieldMask, row.foundMask);
+    }
   }
   GlobalRegRecord record = instance("new");
   EXPECT_EQ(handle.Add(0, &record), duplicate) << "mask 0 matches any of its type";
@@ -357,86 +345,19 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
   EXPECT_EQ(handle.Delete(0x1, &key), ambiguous);
 }
 
-// The records that a scan finds, one after the other.
-std::string scanned(Global& handle, std::uint64_t mask, GlobalRegRecord key) {
-  std::string found;
-  GlobalRegRecord record;
-  EXPECT_EQ(handle.OpenScan(), 0u);
-  while (handle.GetNext(mask, &key, &record) == 0) {
-    found.append(reinterpret_cast<const char*>(&record), sizeof record);
-  }
-  EXPECT_EQ(handle.CloseScan(), 0u);
-  return found;
-}
-
-TEST_F(GlobalTest, MatchingAsStoredFindsWhatMatchingUnpackedRecordsFinds) {
-  // Every field alone, then records without any, empty texts, and bytes behind a text's NUL.
-  std::string file;
-  for (const FieldCase& field : fields)
-    file += framed(stored(field.type, field.bit, {field.entry}));
-  for (const std::uint32_t type : {1u, 2u, 4u}) {
-    file += framed(stored(type, 0, {})) + framed(stored(type, 0x1, {text("")})) +
-            framed(stored(type, 0x401, {entry(std::string("svc\0x", 5)), entry("?")}));
-  }
-  writeFile(registry(), file);
-  Global asStored;
-  Global unpacked;
-  unpacked.unpackEverything();
-  std::size_t found = 0;
-  for (const FieldCase& field : fields) {
-    for (const std::uint64_t mask : {field.bit, field.bit | 0x400, std::uint64_t{0}}) {
-      for (const bool filled : {true, false}) {
-        GlobalRegRecord key = recordOf(field.type, field.bit);
-        if (filled) field.set(key);
-        const std::string records = scanned(asStored, mask, key);
-        EXPECT_EQ(records, scanned(unpacked, mask, key)) << field.type << " " << field.bit;
-        found += records.size() / sizeof(GlobalRegRecord);
-      }
-    }
-  }
-  // Had nothing been found, nothing would have been compared.
-  EXPECT_GT(found, 24u * 2);
-}
-
-TEST_F(GlobalTest, PackingAndUnpackingHaveTheirCodesForMemory) {
-  Global handle;
-  const struct {
-    const char* call;
-    bool packs;
-    Code code;
-  } cases[] = {{"malloc", true, GENREG_RC_PACK_ALLOC},
-               {"free", true, GENREG_RC_PACK_FREE},
-               {"malloc", false, GENREG_RC_UNPACK_ALLOC},
-               {"free", false, GENREG_RC_UNPACK_FREE}};
-  for (const auto& row : cases) {
-    GlobalRegRecord record = instance("one");
-    if (!row.packs) {
-      const std::string bytes = storedInstance("one");
-      std::memcpy(&record, bytes.data(), bytes.size());
-    }
-    void* memory = &record;
-    Diagnostics diagnostics;
-    FaultPlan plan(1, ENOMEM, false, row.call);
-    EXPECT_EQ(row.packs ? handle.PackRecord.binary(&memory, nullptr)
-                        : handle.UnpackRecord.binary(&memory),
-              row.code);
-    EXPECT_EQ(diagnostics.logs(row.packs ? 0x082A005Cu : 0x082A005Du, row.code), 1u);
-  }
-}
-
 TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
   const std::pair<std::string, bool> cases[] = {{registry(), true},
                                                 {std::string(253, 'x'), true},
                                                 {"", false},
                                                 {"/", false},
                                                 {std::string(254, 'x'), false},
+                                                {std::string(259, 'x'), false},
                                                 {std::string(261, 'x'), false},
                                                 {std::string(70000, 'x'), false}};
   for (const auto& [wanted, ready] : cases) {
     SCOPED_TRACE(wanted.substr(0, 80) + ", length " + std::to_string(wanted.size()));
-    Global handle = Global::at(wanted);
-    const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-    if (named == nullptr || named != wanted) continue;  // not every environment takes every value
+    Global handle(wanted);
+    if (!handle.isNamed) continue;
     char path[GENREG_PATH_SIZE];
     EXPECT_EQ(handle.getRegFilePath(path, sizeof path), 0u);
     EXPECT_EQ(path, ready ? wanted : "");
@@ -447,8 +368,10 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
     EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
-  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
-  Global standard;
+  struct Standard : GlobalReg {
+    using GenRegFile::getLockFilePath;
+    using GenRegFile::getRegFilePath;
+  } standard;
   char path[GENREG_PATH_SIZE];
   EXPECT_EQ(standard.getRegFilePath(path, sizeof path), 0u);
   EXPECT_EQ(path, std::string(".") + ossPathSeparator + "global.reg");
@@ -460,7 +383,7 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
 }
 
 TEST_F(GlobalTest, WhatStandsInFieldsThatARecordDoesNotHaveIsNoPartOfIt) {
-  Global handle;
+  Global handle(registry());
   GlobalRegRecord record = instance("one");
   record.Instance.VersionCode = 7;
   std::memset(record.Instance.InstancePath, 'g', sizeof record.Instance.InstancePath);
@@ -471,33 +394,6 @@ TEST_F(GlobalTest, WhatStandsInFieldsThatARecordDoesNotHaveIsNoPartOfIt) {
   put(record.Instance.InstanceName, "two");
   EXPECT_EQ(handle.Change(0x4, &key, &record), 0u);
   EXPECT_EQ(readFile(registry()), framed(storedInstance("two")));
-}
-
-TEST_F(GlobalTest, RecordsArePrintedFieldByField) {
-  Global handle;
-  GlobalRegRecord record = instance("one");
-  record.FieldMask |= 0x8000000000000000u;
-  GlobalRegRecord variable = recordOf(4, 0x4);
-  put(variable.Variable.Value, "v");
-  variable.CheckSum = -1;
-  GlobalRegRecord services = recordOf(2, 1);
-  GlobalRegRecord strange = recordOf(3, 1);
-  ::testing::internal::CaptureStdout();
-  for (GlobalRegRecord* each : {&record, &variable, &services, &strange}) {
-    EXPECT_EQ(handle.PrintRecord(each), 0u);
-  }
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
-            "   InstanceRecord:\n      Service      = |ZOR|\n      VersionCode  = 0\n"
-            "      InstanceName = |one|\n      InstancePath = ||\n      Usage        = ||\n"
-            "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
-            "      CheckSum    = 0\n"
-            "   RecordType   = 4\n   FieldMask    = 4\n   MissingFieldMask = 0\n"
-            "   VariableRecord:\n      Service  = ||\n      Variable = ||\n      Value    = |v|\n"
-            "      Comment  = ||\n      CheckSum    = -1\n"
-            "   RecordType   = 2\n   FieldMask    = 1\n   MissingFieldMask = 0\n"
-            "Services record not yet implemented\n"
-            "   RecordType   = 3\n   FieldMask    = 1\n   MissingFieldMask = 0\n");
 }
 
 }  // namespace

@@ -60,12 +60,10 @@ TEST_F(ScanTest, APositionSetAgainBringsTheSameRecordBack) {
   EXPECT_EQ(next(handle), 1);
   std::int64_t position = 0;
   EXPECT_EQ(handle.getRegFilePosition(&position), 0u);
-  EXPECT_EQ(nextValues(handle, 2), "2 3");
-  EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
-  EXPECT_EQ(nextValues(handle, 3), "2 3 -1");
-  // At the end only Rewind starts again.
-  EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
-  EXPECT_EQ(next(handle), -1);
+  for (const char* values : {"2 3", "2 3 -1", "-1"}) {  // at the end only Rewind starts again
+    EXPECT_EQ(nextValues(handle, static_cast<int>(std::string(values).size() + 1) / 2), values);
+    EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
+  }
   position = -5;
   EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
   EXPECT_EQ(handle.getRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
@@ -116,6 +114,82 @@ TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
   EXPECT_EQ(nextValues(handle, 4), "1 -1 -1 -1");
   EXPECT_EQ(code_, readFailed);
   EXPECT_EQ(handle.CloseScan(), 0u);
+}
+
+TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
+  TestRegistry handle(registry());
+  ASSERT_EQ(handle.OpenScan(), 0u);
+  const std::string grown = readFile(registry()) + frame(variable("a", 4));
+  writeFile(registry(), grown + grown);
+  for (const std::size_t behind : {grown.size(), std::size_t{130}, std::size_t{5000}}) {
+    auto position = static_cast<std::int64_t>(behind);
+    EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
+    EXPECT_EQ(next(handle), -1);
+    EXPECT_EQ(code_, GENREG_RC_END);
+    EXPECT_EQ(handle.Rewind(), 0u);
+  }
+  EXPECT_EQ(handle.CloseScan(), 0u);
+}
+
+// --- the streams of a handle ---
+
+TEST_F(ScanTest, WhatIsReadFromTheStreamIsGoneForGetNextAndTheOtherWayRound) {
+  writeFile(registry(), "a = 1\nb = 2\nc = 3\nd = 4\ne = 5\n");
+  Exposed<GenRegVarVal> handle(registry());
+  ASSERT_EQ(handle.OpenScan(), 0u);
+  VarValRecord record;
+  char raw[64];
+  char line[64];
+  const auto nextLine = [&] {
+    EXPECT_NE(GenRegReadLine(raw, line, sizeof raw, handle.mainStream, nullptr, false), nullptr);
+    return std::string(line);
+  };
+  const auto nextRecord = [&] {
+    EXPECT_EQ(handle.GetNext(0, nullptr, &record), 0u);
+    return std::string(record.Variable == nullptr ? "" : record.Variable);
+  };
+  EXPECT_EQ(nextRecord(), "a");
+  EXPECT_EQ(std::ftell(handle.mainStream), 6);
+  EXPECT_EQ(nextLine(), "b = 2\n");
+  EXPECT_EQ(nextRecord(), "c");
+  EXPECT_EQ(std::ftell(handle.mainStream), 18);
+  std::int64_t position = 0;
+  EXPECT_EQ(handle.getRegFilePosition(&position), 0u);
+  EXPECT_EQ(nextLine(), "d = 4\n");
+  EXPECT_EQ(nextRecord(), "e");
+  EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
+  EXPECT_EQ(nextLine(), "d = 4\n");
+  EXPECT_EQ(std::fseek(handle.mainStream, 6, SEEK_SET), 0);
+  EXPECT_EQ(nextRecord(), "b");
+  EXPECT_EQ(std::fseek(handle.mainStream, -6, SEEK_END), 0);
+  EXPECT_EQ(nextLine(), "e = 5\n");
+  EXPECT_EQ(std::fgetc(handle.mainStream), EOF);
+  EXPECT_EQ(handle.GetNext(0, nullptr, &record), GENREG_RC_END);
+  EXPECT_EQ(handle.Rewind(), 0u);
+  EXPECT_EQ(nextLine(), "a = 1\n");
+  EXPECT_EQ(handle.CloseScan(), 0u);
+  EXPECT_EQ(handle.mainStream, nullptr);
+}
+
+TEST_F(ScanTest, ASessionLedByHandCommitsWhatIsWrittenToItsStream) {
+  const std::string before = readFile(registry());
+  const std::string made = frame(variable("made", 7));
+  for (const bool commits : {true, false}) {
+    writeFile(registry(), before);
+    TestRegistry handle(registry(), unverified);
+    ASSERT_EQ(handle.LockRegistry(5), 0u);
+    ASSERT_EQ(handle.OpenRegFile(GENREG_OP_CHANGE), 0u);
+    std::string read(before.size(), '\0');
+    EXPECT_EQ(std::fread(read.data(), 1, read.size(), handle.mainStream), read.size());
+    EXPECT_EQ(read, before);
+    EXPECT_EQ(std::fwrite(made.data(), 1, made.size(), handle.secondStream), made.size());
+    EXPECT_EQ(handle.CloseRegFile(commits ? GENREG_OP_CHANGE : GENREG_OP_READ), 0u);
+    EXPECT_EQ(handle.secondStream, nullptr);
+    EXPECT_EQ(handle.UnlockRegistry(), 0u);
+    EXPECT_EQ(handle.isUpdateCommitted(), commits);
+    EXPECT_EQ(readFile(registry()), commits ? made : before);
+    EXPECT_EQ(files(), commits ? "r" : "r r.tmp");
+  }
 }
 
 }  // namespace

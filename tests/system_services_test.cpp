@@ -1,27 +1,32 @@
 // Locks on a file that comes and goes, file operations, text to value, log lines.
-#include <cerrno>
-#include <cstdlib>
-#include <thread>
+#include <set>
 
-#include "support/registry_fixture.h"
+#include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
-#include "sysservices/memory.h"
-#include "sysservices/text.h"
 
 namespace {
 
 class ServicesTest : public RegistryTest {
  protected:
+  // The handle keeps the pointer to its name.
   unsigned int open(OSSHFile& file, const std::string& name, std::uint32_t mode) {
-    const OSSFileOpenParam param{
-        OSS_PARAM_LEVEL, name.c_str(), OSS_ACCESS_READ_WRITE, mode, 0, 0600, 0};
+    const OSSFileOpenParam param{OSS_PARAM_LEVEL,
+                                 names_.insert(name).first->c_str(),
+                                 OSS_ACCESS_READ_WRITE,
+                                 mode,
+                                 0,
+                                 0600,
+                                 0};
     return file.open(&param);
   }
   unsigned int lock(OSSHFile& file, std::uint32_t type, std::uint32_t wait = OSS_LOCK_NOWAIT) {
     const OSSFileLockParam param{OSS_PARAM_LEVEL, type, wait};
     return file.lock(&param);
   }
+
+ private:
+  std::set<std::string> names_;
 };
 
 TEST_F(ServicesTest, LocksBelongToTheHandleAndEndWithIt) {
@@ -58,21 +63,31 @@ TEST_F(ServicesTest, ALockGrantedOnARemovedFileIsTakenAtTheName) {
 }
 
 TEST_F(ServicesTest, ALockFileIsRemovedOnlyByWhoeverCanLockIt) {
-  EXPECT_EQ(ossFileDelete(lockFile().c_str()), OSS_RC_FILE_NOT_FOUND);
+  const char* const name = "lock";  // any: it is the call that makes it one
+  const std::string lockName = path(name);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), OSS_RC_FILE_NOT_FOUND);
+  EXPECT_EQ(ossLockFileDelete(nullptr), OSS_RC_NULL_ARGUMENT);
   OSSHFile holder;
-  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(open(holder, lockName, OSS_OPEN_LOCK_FILE), 0u);
+  EXPECT_TRUE(holder.wasCreated());
+  ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), 0u);
+  EXPECT_TRUE(exists(lockName)) << "the name belongs to the holder";
+  ASSERT_EQ(holder.unlock(), 0u);
+  EXPECT_EQ(ossLockFileDelete(lockName.c_str()), 0u);
+  EXPECT_EQ(exists(lockName), lacking(Need::RemovableLockFiles) != nullptr);
+  ASSERT_EQ(holder.close(), 0u);
+  (void)ossLockFileDelete(lockName.c_str());
+  EXPECT_FALSE(exists(lockName));
+  // A name that ends like a lock file's says nothing.
+  writeFile(lockFile(), "");
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_EXISTING), 0u);
   ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
   EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
-  EXPECT_TRUE(exists(lockFile())) << "the name belongs to the holder";
-  ASSERT_EQ(holder.unlock(), 0u);
-  EXPECT_EQ(ossFileDelete(lockFile().c_str()), 0u);
-  EXPECT_EQ(exists(lockFile()), lacking(Need::RemovableLockFiles) != nullptr);
-  ASSERT_EQ(holder.close(), 0u);
-  (void)ossFileDelete(lockFile().c_str());
   EXPECT_FALSE(exists(lockFile()));
 }
 
-TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesTellWhatWasMissing) {
+TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesReportWhatWasMissing) {
   const std::string a = path("a");
   const std::string b = path("b");
   const std::string c = path("c");
@@ -125,50 +140,20 @@ TEST(Names, BaseAndDirectoryOfAPath) {
   EXPECT_EQ(ossBaseName("a/long", name, 5), 0u);
 }
 
-TEST(Text, OnlyAWholeNumberInRangeEndsAtTheTerminator) {
-  const struct {
-    const char* text;
-    bool isUnsigned, isSigned;
-    std::uint64_t asUnsigned;
-    std::int64_t asSigned;
-  } cases[] = {
-      {" 42", true, true, 42, 42},
-      {"+7", true, true, 7, 7},
-      {"-7", false, true, 0, -7},
-      {"18446744073709551615", true, false, ~0ull, 0},
-      {"18446744073709551616", false, false, 0, 0},
-      {"-9223372036854775808", false, true, 0, INT64_MIN},
-      {"-9223372036854775809", false, false, 0, 0},
-      {"", false, false, 0, 0},
-      {"12x", false, false, 0, 0},
-      {"0x10", false, false, 0, 0},
-  };
-  for (const auto& row : cases) {
-    char* end = nullptr;
-    EXPECT_EQ(ossStrToUint64(row.text, &end, 10), row.asUnsigned) << row.text;
-    EXPECT_EQ(end != nullptr && *end == '\0', row.isUnsigned) << row.text;
-    EXPECT_EQ(ossStrToSint64(row.text, &end, 10), row.asSigned) << row.text;
-    EXPECT_EQ(end != nullptr && *end == '\0', row.isSigned) << row.text;
-  }
-  bool flag = false;
-  EXPECT_EQ(ossStrToBoolean("TRUE", &flag), 0u);
-  EXPECT_TRUE(flag);
-  EXPECT_EQ(ossStrToBoolean("No", &flag), 0u);
-  EXPECT_FALSE(flag);
-  for (const char* text : {"", "tru", "2"}) EXPECT_NE(ossStrToBoolean(text, &flag), 0u) << text;
-}
-
-TEST_F(ServicesTest, ALogLineTellsRoutineCodeStepAndValues) {
+TEST_F(ServicesTest, ALogLineNamesRoutineCodeStepAndValues) {
   const std::string log = path("log");
   expectInChild([&] {
     (void)ossEnvironmentSet("ZOROSSE_LOG", log.c_str());
-    return TestRegistry(path("no\nfile")).OpenScan() == GENREG_RC_OPEN_FAILED;
+    TestRegistry refusing(registry());
+    refusing.ValidateKey = [](std::uint64_t, void*) -> Code { return GENREG_RC_KEY_EMPTY; };
+    return TestRegistry(path("no\nfile")).OpenScan() == GENREG_RC_OPEN_FAILED &&
+           get(refusing) == rejected;
   });
   const std::string lines = readFile(log);
   for (const char* part :
        {"probe=0x082A0005", "code=0x900001BF", "point=10", "severity=2",
         "routine=GenRegFile::OpenScan", "name=GENREG_RC_OPEN_FAILED", "callee=0x081A0002",
-        "calleename=OSS_RC_FILE_NOT_FOUND", "no\\x0afile"}) {
+        "calleename=OSS_RC_FILE_NOT_FOUND", "no\\x0afile", "=0x900001F5"}) {
     EXPECT_NE(lines.find(part), std::string::npos) << part << " in " << lines;
   }
   for (std::size_t start = 0; start < lines.size(); start = lines.find('\n', start) + 1) {
@@ -182,19 +167,6 @@ TEST_F(ServicesTest, EveryErrorNumberGivesAFailureCode) {
     EXPECT_EQ(ossErrorMapSystem(1, 2, OSS_SYSCALL_RUNTIME, error, 0) >> 16, 0x9000u);
   }
   EXPECT_EQ(diagnostics.records.size(), 140u);
-}
-
-TEST(Memory, AnAllocationThatFailsLeavesNullAndAReleaseLeavesNull) {
-  void* block = &block;
-  {
-    FaultPlan plan(1, ENOMEM);
-    EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 1), OSS_RC_NO_MEMORY);
-  }
-  EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(_ossMemAlloc(&block, 0, 16, 1, "test", 2), 0u);
-  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 3), 0u);
-  EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(_ossMemFree(&block, 0, 0, "test", 4), 0u);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // Profile variable lines and services lines: what is read from a line, what is written for a
 // record.
-#include <cmath>
+#include <algorithm>
+#include <cstring>
+#include <iterator>
 
-#include "support/registry_fixture.h"
+#include "support/flavours.h"
 
 namespace {
 
@@ -90,54 +92,46 @@ TEST_F(TextFlavoursTest, AVariableLineIsWrittenAfterTheOneItReplaces) {
   EXPECT_FALSE(bCompactFormattedLine) << "a construction resets the layout";
 }
 
-TEST_F(TextFlavoursTest, GettersConvertWholeValuesOnly) {
-  writeFile(registry(),
-            "n = 42\nbig = 18446744073709551616\nneg = -7\nquoted = \"42\"\nrest = 42x\nempty =\n"
-            "d = 1.5e3\nhuge = 1e999\nyes = True\nno = off\nn = 43\nopen = \"x\n");
-  VarVal file(registry());
+TEST_F(TextFlavoursTest, GettersConvertWholeValuesInRangeOnly) {
   const struct {
-    const char* name;
+    const char* value;
     bool isUint, isSint, isDouble, isBool;
     double number;
   } cases[] = {
-      {"n", true, true, true, false, 42},
-      {"big", false, false, true, false, 18446744073709551616.0},
-      {"neg", false, true, true, false, -7},
-      {"quoted", false, false, false, false, 0},
-      {"rest", false, false, false, false, 0},
-      {"empty", false, false, false, false, 0},
-      {"d", false, false, true, false, 1500},
-      {"huge", false, false, false, false, 0},
-      {"yes", false, false, false, true, 1},
-      {"no", false, false, false, true, 0},
-      {"open", false, false, false, false, 0},
-      {"absent", false, false, false, false, 0},
+      {"42", true, true, true, false, 42},
+      {"18446744073709551615", true, false, true, false, 18446744073709551615.0},
+      {"18446744073709551616", false, false, true, false, 18446744073709551616.0},
+      {"-9223372036854775808", false, true, true, false, -9223372036854775808.0},
+      {"-9223372036854775809", false, false, true, false, -9223372036854775809.0},
+      {"\"42\"", false, false, false, false, 0},
+      {"42x", false, false, false, false, 0},
+      {"", false, false, false, false, 0},
+      {"1.5e3", false, false, true, false, 1500},
+      {"1e999", false, false, false, false, 0},
+      {"True", false, false, false, true, 1},
+      {"off", false, false, false, true, 0},
   };
+  VarVal file(registry());
   for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
+    SCOPED_TRACE(row.value);
+    writeFile(registry(), "n = " + std::string(row.value) + "\nn = 7\n");
     std::uint64_t u = 99;
     std::int64_t s = 99;
     double d = 99;
     bool b = row.number == 0;
-    EXPECT_EQ(file.GetUintValue(row.name, &u), row.isUint);
-    EXPECT_EQ(u, row.isUint ? static_cast<std::uint64_t>(row.number) : 99u);
-    EXPECT_EQ(file.GetSintValue(row.name, &s), row.isSint);
-    EXPECT_EQ(s, row.isSint ? static_cast<std::int64_t>(row.number) : 99);
-    EXPECT_EQ(file.GetDoubleValue(row.name, &d), row.isDouble);
+    EXPECT_EQ(file.GetUintValue("n", &u), row.isUint);
+    EXPECT_EQ(static_cast<double>(u), row.isUint ? row.number : 99);
+    EXPECT_EQ(file.GetSintValue("n", &s), row.isSint);
+    EXPECT_EQ(static_cast<double>(s), row.isSint ? row.number : 99);
+    EXPECT_EQ(file.GetDoubleValue("n", &d), row.isDouble);
     EXPECT_EQ(d, row.isDouble ? row.number : 99);
-    EXPECT_EQ(file.GetBooleanValue(row.name, &b), row.isBool);
+    EXPECT_EQ(file.GetBooleanValue("n", &b), row.isBool);
     EXPECT_TRUE(!row.isBool || b == (row.number == 1));
   }
   const char* text = "untouched";
   EXPECT_FALSE(file.GetStringValue("absent", &text));
   EXPECT_FALSE(file.GetStringValue(nullptr, &text));
   EXPECT_STREQ(text, "untouched");
-  EXPECT_TRUE(file.GetStringValue("quoted", &text));
-  VarValRecord key = assignment("n", nullptr);
-  VarValRecord record;
-  EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), 0u);
-  EXPECT_EQ(file.Delete(VARVAL_VARIABLE, &key), 0u);
-  EXPECT_STREQ(text, "\"42\"") << "the text outlives other operations";
 }
 
 TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
@@ -155,6 +149,8 @@ TEST_F(TextFlavoursTest, AServicesLineIsSplitIntoItsFields) {
       {"  x  5/tcp a  b\tc", 0, 2, 5, "x|tcp|a|-", 3},
       {"x 5/icmp y\n", 0, 6, 5, "x|icmp|-|-", 0},
       {"x 5/TCP\n", 0, 6, 5, "x|TCP|-|-", 0},
+      {"x 5/tc\n", 0, 6, 5, "x|tc|-|-", 0},
+      {"x 5/divert y\n", 0, 2, 5, "x|divert|y|-", 1},
       {"x 5\n", 0, 6, 0, "x|-|-|-", 0},
       {"lonely\n", GENREG_RC_SERVICES_NO_PORT, 2, 0, "lonely|-|-|-", 0},
       {"\n", 0, 1, 0, "-|-|-|-", 0},
@@ -275,22 +271,112 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
   EXPECT_EQ(variables.ValidateKey(4, &unfilled), 0u);
 }
 
-TEST_F(TextFlavoursTest, RecordsArePrintedFieldByField) {
+TEST_F(TextFlavoursTest, AServicesRecordIsZeroWhereTheLineStoredNothing) {
+  char line[] = "svc 7/tcp alias # x\n";
+  const std::size_t texts = sizeof "svc" + sizeof "tcp" + sizeof "alias" + sizeof " x";
+  writeFile(registry(), std::string("# c\n") + line);
+  Services file(registry());
+  ServiceEntryRecord key{2, nullptr, "svc", nullptr, nullptr, 0, {}, {}};
+  ASSERT_EQ(file.setFeature(GENREG_GET_IN_SCAN), 0u);
+  ASSERT_EQ(file.OpenScan(), 0u);
+  static GenRegUnpackHook own;
+  own = file.UnpackRecord;
+  // By the flavour itself, by a hook that it does not know, and by the hook alone.
+  for (const int way : {0, 1, 2, 3, 4}) {
+    ServiceEntryRecord record;
+    std::memset(static_cast<void*>(&record), 0xAA, sizeof record);
+    if (way > 1) file.UnpackRecord = [](void* r, char* text) { return own.text(r, text); };
+    EXPECT_EQ(file.Rewind(), 0u);
+    EXPECT_EQ(way == 4       ? own.text(&record, line)
+              : way % 2 == 0 ? file.Get(SERVICES_NAME, &key, &record)
+                             : file.GetNext(SERVICES_NAME, &key, &record),
+              0u);
+    EXPECT_STREQ(record.name, "svc");
+    EXPECT_EQ(static_cast<std::size_t>(std::count(record.text, std::end(record.text), '\0')),
+              sizeof record.text - texts + 4);
+    EXPECT_EQ(std::count(record.aliasList, std::end(record.aliasList), nullptr),
+              SERVICES_ALIAS_SLOTS - 1);
+  }
+  EXPECT_EQ(file.CloseScan(), 0u);
+}
+
+// A class of a larger record, whose values are longer than any line.
+struct LargeRecord : VarValRecord {
+  char value[3 * GENREG_LINE_SIZE];
+};
+class LargeValues : public GenRegVarVal {
+ public:
+  explicit LargeValues(const std::string& path) : GenRegVarVal(path.c_str(), nullptr) {
+    own = UnpackRecord;
+    GetRecordSize = [](std::uint64_t* size) -> Code { return *size = sizeof(LargeRecord), 0; };
+    UnpackRecord = [](void* memory, char* line) {
+      auto& record = *static_cast<LargeRecord*>(memory);
+      const Code code = own.text(&record, line);
+      if (code == 0 && record.Value != nullptr) {
+        const std::size_t length = std::strtoul(record.Value, nullptr, 10);
+        std::memset(record.value, 'v', length);
+        record.value[length] = '\0';
+        record.Value = record.value;
+      }
+      return code;
+    };
+  }
+
+ private:
+  static inline GenRegUnpackHook own;
+};
+
+TEST_F(TextFlavoursTest, GettersWorkForAClassOfLargerRecords) {
+  writeFile(registry(), "a = 10\nlongest = 2047\nlonger = 2048\nhuge = 6000\n");
+  LargeValues file(registry());
+  const char* value = nullptr;
+  EXPECT_TRUE(file.GetStringValue("a", &value));
+  EXPECT_STREQ(value, "vvvvvvvvvv");
+  EXPECT_TRUE(file.GetStringValue("longest", &value));
+  EXPECT_EQ(std::strlen(value), 2047u);
+  EXPECT_FALSE(file.GetStringValue("longer", &value));
+  EXPECT_FALSE(file.GetStringValue("huge", &value));
+  EXPECT_EQ(std::strlen(value), 2047u) << "the value before is untouched";
+}
+
+TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
+  BinVarValRecord binary = ::variable("name", -7, "text");
   VarValRecord variable{3, " c", "A", "1", {}};
   VarValRecord comment{1, " c", nullptr, nullptr, {}};
   ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
-  ServiceEntryRecord blank{};
+  GlobalRegRecord value;
+  GlobalVariables::fill(value, "name", 5);
+  value.CheckSum = -1;
+  GlobalRegRecord instance{};
+  instance.RecordType = GLOBALREG_RECORD_INSTANCE;
+  instance.FieldMask = 0x8000000000000005u;
+  GlobalRegRecord services{};
+  services.RecordType = GLOBALREG_RECORD_SERVICES;
+  const GenRegPrintHook printGlobal = GlobalVariables::Handle(registry()).printHook();
   ::testing::internal::CaptureStdout();
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(&binary), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&variable), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&comment), 0u);
   EXPECT_EQ(GenRegServices::PrintRecord(&service), 0u);
-  EXPECT_EQ(GenRegServices::PrintRecord(&blank), 0u);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
-            "   Comment  = | c|\n"
-            "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
-            "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
-            "   name     = NULL\n   port     = 0\n   protocol = NULL\n   comment  = NULL\n");
+  for (GlobalRegRecord* each : {&value, &instance, &services}) EXPECT_EQ(printGlobal(each), 0u);
+  EXPECT_EQ(
+      ::testing::internal::GetCapturedStdout(),
+      "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n"
+      "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
+      "   Comment  = | c|\n"
+      "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
+      "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
+      "   RecordType   = 4\n   FieldMask    = 6\n   MissingFieldMask = 0\n"
+      "   VariableRecord:\n      Service  = ||\n      Variable = |name|\n      Value    = |5|\n"
+      "      Comment  = ||\n      CheckSum    = -1\n"
+      "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
+      "   InstanceRecord:\n      Service      = ||\n      VersionCode  = 0\n"
+      "      InstanceName = ||\n      InstancePath = ||\n      Usage        = ||\n"
+      "      StartAtBoot  = 0\n      Maintenance  = 0\n      Comment      = ||\n"
+      "      CheckSum    = 0\n"
+      "   RecordType   = 2\n   FieldMask    = 0\n   MissingFieldMask = 0\n"
+      "Services record not yet implemented\n");
+  EXPECT_EQ(GenRegBinVarVal::PrintRecord(nullptr), GENREG_RC_NO_ARGUMENT);
 }
 
 }  // namespace

@@ -35,8 +35,11 @@ TEST_F(CheckToolTest, TellsCleanLeftOverAndDamagedApart) {
       {"name twice", "bin", a + a, 1, 2, "offset 40"},
       {"torn record", "bin", a + a.substr(0, 20), 3, 1, "offset 40"},
       {"stray byte", "bin", a + "x", 3, 1, "GENREG_RC_READ_FAILED"},
-      {"length 0", "bin", a + std::string(8, '\0'), 3, 1, "offset 40"},
-      {"malformed record", "global", good + malformed + good, 3, 2, "GENREG_RC_UNPACK_FAILED"},
+      {"length 0", "bin", a + std::string(8, '\0'), 3, 1, " repair\n"},
+      {"malformed record", "global", good + malformed + good, 3, 2, " repair --drop-unreadable\n"},
+      {"same identity", "global", good + framed(stored(4, 0x7, {text("S"), text("V"), text("1")})),
+       1, 2, "Variable=V"},
+      {"another identity", "global", good + framed(stored(4, 0x2, {text("V")})), 0, 2},
       {"no assignment", "var", "A = 1\nodd\n", 1, 1, "line 2"},
       {"open quote", "var", "A = \"1\n", 1, 0, "double quote"},
       {"no newline", "var", "A = 1", 1, 1, "lacks its newline"},
@@ -67,6 +70,9 @@ TEST_F(CheckToolTest, TellsCleanLeftOverAndDamagedApart) {
   EXPECT_EQ(crashed.status, 1);
   EXPECT_NE(crashed.output.find("puts it back"), std::string::npos);
   EXPECT_EQ(runTool("check " + path("missing")).status, 1);
+  const ToolRun unread = runTool("check " + directory_);
+  EXPECT_EQ(unread.status, 3);
+  EXPECT_EQ(unread.output, "") << "what cannot be read is not called damaged";
 }
 
 }  // namespace

@@ -28,33 +28,45 @@ void Findings::addCode(const std::string& where, unsigned int code) {
       row == nullptr ? "unknown code" : std::string(row->name) + ": " + row->meaning);
 }
 
-int Findings::print(const std::string& file, const std::string& type, std::uint64_t records,
-                    bool json) const {
+void Findings::addBadRecord(const std::string& where, unsigned int code) {
+  addCode(where, code);
+  (code == GENREG_RC_UNPACK_FAILED ? unreadable_ : unframed_) = true;
+}
+
+int Findings::print(const std::string& file, Kind kind, std::uint64_t records, bool json) const {
   int status = findings_.empty() ? exitDone : exitNotFound;
   for (const Finding& finding : findings_) {
     if (finding.severity == Severity::Damage) status = exitFailed;
   }
   static constexpr const char* verdicts[] = {"clean", "whole, with remarks", "", "damaged"};
+  std::string repair;
+  if (unreadable_ || unframed_) {
+    repair = std::string("zorreg ") + nameOf(kind) + (kind == Kind::Global ? " --file " : " ") +
+             printable(file) + " repair" + (unreadable_ ? " --drop-unreadable" : "");
+  }
   if (json) {
     Json list = Json::array();
     for (const Finding& finding : findings_) {
       list.push_back(
           {{"kind", nameOf(finding.severity)}, {"where", finding.where}, {"what", finding.what}});
     }
-    printJson({{"file", file},
-               {"type", type},
-               {"records", records},
-               {"verdict", verdicts[status]},
-               {"findings", list}});
+    Json all{{"file", file},
+             {"type", nameOf(kind)},
+             {"records", records},
+             {"verdict", verdicts[status]},
+             {"findings", list}};
+    if (!repair.empty()) all["repair"] = repair;
+    printJson(all);
     return status;
   }
-  std::printf("%s: %s, %llu records: %s\n", printable(file).c_str(), type.c_str(),
+  std::printf("%s: %s, %llu records: %s\n", printable(file).c_str(), nameOf(kind),
               static_cast<unsigned long long>(records), verdicts[status]);
   Table table;
   for (const Finding& finding : findings_) {
     table.add({nameOf(finding.severity), printable(finding.where), printable(finding.what)});
   }
   table.print();
+  if (!repair.empty()) std::printf("what is whole can be kept: %s\n", repair.c_str());
   return status;
 }
 

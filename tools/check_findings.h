@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "kinds.h"
 #include "output.h"
 
 namespace zorreg {
@@ -26,21 +27,21 @@ class Findings {
   void add(Severity severity, const std::string& where, const std::string& what) {
     findings_.push_back({severity, where, what});
   }
-  // Damage told by a return code.
+  // Damage that a return code names.
   void addCode(const std::string& where, unsigned int code);
+  // The same of a record, which a repair leaves out.
+  void addBadRecord(const std::string& where, unsigned int code);
 
   // Prints everything, and gives the exit status: 0 clean, 1 something left over or odd, 3 damage.
-  int print(const std::string& file, const std::string& type, std::uint64_t records,
-            bool json) const;
+  int print(const std::string& file, Kind kind, std::uint64_t records, bool json) const;
 
  private:
   std::vector<Finding> findings_;
+  bool unreadable_ = false;  // a record can be framed and not read
+  bool unframed_ = false;    // what is not even a record
 };
 
 // Checks the records of one registry file; returns how many are whole. The file is only read.
-std::uint64_t checkBinary(const std::string& file, Findings& findings);
-std::uint64_t checkGlobal(const std::string& file, Findings& findings);
-std::uint64_t checkVariables(const std::string& file, Findings& findings);
-std::uint64_t checkServices(const std::string& file, Findings& findings);
+std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings& findings);
 
 }  // namespace zorreg

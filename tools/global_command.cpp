@@ -1,42 +1,30 @@
-#include "global_command.h"
-
+// zorreg global ...: the global registry.
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "global_fields.h"
-#include "output.h"
+#include "commands.h"
+#include "exact_registry.h"
 #include "registry_use.h"
-#include "report.h"
-#include "sysservices/environment.h"
 
 namespace zorreg {
 namespace {
 
-constexpr const char* pathVariable = "ZOR_GLOBAL_REG_PATHNAME";
-
-// The words of one command line.
-struct Arguments {
-  std::optional<std::string> file;
-  std::string type;
-  std::vector<std::string> fields;     // a record's, or a key's
-  std::vector<std::string> newFields;  // of a change
-  bool json = false;
-};
-
-// The registry with the two hooks that the tool asks itself.
-class OpenGlobal : public GlobalReg {
+class Global : public Exact<GlobalAt, GlobalRegRecord> {
  public:
-  bool ready() const { return (status & GENREG_STATUS_READY) != 0; }
-  // What an operation would only call "rejected".
-  unsigned int validate(std::uint64_t mask, GlobalRegRecord& record) const {
-    return ValidateKey(mask, &record);
-  }
-  void print(GlobalRegRecord& record) const { (void)GenRegBase::PrintRecord(&record); }
+  static constexpr Kind kind = Kind::Global;
+  using Exact::Exact;
+  static bool holdsEntry(const Record&) { return true; }
+  static Row rowOf(const Record& record) { return zorreg::rowOf(record); }
 };
+
+// As `on`, of the file that the environment names when the words name none.
+template <int (*work)(Global&, const Words&)>
+int onGlobal(const Words& given) {
+  Words words = given;
+  const char* named = std::getenv(globalPathVariable);
+  if (words.file.empty()) words.file = named == nullptr ? "global.reg" : named;
+  return on<Global, work>(words);
+}
 
 const GlobalRegType* typeNamed(const std::string& name) {
   for (const GlobalRegType& type : globalRegTypes) {
@@ -45,162 +33,142 @@ const GlobalRegType* typeNamed(const std::string& name) {
   return nullptr;
 }
 
-// The fields by which two records of a type are the same thing.
-std::uint64_t identityOf(const GlobalRegType& type, const GlobalRegRecord& record) {
-  const std::uint64_t identity = type.type == GLOBALREG_RECORD_INSTANCE   ? 0x4   // InstanceName
-                                 : type.type == GLOBALREG_RECORD_SERVICES ? 0x1   // Service
-                                                                          : 0x3;  // and Variable
-  const std::uint64_t present = identity & record.FieldMask;
-  return present != 0 ? present : record.FieldMask;
+// The code behind a rejection.
+int reportRejected(const Global& registry, const Words& words, unsigned int code,
+                   std::uint64_t mask, GlobalRegRecord& judged) {
+  const unsigned int reason =
+      code == GENREG_RC_KEY_REJECTED ? registry.validate(mask, judged) : code;
+  return reportCode(reason != 0 ? reason : code, words.file);
 }
 
-// One run of a verb: the registry and the record or key that the words describe.
-struct Run {
-  const Arguments& arguments;
-  const char* file;
-  const GlobalRegType* type;
-  OpenGlobal registry{};
+// Runs `work` with the record or key that the words describe, or reports what is wrong with them. A
+// key that lost its only word would match everything.
+template <typename Work>
+int withRecord(const Words& words, Work work) {
+  const GlobalRegType& type = *typeNamed(words.type);
   GlobalRegRecord record{};
-
-  int report(unsigned int code) const { return reportCode(code, file); }
-  // The code behind a rejection.
-  int reportRejected(unsigned int code, std::uint64_t mask, GlobalRegRecord& judged) const {
-    if (code != GENREG_RC_KEY_REJECTED) return report(code);
-    const unsigned int reason = registry.validate(mask, judged);
-    return report(reason != 0 ? reason : code);
-  }
-};
-
-int show(const GlobalRegRecord& record, bool json) {
-  if (json) {
-    printJson(recordJson(record));
-  } else {
-    std::printf("%s\n", recordLine(record).c_str());
-  }
-  return exitDone;
-}
-
-int list(Run& run) {
-  Json all = Json::array();
-  const int status =
-      forEachRecord<GlobalRegRecord>(run.registry, run.file, [&](const GlobalRegRecord& record) {
-        if (run.type != nullptr && record.RecordType != run.type->type) return;
-        if (run.arguments.json) {
-          all.push_back(recordJson(record));
-        } else {
-          (void)show(record, false);
-        }
-      });
-  if (status == exitDone && run.arguments.json) printJson(all);
-  return status;
-}
-
-int get(Run& run) {
-  GlobalRegRecord found;
-  const std::uint64_t mask = run.record.FieldMask;
-  const unsigned int code = run.registry.Get(mask, &run.record, &found);
-  return code == 0 ? show(found, run.arguments.json) : run.reportRejected(code, mask, run.record);
-}
-
-int add(Run& run) {
-  const std::uint64_t mask = identityOf(*run.type, run.record);
-  if (mask == 0) return reportUsage("a record has at least one FIELD=VALUE");
-  const unsigned int code = run.registry.Add(mask, &run.record);
-  return code == 0 ? exitDone : run.reportRejected(code, mask, run.record);
-}
-
-int change(Run& run) {
-  const std::uint64_t mask = run.record.FieldMask;
-  if (mask == 0) return reportUsage("a key has at least one FIELD=VALUE");
-  GlobalRegRecord record;
-  unsigned int code = run.registry.Get(mask, &run.record, &record);
-  if (code != 0) return run.reportRejected(code, mask, run.record);
-  const std::string wrong = setFields(run.arguments.newFields, *run.type, record);
+  record.RecordType = type.type;
+  const std::string wrong = setFields(words.fields, type, false, record);
   if (!wrong.empty()) return reportUsage(wrong);
-  code = run.registry.Change(mask, &run.record, &record);
-  return code == 0 || code == GENREG_RC_UNCHANGED ? exitDone
-                                                  : run.reportRejected(code, mask, record);
+  if (record.FieldMask == 0) return reportUsage("a record or key has at least one FIELD=VALUE");
+  return work(record);
 }
 
-int remove(Run& run) {
-  const std::uint64_t mask = run.record.FieldMask;
-  if (mask == 0) return reportUsage("a key has at least one FIELD=VALUE");
-  const unsigned int code = run.registry.Delete(mask, &run.record);
-  return code == 0 ? exitDone : run.reportRejected(code, mask, run.record);
+// The mask under which a key finds its record: a record that is just what the key names is meant
+// even when others, which have more identifying fields, hold the given ones, too.
+std::uint64_t maskOf(Global& registry, const Words& words, GlobalRegRecord& key) {
+  GlobalRegRecord found;
+  const bool named = (key.FieldMask & ~typeNamed(words.type)->identity) == 0;
+  const bool unclear =
+      named && findOnly(registry, key.FieldMask, key, found) == GENREG_RC_AMBIGUOUS;
+  return unclear && findOnly(registry, byIdentity, key, found) == 0 ? byIdentity : key.FieldMask;
 }
 
-int dump(Run& run) {
-  return forEachRecord<GlobalRegRecord>(
-      run.registry, run.file, [&](GlobalRegRecord& record) { run.registry.print(record); });
+int listType(Global& registry, const Words& words) {
+  const GlobalRegType* type = typeNamed(words.type);
+  Listing listing;
+  return listWhere(registry, words, listing, [&](const GlobalRegRecord& record) {
+    return type == nullptr || record.RecordType == type->type;
+  });
 }
 
-struct Verb {
-  const char* name;
-  const char* help;
-  const char* fields;  // help of the FIELD=VALUE words, or null
-  int (*run)(Run& run);
-  bool takesType;
-  bool needsType;
-  bool takesNewFields;
-  bool takesJson;
-};
+int get(Global& registry, const Words& words) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
+    GlobalRegRecord found;
+    const unsigned int code = registry.Get(key.FieldMask, &key, &found);
+    if (code != 0) return reportRejected(registry, words, code, key.FieldMask, key);
+    const Row row = rowOf(found);
+    words.json ? printJson(row.json) : (void)std::printf("%s\n", row.cells[0].c_str());
+    return int{exitDone};
+  });
+}
 
-constexpr const char* keyFields = "fields to find it by";
+int add(Global& registry, const Words& words) {
+  return withRecord(words, [&](GlobalRegRecord& record) {
+    const unsigned int code = registry.Add(byIdentity, &record);
+    return code == 0 ? exitDone : reportRejected(registry, words, code, byIdentity, record);
+  });
+}
+
+// GENREG_RC_DUPLICATE when `merged` would become another record than `found`, and there is one like
+// that: neither could be changed or deleted any more.
+unsigned int checkIdentity(Global& registry, const GlobalRegRecord& found,
+                           GlobalRegRecord& merged) {
+  if (identityOf(found) == identityOf(merged)) return 0;
+  GlobalRegRecord other;
+  const unsigned int code = findOnly(registry, byIdentity, merged, other);
+  if (code == GENREG_RC_NOT_FOUND) return 0;
+  return code == 0 || code == GENREG_RC_AMBIGUOUS ? GENREG_RC_DUPLICATE : code;
+}
+
+int change(Global& registry, const Words& words) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
+    const GlobalRegType& type = *typeNamed(words.type);
+    GlobalRegRecord changed{};
+    const std::string wrong = setFields(words.newFields, type, true, changed);
+    if (!wrong.empty()) return reportUsage(wrong);
+    const std::uint64_t mask = maskOf(registry, words, key);
+    const unsigned int code =
+        changeOnly(registry, mask, key, [&](const GlobalRegRecord& found, GlobalRegRecord& merged) {
+          merged = found;
+          (void)setFields(words.newFields, type, true, merged);
+          changed = merged;
+          return checkIdentity(registry, found, merged);
+        });
+    if (code == GENREG_RC_DUPLICATE) {
+      return reportRefusal(words.file, "holds another record that is " + identityOf(changed));
+    }
+    return code == 0 ? exitDone : reportRejected(registry, words, code, mask, changed);
+  });
+}
+
+int remove(Global& registry, const Words& words) {
+  return withRecord(words, [&](GlobalRegRecord& key) {
+    const std::uint64_t mask = maskOf(registry, words, key);
+    const unsigned int code = registry.Delete(mask, &key);
+    return code == 0 ? exitDone : reportRejected(registry, words, code, mask, key);
+  });
+}
+
+constexpr Argument file{"--file",
+                        "the registry file; else $ZOR_GLOBAL_REG_PATHNAME, else global.reg",
+                        &Words::file, Need::MayFilled};
+constexpr const char* typeHelp = "instance, services or variable";
+constexpr std::array<const char*, 5> types{"instance", "services", "variable"};
+constexpr Argument someType{"--type", typeHelp, &Words::type, Need::May, types};
+constexpr Argument type{"--type", typeHelp, &Words::type, Need::Must, types};
+constexpr Argument fields{"FIELD=VALUE", "the record's fields", &Words::fields};
+constexpr Argument keyFields{"FIELD=VALUE", "fields to find it by", &Words::fields};
+constexpr Argument newFields{"--to",
+                             "FIELD=VALUE words to set; an empty VALUE takes the field away",
+                             &Words::newFields, Need::Must};
 
 constexpr Verb verbs[] = {
-    {"list", "print every record with the fields it holds", nullptr, list, true, false, false,
-     true},
-    {"get", "print the first record that holds the given fields", keyFields, get, true, true, false,
-     true},
-    {"add", "add a record; one of its name must not be there", "the record's fields", add, true,
-     true, false, false},
-    {"change", "give the one record that holds the given fields new values", keyFields, change,
-     true, true, true, false},
-    {"delete", "delete the one record that holds the given fields", keyFields, remove, true, true,
-     false, false},
-    {"dump", "print every record, field by field", nullptr, dump, false, false, false, false},
+    {"list",
+     "print every record with the fields it holds",
+     onGlobal<listType>,
+     {&someType, &jsonArgument}},
+    {"get",
+     "print the first record that holds the given fields",
+     onGlobal<get>,
+     {&type, &keyFields, &jsonArgument}},
+    {"add", "add a record; one of its name must not be there", onGlobal<add>, {&type, &fields}},
+    {"change",
+     "give the one record that holds the given fields new values",
+     onGlobal<change>,
+     {&type, &keyFields, &newFields}},
+    {"delete",
+     "delete the one record that holds the given fields",
+     onGlobal<remove>,
+     {&type, &keyFields}},
+    {"dump", "print every record, field by field", onGlobal<dump<Global>>},
+    {"repair", repairHelp, onGlobal<repair<Global>>, {&dropArgument, &jsonArgument}},
 };
-
-int runVerb(const Verb& verb, const Arguments& arguments) {
-  if (arguments.file) (void)ossEnvironmentSet(pathVariable, arguments.file->c_str());
-  const char* named = std::getenv(pathVariable);
-  Run run{arguments, named == nullptr ? "global.reg" : named, typeNamed(arguments.type)};
-  if (!run.registry.ready()) return run.report(GENREG_RC_NOT_READY);
-  if (run.type != nullptr) {
-    run.record.RecordType = run.type->type;
-    const std::string wrong = setFields(arguments.fields, *run.type, run.record);
-    if (!wrong.empty()) return reportUsage(wrong);
-  }
-  return verb.run(run);
-}
 
 }  // namespace
 
 void addGlobalCommand(CLI::App& app, int& status) {
-  auto arguments = std::make_shared<Arguments>();
-  CLI::App* group = app.add_subcommand("global", "the global registry");
-  group->add_option("--file", arguments->file,
-                    std::string("the registry file; else ") + pathVariable + ", else global.reg");
-  group->require_subcommand(1);
-  for (const Verb& verb : verbs) {
-    CLI::App* command = group->add_subcommand(verb.name, verb.help);
-    if (verb.takesType) {
-      command->add_option("--type", arguments->type, "instance, services or variable")
-          ->check(CLI::IsMember({"instance", "services", "variable"}))
-          ->required(verb.needsType);
-    }
-    if (verb.fields != nullptr) {
-      command->add_option("FIELD=VALUE", arguments->fields, verb.fields);
-    }
-    if (verb.takesNewFields) {
-      command
-          ->add_option("--to", arguments->newFields,
-                       "FIELD=VALUE words to set; an empty VALUE takes the field away")
-          ->required();
-    }
-    if (verb.takesJson) command->add_flag("--json", arguments->json, "print JSON");
-    command->callback([&verb, arguments, &status] { status = runVerb(verb, *arguments); });
-  }
+  addGroup(app, status, {"global", "the global registry", {&file, nullptr}}, verbs);
 }
 
 }  // namespace zorreg

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "versions.h"
+
 namespace zorreg {
 namespace {
-
-constexpr unsigned int versionParts = 4;  // 16 bits each, the version first
 
 bool isVersion(const GlobalRegField& field) { return std::strcmp(field.name, "VersionCode") == 0; }
 
@@ -27,22 +27,6 @@ bool parseNumber(const char* begin, const char* end, std::uint64_t largest, std:
   return error == std::errc() && stop == end && number <= largest;
 }
 
-// One to four numbers of 16 bits with dots between them.
-bool parseVersion(const std::string& text, std::uint64_t& code) {
-  code = 0;
-  std::size_t at = 0;
-  for (unsigned int part = 0; part < versionParts; ++part) {
-    std::uint64_t number = 0;
-    if (at <= text.size()) {
-      const std::size_t dot = std::min(text.find('.', at), text.size());
-      if (!parseNumber(text.data() + at, text.data() + dot, 0xFFFF, number)) return false;
-      at = dot + 1;
-    }
-    code = (code << 16) | number;
-  }
-  return at > text.size();
-}
-
 std::string setField(const std::string& value, const GlobalRegField& field,
                      GlobalRegRecord& record) {
   unsigned char* memory = memoryOf(field, record);
@@ -60,7 +44,7 @@ std::string setField(const std::string& value, const GlobalRegField& field,
                                                      : (std::uint64_t{1} << (8 * field.width)) - 1;
     std::uint64_t number = 0;
     const bool ok = isVersion(field)
-                        ? parseVersion(value, number)
+                        ? parseDotted(value, number)
                         : parseNumber(value.data(), value.data() + value.size(), largest, number);
     if (!ok) {
       return "'" + printable(value) + "': " + field.name +
@@ -103,68 +87,73 @@ std::string typeName(const GlobalRegRecord& record) {
   return type == nullptr ? std::to_string(record.RecordType) : type->name;
 }
 
-}  // namespace
-
-std::string setFields(const std::vector<std::string>& words, const GlobalRegType& type,
-                      GlobalRegRecord& record) {
-  for (const std::string& word : words) {
-    const std::size_t equals = word.find('=');
-    const std::string name = word.substr(0, equals);
-    const GlobalRegField* field = nullptr;
-    for (std::size_t i = 0; i < type.fieldCount; ++i) {
-      if (name == type.fields[i].name) field = &type.fields[i];
-    }
-    if (equals == std::string::npos || field == nullptr) {
-      std::string known;
-      for (std::size_t i = 0; i < type.fieldCount; ++i)
-        known += std::string(" ") + type.fields[i].name;
-      return "'" + printable(word) + "' is no FIELD=VALUE of a record of type " + type.name +
-             ", which has" + known;
-    }
-    std::string wrong = setField(word.substr(equals + 1), *field, record);
-    if (!wrong.empty()) return wrong;
-  }
-  return {};
-}
-
 std::string fieldText(const GlobalRegField& field, const GlobalRegRecord& record) {
   if (field.kind == GlobalRegFieldKind::Text) {
     const char* text = reinterpret_cast<const char*>(&record) + field.offset;
     return {text, ::strnlen(text, field.width)};
   }
   const std::uint64_t number = numberOf(field, record);
-  if (!isVersion(field)) return std::to_string(number);
-  std::string dotted;
-  for (unsigned int part = versionParts; part > 0; --part) {
-    dotted += (dotted.empty() ? "" : ".") + std::to_string((number >> (16 * (part - 1))) & 0xFFFF);
+  return isVersion(field) ? versionText(number) : std::to_string(number);
+}
+
+}  // namespace
+
+std::string setFields(const std::vector<std::string>& words, const GlobalRegType& type,
+                      bool mayTakeAway, GlobalRegRecord& record) {
+  std::uint64_t given = 0;
+  for (const std::string& word : words) {
+    const std::size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    const GlobalRegField* field = nullptr;
+    std::string known;
+    for (std::size_t i = 0; i < type.fieldCount; ++i) {
+      if (name == type.fields[i].name) field = &type.fields[i];
+      known += std::string(" ") + type.fields[i].name;
+    }
+    if (equals == std::string::npos || field == nullptr) {
+      return "'" + printable(word) + "' is no FIELD=VALUE of a record of type " + type.name +
+             ", which has" + known;
+    }
+    const std::string value = word.substr(equals + 1);
+    if (value.empty() && !mayTakeAway) return name + " has no value";
+    if ((given & field->bit) != 0) return name + " is given twice";
+    given |= field->bit;
+    std::string wrong = setField(value, *field, record);
+    if (!wrong.empty()) return wrong;
   }
-  return dotted;
+  return {};
 }
 
-std::string recordLine(const GlobalRegRecord& record) {
-  std::string line = typeName(record);
+std::string identityOf(const GlobalRegRecord& record) {
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  std::uint64_t identity = type == nullptr ? 0 : type->identity & record.FieldMask;
+  if (identity == 0) identity = record.FieldMask;
+  std::string words = typeName(record);
   forEachPresent(record, [&](const GlobalRegField& field) {
-    const std::string text = printable(fieldText(field, record));
-    const bool quoted = text.find(' ') != std::string::npos;
-    line += std::string("  ") + field.name + "=" + (quoted ? "\"" + text + "\"" : text);
-  });
-  for (const std::string& bit : unknownFields(record)) line += "  unknown field " + bit;
-  return line;
-}
-
-Json recordJson(const GlobalRegRecord& record) {
-  Json fields = Json::object();
-  forEachPresent(record, [&](const GlobalRegField& field) {
-    if (field.kind == GlobalRegFieldKind::Text || isVersion(field)) {
-      fields[field.name] = fieldText(field, record);
-    } else {
-      fields[field.name] = numberOf(field, record);
+    if ((field.bit & identity) != 0) {
+      words += std::string(" ") + field.name + "=" + fieldText(field, record);
     }
   });
-  return {{"type", typeName(record)},
-          {"fields", fields},
-          {"unknownFields", unknownFields(record)},
-          {"checkSum", record.CheckSum}};
+  return words;
+}
+
+Row rowOf(const GlobalRegRecord& record) {
+  std::string line = typeName(record);
+  Json fields = Json::object();
+  forEachPresent(record, [&](const GlobalRegField& field) {
+    const std::string text = fieldText(field, record);
+    const std::string shown = printable(text);
+    const bool quoted = shown.find(' ') != std::string::npos;
+    line += std::string("  ") + field.name + "=" + (quoted ? "\"" + shown + "\"" : shown);
+    const bool isText = field.kind == GlobalRegFieldKind::Text || isVersion(field);
+    fields[field.name] = isText ? Json(text) : Json(numberOf(field, record));
+  });
+  for (const std::string& bit : unknownFields(record)) line += "  unknown field " + bit;
+  return {{line},
+          {{"type", typeName(record)},
+           {"fields", fields},
+           {"unknownFields", unknownFields(record)},
+           {"checkSum", record.CheckSum}}};
 }
 
 }  // namespace zorreg

@@ -9,16 +9,17 @@
 
 namespace zorreg {
 
-// Sets the fields that words of the form FIELD=VALUE name. An empty VALUE takes the field away.
-// Returns why a word is wrong, or an empty text.
+// Sets the fields that words of the form FIELD=VALUE name. An empty VALUE takes the field away
+// where that may be, and is wrong elsewhere. Returns why a word is wrong, or an empty text.
 std::string setFields(const std::vector<std::string>& words, const GlobalRegType& type,
-                      GlobalRegRecord& record);
+                      bool mayTakeAway, GlobalRegRecord& record);
 
-// A present field's value as text; version codes in dotted form.
-std::string fieldText(const GlobalRegField& field, const GlobalRegRecord& record);
+// What a record is: its type and those of its fields by which two records are the same thing, or
+// all of its fields when it has none of those. Two records of one identity cannot be distinguished.
+std::string identityOf(const GlobalRegRecord& record);
 
-// A record as one line of FIELD=VALUE words behind its type, and as JSON.
-std::string recordLine(const GlobalRegRecord& record);
-Json recordJson(const GlobalRegRecord& record);
+// A record as a line of FIELD=VALUE words behind its type, version codes in dotted form; and as
+// JSON.
+Row rowOf(const GlobalRegRecord& record);
 
 }  // namespace zorreg

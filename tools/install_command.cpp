@@ -1,5 +1,3 @@
-#include "install_command.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -7,13 +5,17 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
+#include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
+#include "versions.h"
 
 namespace zorreg {
 namespace {
@@ -35,20 +37,6 @@ const char* orNull(const std::optional<std::string>& text) {
   return text ? text->c_str() : nullptr;
 }
 
-// Up to four numbers below 65536 with dots between them.
-bool isDotted(const std::string& text) {
-  std::size_t parts = 0;
-  for (std::size_t at = 0; at <= text.size(); ++parts) {
-    const std::size_t dot = std::min(text.find('.', at), text.size());
-    const std::string part = text.substr(at, dot - at);
-    const bool number = !part.empty() && part.size() <= 5 &&
-                        part.find_first_not_of("0123456789") == std::string::npos;
-    if (!number || std::stoul(part) > 0xFFFF) return false;
-    at = dot + 1;
-  }
-  return parts <= 4;
-}
-
 // The code that a dotted text, "0x" and hexadecimal digits, or a packed decimal number (more digits
 // than a part of a dotted text can have) stands for.
 bool parseVersion(const std::string& text, std::uint64_t& code) {
@@ -56,8 +44,7 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   if (text.empty()) return false;
   const bool hexadecimal = text.compare(0, 2, "0x") == 0;
   const bool packed = text.size() > mostPartDigits && text.find('.') == std::string::npos;
-  if (!hexadecimal && !packed)
-    return isDotted(text) && ossVersionStringToCode(text.c_str(), &code) == 0;
+  if (!hexadecimal && !packed) return parseDotted(text, code);
   const std::string digits = hexadecimal ? text.substr(2) : text;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) return false;
@@ -65,12 +52,6 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   const unsigned long long value = std::strtoull(digits.c_str(), nullptr, hexadecimal ? 16 : 10);
   code = hexadecimal ? value : ossVersionCodeZORToService(static_cast<unsigned int>(value));
   return true;
-}
-
-std::string versionText(std::uint64_t code) {
-  char text[24] = "";
-  (void)ossVersionCodeToString(code, text, sizeof text);
-  return text;
 }
 
 std::string versionHexadecimal(std::uint64_t code) {
@@ -310,6 +291,36 @@ void addVersionCommand(CLI::App& app, int& status) {
   command->callback([arguments, &status] { status = showVersion(*arguments); });
 }
 
+// Prints, while it lives, what the library logs of registry exports that it refuses, each once.
+class RefusedExports {
+ public:
+  RefusedExports() { ossSetDiagnosticCallback(receive, this); }
+  ~RefusedExports() { ossSetDiagnosticCallback(nullptr, nullptr); }
+  RefusedExports(const RefusedExports&) = delete;
+  RefusedExports& operator=(const RefusedExports&) = delete;
+
+  bool any() const { return !printed_.empty(); }
+
+ private:
+  // The record has the path, the line (0: none is at fault) and the reason.
+  static void receive(const OSSDiagnosticRecord& record, void* context) {
+    constexpr unsigned int probeRegistryExport = 0x081A0100u;
+    if (record.probe != probeRegistryExport || record.valueCount != 3) return;
+    const auto text = [](const OSSDiagnosticValue& value) {
+      return std::string(static_cast<const char*>(value.address), value.length);
+    };
+    std::uint32_t line = 0;
+    std::memcpy(&line, record.values[1].address, sizeof line);
+    const std::string message = text(record.values[0]) +
+                                (line == 0 ? "" : ", line " + std::to_string(line)) + ": " +
+                                text(record.values[2]);
+    if (!static_cast<RefusedExports*>(context)->printed_.insert(message).second) return;
+    std::fprintf(stderr, "zorreg: %s\n", message.c_str());
+  }
+
+  std::set<std::string> printed_;
+};
+
 // A command that lists, with a verb "find" that looks one entry up.
 struct ListCommand {
   const char* name;
@@ -328,7 +339,9 @@ CLI::App* addListCommand(CLI::App& app, int& status, const ListCommand& row,
   (*find)->add_option("--version", arguments->version, "version of the copy");
   addOptional(*find, "--copy", arguments->copy, "name of the copy");
   command->callback([command, arguments, &status, row] {
+    const RefusedExports refused;
     status = command->get_subcommands().empty() ? row.list(*arguments) : row.find(*arguments);
+    if (refused.any()) status = exitFailed;
   });
   return command;
 }

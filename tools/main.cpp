@@ -3,13 +3,8 @@
 #include <cstdio>
 #include <exception>
 
-#include "bin_command.h"
-#include "check_command.h"
-#include "global_command.h"
-#include "install_command.h"
+#include "commands.h"
 #include "report.h"
-#include "services_command.h"
-#include "var_command.h"
 
 int main(int argc, char** argv) {
   try {

@@ -29,4 +29,25 @@ class Table {
   std::vector<std::vector<std::string>> rows_;
 };
 
+// An entry as a line of cells and as JSON.
+struct Row {
+  std::vector<std::string> cells;
+  Json json;
+};
+
+// Entries that are printed in the end, one way or the other.
+class Listing {
+ public:
+  void add(Row row) {
+    table_.add(std::move(row.cells));
+    all_.push_back(std::move(row.json));
+  }
+  bool empty() const { return all_.empty(); }
+  void print(bool json) const { json ? printJson(all_) : table_.print(); }
+
+ private:
+  Table table_;
+  Json all_ = Json::array();
+};
+
 }  // namespace zorreg

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "genreg.h"
+#include "output.h"
 
 namespace zorreg {
 namespace {
@@ -22,13 +22,43 @@ int reportCode(unsigned int code, const std::string& file) {
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   std::fprintf(stderr, "zorreg: %s (0x%08X): %s\n", row == nullptr ? "unknown code" : row->name,
                code, row == nullptr ? "no meaning is known" : row->meaning);
-  std::fprintf(stderr, "zorreg: file %s\n", file.c_str());
+  std::fprintf(stderr, "zorreg: file %s\n", printable(file).c_str());
   const bool notFound = code == GENREG_RC_NOT_FOUND || code == GENREG_RC_NO_FILE;
   return notFound ? exitNotFound : exitFailed;
+}
+
+int reportRefusal(const std::string& where, const std::string& reason) {
+  return report(printable(where) + " " + reason, exitFailed);
 }
 
 int reportUsage(const std::string& message) { return report(message, exitUsage); }
 
 int reportFailure(const std::string& message) { return report(message, exitFailed); }
+
+void printRepair(const std::string& file, const std::string& original,
+                 const GenRegRepairReport& report, bool json) {
+  const bool repaired = report.bytesLeftOut != 0;
+  if (json) {
+    Json row{{"file", file},
+             {"kept", report.kept},
+             {"dropped", report.dropped},
+             {"bytesLeftOut", report.bytesLeftOut}};
+    if (repaired) row.update({{"firstDamage", report.firstDamage}, {"original", original}});
+    printJson(row);
+    return;
+  }
+  std::string line = printable(file) + ": " + std::to_string(report.kept) + " records kept; ";
+  if (repaired) {
+    line += std::to_string(report.bytesLeftOut) + " bytes left out, the first at offset " +
+            std::to_string(report.firstDamage);
+    if (report.dropped != 0) {
+      line += ", among them " + std::to_string(report.dropped) + " that cannot be read";
+    }
+    line += "\nthe original is now " + printable(original) + ", which the next update deletes";
+  } else {
+    line += "nothing to repair";
+  }
+  std::printf("%s\n", line.c_str());
+}
 
 }  // namespace zorreg

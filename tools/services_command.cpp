@@ -1,27 +1,16 @@
-#include "services_command.h"
-
+// zorreg services FILE ...: text registries of network services.
+#include <algorithm>
 #include <charconv>
-#include <memory>
-#include <optional>
-#include <vector>
+#include <utility>
 
-#include "faithful_text.h"
-#include "output.h"
+#include "commands.h"
+#include "exact_registry.h"
 #include "registry_use.h"
-#include "report.h"
 
 namespace zorreg {
 namespace {
 
-// The words of one command line.
-struct Arguments {
-  std::string file;
-  std::string name;  // for find also a port
-  std::string port;  // PORT/PROTOCOL
-  std::vector<std::string> aliases;
-  std::optional<std::string> comment;
-  bool json = false;
-};
+constexpr const char* protocols[] = {"tcp", "udp", "ddp", "divert"};
 
 // A port number and a protocol, as one word of the command line gives them.
 struct Endpoint {
@@ -39,6 +28,39 @@ std::uint16_t swapped(std::uint16_t host) {
 
 unsigned int portOf(const ServiceEntryRecord& record) { return swapped(record.port); }
 
+std::vector<std::string> aliasesOf(const ServiceEntryRecord& record) {
+  std::vector<std::string> aliases;
+  for (const char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
+    aliases.emplace_back(*alias);
+  }
+  return aliases;
+}
+
+class Services : public Exact<GenRegServices, ServiceEntryRecord> {
+ public:
+  static constexpr Kind kind = Kind::Services;
+  using Exact::Exact;
+  static bool holdsEntry(const Record& record) {
+    return (record.Contains & SERVICES_HAS_SERVICE) != 0;
+  }
+  static Row rowOf(const Record& record) {
+    const bool odd = (record.Contains & SERVICES_BAD_PORT) != 0 || record.protocol == nullptr;
+    const std::string protocol = record.protocol == nullptr ? "" : record.protocol;
+    const std::string comment = bareComment(record.comment);
+    const std::vector<std::string> aliases = aliasesOf(record);
+    std::string joined;
+    for (const std::string& alias : aliases) joined += (joined.empty() ? "" : " ") + alias;
+    Json json{{"name", record.name}, {"port", portOf(record)}, {"protocol", protocol}};
+    json["aliases"] = aliases;
+    if (record.comment != nullptr) json["comment"] = comment;
+    if (odd) json["understood"] = false;
+    return {{printable(record.name),
+             std::to_string(portOf(record)) + "/" + printable(protocol) + (odd ? " ?" : ""),
+             printable(joined), printable(comment)},
+            json};
+  }
+};
+
 // PORT or PORT/PROTOCOL.
 std::optional<Endpoint> parseEndpoint(const std::string& word) {
   Endpoint endpoint;
@@ -55,170 +77,114 @@ bool isWord(const std::string& text) {
 }
 
 bool isProtocol(const std::string& text) {
-  return text == "tcp" || text == "udp" || text == "ddp" || text == "divert";
+  return std::find(std::begin(protocols), std::end(protocols), text) != std::end(protocols);
 }
 
 // Why an entry cannot stand in a line and be read back; empty when it can.
-std::string complaint(const Arguments& arguments, const std::optional<Endpoint>& endpoint) {
-  if (!isWord(arguments.name)) return "'" + printable(arguments.name) + "': a name is one word";
+std::string complaint(const Words& words, const std::optional<Endpoint>& endpoint) {
+  if (!isWord(words.name)) return "'" + printable(words.name) + "': a name is one word";
   if (!endpoint || !isProtocol(endpoint->protocol)) {
-    return "'" + printable(arguments.port) +
-           "': a port from 1 to 65535, a slash and tcp, udp, ddp or divert";
+    std::string wrong =
+        "'" + printable(words.port) + "': a port from 1 to 65535, a slash and one of";
+    const char* separator = " ";
+    for (const char* protocol : protocols)
+      wrong += std::exchange(separator, ", ") + std::string(protocol);
+    return wrong;
   }
-  for (const std::string& alias : arguments.aliases) {
+  for (const std::string& alias : words.aliases) {
     if (!isWord(alias)) return "'" + printable(alias) + "': an alias is one word";
   }
-  if (arguments.aliases.size() >= SERVICES_ALIAS_SLOTS) return "a line has at most 127 aliases";
-  if (arguments.comment && arguments.comment->find_first_of("\r\n") != std::string::npos) {
-    return "'" + printable(*arguments.comment) + "': a comment is one line";
+  if (words.aliases.size() >= SERVICES_ALIAS_SLOTS) return "a line has at most 127 aliases";
+  if (words.comment && words.comment->find_first_of("\r\n") != std::string::npos) {
+    return "'" + printable(*words.comment) + "': a comment is one line";
   }
   return {};
 }
 
-std::string joinedAliases(const ServiceEntryRecord& record) {
-  std::string joined;
-  for (const char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
-    joined += (joined.empty() ? "" : " ") + std::string(*alias);
-  }
-  return joined;
-}
-
-// Collects entries and prints them in the end.
-class Listing {
- public:
-  void add(const ServiceEntryRecord& record) {
-    const bool odd = (record.Contains & SERVICES_BAD_PORT) != 0 || record.protocol == nullptr;
-    const std::string protocol = record.protocol == nullptr ? "" : record.protocol;
-    const std::string comment = bareComment(record.comment);
-    table_.add({printable(record.name),
-                std::to_string(portOf(record)) + "/" + printable(protocol) + (odd ? " ?" : ""),
-                printable(joinedAliases(record)), printable(comment)});
-    Json row{{"name", record.name}, {"port", portOf(record)}, {"protocol", protocol}};
-    row["aliases"] = Json::array();
-    for (const char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
-      row["aliases"].push_back(*alias);
-    }
-    if (record.comment != nullptr) row["comment"] = comment;
-    if (odd) row["understood"] = false;
-    all_.push_back(row);
-  }
-  bool empty() const { return all_.empty(); }
-  int print(bool json) const {
-    json ? printJson(all_) : table_.print();
-    return exitDone;
-  }
-
- private:
-  Table table_;
-  Json all_ = Json::array();
-};
-
-bool namesService(const ServiceEntryRecord& record) {
-  return (record.Contains & SERVICES_HAS_SERVICE) != 0;
-}
-
-int list(FaithfulServices& registry, const Arguments& arguments) {
-  Listing listing;
-  const int status = forEachRecord<ServiceEntryRecord>(registry, arguments.file,
-                                                       [&](const ServiceEntryRecord& record) {
-                                                         if (namesService(record))
-                                                           listing.add(record);
-                                                       });
-  return status == exitDone ? listing.print(arguments.json) : status;
-}
-
 bool hasName(const ServiceEntryRecord& record, const std::string& name) {
-  if (name == record.name) return true;
-  for (const char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
-    if (name == *alias) return true;
-  }
-  return false;
+  const std::vector<std::string> aliases = aliasesOf(record);
+  return name == record.name || std::find(aliases.begin(), aliases.end(), name) != aliases.end();
 }
 
 // By name or alias or port, each also with a protocol behind a slash.
-int find(FaithfulServices& registry, const Arguments& arguments) {
-  const std::string& word = arguments.name;
-  const std::size_t slash = word.rfind('/');
-  std::string protocol = slash == std::string::npos ? "" : word.substr(slash + 1);
+int find(Services& registry, const Words& words) {
+  const std::size_t slash = words.name.rfind('/');
+  std::string protocol = slash == std::string::npos ? "" : words.name.substr(slash + 1);
   if (!isProtocol(protocol)) protocol.clear();
-  const std::string name = protocol.empty() ? word : word.substr(0, slash);
+  const std::string name = protocol.empty() ? words.name : words.name.substr(0, slash);
   const std::optional<Endpoint> endpoint = parseEndpoint(name);
-  Listing listing;
-  const int status = forEachRecord<ServiceEntryRecord>(
-      registry, arguments.file, [&](const ServiceEntryRecord& record) {
-        if (!namesService(record)) return;
-        if (!(endpoint ? portOf(record) == endpoint->port : hasName(record, name))) return;
-        const bool wanted =
-            protocol.empty() || (record.protocol != nullptr && protocol == record.protocol);
-        if (wanted) listing.add(record);
-      });
-  if (status != exitDone) return status;
-  if (listing.empty()) return reportCode(GENREG_RC_NOT_FOUND, arguments.file);
-  return listing.print(arguments.json);
+  Listing found;
+  const int status = listWhere(registry, words, found, [&](const ServiceEntryRecord& record) {
+    if (!(endpoint ? portOf(record) == endpoint->port : hasName(record, name))) return false;
+    return protocol.empty() || (record.protocol != nullptr && protocol == record.protocol);
+  });
+  if (status != exitDone || !found.empty()) return status;
+  return reportCode(GENREG_RC_NOT_FOUND, words.file);
 }
 
-// An entry as the command line gives it; `words` keeps what its alias list points to.
-ServiceEntryRecord entryOf(const Arguments& arguments, const Endpoint& endpoint,
-                           std::vector<const char*>& words) {
+// An entry as the command line gives it; `aliases` keeps what its alias list points to.
+ServiceEntryRecord entryOf(const Words& words, const Endpoint& endpoint,
+                           std::vector<const char*>& aliases) {
   ServiceEntryRecord record{};
   record.Contains = SERVICES_HAS_SERVICE;
-  record.name = arguments.name.c_str();
+  record.name = words.name.c_str();
   record.port = swapped(endpoint.port);
   record.protocol = endpoint.protocol.c_str();
-  for (const std::string& alias : arguments.aliases) words.push_back(alias.c_str());
-  words.push_back(nullptr);
-  if (!arguments.aliases.empty()) record.aliases = words.data();
-  if (arguments.comment) {
+  for (const std::string& alias : words.aliases) aliases.push_back(alias.c_str());
+  aliases.push_back(nullptr);
+  if (!words.aliases.empty()) record.aliases = aliases.data();
+  if (words.comment) {
     record.Contains |= SERVICES_HAS_COMMENT;
-    record.comment = arguments.comment->c_str();
+    record.comment = words.comment->c_str();
   }
   return record;
 }
 
-int add(FaithfulServices& registry, const Arguments& arguments) {
-  const std::optional<Endpoint> endpoint = parseEndpoint(arguments.port);
-  if (const std::string wrong = complaint(arguments, endpoint); !wrong.empty()) {
+// Runs `update` with the entry that the words describe, or reports what is wrong with them.
+template <typename Update>
+int withEntry(const Words& words, Update update) {
+  const std::optional<Endpoint> endpoint = parseEndpoint(words.port);
+  if (const std::string wrong = complaint(words, endpoint); !wrong.empty()) {
     return reportUsage(wrong);
   }
-  std::vector<const char*> words;
-  ServiceEntryRecord record = entryOf(arguments, *endpoint, words);
-  const unsigned int code = registry.Add(SERVICES_NAME | SERVICES_PROTOCOL, &record);
-  return code == 0 ? exitDone : reportCode(code, arguments.file);
+  std::vector<const char*> aliases;
+  ServiceEntryRecord record = entryOf(words, *endpoint, aliases);
+  const unsigned int code = update(record);
+  return code == 0 ? exitDone : reportCode(code, words.file);
 }
 
-// The entry of that name and protocol gets the port, and the aliases and the comment that are
+int add(Services& registry, const Words& words) {
+  return withEntry(
+      words, [&](ServiceEntryRecord& record) { return registry.Add(SERVICES_IDENTITY, &record); });
+}
+
+// The one entry of that name and protocol gets the port, and the aliases and the comment that are
 // given.
-int change(FaithfulServices& registry, const Arguments& arguments) {
-  const std::optional<Endpoint> endpoint = parseEndpoint(arguments.port);
-  if (const std::string wrong = complaint(arguments, endpoint); !wrong.empty()) {
-    return reportUsage(wrong);
-  }
-  constexpr std::uint64_t mask = SERVICES_NAME | SERVICES_PROTOCOL;
-  std::vector<const char*> words;
-  ServiceEntryRecord record = entryOf(arguments, *endpoint, words);
-  ServiceEntryRecord key = record;
-  ServiceEntryRecord found;
-  unsigned int code = registry.Get(mask, &key, &found);
-  if (code != 0) return reportCode(code, arguments.file);
-  if (arguments.aliases.empty()) record.aliases = found.aliases;
-  const std::string comment = bareComment(found.comment);
-  if (!arguments.comment && found.comment != nullptr) {
-    record.Contains |= SERVICES_HAS_COMMENT;
-    record.comment = comment.c_str();
-  }
-  code = registry.Change(mask, &key, &record);
-  return code == 0 || code == GENREG_RC_UNCHANGED ? exitDone : reportCode(code, arguments.file);
+int change(Services& registry, const Words& words) {
+  return withEntry(words, [&](ServiceEntryRecord& given) {
+    std::string comment;
+    return changeOnly(registry, SERVICES_IDENTITY, given, [&](const auto& found, auto& merged) {
+      merged = given;
+      if (words.aliases.empty()) merged.aliases = found.aliases;
+      if (!words.comment && found.comment != nullptr) {
+        comment = bareComment(found.comment);
+        merged.Contains |= SERVICES_HAS_COMMENT;
+        merged.comment = comment.c_str();
+      }
+      return 0U;
+    });
+  });
 }
 
-int remove(FaithfulServices& registry, const Arguments& arguments) {
+int remove(Services& registry, const Words& words) {
   ServiceEntryRecord key{};
   key.Contains = SERVICES_HAS_SERVICE;
-  key.name = arguments.name.c_str();
+  key.name = words.name.c_str();
   std::uint64_t mask = SERVICES_NAME;
   std::optional<Endpoint> endpoint;
-  if (!arguments.port.empty()) {
-    endpoint = parseEndpoint(arguments.port);
-    if (!endpoint) return reportUsage("'" + printable(arguments.port) + "': PORT or PORT/PROTOCOL");
+  if (!words.port.empty()) {
+    endpoint = parseEndpoint(words.port);
+    if (!endpoint) return reportUsage("'" + printable(words.port) + "': PORT or PORT/PROTOCOL");
     key.port = swapped(endpoint->port);
     mask |= SERVICES_PORT;
     if (!endpoint->protocol.empty()) {
@@ -227,72 +193,48 @@ int remove(FaithfulServices& registry, const Arguments& arguments) {
     }
   }
   const unsigned int code = registry.Delete(mask, &key);
-  return code == 0 ? exitDone : reportCode(code, arguments.file);
+  return code == 0 ? exitDone : reportCode(code, words.file);
 }
 
-int dump(FaithfulServices& registry, const Arguments& arguments) {
-  return forEachRecord<ServiceEntryRecord>(
-      registry, arguments.file,
-      [](ServiceEntryRecord& record) { (void)GenRegServices::PrintRecord(&record); });
-}
-
-enum class Port { None, Optional, Required };
-
-struct Verb {
-  const char* name;
-  const char* help;
-  const char* subject;  // the first argument, or null
-  Port port;
-  bool takesEntry;  // aliases and a comment
-  bool takesJson;
-  int (*run)(FaithfulServices& registry, const Arguments& arguments);
-};
+constexpr Argument wanted{"NAME|PORT[/PROTOCOL]", "the service", &Words::name, Need::MustFilled};
+constexpr Argument name{"NAME", "the service", &Words::name, Need::MustFilled};
+constexpr const char* portHelp = "for example 8080/tcp";
+constexpr Argument port{"PORT/PROTOCOL", portHelp, &Words::port, Need::MustFilled};
+constexpr Argument somePort{"PORT/PROTOCOL", portHelp, &Words::port, Need::MayFilled};
+constexpr Argument aliases{"ALIAS", "other names; without any the old ones stay", &Words::aliases};
+constexpr Argument comment{"--comment", "the line's comment; without it the old one stays",
+                           &Words::comment};
 
 constexpr Verb verbs[] = {
-    {"list", "print every service: name, port, aliases, comment", nullptr, Port::None, false, true,
-     list},
-    {"find", "print the services of a name, an alias or a port", "NAME|PORT[/PROTOCOL]", Port::None,
-     false, true, find},
-    {"add", "add a service; one of that name and protocol must not be there", "NAME",
-     Port::Required, true, false, add},
-    {"change", "give the service of that name and protocol another port, aliases or comment",
-     "NAME", Port::Required, true, false, change},
-    {"remove", "delete the one service of that name (and port and protocol)", "NAME",
-     Port::Optional, false, false, remove},
-    {"dump", "print every line's record, field by field", nullptr, Port::None, false, false, dump},
+    {"list",
+     "print every service: name, port, aliases, comment",
+     on<Services, list>,
+     {&jsonArgument}},
+    {"find",
+     "print the services of a name, an alias or a port",
+     on<Services, find>,
+     {&wanted, &jsonArgument}},
+    {"add",
+     "add a service; one of that name and protocol must not be there",
+     on<Services, add>,
+     {&name, &port, &aliases, &comment}},
+    {"change",
+     "give the service of that name and protocol another port, aliases or comment",
+     on<Services, change>,
+     {&name, &port, &aliases, &comment}},
+    {"remove",
+     "delete the one service of that name (and port and protocol)",
+     on<Services, remove>,
+     {&name, &somePort}},
+    {"dump", "print every line's record, field by field", on<Services, dump>},
+    {"repair", repairHelp, on<Services, repair>, {&dropArgument, &jsonArgument}},
 };
-
-int runVerb(const Verb& verb, const Arguments& arguments) {
-  unsigned int code = 0;
-  FaithfulServices registry(arguments.file.c_str(), &code);
-  return code == 0 ? verb.run(registry, arguments) : reportCode(code, arguments.file);
-}
 
 }  // namespace
 
 void addServicesCommand(CLI::App& app, int& status) {
-  auto arguments = std::make_shared<Arguments>();
-  CLI::App* group = app.add_subcommand("services", "a text registry of network services");
-  group->add_option("FILE", arguments->file, "the registry file")->required();
-  group->require_subcommand(1);
-  for (const Verb& verb : verbs) {
-    CLI::App* command = group->add_subcommand(verb.name, verb.help);
-    if (verb.subject != nullptr) {
-      command->add_option(verb.subject, arguments->name, "the service")->required();
-    }
-    if (verb.port != Port::None) {
-      command->add_option("PORT/PROTOCOL", arguments->port, "for example 8080/tcp")
-          ->required(verb.port == Port::Required);
-    }
-    if (verb.takesEntry) {
-      command->add_option("ALIAS", arguments->aliases,
-                          "other names; without any the old ones stay");
-      command->add_option("--comment", arguments->comment,
-                          "the line's comment; without it the old one stays");
-    }
-    if (verb.takesJson) command->add_flag("--json", arguments->json, "print JSON");
-    command->callback([&verb, arguments, &status] { status = runVerb(verb, *arguments); });
-  }
+  addGroup(app, status,
+           {"services", "a text registry of network services", {&fileArgument, nullptr}}, verbs);
 }
 
 }  // namespace zorreg

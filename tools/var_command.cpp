@@ -1,35 +1,34 @@
-#include "var_command.h"
-
-#include <algorithm>
+// zorreg var FILE ...: text registries of profile variables.
 #include <cmath>
 #include <cstdio>
-#include <memory>
-#include <optional>
 
-#include "faithful_text.h"
-#include "output.h"
+#include "commands.h"
+#include "exact_registry.h"
+#include "odd_assignment.h"
 #include "registry_use.h"
-#include "report.h"
 
 namespace zorreg {
 namespace {
 
-// The words of one command line.
-struct Arguments {
-  std::string file;
-  std::string name;
-  std::string value;
-  std::string type = "string";
-  std::optional<std::string> comment;
-  bool compact = false;
-  bool json = false;
+class Var : public Exact<GenRegVarVal, VarValRecord> {
+ public:
+  static constexpr Kind kind = Kind::Var;
+  using Exact::Exact;
+  static bool holdsEntry(const Record& record) {
+    return (record.Contains & VARVAL_HAS_VARIABLE) != 0;
+  }
+  static Row rowOf(const Record& record) {
+    const std::string comment = bareComment(record.Comment);
+    Json json{{"name", record.Variable}, {"value", record.Value}};
+    if (record.Comment != nullptr) json["comment"] = comment;
+    return {{printable(record.Variable), printable(record.Value), printable(comment)}, json};
+  }
 };
 
 // Why a name, value or comment cannot stand in a line and be read back; empty when it can.
 std::string complaintOfName(const std::string& name) {
   const bool broken = name.find_first_of(" \t\r\n=#\"") != std::string::npos;
-  if (name.empty() || broken) return "'" + printable(name) + "': a name is one word without = # \"";
-  return {};
+  return broken ? "'" + printable(name) + "': a name is one word without = # \"" : "";
 }
 
 std::string complaintOfValue(const std::string& value) {
@@ -47,12 +46,11 @@ std::string complaintOfValue(const std::string& value) {
   return folded || trimmed ? shown + "put double quotes around blanks that are to stay" : "";
 }
 
-std::string complaint(const Arguments& arguments) {
-  std::string wrong = complaintOfName(arguments.name);
-  if (wrong.empty()) wrong = complaintOfValue(arguments.value);
-  if (wrong.empty() && arguments.comment &&
-      arguments.comment->find_first_of("\r\n") != std::string::npos) {
-    wrong = "'" + printable(*arguments.comment) + "': a comment is one line";
+std::string complaint(const Words& words) {
+  std::string wrong = complaintOfName(words.name);
+  if (wrong.empty()) wrong = complaintOfValue(words.value);
+  if (wrong.empty() && words.comment && words.comment->find_first_of("\r\n") != std::string::npos) {
+    wrong = "'" + printable(*words.comment) + "': a comment is one line";
   }
   return wrong;
 }
@@ -64,142 +62,109 @@ VarValRecord keyOf(const std::string& name) {
   return key;
 }
 
-int list(FaithfulVarVal& registry, const Arguments& arguments) {
-  Table table;
-  Json all = Json::array();
-  const int status = forEachRecord<VarValRecord>(registry, arguments.file, [&](const auto& record) {
-    if ((record.Contains & VARVAL_HAS_VARIABLE) == 0) return;
-    const std::string comment = bareComment(record.Comment);
-    table.add({printable(record.Variable), printable(record.Value), printable(comment)});
-    Json row{{"name", record.Variable}, {"value", record.Value}};
-    if (record.Comment != nullptr) row["comment"] = comment;
-    all.push_back(row);
-  });
-  if (status != exitDone) return status;
-  arguments.json ? printJson(all) : table.print();
-  return exitDone;
-}
-
 // The value as the type asks for it; null when it is none.
-Json typedValue(FaithfulVarVal& registry, const Arguments& arguments) {
-  const char* name = arguments.name.c_str();
+Json typedValue(Var& registry, const Words& words) {
+  const char* name = words.name.c_str();
   std::uint64_t u = 0;
   std::int64_t s = 0;
   double d = 0;
   bool b = false;
   const char* text = nullptr;
-  if (arguments.type == "uint") return registry.GetUintValue(name, &u) ? Json(u) : Json();
-  if (arguments.type == "sint") return registry.GetSintValue(name, &s) ? Json(s) : Json();
-  if (arguments.type == "double") {
+  if (words.type == "uint") return registry.GetUintValue(name, &u) ? Json(u) : Json();
+  if (words.type == "sint") return registry.GetSintValue(name, &s) ? Json(s) : Json();
+  if (words.type == "double") {
     return registry.GetDoubleValue(name, &d) && std::isfinite(d) ? Json(d) : Json();
   }
-  if (arguments.type == "bool") return registry.GetBooleanValue(name, &b) ? Json(b) : Json();
+  if (words.type == "bool") return registry.GetBooleanValue(name, &b) ? Json(b) : Json();
   return registry.GetStringValue(name, &text) ? Json(text) : Json();
 }
 
-int get(FaithfulVarVal& registry, const Arguments& arguments) {
-  VarValRecord key = keyOf(arguments.name);
+int get(Var& registry, const Words& words) {
+  VarValRecord key = keyOf(words.name);
   VarValRecord record;
-  const unsigned int code = registry.Get(VARVAL_VARIABLE, &key, &record);
-  if (code != 0) return reportCode(code, arguments.file);
-  const Json value = typedValue(registry, arguments);
+  const unsigned int code = registry.Get(VARVAL_IDENTITY, &key, &record);
+  if (code != 0) return reportCode(code, words.file);
+  const Json value = typedValue(registry, words);
   if (value.is_null()) {
-    return reportFailure("'" + printable(record.Value) + "': the value of " + arguments.name +
-                         " is no " + arguments.type);
+    return reportFailure("'" + printable(record.Value) + "': the value of " + words.name +
+                         " is no " + words.type);
   }
-  if (arguments.json) {
-    printJson({{"name", arguments.name}, {"value", value}});
+  if (words.json) {
+    printJson({{"name", words.name}, {"value", value}});
   } else {
     std::printf("%s\n", value.is_string() ? record.Value : value.dump().c_str());
   }
   return exitDone;
 }
 
-int set(FaithfulVarVal& registry, const Arguments& arguments) {
-  if (const std::string wrong = complaint(arguments); !wrong.empty()) return reportUsage(wrong);
-  bCompactFormattedLine = arguments.compact;
-  VarValRecord key = keyOf(arguments.name);
+// Refuses a change of a variable that a line assigns in a way that cannot be changed as a whole.
+int refuseOdd(const Words& words) {
+  const std::string odd = oddAssignment(RegistryFiles(words.file).content(), words.name);
+  if (odd.empty()) return exitDone;
+  return reportRefusal(words.file + ",", odd + "; " + words.name + " is not changed");
+}
+
+int set(Var& registry, const Words& words) {
+  if (const std::string wrong = complaint(words); !wrong.empty()) return reportUsage(wrong);
+  if (const int status = refuseOdd(words); status != exitDone) return status;
+  bCompactFormattedLine = words.compact;
+  VarValRecord key = keyOf(words.name);
   std::string comment;
-  return setRecord(registry, arguments.file, VARVAL_VARIABLE, VARVAL_VARIABLE | VARVAL_VALUE, key,
-                   [&](const VarValRecord* found) {
-                     VarValRecord record = key;
-                     record.Value = arguments.value.c_str();
-                     if (arguments.comment) {
-                       comment = *arguments.comment;
-                     } else if (found != nullptr) {
-                       comment = bareComment(found->Comment);
-                     }
-                     if (arguments.comment || (found != nullptr && found->Comment != nullptr)) {
-                       record.Contains |= VARVAL_HAS_COMMENT;
-                       record.Comment = comment.c_str();
-                     }
-                     return record;
-                   });
-}
-
-int unset(FaithfulVarVal& registry, const Arguments& arguments) {
-  VarValRecord key = keyOf(arguments.name);
-  const unsigned int code = registry.Delete(VARVAL_VARIABLE, &key);
-  return code == 0 ? exitDone : reportCode(code, arguments.file);
-}
-
-int dump(FaithfulVarVal& registry, const Arguments& arguments) {
-  return forEachRecord<VarValRecord>(registry, arguments.file, [](VarValRecord& record) {
-    (void)GenRegVarVal::PrintRecord(&record);
+  return setRecord(registry, words.file, VARVAL_IDENTITY, key, [&](const VarValRecord* found) {
+    VarValRecord record = key;
+    record.Value = words.value.c_str();
+    if (words.comment) {
+      comment = *words.comment;
+    } else if (found != nullptr) {
+      comment = bareComment(found->Comment);
+    }
+    if (words.comment || (found != nullptr && found->Comment != nullptr)) {
+      record.Contains |= VARVAL_HAS_COMMENT;
+      record.Comment = comment.c_str();
+    }
+    return record;
   });
 }
 
-struct Verb {
-  const char* name;
-  const char* help;
-  bool takesName;
-  bool takesValue;
-  bool takesType;
-  bool takesJson;
-  int (*run)(FaithfulVarVal& registry, const Arguments& arguments);
-};
+int unset(Var& registry, const Words& words) {
+  if (const int status = refuseOdd(words); status != exitDone) return status;
+  VarValRecord key = keyOf(words.name);
+  const unsigned int code = registry.Delete(VARVAL_IDENTITY, &key);
+  return code == 0 ? exitDone : reportCode(code, words.file);
+}
+
+constexpr Argument name{"NAME", "the variable's name", &Words::name, Need::MustFilled};
+constexpr Argument value{"VALUE", "one line, in double quotes to keep blanks", &Words::value,
+                         Need::Must};
+constexpr Argument comment{"--comment", "the line's comment; without it the old one stays",
+                           &Words::comment};
+constexpr Argument compact{"--compact", "add the line as NAME=VALUE", &Words::compact};
+constexpr Argument type{"--type",
+                        "what the value must be; else string",
+                        &Words::type,
+                        Need::May,
+                        {"string", "uint", "sint", "double", "bool"}};
 
 constexpr Verb verbs[] = {
-    {"list", "print every variable: name, value, comment", false, false, false, true, list},
-    {"get", "print the value of the first line that assigns the name", true, false, true, true,
-     get},
-    {"set", "add a variable, or change every line that assigns it", true, true, false, false, set},
-    {"unset", "delete every line that assigns the name", true, false, false, false, unset},
-    {"dump", "print every line's record, field by field", false, false, false, false, dump},
+    {"list", "print every variable: name, value, comment", on<Var, list>, {&jsonArgument}},
+    {"get",
+     "print the value of the first line that assigns the name",
+     on<Var, get>,
+     {&name, &type, &jsonArgument}},
+    {"set",
+     "add a variable, or change every line that assigns it",
+     on<Var, set>,
+     {&name, &value, &comment, &compact}},
+    {"unset", "delete every line that assigns the name", on<Var, unset>, {&name}},
+    {"dump", "print every line's record, field by field", on<Var, dump>},
+    {"repair", repairHelp, on<Var, repair>, {&dropArgument, &jsonArgument}},
 };
-
-int runVerb(const Verb& verb, const Arguments& arguments) {
-  unsigned int code = 0;
-  FaithfulVarVal registry(arguments.file.c_str(), &code);
-  return code == 0 ? verb.run(registry, arguments) : reportCode(code, arguments.file);
-}
 
 }  // namespace
 
 void addVarCommand(CLI::App& app, int& status) {
-  auto arguments = std::make_shared<Arguments>();
-  CLI::App* group = app.add_subcommand("var", "a text registry of profile variables");
-  group->add_option("FILE", arguments->file, "the registry file")->required();
-  group->require_subcommand(1);
-  for (const Verb& verb : verbs) {
-    CLI::App* command = group->add_subcommand(verb.name, verb.help);
-    if (verb.takesName) {
-      command->add_option("NAME", arguments->name, "the variable's name")->required();
-    }
-    if (verb.takesValue) {
-      command->add_option("VALUE", arguments->value, "one line, in double quotes to keep blanks")
-          ->required();
-      command->add_option("--comment", arguments->comment,
-                          "the line's comment; without it the old one stays");
-      command->add_flag("--compact", arguments->compact, "add the line as NAME=VALUE");
-    }
-    if (verb.takesType) {
-      command->add_option("--type", arguments->type, "what the value must be")
-          ->check(CLI::IsMember({"string", "uint", "sint", "double", "bool"}));
-    }
-    if (verb.takesJson) command->add_flag("--json", arguments->json, "print JSON");
-    command->callback([&verb, arguments, &status] { status = runVerb(verb, *arguments); });
-  }
+  addGroup(app, status, {"var", "a text registry of profile variables", {&fileArgument, nullptr}},
+           verbs);
 }
 
 }  // namespace zorreg

@@ -1,5 +1,7 @@
 #include "genreg/core/diagnostics.h"
 
+#include <algorithm>
+
 #include "genreg_codes.h"
 
 namespace genreg {
@@ -36,8 +38,6 @@ struct HandedNames {
 
 std::uint32_t traceThread() noexcept { return static_cast<std::uint32_t>(ossThreadID()); }
 
-constexpr LogValue none{nullptr, 0, 0};
-
 }  // namespace
 
 void handOverNames() noexcept { static const HandedNames names; }
@@ -51,13 +51,13 @@ LogValue number(const std::int32_t& value) noexcept {
 LogValue number(const std::uint32_t& value) noexcept {
   return {&value, sizeof value, OSS_LOG_INT32};
 }
-LogValue wide(const std::uint64_t& value) noexcept {
+LogValue number(const std::uint64_t& value) noexcept {
   return {&value, sizeof value, OSS_LOG_UINT64};
 }
 
 LogValue flag(const std::uint8_t& value) noexcept { return {&value, sizeof value, OSS_LOG_FLAG}; }
 
-unsigned int logFailure(Function function, unsigned int code, unsigned int point) noexcept {
+Code logFailure(Function function, Code code, unsigned int point) noexcept {
   handOverNames();
   ossLog(0, probeOf(function), code, point, failureSeverity, 0);
   return code;
@@ -70,57 +70,36 @@ void Routine::traceEntry() const noexcept {
 
 void Routine::traceExit() const noexcept {
   handOverNames();
-  _gtraceExit(traceThread(), probe_, reinterpret_cast<std::uintptr_t>(&result_), 0);
+  const Code result = code();
+  _gtraceExit(traceThread(), probe_, reinterpret_cast<std::uintptr_t>(&result), 0);
 }
 
-void Routine::log(unsigned int code, unsigned int point, unsigned int severity, unsigned int count,
-                  const LogValue (&values)[3]) const noexcept {
+void Routine::log(Code code, unsigned int point, unsigned int severity,
+                  std::initializer_list<LogValue> values) const noexcept {
+  constexpr std::size_t mostValues = 4;
   handOverNames();
-  ossLog(0, probe_, code, point, severity, count, values[0].address, values[0].length,
-         values[0].type, values[1].address, values[1].length, values[1].type, values[2].address,
-         values[2].length, values[2].type);
+  LogValue v[mostValues] = {};
+  const std::size_t count = std::min(values.size(), mostValues);
+  std::copy_n(values.begin(), count, v);
+  const auto passed = static_cast<unsigned int>(count);
+  ossLog(0, probe_, code, point, severity, passed, v[0].address, v[0].length, v[0].type,
+         v[1].address, v[1].length, v[1].type, v[2].address, v[2].length, v[2].type, v[3].address,
+         v[3].length, v[3].type);
   if (!tracingOn()) return;
-  _gtraceErrorVar(traceThread(), probe_, point, 4, 0, count, 0, values[0].length, values[0].address,
-                  0, values[1].length, values[1].address, 0, values[2].length, values[2].address);
+  _gtraceErrorVar(traceThread(), probe_, point, 4, 0, passed, 0, v[0].length, v[0].address, 0,
+                  v[1].length, v[1].address, 0, v[2].length, v[2].address, 0, v[3].length,
+                  v[3].address);
 }
 
-unsigned int Routine::fail(unsigned int code, unsigned int point) const noexcept {
-  log(code, point, failureSeverity, 0, {none, none, none});
-  return code;
-}
-unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first) const noexcept {
-  log(code, point, failureSeverity, 1, {first, none, none});
-  return code;
-}
-unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first,
-                           LogValue second) const noexcept {
-  log(code, point, failureSeverity, 2, {first, second, none});
-  return code;
-}
-unsigned int Routine::fail(unsigned int code, unsigned int point, LogValue first, LogValue second,
-                           LogValue third) const noexcept {
-  log(code, point, failureSeverity, 3, {first, second, third});
-  return code;
-}
-
-void Routine::note(unsigned int code, unsigned int point, unsigned int severity,
-                   LogValue value) const noexcept {
-  log(code, point, severity, 1, {value, none, none});
-}
-
-unsigned int Routine::failFrom(unsigned int calleeProbe, unsigned int calleeCode, unsigned int code,
-                               unsigned int point, unsigned int severity) const noexcept {
+bool Routine::failFrom(unsigned int calleeProbe, Code calleeCode, Code code, unsigned int point,
+                       unsigned int severity) noexcept {
   handOverNames();
   ossLogRC(0, probe_, calleeProbe, calleeCode, code, point, severity, 0);
-  return code;
-}
-unsigned int Routine::failFrom(Function callee, unsigned int calleeCode, unsigned int code,
-                               unsigned int point, unsigned int severity) const noexcept {
-  return failFrom(probeOf(callee), calleeCode, code, point, severity);
+  return end(code);
 }
 
-unsigned int Routine::failSystem(int error, unsigned int code, unsigned int point, const char* path,
-                                 unsigned int systemCall) const noexcept {
+bool Routine::failSystem(int error, Code code, unsigned int point, const char* path,
+                         unsigned int systemCall) noexcept {
   handOverNames();
   const unsigned int mapped = ossErrorMapSystem(probe_, point, systemCall, error, 0);
   const std::int32_t errorNumber = error;

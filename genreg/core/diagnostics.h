@@ -1,22 +1,26 @@
-// Tracing and logging of one routine in short lines.
+// Trace, log and result of one routine.
 //
-//   Routine routine(Function::openScan);              // entry record
-//   ...
-//   return routine.exit(routine.fail(code, 20, text(path)));  // failure log, exit record
+//   Routine routine(Function::openScan);                    // entry record
+//   if (!opened) routine.fail(GENREG_RC_OPEN_FAILED, 20, text(path));
+//   return routine.code();                                  // exit record with the first failure
 //
 // Entry, exit and values are recorded only while tracing is on, which is asked before each record;
-// failures are logged always. Every failure is logged where it is detected (fail); a routine that
-// turns a callee's code into its own logs again, naming the callee (failFrom).
+// failures are logged always, where they are detected (fail); a routine that turns a callee's code
+// into its own logs again, naming the callee (failFrom). The first failure is the routine's result;
+// one of a clean-up step (cleanUpFailed) only when nothing else failed.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 #include "genreg/core/routine_numbers.h"
 #include "sysservices/diagnostics.h"
 
 namespace genreg {
+
+using Code = unsigned int;
 
 struct LogValue {
   const void* address;
@@ -25,26 +29,25 @@ struct LogValue {
 };
 
 constexpr unsigned int failureSeverity = 2;
-constexpr unsigned int readOpenSeverity = 4;  // a registry that cannot be opened for Get
 
 inline bool tracingOn() noexcept { return g_pGTCB != nullptr && g_pGTCB->enabled != 0; }
 
-// Tells the log how routines and codes are called, once; for whoever logs without a Routine.
+// Gives the log the names of routines and codes, once; for whoever logs without a Routine.
 void handOverNames() noexcept;
 
 // Values that describe a failure. The referenced object must live until the call ends.
 LogValue text(const char* value) noexcept;
 LogValue number(const std::int32_t& value) noexcept;
-LogValue number(const std::uint32_t& value) noexcept;
-LogValue wide(const std::uint64_t& value) noexcept;
+LogValue number(const std::uint32_t& value) noexcept;  // also a code
+LogValue number(const std::uint64_t& value) noexcept;
 LogValue flag(const std::uint8_t& value) noexcept;
 
 // Logs a failure of a routine that is not traced, and gives back `code`.
-unsigned int logFailure(Function function, unsigned int code, unsigned int point) noexcept;
+Code logFailure(Function function, Code code, unsigned int point) noexcept;
 
 class Routine {
  public:
-  explicit Routine(Function function) noexcept : probe_(probeOf(function)), result_(0) {
+  explicit Routine(Function function) noexcept : probe_(probeOf(function)) {
     if (tracingOn()) traceEntry();
   }
   ~Routine() {
@@ -53,34 +56,76 @@ class Routine {
   Routine(const Routine&) = delete;
   Routine& operator=(const Routine&) = delete;
 
-  // Notes the code the routine is about to return and gives it back.
-  unsigned int exit(unsigned int code) noexcept {
-    result_ = code;
+  bool ok() const noexcept { return failure_ == 0; }
+  Code code() const noexcept { return failure_ != 0 ? failure_ : cleanUpFailure_; }
+
+  // Keeps a result that is nothing to log about. False unless it is 0.
+  bool end(Code code) noexcept {
+    if (failure_ == 0) failure_ = code;
+    return code == 0;
+  }
+  // For a routine that answers with something else than a code: gives it back.
+  unsigned int answer(unsigned int value) noexcept {
+    failure_ = value;
+    return value;
+  }
+  // Replaces whatever the result was.
+  void replace(Code code) noexcept { failure_ = code; }
+
+  // A failure found here, with up to four values. Always false.
+  template <typename... Values>
+  bool fail(Code code, unsigned int point, const Values&... values) noexcept {
+    log(code, point, failureSeverity, {values...});
+    return end(code);
+  }
+  // The same for a routine without steps: gives back the code.
+  template <typename... Values>
+  Code refuse(Code code, unsigned int point, const Values&... values) noexcept {
+    (void)fail(code, point, values...);
     return code;
   }
+  // A callee's failure, which becomes `code`. Always false.
+  bool failFrom(unsigned int calleeProbe, Code calleeCode, Code code, unsigned int point,
+                unsigned int severity = failureSeverity) noexcept;
+  bool failFrom(Function callee, Code calleeCode, Code code, unsigned int point,
+                unsigned int severity = failureSeverity) noexcept {
+    return failFrom(probeOf(callee), calleeCode, code, point, severity);
+  }
+  // The same for a routine without steps: gives back the code.
+  template <typename Callee>
+  Code refuseFrom(Callee callee, Code calleeCode, Code code, unsigned int point) noexcept {
+    (void)failFrom(callee, calleeCode, code, point);
+    return code;
+  }
+  // A system error with the name of the file it is about. `systemCall` is one of OSS_SYSCALL_...
+  // Always false.
+  bool failSystem(int error, Code code, unsigned int point, const char* path,
+                  unsigned int systemCall = OSS_SYSCALL_RUNTIME) noexcept;
 
-  // Logs a failure found here, with up to three values, and gives back `code`.
-  unsigned int fail(unsigned int code, unsigned int point) const noexcept;
-  unsigned int fail(unsigned int code, unsigned int point, LogValue first) const noexcept;
-  unsigned int fail(unsigned int code, unsigned int point, LogValue first,
-                    LogValue second) const noexcept;
-  unsigned int fail(unsigned int code, unsigned int point, LogValue first, LogValue second,
-                    LogValue third) const noexcept;
+  // A clean-up step's failure, logged by the caller through one of the above.
+  class CleanUp {
+   public:
+    explicit CleanUp(Routine& routine) noexcept : routine_(routine), before_(routine.failure_) {
+      routine_.failure_ = 0;
+    }
+    ~CleanUp() {
+      if (routine_.cleanUpFailure_ == 0) routine_.cleanUpFailure_ = routine_.failure_;
+      routine_.failure_ = before_;
+    }
+    CleanUp(const CleanUp&) = delete;
+    CleanUp& operator=(const CleanUp&) = delete;
+
+   private:
+    Routine& routine_;
+    Code before_;
+  };
 
   // Logs something odd that is no failure of the routine, with a severity of its own.
-  void note(unsigned int code, unsigned int point, unsigned int severity,
-            LogValue value) const noexcept;
-
-  // Logs that a callee failed and gives back `code`, the routine's own.
-  unsigned int failFrom(unsigned int calleeProbe, unsigned int calleeCode, unsigned int code,
-                        unsigned int point, unsigned int severity = failureSeverity) const noexcept;
-  unsigned int failFrom(Function callee, unsigned int calleeCode, unsigned int code,
-                        unsigned int point, unsigned int severity = failureSeverity) const noexcept;
-
-  // Logs a system error of the stream layer with the file's name and gives back `code`.
-  // `systemCall` is one of OSS_SYSCALL_...
-  unsigned int failSystem(int error, unsigned int code, unsigned int point, const char* path,
-                          unsigned int systemCall = OSS_SYSCALL_RUNTIME) const noexcept;
+  template <typename... Values>
+  void note(Code code, unsigned int point, unsigned int severity,
+            const Values&... values) const noexcept {
+    log(code, point, severity, {values...});
+  }
 
   // Records a value while tracing is on.
   void trace(unsigned int point, LogValue value) const noexcept;
@@ -88,25 +133,12 @@ class Routine {
  private:
   void traceEntry() const noexcept;
   void traceExit() const noexcept;
-  void log(unsigned int code, unsigned int point, unsigned int severity, unsigned int count,
-           const LogValue (&values)[3]) const noexcept;
+  void log(Code code, unsigned int point, unsigned int severity,
+           std::initializer_list<LogValue> values) const noexcept;
 
   unsigned int probe_;
-  unsigned int result_;
-};
-
-// The result of an operation of several steps: the first failure wins.
-class Outcome {
- public:
-  bool ok() const noexcept { return code_ == 0; }
-  unsigned int code() const noexcept { return code_; }
-  void note(unsigned int code) noexcept {
-    if (code_ == 0) code_ = code;
-  }
-  void replace(unsigned int code) noexcept { code_ = code; }
-
- private:
-  unsigned int code_ = 0;
+  Code failure_ = 0;
+  Code cleanUpFailure_ = 0;
 };
 
 }  // namespace genreg

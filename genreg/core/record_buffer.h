@@ -38,6 +38,7 @@ class RecordBuffer {
 
   // Gives the memory back; returns 0 or the allocator's code. Nothing is held afterwards.
   unsigned int release() noexcept {
+    if (data_ == nullptr) return 0;
     capacity_ = 0;
     return _ossMemFree(&data_, 0, 0, sourceFile_, sourceLine_);
   }

@@ -82,6 +82,7 @@ constexpr unsigned int probeBase = 0x082A0000u;
   ROUTINE(globalGetPackedLength, 91, "GlobalReg::GetPackedLength")          \
   ROUTINE(globalPackRecord, 92, "GlobalReg::PackRecord")                    \
   ROUTINE(globalUnpackRecord, 93, "GlobalReg::UnpackRecord")                \
+  ROUTINE(repairRegistry, 94, "GenRegFile::RepairRegistry")                 \
   ROUTINE(openServiceList, 99, "ossOpenServiceList")                        \
   ROUTINE(getNextService, 100, "ossGetNextService")                         \
   ROUTINE(closeServiceList, 101, "ossCloseServiceList")                     \

@@ -5,136 +5,132 @@
 
 namespace genreg {
 
-unsigned int Verification::run(Function checkHooks, unsigned int missingHook) noexcept {
-  if (missingHook != 0) {
-    return routine_.failFrom(checkHooks, missingHook, GENREG_RC_HOOK_MISSING, 10);
-  }
-  std::uint64_t size = 0;
-  if (const unsigned int code = engine_.recordSize(routine_, &size); code != 0) return code;
-  Outcome outcome;
-  outcome.note(allocate(size));
-  if (outcome.ok()) {
-    GenRegFile& handle = engine_.file();
-    if (const unsigned int code = RegistryHandle::openRegFile(handle, GENREG_OP_VERIFY);
-        code != 0) {
-      outcome.note(
-          routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 70));
+Code Verification::run() noexcept {
+  if (check()) {
+    Session& session = store_.session();
+    if (const Code code = session.open(GENREG_OP_VERIFY); code != 0) {
+      (void)routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 70);
     } else {
-      outcome.note(compareFiles());
-      const unsigned int closed =
-          RegistryHandle::closeRegFile(handle, outcome.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ);
+      compareFiles();
+      const Code closed = session.close(routine_.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ);
       if (closed != 0) {
-        outcome.note(routine_.failFrom(Function::closeRegFile, closed,
-                                       GENREG_RC_CLOSE_AFTER_OPERATION, 160));
+        (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION,
+                                160);
       }
     }
   }
-  if (const unsigned int code = releaseNew(); code != 0) {
-    outcome.note(routine_.failFrom(probeMemFree, code, GENREG_RC_VERIFY_FREE_NEW, 170));
-  }
-  if (const unsigned int code = releaseOld(); code != 0) {
-    outcome.note(routine_.failFrom(probeMemFree, code, GENREG_RC_VERIFY_FREE_OLD, 180));
-  }
-  return outcome.code();
+  release(new_, GENREG_RC_VERIFY_FREE_NEW, 170);
+  release(old_, GENREG_RC_VERIFY_FREE_OLD, 180);
+  return routine_.code();
 }
 
-unsigned int Verification::compareFiles() noexcept {
-  if (!engine_.canCompare()) return routine_.fail(GENREG_RC_NO_COMPARE_HOOK, 75);
-  begin();
-  passOverKept();
-  if (const unsigned int code = nextPair(); code != 0) return code;
-  while (haveOld_ && haveNew_) {
-    if (!isKept()) {
-      if (const unsigned int code = checkDifference(); code != 0) return code;
-    }
-    passOverKept();
-    if (const unsigned int code = nextPair(); code != 0) return code;
+bool Verification::check() noexcept {
+  if (const Code code = store_.checkHooks(); code != 0) {
+    return routine_.failFrom(store_.kind.checkHooks, code, GENREG_RC_HOOK_MISSING, 10);
   }
-  if (const unsigned int code = checkEnds(); code != 0) return code;
-  if (changes_ > 1 && !engine_.has(GENREG_ALLOW_DUPLICATES)) {
-    return finding(GENREG_RC_VERIFY_MANY, 140);
-  }
-  return changes_ == 0 ? finding(GENREG_RC_VERIFY_NOTHING_CHANGED, 150) : GENREG_RC_OK;
+  return store_.recordSize(routine_, &size_) && reserve(old_, GENREG_RC_VERIFY_ALLOC_OLD, 60) &&
+         reserve(new_, GENREG_RC_VERIFY_ALLOC_NEW, 61);
 }
 
-std::string_view Verification::sameAhead(std::FILE* oldStream, std::FILE* newStream) noexcept {
-  std::size_t oldCount = 0;
-  std::size_t newCount = 0;
-  const char* before = platform::peekStream(oldStream, &oldCount);
-  const char* after = platform::peekStream(newStream, &newCount);
-  const std::size_t limit = std::min(oldCount, newCount);
+bool Verification::reserve(Side& side, Code failed, unsigned int point) noexcept {
+  const Code code = side.slot.record.reserve(size_);
+  return code == 0 || routine_.failFrom(probeMemAlloc, code, failed, point);
+}
+
+void Verification::release(Side& side, Code failed, unsigned int point) noexcept {
+  const Code code = side.slot.release();
+  if (code != 0) (void)routine_.failFrom(probeMemFree, code, failed, point);
+}
+
+void Verification::compareFiles() noexcept {
+  old_.file = &store_.session().main();
+  new_.file = &store_.session().second();
+  if (!store_.canCompare(routine_, 75) || !comparePairs() || !checkEnds()) return;
+  if (changes_ > 1 && !store_.has(GENREG_ALLOW_DUPLICATES)) {
+    (void)finding(GENREG_RC_VERIFY_MANY, 140);
+  } else if (changes_ == 0) {
+    (void)finding(GENREG_RC_VERIFY_NOTHING_CHANGED, 150);
+  }
+}
+
+bool Verification::comparePairs() noexcept {
+  for (;;) {
+    skipSame();
+    if (!nextOld() || !nextNew()) return false;
+    if (!old_.have || !new_.have) return true;
+    if (!store_.isKept(old_.frame, new_.frame) && !checkDifference()) return false;
+  }
+}
+
+// Passes over whole records that both windows have in common from where they stand. With tracing on
+// every record is read singly, to be in the trace.
+void Verification::skipSame() noexcept {
+  if (tracingOn() || old_.frame.goesOn || new_.frame.goesOn) return;
+  const char* before = old_.file->window();
+  const char* after = new_.file->window();
+  const std::size_t limit = std::min(old_.file->windowSize(), new_.file->windowSize());
   std::size_t same = 0;
-  // memcmp tells that two blocks differ, but not where: the blocks get smaller.
+  // memcmp says that two blocks differ, but not where: the blocks get smaller.
   for (std::size_t block = limit; block > 0; block /= 2) {
     while (limit - same >= block && std::memcmp(before + same, after + same, block) == 0) {
       same += block;
     }
   }
-  return {before, same};
+  const std::size_t whole = store_.wholeFrames(*old_.file, same);
+  old_.file->skip(whole);
+  new_.file->skip(whole);
 }
 
-unsigned int Verification::finding(unsigned int code, unsigned int point) const noexcept {
-  return routine_.fail(code, point, wide(oldOffset()), wide(newOffset()));
+bool Verification::next(Side& side, Code failed, unsigned int point) noexcept {
+  const Code code = store_.next(*side.file, side.frame);
+  side.have = code == 0;
+  if (code == 0 || code == GENREG_RC_END) return true;
+  return routine_.failFrom(store_.kind.readRecord, code, failed, point);
 }
 
-unsigned int Verification::nextOld() noexcept {
-  const unsigned int code = readOld();
-  haveOld_ = code == 0;
-  return code == GENREG_RC_END ? GENREG_RC_OK : code;
+bool Verification::finding(Code code, unsigned int point) noexcept {
+  const std::uint64_t oldOffset = old_.file->offset();
+  const std::uint64_t newOffset = new_.file->offset();
+  return routine_.fail(code, point, number(oldOffset), number(newOffset));
 }
 
-unsigned int Verification::nextNew() noexcept {
-  const unsigned int code = readNew();
-  haveNew_ = code == 0;
-  return code == GENREG_RC_END ? GENREG_RC_OK : code;
+bool Verification::requireKey(Code otherwise, unsigned int point) noexcept {
+  if (!store_.unpack(routine_, old_.frame, old_.slot, size_, 90)) return false;
+  const bool matches = old_.slot.parsed && store_.matches(mask_, old_.slot, key_);
+  return matches || finding(otherwise, point);
 }
 
-unsigned int Verification::nextPair() noexcept {
-  const unsigned int code = nextOld();
-  return code != 0 ? code : nextNew();
+// A line that does not parse is nobody's record: what cannot be read back is not committed.
+bool Verification::requireRecord(Code otherwise, unsigned int point) noexcept {
+  if (!store_.unpack(routine_, new_.frame, new_.slot, size_, 95)) return false;
+  const bool equal = new_.slot.parsed && store_.isRecord(new_.slot, record_);
+  return equal || finding(otherwise, point);
 }
 
-unsigned int Verification::requireKey(unsigned int otherwise, unsigned int point) noexcept {
-  bool matches = false;
-  if (const unsigned int code = oldMatchesKey(&matches); code != 0) return code;
-  return matches ? GENREG_RC_OK : finding(otherwise, point);
-}
-
-unsigned int Verification::requireRecord(unsigned int otherwise, unsigned int point) noexcept {
-  bool equal = false;
-  if (const unsigned int code = newIsTheRecord(&equal); code != 0) return code;
-  return equal ? GENREG_RC_OK : finding(otherwise, point);
-}
-
-unsigned int Verification::checkDifference() noexcept {
+bool Verification::checkDifference() noexcept {
   if (kind_ == GENREG_OP_DELETE) return skipDeleted();
   if (kind_ != GENREG_OP_CHANGE) return finding(GENREG_RC_VERIFY_ADD_CHANGED, 105);
   ++changes_;
-  if (const unsigned int code = requireKey(GENREG_RC_VERIFY_CHANGED_KEY, 100); code != 0) {
-    return code;
-  }
-  return requireRecord(GENREG_RC_VERIFY_UNEXPECTED, 101);
+  return requireKey(GENREG_RC_VERIFY_CHANGED_KEY, 100) &&
+         requireRecord(GENREG_RC_VERIFY_UNEXPECTED, 101);
 }
 
 // The old record is gone: pass over every deleted one until the new file's record is met. That one
 // must not be a last record that an interrupted write might have left.
-unsigned int Verification::skipDeleted() noexcept {
+bool Verification::skipDeleted() noexcept {
   do {
     ++changes_;
-    if (const unsigned int code = requireKey(GENREG_RC_VERIFY_REMOVED_KEY, 110); code != 0) {
-      return code;
-    }
-    if (const unsigned int code = nextOld(); code != 0) return code;
-    if (!haveOld_ || oldIsUnended()) return finding(GENREG_RC_VERIFY_OLD_ENDED, 111);
-  } while (!isKept());
-  return GENREG_RC_OK;
+    if (!requireKey(GENREG_RC_VERIFY_REMOVED_KEY, 110) || !nextOld()) return false;
+    if (!old_.have || old_.frame.unended) return finding(GENREG_RC_VERIFY_OLD_ENDED, 111);
+  } while (!store_.isKept(old_.frame, new_.frame));
+  return true;
 }
 
-unsigned int Verification::checkEnds() noexcept {
+bool Verification::checkEnds() noexcept {
   switch (kind_) {
     case GENREG_OP_CHANGE:
       // A Change neither adds nor removes a record.
-      return haveOld_ || haveNew_ ? finding(GENREG_RC_VERIFY_SHORT, 120) : GENREG_RC_OK;
+      return !(old_.have || new_.have) || finding(GENREG_RC_VERIFY_SHORT, 120);
     case GENREG_OP_DELETE:
       return checkDeletedTail();
     default:
@@ -142,26 +138,20 @@ unsigned int Verification::checkEnds() noexcept {
   }
 }
 
-unsigned int Verification::checkDeletedTail() noexcept {
-  if (haveNew_) return finding(GENREG_RC_VERIFY_OLD_ENDED, 125);
-  while (haveOld_) {
+bool Verification::checkDeletedTail() noexcept {
+  if (new_.have) return finding(GENREG_RC_VERIFY_OLD_ENDED, 125);
+  while (old_.have) {
     ++changes_;
-    if (const unsigned int code = requireKey(GENREG_RC_VERIFY_UNEXPECTED, 126); code != 0) {
-      return code;
-    }
-    if (const unsigned int code = nextOld(); code != 0) return code;
+    if (!requireKey(GENREG_RC_VERIFY_UNEXPECTED, 126) || !nextOld()) return false;
   }
-  return GENREG_RC_OK;
+  return true;
 }
 
-unsigned int Verification::checkAdded() noexcept {
-  if (haveOld_ || !haveNew_) return finding(GENREG_RC_VERIFY_ADD_COUNT, 130);
+bool Verification::checkAdded() noexcept {
+  if (old_.have || !new_.have) return finding(GENREG_RC_VERIFY_ADD_COUNT, 130);
   ++changes_;
-  if (const unsigned int code = requireRecord(GENREG_RC_VERIFY_ADD_RECORD, 131); code != 0) {
-    return code;
-  }
-  if (const unsigned int code = nextNew(); code != 0) return code;
-  return haveNew_ ? finding(GENREG_RC_VERIFY_ADD_TRAILING, 132) : GENREG_RC_OK;
+  if (!requireRecord(GENREG_RC_VERIFY_ADD_RECORD, 131) || !nextNew()) return false;
+  return !new_.have || finding(GENREG_RC_VERIFY_ADD_TRAILING, 132);
 }
 
 }  // namespace genreg

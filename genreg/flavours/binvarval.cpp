@@ -3,12 +3,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "genreg/core/registry_handle.h"
-#include "genreg/stored_form.h"
+#include "genreg/flavours/flavour.h"
 #include "genreg_binvarval.h"
 
 using genreg::Function;
-using genreg::Likeness;
+using genreg::Match;
 using genreg::Routine;
 
 namespace {
@@ -26,7 +25,7 @@ bool equalNames(const char* left, const char* right) {
 }
 
 // `record`: its bytes, at any address.
-bool isLike(std::uint64_t mask, const void* record, const BinVarValRecord& key) {
+bool matchesKey(std::uint64_t mask, const void* record, const BinVarValRecord& key) {
   const auto* bytes = static_cast<const char*>(record);
   return ((mask & BINVARVAL_VARIABLE) == 0 ||
           equalNames(bytes + offsetof(BinVarValRecord, Variable), key.Variable)) &&
@@ -34,64 +33,57 @@ bool isLike(std::uint64_t mask, const void* record, const BinVarValRecord& key) 
           std::memcmp(bytes + offsetof(BinVarValRecord, Value), &key.Value, sizeof key.Value) == 0);
 }
 
-unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
-  Routine routine(Function::binVarValCompareRecord);
-  if (record == nullptr) {
-    (void)routine.fail(GENREG_RC_NO_ARGUMENT, 10);
-    return routine.exit(0);
+struct BinVarVal {
+  using Record = BinVarValRecord;
+  static constexpr genreg::FlavourNames names{
+      Function::binVarValValidateKey, Function::binVarValCompareRecord,
+      Function::binVarValGetRecordSize, Function::binVarValGetRecordLength};
+  static bool matches(std::uint64_t mask, const Record& record, const Record& key) {
+    return matchesKey(mask, &record, key);
   }
-  if (key == nullptr) {
-    (void)routine.fail(GENREG_RC_NO_ARGUMENT, 20);
-    return routine.exit(0);
-  }
-  const bool like = isLike(mask, record, *static_cast<const BinVarValRecord*>(key));
-  return routine.exit(like ? 1 : 0);
-}
+};
 
+// Every key and record is accepted as it is.
 unsigned int validateKey(std::uint64_t, void*) {
-  Routine routine(Function::binVarValValidateKey);
-  return routine.exit(GENREG_RC_OK);
-}
-
-unsigned int getRecordLength(const void*, std::uint64_t* length) {
-  Routine routine(Function::binVarValGetRecordLength);
-  *length = sizeof(BinVarValRecord);
-  return routine.exit(GENREG_RC_OK);
+  const Routine routine(Function::binVarValValidateKey);
+  return GENREG_RC_OK;
 }
 
 // A record of any other length is filled up or cut by the engine first.
-Likeness liken(std::uint64_t mask, const char* stored, std::size_t length,
-               const void* key) noexcept {
-  if (length != sizeof(BinVarValRecord)) return Likeness::Unclear;
-  return isLike(mask, stored, *static_cast<const BinVarValRecord*>(key)) ? Likeness::Matches
-                                                                         : Likeness::Differs;
+Match match(std::uint64_t mask, const char* stored, std::size_t length, const void* key) noexcept {
+  if (length != sizeof(BinVarValRecord)) return Match::Unclear;
+  return matchesKey(mask, stored, *static_cast<const BinVarValRecord*>(key)) ? Match::Matches
+                                                                             : Match::Differs;
 }
 
-void take(const char* stored, std::size_t length, void* record) noexcept {
+bool fill(const char* stored, std::size_t length, void* record) noexcept {
+  if (length != sizeof(BinVarValRecord)) return false;
   std::memcpy(record, stored, length);
+  return true;
 }
 
-const genreg::StoredForm ownForm{compareRecord, nullptr, sizeof(BinVarValRecord),
-                                 liken,         take,    nullptr};
+using Hook = genreg::FlavourHook<BinVarVal>;
 
-unsigned int getRecordSize(std::uint64_t* size) {
-  Routine routine(Function::binVarValGetRecordSize);
-  *size = sizeof(BinVarValRecord);
-  return routine.exit(GENREG_RC_OK);
-}
+const genreg::RecordForm recordForm{Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,
+                                    fill};
 
 }  // namespace
 
 GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::binVarValConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     nullptr,
-                           nullptr,       getRecordSize, getRecordLength, &ownForm};
-  if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
+  genreg::FlavourHooks hooks{};
+  hooks.compareRecord = Hook::compareRecord;
+  hooks.validateKey = validateKey;
+  hooks.printRecord = PrintRecord;
+  hooks.getRecordSize = Hook::getRecordSize;
+  hooks.getRecordLength = Hook::getRecordLength;
+  hooks.form = &recordForm;
+  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }
 
-GenRegBinVarVal::~GenRegBinVarVal() { Routine routine(Function::binVarValDestructor); }
+GenRegBinVarVal::~GenRegBinVarVal() { const Routine routine(Function::binVarValDestructor); }
 
 unsigned int GenRegBinVarVal::PrintRecord(void* record) noexcept {
   if (record == nullptr) {

@@ -5,15 +5,14 @@
 #include <cstring>
 
 #include "genreg/core/record_buffer.h"
-#include "genreg/core/registry_handle.h"
+#include "genreg/flavours/flavour.h"
 #include "genreg/flavours/global_codec.h"
 #include "genreg/record_span.h"
-#include "genreg/stored_form.h"
 #include "genreg_global.h"
 #include "sysservices/file_system.h"
 
 using genreg::Function;
-using genreg::Likeness;
+using genreg::Match;
 using genreg::RecordBuffer;
 using genreg::RecordSpan;
 using genreg::RecordSpanScope;
@@ -75,23 +74,6 @@ unsigned int checkFields(const GlobalRegType& type, std::uint64_t mask,
   return GENREG_RC_OK;
 }
 
-unsigned int validateKey(std::uint64_t mask, void* keyOrRecord) {
-  Routine routine(Function::globalValidateKey);
-  if (keyOrRecord == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 5));
-  if (mask == 0) return routine.exit(GENREG_RC_OK);
-  auto& record = *static_cast<GlobalRegRecord*>(keyOrRecord);
-  if (record.RecordType == 0 || record.RecordType > GLOBALREG_RECORD_VARIABLE) {
-    return routine.exit(
-        routine.fail(GENREG_RC_BAD_RECORD_TYPE, 10, genreg::number(record.RecordType)));
-  }
-  if (record.FieldMask == 0) return routine.exit(routine.fail(GENREG_RC_NO_FIELDS, 20));
-  record.MissingFieldMask = 0;
-  const GlobalRegType* type = globalRegFindType(record.RecordType);
-  const unsigned int code = type == nullptr ? 0 : checkFields(*type, mask, record);
-  if (code == 0) return routine.exit(GENREG_RC_OK);
-  return routine.exit(routine.fail(code, 30, genreg::wide(mask), genreg::wide(record.FieldMask)));
-}
-
 bool equalFields(const GlobalRegField& field, const GlobalRegRecord& left,
                  const GlobalRegRecord& right) {
   const void* first = memoryOf(left, field);
@@ -103,23 +85,35 @@ bool equalFields(const GlobalRegField& field, const GlobalRegRecord& left,
   return std::memcmp(first, second, field.width) == 0;
 }
 
-unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
-  Routine routine(Function::globalCompareRecord);
-  if (record == nullptr || key == nullptr) {
-    (void)routine.fail(GENREG_RC_NO_ARGUMENT, 10);
-    return routine.exit(0);
+struct Global {
+  using Record = GlobalRegRecord;
+  static constexpr genreg::FlavourNames names{
+      Function::globalValidateKey, Function::globalCompareRecord, Function::globalGetRecordSize,
+      Function::globalGetRecordLength};
+
+  static bool validate(Routine& routine, std::uint64_t mask, Record& record) {
+    if (mask == 0) return true;
+    if (record.RecordType == 0 || record.RecordType > GLOBALREG_RECORD_VARIABLE) {
+      return routine.fail(GENREG_RC_BAD_RECORD_TYPE, 20, genreg::number(record.RecordType));
+    }
+    if (record.FieldMask == 0) return routine.fail(GENREG_RC_NO_FIELDS, 30);
+    record.MissingFieldMask = 0;
+    const GlobalRegType* type = globalRegFindType(record.RecordType);
+    const unsigned int code = type == nullptr ? 0 : checkFields(*type, mask, record);
+    return code == 0 ||
+           routine.fail(code, 40, genreg::number(mask), genreg::number(record.FieldMask));
   }
-  const auto& left = *static_cast<const GlobalRegRecord*>(record);
-  const auto& right = *static_cast<const GlobalRegRecord*>(key);
-  if (right.RecordType != 0 && right.RecordType != left.RecordType) return routine.exit(0);
-  const GlobalRegType* type = mask == 0 ? nullptr : globalRegFindType(left.RecordType);
-  if (type == nullptr) return routine.exit(1);
-  for (std::size_t i = 0; i < type->fieldCount; ++i) {
-    const GlobalRegField& field = type->fields[i];
-    if ((mask & field.bit) != 0 && !equalFields(field, left, right)) return routine.exit(0);
+
+  static bool matches(std::uint64_t mask, const Record& record, const Record& key) {
+    if (key.RecordType != 0 && key.RecordType != record.RecordType) return false;
+    const GlobalRegType* type = mask == 0 ? nullptr : globalRegFindType(record.RecordType);
+    for (std::size_t i = 0; type != nullptr && i < type->fieldCount; ++i) {
+      const GlobalRegField& field = type->fields[i];
+      if ((mask & field.bit) != 0 && !equalFields(field, record, key)) return false;
+    }
+    return true;
   }
-  return routine.exit(1);
-}
+};
 
 void printField(const GlobalRegField& field, const GlobalRegRecord& record) {
   const unsigned char* memory = memoryOf(record, field);
@@ -174,82 +168,86 @@ struct Stored {
 
 unsigned int unpackRecord(void** record) {
   Routine routine(Function::globalUnpackRecord);
-  if (*record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 4));
+  if (*record == nullptr) return routine.refuse(GENREG_RC_NO_ARGUMENT, 4);
   RecordBuffer work("GlobalReg", __LINE__);
   if (const unsigned int code = work.reserve(sizeof(GlobalRegRecord)); code != 0) {
-    return routine.exit(routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_UNPACK_ALLOC, 5));
+    (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_UNPACK_ALLOC, 5);
+    return routine.code();
   }
-  genreg::Outcome outcome;
   const Stored stored(*record);
   if (const unsigned int code = genreg::unpackGlobal(*record, stored.length, stored.exact,
                                                      *static_cast<GlobalRegRecord*>(work.data()));
       code != 0) {
     const std::uint64_t length = stored.length;
-    outcome.note(routine.fail(code, 10, genreg::wide(length)));
+    (void)routine.fail(code, 10, genreg::number(length));
   } else {
     std::memcpy(*record, work.data(), sizeof(GlobalRegRecord));
   }
   if (const unsigned int code = work.release(); code != 0) {
-    outcome.replace(routine.failFrom(genreg::probeMemFree, code, GENREG_RC_UNPACK_FREE, 20));
+    (void)routine.failFrom(genreg::probeMemFree, code, GENREG_RC_UNPACK_FREE, 20);
+    routine.replace(GENREG_RC_UNPACK_FREE);
   }
-  return routine.exit(outcome.code());
+  return routine.code();
 }
 
-Likeness liken(std::uint64_t mask, const char* stored, std::size_t length,
-               const void* key) noexcept {
+Match match(std::uint64_t mask, const char* stored, std::size_t length, const void* key) noexcept {
   bool matches = false;
   const unsigned int code = genreg::matchGlobal(
       stored, length, mask, *static_cast<const GlobalRegRecord*>(key), &matches);
-  if (code != 0) return Likeness::Unclear;
-  return matches ? Likeness::Matches : Likeness::Differs;
+  if (code != 0) return Match::Unclear;
+  return matches ? Match::Matches : Match::Differs;
 }
 
-void take(const char* stored, std::size_t length, void* record) noexcept {
-  (void)genreg::unpackGlobal(stored, length, true, *static_cast<GlobalRegRecord*>(record));
+bool fill(const char* stored, std::size_t length, void* record) noexcept {
+  return genreg::unpackGlobal(stored, length, true, *static_cast<GlobalRegRecord*>(record)) == 0;
 }
 
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(GlobalRegRecord),
-                                 liken,         take,         nullptr};
+using Hook = genreg::FlavourHook<Global>;
+
+const genreg::RecordForm recordForm{Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord),
+                                    match, fill};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
-  Routine routine(Function::globalGetPackedLength);
+  const Routine routine(Function::globalGetPackedLength);
   genreg::GlobalStoredReader reader(packed, Stored(packed).length);
   for (genreg::GlobalEntry entry{}; reader.next(entry);) continue;
   *length = reader.offset() + genreg::globalCheckSumWidth;
-  return routine.exit(GENREG_RC_OK);
+  return GENREG_RC_OK;
 }
 
 // Fields that nobody knows and nobody supplies cannot be stored: each is reported and left out.
 void reportUnsupplied(const Routine& routine, const GlobalRegType& type, std::uint64_t bits) {
   for (; bits != 0; bits &= bits - 1) {
     const std::uint64_t bit = bits & (~bits + 1);
-    routine.trace(911, genreg::wide(bit));
+    routine.trace(911, genreg::number(bit));
     std::printf("PackRecord: unknown %s field: %" PRIu64 "\n", type.word, bit);
   }
 }
 
-unsigned int packInto(const Routine& routine, const genreg::GlobalPacker& packer, void* memory) {
+void packInto(Routine& routine, const genreg::GlobalPacker& packer, void* memory) {
   const std::uint64_t expected = packer.measure();
-  if (expected == 0) return routine.fail(GENREG_RC_MALFORMED_RECORD, 20);
+  if (expected == 0) {
+    (void)routine.fail(GENREG_RC_MALFORMED_RECORD, 20);
+    return;
+  }
   // Of memory that is not the engine's only that it held the record is known.
   const RecordSpan* span = RecordSpanScope::find(memory);
   const std::uint64_t capacity = span != nullptr ? span->capacity : sizeof(GlobalRegRecord);
   RecordBuffer work("GlobalReg", __LINE__);
   if (const unsigned int code = work.reserve(expected); code != 0) {
-    return routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_PACK_ALLOC, 30);
+    (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_PACK_ALLOC, 30);
+    return;
   }
-  genreg::Outcome outcome;
   const std::uint64_t written = packer.write(work.bytes());
   if (written != expected || written > capacity) {
-    outcome.note(routine.fail(GENREG_RC_PACK_LENGTH, 40, genreg::wide(written),
-                              genreg::wide(expected), genreg::wide(capacity)));
+    (void)routine.fail(GENREG_RC_PACK_LENGTH, 40, genreg::number(written), genreg::number(expected),
+                       genreg::number(capacity));
   } else {
     std::memcpy(memory, work.data(), written);
   }
   if (const unsigned int code = work.release(); code != 0) {
-    outcome.note(routine.failFrom(genreg::probeMemFree, code, GENREG_RC_PACK_FREE, 50));
+    (void)routine.failFrom(genreg::probeMemFree, code, GENREG_RC_PACK_FREE, 50);
   }
-  return outcome.code();
 }
 
 unsigned int packRecord(void** record, void* previous) {
@@ -258,51 +256,41 @@ unsigned int packRecord(void** record, void* previous) {
   const GlobalRegType* type = globalRegFindType(fields.RecordType);
   // Stored, such a record could never be read again, and neither could any behind it.
   if (type == nullptr) {
-    return routine.exit(
-        routine.fail(GENREG_RC_UNKNOWN_RECORD_TYPE, 10, genreg::number(fields.RecordType)));
+    return routine.refuse(GENREG_RC_UNKNOWN_RECORD_TYPE, 10, genreg::number(fields.RecordType));
   }
   const genreg::GlobalPacker packer(fields, *type, previous, Stored(previous).length);
   reportUnsupplied(routine, *type, packer.unsupplied());
-  return routine.exit(packInto(routine, packer, *record));
-}
-
-unsigned int getRecordSize(std::uint64_t* size) {
-  Routine routine(Function::globalGetRecordSize);
-  *size = sizeof(GlobalRegRecord);
-  return routine.exit(GENREG_RC_OK);
-}
-
-unsigned int getRecordLength(const void*, std::uint64_t* length) {
-  Routine routine(Function::globalGetRecordLength);
-  *length = sizeof(GlobalRegRecord);
-  return routine.exit(GENREG_RC_OK);
+  packInto(routine, packer, *record);
+  return routine.code();
 }
 
 }  // namespace
 
 GlobalReg::GlobalReg() noexcept {
   Routine routine(Function::globalConstructor);
-  CompareRecord = compareRecord;
-  ValidateKey = validateKey;
-  GenRegBase::PrintRecord = printRecord;
-  NotifyChange = notifyChange;
-  PackRecord = packRecord;
-  UnpackRecord = unpackRecord;
-  GetPackedLength = getPackedLength;
-  GetRecordSize = getRecordSize;
-  GetRecordLength = getRecordLength;
-  RegistryHandle::useStoredForm(*this, ownForm);
+  genreg::FlavourHooks hooks{};
+  hooks.compareRecord = Hook::compareRecord;
+  hooks.validateKey = Hook::validateKey;
+  hooks.printRecord = printRecord;
+  hooks.notifyChange = notifyChange;
+  hooks.unpackRecord = unpackRecord;
+  hooks.packRecord = packRecord;
+  hooks.getRecordSize = Hook::getRecordSize;
+  hooks.getRecordLength = Hook::getRecordLength;
+  hooks.getPackedLength = getPackedLength;
+  hooks.form = &recordForm;
+  genreg::HandleAccess::install(*this, hooks);
   char path[pathBufferSize];
   unsigned short size = sizeof path;
   unsigned int code = getGlobalRegPath(path, &size);
-  if (code == 0) code = RegistryHandle::checkPath(path);
+  if (code == 0) code = genreg::HandleAccess::checkPath(path);
   if (code != 0) {
     // Without a path there are no names, and without names no operation.
     const std::uint64_t needed = size;
-    (void)routine.exit(routine.fail(code, 10, genreg::wide(needed)));
+    (void)routine.fail(code, 10, genreg::number(needed));
     return;
   }
-  if (routine.exit(RegistryHandle::nameFiles(*this, routine, path)) != 0) return;
+  if (genreg::HandleAccess::nameFiles(*this, routine, path) != 0) return;
   (void)unsetFeature(GENREG_ALLOW_DUPLICATES);
   (void)setFeature(GENREG_VERIFY_UPDATES);
   (void)setFeature(GENREG_PACKED_RECORDS);

@@ -1,32 +1,46 @@
-// What the text flavours share: taking a line into a record, and building a line in a bounded
-// buffer.
+// What the text flavours share: the words of a line, and building texts in bounded memory.
 #pragma once
 
 #include <cstring>
+#include <string_view>
 
 #include "genreg/line_text.h"
 #include "genreg_text.h"
 
 namespace genreg {
 
-// Copies a line up to its newline into a record's own text, cuts the comment off at the first "#"
-// and gives it back, printable; null when the line has none.
-inline char* takeLine(char (&text)[GENREG_LINE_SIZE], const char* line) noexcept {
-  std::size_t length = 0;
-  char* comment = nullptr;
-  for (; length < sizeof text - 1 && line[length] != '\n' && line[length] != '\0'; ++length) {
-    if (line[length] == '#' && comment == nullptr) comment = text + length;
-    text[length] = line[length];
-  }
-  text[length] = '\0';
-  if (comment == nullptr) return nullptr;
-  *comment++ = '\0';
-  GenRegMakePrintable(comment);
-  return comment;
+// A line without what ends it, as a text that is NUL-terminated and may hold its newline.
+inline std::string_view lineOf(const char* text) noexcept {
+  std::string_view line(text, ::strnlen(text, GENREG_LINE_SIZE - 1));
+  return line.substr(0, line.find('\n'));
 }
 
+// Places the texts of a record one after the other in the record's own memory, which is as large as
+// a line; each takes its bytes and a terminator, and a line has a separator for each.
+class TextPlacer {
+ public:
+  explicit TextPlacer(char (&memory)[GENREG_LINE_SIZE]) noexcept : at_(memory) {}
+  const char* place(std::string_view text) noexcept { return copy(text); }
+  const char* placePrintable(std::string_view text) noexcept {
+    char* const placed = copy(text);
+    GenRegMakePrintable(placed);
+    return placed;
+  }
+
+ private:
+  char* copy(std::string_view text) noexcept {
+    char* const placed = at_;
+    std::memcpy(placed, text.data(), text.size());
+    at_ += text.size();
+    *at_++ = '\0';
+    return placed;
+  }
+
+  char* at_;
+};
+
 // Builds a line apart from the template it may be formatted after; what does not fit or would break
-// the line is remembered and told at the end.
+// the line is remembered and reported at the end.
 class LineWriter {
  public:
   void add(const char* text) noexcept { add(text, std::strlen(text)); }

@@ -1,19 +1,18 @@
 // GenRegServices: the hooks of services lines.
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "genreg/core/registry_handle.h"
+#include "genreg/flavours/flavour.h"
 #include "genreg/flavours/line_writer.h"
-#include "genreg/line_text.h"
-#include "genreg/stored_form.h"
+#include "genreg/flavours/service_line.h"
 #include "genreg_services.h"
 
 using genreg::Function;
-using genreg::Likeness;
 using genreg::LineWriter;
+using genreg::Match;
 using genreg::Routine;
+using genreg::ServiceLine;
 
 namespace {
 
@@ -44,161 +43,31 @@ bool equalTexts(const char* left, const char* right) {
   return std::strcmp(left, right) == 0;
 }
 
-unsigned int validateKey(std::uint64_t mask, void* key) {
-  Routine routine(Function::servicesValidateKey);
-  if (key == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
-  const auto& fields = *static_cast<const ServiceEntryRecord*>(key);
-  if (fields.Contains == 0) return routine.exit(routine.fail(GENREG_RC_KEY_EMPTY, 20));
-  const struct {
-    std::uint64_t bit;
-    bool there;
-    unsigned int absent;
-  } rows[] = {{SERVICES_NAME, fields.name != nullptr, GENREG_RC_SERVICES_NO_NAME},
-              {SERVICES_PORT, fields.port != 0, GENREG_RC_SERVICES_NO_PORT_KEY},
-              {SERVICES_PROTOCOL, fields.protocol != nullptr, GENREG_RC_SERVICES_NO_PROTOCOL_KEY}};
-  for (const auto& row : rows) {
-    if ((mask & row.bit) != 0 && !row.there) return routine.exit(routine.fail(row.absent, 30));
-  }
-  return routine.exit(GENREG_RC_OK);
-}
-
-unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
-  Routine routine(Function::servicesCompareRecord);
-  if (record == nullptr || key == nullptr) return routine.exit(0);
-  const auto& left = *static_cast<const ServiceEntryRecord*>(record);
-  const auto& right = *static_cast<const ServiceEntryRecord*>(key);
-  if (left.Contains == SERVICES_HAS_COMMENT && right.Contains == SERVICES_HAS_COMMENT) {
-    return routine.exit(equalTexts(left.comment, right.comment) ? 1 : 0);
-  }
-  const bool matches =
-      has(left, SERVICES_HAS_SERVICE) && has(right, SERVICES_HAS_SERVICE) &&
-      ((mask & SERVICES_NAME) == 0 || equalTexts(left.name, right.name)) &&
-      ((mask & SERVICES_PORT) == 0 || left.port == right.port) &&
-      ((mask & SERVICES_PROTOCOL) == 0 || equalTexts(left.protocol, right.protocol));
-  return routine.exit(matches ? 1 : 0);
-}
-
-bool isWord(const char* begin, const char* end, const char* word) {
-  while (begin < end && *begin == *word) ++begin, ++word;
-  return begin == end && *word == '\0';
-}
-
-bool isProtocol(const char* begin, const char* end) {
-  static constexpr const char* known[] = {"tcp", "udp", "ddp", "divert"};
-  for (const char* protocol : known) {
-    if (isWord(begin, end, protocol)) return true;
-  }
-  return false;
-}
-
-// As strtol reads it; the five digits that a port has are read here in half the time.
-std::uint16_t portOf(const char* text) {
-  unsigned int port = 0;
-  const char* at = text;
-  for (; at - text < 5 && *at >= '0' && *at <= '9'; ++at) {
-    port = 10 * port + static_cast<unsigned int>(*at - '0');
-  }
-  const bool plain = at > text && *at == '\0';
-  return static_cast<std::uint16_t>(plain ? port : std::strtol(text, nullptr, 10));
-}
-
-// Port, protocol and aliases, from behind the name on. An alias too many is refused rather than
-// dropped: a caller that changed the record would lose it.
-unsigned int unpackService(const Routine& routine, ServiceEntryRecord& record, char* cursor) {
-  char* token = nullptr;
-  if (genreg::GenRegNextToken(&token, &cursor) != 0) {
-    return routine.fail(GENREG_RC_SERVICES_NO_PORT, 40, genreg::text(record.name));
-  }
-  char* slash = std::strchr(token, '/');
-  if (slash == nullptr) {
-    record.Contains |= SERVICES_BAD_PORT;
-    routine.note(GENREG_RC_SERVICES_NO_SLASH, 50, oddLineSeverity, genreg::text(token));
-    return GENREG_RC_OK;
-  }
-  *slash = '\0';
-  record.port = networkOrder(portOf(token));
-  record.protocol = slash + 1;
-  if (!isProtocol(record.protocol, record.protocol + std::strlen(record.protocol))) {
-    record.Contains |= SERVICES_BAD_PORT;
-    routine.note(GENREG_RC_SERVICES_BAD_PROTOCOL, 60, oddLineSeverity,
-                 genreg::text(record.protocol));
-    return GENREG_RC_OK;
-  }
-  std::size_t count = 0;
-  while (genreg::GenRegNextToken(&token, &cursor) == 0) {
-    if (count + 1 == SERVICES_ALIAS_SLOTS) {
-      return routine.fail(OSS_RC_BUFFER_TOO_SMALL, 70, genreg::text(record.name));
+// Fills a cleared record. False when it has too many aliases: one that was dropped would be lost
+// when the caller changes the record.
+bool fillRecord(const ServiceLine& line, ServiceEntryRecord& record) {
+  genreg::TextPlacer texts(record.text);
+  const ServiceLine::Tail tail = line.tail();
+  if (tail.hasComment) record.Contains = SERVICES_HAS_COMMENT;
+  if (line.hasService) {
+    record.Contains |= SERVICES_HAS_SERVICE;
+    record.name = texts.place(line.name);
+    record.port = networkOrder(line.port);
+    if (line.protocol.data() != nullptr) record.protocol = texts.place(line.protocol);
+    if (line.odd == GENREG_RC_SERVICES_NO_SLASH || line.odd == GENREG_RC_SERVICES_BAD_PROTOCOL) {
+      record.Contains |= SERVICES_BAD_PORT;
     }
-    record.aliases = record.aliasList;
-    record.aliasList[count++] = token;
-    record.aliasList[count] = nullptr;
-  }
-  return GENREG_RC_OK;
-}
-
-unsigned int unpackRecord(void* record, char* line) {
-  Routine routine(Function::servicesUnpackRecord);
-  if (record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
-  auto& fields = *static_cast<ServiceEntryRecord*>(record);
-  // Behind the fields, only what they point to is ever looked at.
-  std::memset(static_cast<void*>(&fields), 0, offsetof(ServiceEntryRecord, text));
-  fields.comment = genreg::takeLine(fields.text, line);
-  if (fields.comment != nullptr) fields.Contains = SERVICES_HAS_COMMENT;
-  // Words are told apart at any run of blanks, so only other white space must become a blank.
-  if (std::strchr(fields.text, '\r') != nullptr) {
-    if (const unsigned int code = genreg::GenRegNormalizeLine(fields.text); code != 0) {
-      return routine.exit(routine.failFrom(Function::normalizeLine, code, code, 20));
+    std::size_t count = 0;
+    std::string_view rest = line.odd == 0 ? tail.aliases : std::string_view();
+    for (std::string_view word; genreg::GenRegNextToken(&word, &rest) == 0;) {
+      if (count + 1 == SERVICES_ALIAS_SLOTS) return false;
+      record.aliases = record.aliasList;
+      record.aliasList[count++] = texts.place(word);
     }
   }
-  char* cursor = fields.text;
-  char* token = nullptr;
-  if (genreg::GenRegNextToken(&token, &cursor) != 0) {
-    if (std::strcmp(line, "\n") == 0) fields.Contains = SERVICES_HAS_COMMENT;
-    return routine.exit(GENREG_RC_OK);
-  }
-  fields.Contains |= SERVICES_HAS_SERVICE;
-  fields.name = token;
-  return routine.exit(unpackService(routine, fields, cursor));
+  if (tail.hasComment) record.comment = texts.placePrintable(tail.comment);
+  return true;
 }
-
-constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
-
-// How the bytes of a plain line "NAME PORT/PROTOCOL ..." are told apart from a key without parsing
-// them. A line that is odd in any way is not plain: parsing it would say so in the log.
-Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const void* key) noexcept {
-  constexpr std::size_t longestPlain =
-      2 * SERVICES_ALIAS_SLOTS - 2;  // no room for too many aliases
-  const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
-  if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0 || length > longestPlain) {
-    return Likeness::Unclear;
-  }
-  if (line[0] == '#') return Likeness::Differs;
-  const char* const end = line + length;
-  const char* const name = genreg::skipWord(line, end, '\0');
-  const char* port = name;
-  while (port < end && isBlank(*port)) ++port;
-  const char* slash = port;
-  while (slash < end && *slash >= '0' && *slash <= '9') ++slash;
-  if (name == line || port == name || slash == port || slash == end || *slash != '/') {
-    return Likeness::Unclear;
-  }
-  const char* protocol = slash + 1;
-  const char* const rest = genreg::skipWord(protocol, end, '\0');
-  const bool ends = rest == end || isBlank(*rest) || *rest == '#';
-  if (!ends || !isProtocol(protocol, rest)) return Likeness::Unclear;
-  const bool differs =
-      ((mask & SERVICES_NAME) != 0 && wanted.name != nullptr && !isWord(line, name, wanted.name)) ||
-      ((mask & SERVICES_PROTOCOL) != 0 && wanted.protocol != nullptr &&
-       !isWord(protocol, rest, wanted.protocol));
-  return differs ? Likeness::Differs : Likeness::Unclear;
-}
-
-bool isOdd(const void* record) noexcept {
-  return has(*static_cast<const ServiceEntryRecord*>(record), SERVICES_BAD_PORT);
-}
-
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(ServiceEntryRecord),
-                                 liken,         nullptr,      isOdd};
 
 // One tab when a text reaches the next tab stop by itself, else two.
 void addTabs(LineWriter& out, bool reaches) { out.add("\t\t", reaches ? 1 : 2); }
@@ -235,33 +104,112 @@ void writeComment(LineWriter& out, const ServiceEntryRecord& record, bool hasAli
   out.add(record.comment);
 }
 
-unsigned int packRecord(void* record, char* text) {
-  Routine routine(Function::servicesPackRecord);
-  const auto& fields = *static_cast<const ServiceEntryRecord*>(record);
-  // A list without an entry is no list.
-  const bool hasAliases = fields.aliases != nullptr && fields.aliases[0] != nullptr;
-  LineWriter out;
-  if (has(fields, SERVICES_HAS_SERVICE)) {
-    if (const unsigned int code = writeService(out, fields, hasAliases); code != 0) {
-      return routine.exit(routine.fail(code, 10));
+struct Services {
+  using Record = ServiceEntryRecord;
+  static constexpr genreg::FlavourNames names{
+      Function::servicesValidateKey, Function::servicesCompareRecord,
+      Function::servicesGetRecordSize, Function::servicesGetRecordLength};
+  static constexpr Function unpackName = Function::servicesUnpackRecord;
+  static constexpr Function packName = Function::servicesPackRecord;
+
+  static bool validate(Routine& routine, std::uint64_t mask, const Record& key) {
+    if (key.Contains == 0) return routine.fail(GENREG_RC_KEY_EMPTY, 20);
+    const struct {
+      std::uint64_t bit;
+      bool there;
+      unsigned int absent;
+    } rows[] = {{SERVICES_NAME, key.name != nullptr, GENREG_RC_SERVICES_NO_NAME},
+                {SERVICES_PORT, key.port != 0, GENREG_RC_SERVICES_NO_PORT_KEY},
+                {SERVICES_PROTOCOL, key.protocol != nullptr, GENREG_RC_SERVICES_NO_PROTOCOL_KEY}};
+    unsigned int point = 30;
+    for (const auto& row : rows) {
+      if ((mask & row.bit) != 0 && !row.there) return routine.fail(row.absent, point);
+      point += 10;
+    }
+    return true;
+  }
+
+  static bool matches(std::uint64_t mask, const Record& record, const Record& key) {
+    if (record.Contains == SERVICES_HAS_COMMENT && key.Contains == SERVICES_HAS_COMMENT) {
+      return equalTexts(record.comment, key.comment);
+    }
+    return has(record, SERVICES_HAS_SERVICE) && has(key, SERVICES_HAS_SERVICE) &&
+           ((mask & SERVICES_NAME) == 0 || equalTexts(record.name, key.name)) &&
+           ((mask & SERVICES_PORT) == 0 || record.port == key.port) &&
+           ((mask & SERVICES_PROTOCOL) == 0 || equalTexts(record.protocol, key.protocol));
+  }
+
+  static void unpack(Routine& routine, Record& record, const char* text) {
+    std::memset(static_cast<void*>(&record), 0, sizeof record);
+    const ServiceLine line = genreg::parseServiceLine(genreg::lineOf(text));
+    const bool filled = fillRecord(line, record);
+    if (!line.hasService) {
+      if (std::strcmp(text, "\n") == 0) record.Contains = SERVICES_HAS_COMMENT;
+    } else if (line.odd == GENREG_RC_SERVICES_NO_PORT) {
+      (void)routine.fail(line.odd, 40, genreg::text(record.name));
+    } else if (line.odd != 0) {
+      const bool noSlash = line.odd == GENREG_RC_SERVICES_NO_SLASH;
+      const genreg::LogValue word{noSlash ? line.endpoint.data() : line.protocol.data(),
+                                  noSlash ? line.endpoint.size() : line.protocol.size(),
+                                  OSS_LOG_STRING};
+      routine.note(line.odd, noSlash ? 50 : 60, oddLineSeverity, word);
+    } else if (!filled) {
+      (void)routine.fail(OSS_RC_BUFFER_TOO_SMALL, 70, genreg::text(record.name));
     }
   }
-  if (has(fields, SERVICES_HAS_COMMENT)) writeComment(out, fields, hasAliases);
-  const unsigned int code = out.finish(text, OSS_RC_BUFFER_TOO_SMALL);
-  return routine.exit(code == 0 ? code : routine.fail(code, 20));
+
+  static void pack(Routine& routine, const Record& record, char* text) {
+    // A list without an entry is no list.
+    const bool hasAliases = record.aliases != nullptr && record.aliases[0] != nullptr;
+    LineWriter out;
+    if (has(record, SERVICES_HAS_SERVICE)) {
+      if (const unsigned int code = writeService(out, record, hasAliases); code != 0) {
+        (void)routine.fail(code, 10);
+        return;
+      }
+    }
+    if (has(record, SERVICES_HAS_COMMENT)) writeComment(out, record, hasAliases);
+    const unsigned int code = out.finish(text, OSS_RC_BUFFER_TOO_SMALL);
+    if (code != 0) (void)routine.fail(code, 20);
+  }
+};
+
+// A line that is odd in any way takes the hook, which says so in the log. So does one that may have
+// too many aliases.
+Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
+  const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
+  if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0) return Match::Unclear;
+  if (bytes[0] == '#') return Match::Differs;
+  genreg::ServiceHead head;
+  if (!genreg::readServiceHead({bytes, length}, head)) {
+    const ServiceLine line = genreg::parseServiceLine({bytes, length});
+    return line.odd == 0 && !line.hasService ? Match::Differs : Match::Unclear;
+  }
+  constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
+  if (head.rest.size() > longestPlain) return Match::Unclear;
+  const bool matches =
+      ((mask & SERVICES_NAME) == 0 || genreg::equalsText(head.name, wanted.name)) &&
+      ((mask & SERVICES_PORT) == 0 || networkOrder(head.port()) == wanted.port) &&
+      ((mask & SERVICES_PROTOCOL) == 0 || genreg::equalsText(head.protocol, wanted.protocol));
+  return matches ? Match::Matches : Match::Differs;
 }
 
-unsigned int getRecordSize(std::uint64_t* size) {
-  Routine routine(Function::servicesGetRecordSize);
-  *size = sizeof(ServiceEntryRecord);
-  return routine.exit(GENREG_RC_OK);
+bool fill(const char* bytes, std::size_t length, void* record) noexcept {
+  std::string_view text(bytes, length);
+  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+  if (text.find('\0') != std::string_view::npos) return false;
+  const ServiceLine line = genreg::parseServiceLine(text);
+  if (line.odd != 0) return false;
+  auto& filled = *static_cast<ServiceEntryRecord*>(record);
+  std::memset(record, 0, sizeof filled);
+  if (text.empty()) filled.Contains = SERVICES_HAS_COMMENT;  // an empty line
+  return fillRecord(line, filled);
 }
 
-unsigned int getRecordLength(const void*, std::uint64_t* length) {
-  Routine routine(Function::servicesGetRecordLength);
-  *length = sizeof(ServiceEntryRecord);
-  return routine.exit(GENREG_RC_OK);
-}
+using Hook = genreg::LineFlavourHook<Services>;
+
+const genreg::RecordForm recordForm{Hook::compareRecord, Hook::unpackRecord,
+                                    sizeof(ServiceEntryRecord), match, fill};
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {
@@ -275,13 +223,20 @@ void printText(const char* label, const char* text) {
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::servicesConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     unpackRecord,
-                           packRecord,    getRecordSize, getRecordLength, &ownForm};
-  if (routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc)) != 0) return;
+  genreg::FlavourHooks hooks{};
+  hooks.compareRecord = Hook::compareRecord;
+  hooks.validateKey = Hook::validateKey;
+  hooks.printRecord = PrintRecord;
+  hooks.unpackRecord = Hook::unpackRecord;
+  hooks.packRecord = Hook::packRecord;
+  hooks.getRecordSize = Hook::getRecordSize;
+  hooks.getRecordLength = Hook::getRecordLength;
+  hooks.form = &recordForm;
+  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }
 
-GenRegServices::~GenRegServices() { Routine routine(Function::servicesDestructor); }
+GenRegServices::~GenRegServices() { const Routine routine(Function::servicesDestructor); }
 
 unsigned int GenRegServices::PrintRecord(void* record) noexcept {
   if (record == nullptr) return GENREG_RC_OK;

@@ -4,17 +4,18 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "genreg/core/registry_handle.h"
+#include "genreg/core/record_buffer.h"
+#include "genreg/flavours/flavour.h"
 #include "genreg/flavours/line_writer.h"
-#include "genreg/line_text.h"
-#include "genreg/stored_form.h"
+#include "genreg/flavours/variable_line.h"
 #include "genreg_varval.h"
 #include "sysservices/text.h"
 
 using genreg::Function;
-using genreg::Likeness;
 using genreg::LineWriter;
+using genreg::Match;
 using genreg::Routine;
+using genreg::VariableLine;
 
 bool bCompactFormattedLine = false;
 
@@ -22,7 +23,9 @@ namespace {
 
 constexpr char blanks[] = " \t";
 
-constexpr bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
+// Threads that construct registries at the same time all store the same.
+bool isCompact() { return __atomic_load_n(&bCompactFormattedLine, __ATOMIC_RELAXED); }
+void setNotCompact() { __atomic_store_n(&bCompactFormattedLine, false, __ATOMIC_RELAXED); }
 
 bool equalTexts(const char* left, const char* right) {
   return left != nullptr && right != nullptr && std::strcmp(left, right) == 0;
@@ -30,86 +33,15 @@ bool equalTexts(const char* left, const char* right) {
 
 bool has(const VarValRecord& record, std::uint8_t what) { return (record.Contains & what) != 0; }
 
-unsigned int validateKey(std::uint64_t mask, void* key) {
-  Routine routine(Function::varValValidateKey);
-  if (key == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
-  const auto& fields = *static_cast<const VarValRecord*>(key);
-  if (fields.Contains == 0) return routine.exit(routine.fail(GENREG_RC_KEY_EMPTY, 20));
-  if ((mask & VARVAL_VARIABLE) != 0 && fields.Variable == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_VARVAL_NO_VARIABLE, 30));
-  }
-  if ((mask & VARVAL_VALUE) != 0 && fields.Value == nullptr) {
-    return routine.exit(routine.fail(GENREG_RC_VARVAL_NO_VALUE, 40));
-  }
-  return routine.exit(GENREG_RC_OK);
+void fillRecord(const VariableLine& line, VarValRecord& record) {
+  genreg::TextPlacer texts(record.text);
+  record.Contains = 0;
+  record.Variable = line.hasVariable ? texts.place(line.name) : nullptr;
+  record.Value = line.hasVariable ? texts.place(line.value) : nullptr;
+  record.Comment = line.hasComment ? texts.placePrintable(line.comment) : nullptr;
+  if (line.hasVariable) record.Contains |= VARVAL_HAS_VARIABLE;
+  if (line.hasComment) record.Contains |= VARVAL_HAS_COMMENT;
 }
-
-unsigned int compareRecord(std::uint64_t mask, void* record, void* key) {
-  Routine routine(Function::varValCompareRecord);
-  if (record == nullptr || key == nullptr) return routine.exit(0);
-  const auto& left = *static_cast<const VarValRecord*>(record);
-  const auto& right = *static_cast<const VarValRecord*>(key);
-  const bool matches =
-      has(left, VARVAL_HAS_VARIABLE) &&
-      ((mask & VARVAL_VARIABLE) == 0 || equalTexts(left.Variable, right.Variable)) &&
-      ((mask & VARVAL_VALUE) == 0 || equalTexts(left.Value, right.Value));
-  return routine.exit(matches ? 1 : 0);
-}
-
-// Splits "NAME = VALUE", normalised, in place.
-unsigned int splitAssignment(VarValRecord& record) {
-  char* equals = std::strchr(record.text, '=');
-  if (equals == nullptr) return GENREG_RC_VARVAL_NO_EQUALS;
-  char* value = equals[1] == ' ' ? equals + 2 : equals + 1;
-  if (*value == '"') {
-    char* close = std::strchr(value + 1, '"');
-    if (close == nullptr) return GENREG_RC_VARVAL_OPEN_QUOTE;
-    close[1] = '\0';
-  }
-  *(equals > record.text && equals[-1] == ' ' ? equals - 1 : equals) = '\0';
-  record.Variable = record.text;
-  record.Value = value;
-  record.Contains |= VARVAL_HAS_VARIABLE;
-  return GENREG_RC_OK;
-}
-
-unsigned int unpackRecord(void* record, char* line) {
-  Routine routine(Function::varValUnpackRecord);
-  if (record == nullptr) return routine.exit(routine.fail(GENREG_RC_NO_ARGUMENT, 10));
-  auto& fields = *static_cast<VarValRecord*>(record);
-  fields.Contains = 0;
-  fields.Variable = nullptr;
-  fields.Value = nullptr;
-  fields.Comment = genreg::takeLine(fields.text, line);
-  if (fields.Comment != nullptr) fields.Contains = VARVAL_HAS_COMMENT;
-  if (const unsigned int code = genreg::normalizeIfNeeded(fields.text); code != 0) {
-    return routine.exit(routine.failFrom(Function::normalizeLine, code, code, 20));
-  }
-  if (fields.text[0] == '\0') return routine.exit(GENREG_RC_OK);
-  const unsigned int code = splitAssignment(fields);
-  return routine.exit(code == 0 ? code : routine.fail(code, 30, genreg::text(fields.text)));
-}
-
-// How the bytes of a plain line "NAME = VALUE" are told apart from a key without parsing them: the
-// name has neither quotes nor blanks inside, and the value opens no quote that it may not close.
-Likeness liken(std::uint64_t mask, const char* line, std::size_t length, const void* key) noexcept {
-  const char* wanted = static_cast<const VarValRecord*>(key)->Variable;
-  if ((mask & VARVAL_VARIABLE) == 0 || wanted == nullptr || length == 0) return Likeness::Unclear;
-  if (line[0] == '#') return Likeness::Differs;
-  const char* const end = line + length;
-  const char* const name = genreg::skipWord(line, end, '=');
-  const char* value = name;
-  while (value < end && isBlank(*value)) ++value;
-  if (name == line || value == end || *value != '=') return Likeness::Unclear;
-  do ++value;
-  while (value < end && (isBlank(*value) || *value == '\r'));
-  if (value < end && *value == '"') return Likeness::Unclear;
-  while (line < name && *line == *wanted) ++line, ++wanted;
-  return line == name && *wanted == '\0' ? Likeness::Unclear : Likeness::Differs;
-}
-
-const genreg::StoredForm ownForm{compareRecord, unpackRecord, sizeof(VarValRecord),
-                                 liken,         nullptr,      nullptr};
 
 // What a replaced line gives to the new one: its indentation and the blanks around its "=".
 struct Layout {
@@ -139,7 +71,7 @@ unsigned int writeAssignment(LineWriter& out, const VarValRecord& record, const 
   Layout layout;
   const bool hasTemplate = *replaced != '\0';
   if (hasTemplate && !layoutOf(replaced, layout)) return GENREG_RC_VARVAL_NO_EQUALS;
-  const std::size_t space = !hasTemplate && !bCompactFormattedLine ? 1 : 0;
+  const std::size_t space = !hasTemplate && !isCompact() ? 1 : 0;
   out.add(replaced, layout.indentation);
   out.add(record.Variable);
   out.add(layout.beforeEquals, layout.beforeLength);
@@ -152,34 +84,112 @@ unsigned int writeAssignment(LineWriter& out, const VarValRecord& record, const 
   return GENREG_RC_OK;
 }
 
-unsigned int packRecord(void* record, char* text) {
-  Routine routine(Function::varValPackRecord);
-  const auto& fields = *static_cast<const VarValRecord*>(record);
-  LineWriter out;
-  if (has(fields, VARVAL_HAS_VARIABLE)) {
-    if (const unsigned int code = writeAssignment(out, fields, text); code != 0) {
-      return routine.exit(routine.fail(code, 10));
+struct VarVal {
+  using Record = VarValRecord;
+  static constexpr genreg::FlavourNames names{
+      Function::varValValidateKey, Function::varValCompareRecord, Function::varValGetRecordSize,
+      Function::varValGetRecordLength};
+  static constexpr Function unpackName = Function::varValUnpackRecord;
+  static constexpr Function packName = Function::varValPackRecord;
+
+  static bool validate(Routine& routine, std::uint64_t mask, const Record& key) {
+    if (key.Contains == 0) return routine.fail(GENREG_RC_KEY_EMPTY, 20);
+    if ((mask & VARVAL_VARIABLE) != 0 && key.Variable == nullptr) {
+      return routine.fail(GENREG_RC_VARVAL_NO_VARIABLE, 30);
+    }
+    if ((mask & VARVAL_VALUE) != 0 && key.Value == nullptr) {
+      return routine.fail(GENREG_RC_VARVAL_NO_VALUE, 40);
+    }
+    return true;
+  }
+
+  static bool matches(std::uint64_t mask, const Record& record, const Record& key) {
+    return has(record, VARVAL_HAS_VARIABLE) &&
+           ((mask & VARVAL_VARIABLE) == 0 || equalTexts(record.Variable, key.Variable)) &&
+           ((mask & VARVAL_VALUE) == 0 || equalTexts(record.Value, key.Value));
+  }
+
+  static void unpack(Routine& routine, Record& record, const char* text) {
+    char copy[GENREG_LINE_SIZE];
+    VariableLine line;
+    const unsigned int code = genreg::parseVariableLine(genreg::lineOf(text), copy, line);
+    fillRecord(line, record);
+    if (code != 0) {
+      (void)routine.failFrom(Function::normalizeLine, code, code, 20);
+    } else if (line.odd != 0) {
+      std::memcpy(copy, line.assignment.data(), line.assignment.size());
+      copy[line.assignment.size()] = '\0';
+      (void)routine.fail(line.odd, 30, genreg::text(copy));
     }
   }
-  if (has(fields, VARVAL_HAS_COMMENT)) {
-    out.add("# ");
-    out.add(fields.Comment == nullptr ? "" : fields.Comment);
+
+  static void pack(Routine& routine, const Record& record, char* text) {
+    LineWriter out;
+    if (has(record, VARVAL_HAS_VARIABLE)) {
+      if (const unsigned int code = writeAssignment(out, record, text); code != 0) {
+        (void)routine.fail(code, 10);
+        return;
+      }
+    }
+    if (has(record, VARVAL_HAS_COMMENT)) {
+      out.add("# ");
+      out.add(record.Comment == nullptr ? "" : record.Comment);
+    }
+    const unsigned int code = out.finish(text, GENREG_RC_VARVAL_LINE_TOO_LONG);
+    if (code != 0) (void)routine.fail(code, 20);
   }
-  const unsigned int code = out.finish(text, GENREG_RC_VARVAL_LINE_TOO_LONG);
-  return routine.exit(code == 0 ? code : routine.fail(code, 20));
+};
+
+bool holdsNul(std::string_view line) { return line.find('\0') != std::string_view::npos; }
+
+Match matchWhole(std::uint64_t mask, std::string_view text, const VarValRecord& wanted) {
+  char copy[GENREG_LINE_SIZE];
+  VariableLine line;
+  if (text.size() >= sizeof copy || holdsNul(text) ||
+      genreg::parseVariableLine(text, copy, line) != 0 || line.odd != 0) {
+    return Match::Unclear;
+  }
+  const bool matches =
+      line.hasVariable &&
+      ((mask & VARVAL_VARIABLE) == 0 || genreg::equalsText(line.name, wanted.Variable)) &&
+      ((mask & VARVAL_VALUE) == 0 || genreg::equalsText(line.value, wanted.Value));
+  return matches ? Match::Matches : Match::Differs;
 }
 
-unsigned int getRecordSize(std::uint64_t* size) {
-  Routine routine(Function::varValGetRecordSize);
-  *size = sizeof(VarValRecord);
-  return routine.exit(GENREG_RC_OK);
+// The name alone decides most lines, unless the value opens a quote that it may not close.
+Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
+  const auto& wanted = *static_cast<const VarValRecord*>(key);
+  const std::string_view text(bytes, length);
+  if ((mask & VARVAL_VARIABLE) != 0 && length > 0) {
+    if (bytes[0] == '#') return Match::Differs;
+    std::string_view name;
+    std::string_view rest;
+    if (genreg::readVariableHead(text, &name, &rest)) {
+      const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
+      const bool quoted = value < bytes + length && *value == '"';
+      if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
+    }
+  }
+  return matchWhole(mask, text, wanted);
 }
 
-unsigned int getRecordLength(const void*, std::uint64_t* length) {
-  Routine routine(Function::varValGetRecordLength);
-  *length = sizeof(VarValRecord);
-  return routine.exit(GENREG_RC_OK);
+bool fill(const char* bytes, std::size_t length, void* record) noexcept {
+  std::string_view text(bytes, length);
+  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+  char copy[GENREG_LINE_SIZE];
+  VariableLine line;
+  if (text.size() >= sizeof copy || holdsNul(text) ||
+      genreg::parseVariableLine(text, copy, line) != 0 || line.odd != 0) {
+    return false;
+  }
+  fillRecord(line, *static_cast<VarValRecord*>(record));
+  return true;
 }
+
+using Hook = genreg::LineFlavourHook<VarVal>;
+
+const genreg::RecordForm recordForm{Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord),
+                                    match, fill};
 
 // Hands a number on when the conversion took the whole text.
 template <typename Number>
@@ -193,16 +203,22 @@ bool storeWhole(Number number, const char* end, Number* value) {
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept : valueText{} {
   Routine routine(Function::varValConstructor);
-  const FlavourHooks hooks{compareRecord, validateKey,   PrintRecord,     unpackRecord,
-                           packRecord,    getRecordSize, getRecordLength, &ownForm};
-  const unsigned int code = routine.exit(RegistryHandle::setUp(*this, routine, path, hooks, rc));
-  if (code != 0) return;
+  genreg::FlavourHooks hooks{};
+  hooks.compareRecord = Hook::compareRecord;
+  hooks.validateKey = Hook::validateKey;
+  hooks.printRecord = PrintRecord;
+  hooks.unpackRecord = Hook::unpackRecord;
+  hooks.packRecord = Hook::packRecord;
+  hooks.getRecordSize = Hook::getRecordSize;
+  hooks.getRecordLength = Hook::getRecordLength;
+  hooks.form = &recordForm;
+  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
-  bCompactFormattedLine = false;
+  setNotCompact();
 }
 
-GenRegVarVal::~GenRegVarVal() { Routine routine(Function::varValDestructor); }
+GenRegVarVal::~GenRegVarVal() { const Routine routine(Function::varValDestructor); }
 
 unsigned int GenRegVarVal::PrintRecord(void* record) noexcept {
   if (record == nullptr) return GENREG_RC_OK;
@@ -215,14 +231,21 @@ unsigned int GenRegVarVal::PrintRecord(void* record) noexcept {
   return GENREG_RC_OK;
 }
 
+// A derived class may have a larger record, and make longer values than a line can hold.
 bool GenRegVarVal::GetStringValue(const char* variable, const char** value) noexcept {
-  if (value == nullptr) return false;
+  if (value == nullptr || GetRecordSize == nullptr) return false;
+  std::uint64_t size = 0;
+  (void)GetRecordSize(&size);
+  genreg::RecordBuffer found("GenRegText", __LINE__);
+  if (size < sizeof(VarValRecord) || found.reserve(size) != 0) return false;
   VarValRecord key{};
   key.Contains = VARVAL_HAS_VARIABLE;
   key.Variable = variable;
-  VarValRecord found;
-  if (Get(VARVAL_VARIABLE, &key, &found) != 0 || found.Value == nullptr) return false;
-  std::memcpy(valueText, found.Value, std::strlen(found.Value) + 1);
+  if (Get(VARVAL_VARIABLE, &key, found.data()) != 0) return false;
+  const char* const text = static_cast<const VarValRecord*>(found.data())->Value;
+  const std::size_t length = text == nullptr ? sizeof valueText : ::strnlen(text, sizeof valueText);
+  if (length == sizeof valueText) return false;
+  std::memcpy(valueText, text, length + 1);
   *value = valueText;
   return true;
 }

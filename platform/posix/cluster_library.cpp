@@ -101,7 +101,7 @@ unsigned int queryValue(ClusterKey key, const char16_t* name, void* data,
 }  // namespace
 
 void loadClusterLibrary(const Machine& machine, ClusterEntryPoints* entryPoints) noexcept {
-  // The seam tells a test how often the library is looked for.
+  // A test counts here how often the library is looked for.
   if (ossFaultPoint("LoadLibraryA", "CLUSAPI.DLL") > 0 || mountedCluster(machine) == nullptr) {
     lastError = moduleMissing;
     return;

@@ -1,8 +1,8 @@
-// What stands behind platform::Machine here: registry exports, loaded when they are first needed.
+// What stands behind platform::Machine here: registry exports, loaded when they are first
+// needed and kept as they were then.
 #pragma once
 
 #include <map>
-#include <memory>
 #include <string>
 
 #include "platform/posix/registry_tree.h"
@@ -11,8 +11,8 @@ namespace platform {
 
 struct Machine {
   std::string exportPath;  // of the local machine's registry; empty when there is none
-  std::unique_ptr<const RegistryTree> local;
-  std::map<std::string, std::unique_ptr<const RegistryTree>> others;  // by host
+  SharedTree local;
+  std::map<std::string, SharedTree> others;  // by host
 };
 
 }  // namespace platform

@@ -3,89 +3,27 @@
 #include "platform/machine_registry.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <new>
+#include <memory>
 
 #include "platform/posix/machine.h"
-#include "platform/posix/registry_export.h"
-#include "platform/stream.h"
-#include "sysservices/diagnostics.h"
+#include "platform/posix/registry_export_file.h"
+#include "platform/posix/unicode.h"
 #include "sysservices/fault_hook.h"
-#include "sysservices/file_handle.h"
 #include "sysservices/return_codes.h"
 
 namespace platform {
 namespace {
 
-constexpr unsigned int probeRegistryExport = 0x081A0100u;
-constexpr unsigned int failureSeverity = 2;
-constexpr std::uint64_t largestExport = std::uint64_t{1} << 30;  // bytes
+SharedTree emptyTree() { return SharedTree(std::make_unique<RegistryTree>()); }
 
-void logUnreadable(unsigned int code, unsigned int point, const std::string& path,
-                   const ExportFault& fault) {
-  ossLog(0, probeRegistryExport, code, point, failureSeverity, 3, path.c_str(), path.size(),
-         OSS_LOG_STRING, &fault.line, sizeof fault.line, OSS_LOG_INT32, fault.reason,
-         std::strlen(fault.reason), OSS_LOG_STRING);
-}
-
-// Reads a whole file; gives 0 or the system error.
-int readWhole(const std::string& path, std::string& bytes) {
-  OSSHFile file;
-  const OSSFileOpenParam param{
-      OSS_PARAM_LEVEL, path.c_str(), OSS_ACCESS_READ_WRITE, OSS_OPEN_EXISTING, 0, 0, 0};
-  if (file.open(&param) != 0) return file.lastError();
-  StreamBacking* backing = nullptr;
-  std::FILE* const stream = openStream(file.releaseFileHandle(), StreamUse::Read, &backing);
-  if (stream == nullptr) return errno;
-  int error = 0;
-  try {
-    if (streamSize(backing) > largestExport) {
-      error = EFBIG;
-    } else {
-      bytes.resize(static_cast<std::size_t>(streamSize(backing)));
-      bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
-      if (std::ferror(stream) != 0) error = EIO;
-    }
-  } catch (const std::bad_alloc&) {
-    error = ENOMEM;
-  }
-  const int closeError = closeStream(stream, backing);
-  return error != 0 ? error : closeError;
-}
-
-// The registry in the file at `path`, or null with *error when the file is not there. One that
-// cannot be read is logged, and empty.
-std::unique_ptr<const RegistryTree> loadRegistry(const std::string& path, int* error) {
-  auto tree = std::make_unique<RegistryTree>();
-  std::string bytes;
-  *error = readWhole(path, bytes);
-  if (*error == ENOMEM) throw std::bad_alloc();
-  if (*error == ENOENT) return nullptr;
-  ExportFault fault;
-  if (*error != 0) {
-    // What is no plain file is opened no further, and told by one of these numbers.
-    const bool noFile = *error == ELOOP || *error == EISDIR || *error == ENXIO;
-    char message[128];
-    fault.reason = noFile ? "not a plain file" : ::strerror_r(*error, message, sizeof message);
-    logUnreadable(noFile ? OSS_RC_NOT_A_FILE : OSS_RC_IO_ERROR, 10, path, fault);
-    return tree;
-  }
-  if (readRegistryExport(bytes, *tree, fault)) return tree;
-  logUnreadable(OSS_RC_BAD_PARAMETER, 20, path, fault);
-  return std::make_unique<RegistryTree>();
-}
-
-std::unique_ptr<const RegistryTree> loadLocalRegistry(const std::string& path) {
-  if (path.empty()) return std::make_unique<RegistryTree>();
-  int error = 0;
-  auto tree = loadRegistry(path, &error);
-  if (tree != nullptr) return tree;
-  logUnreadable(OSS_RC_FILE_NOT_FOUND, 30, path, {0, "the file does not exist"});
-  return std::make_unique<RegistryTree>();
+// A refused export is logged, and an empty registry.
+SharedTree treeOf(const std::string& path, const ExportContent& content) {
+  if (content.tree.get() != nullptr) return content.tree;
+  logRefusal(path, content);
+  return emptyTree();
 }
 
 // The export of a host, beside that of the local machine. A host's name must not lead elsewhere.
@@ -104,12 +42,12 @@ unsigned int connect(Machine& machine, const char* name, RegistryKey* key) {
   auto known = machine.others.find(host);
   if (known == machine.others.end()) {
     const std::string path = exportPathOf(machine, host);
-    int error = 0;
-    auto tree = path.empty() ? nullptr : loadRegistry(path, &error);
-    if (tree == nullptr) return registryHostUnknown;
-    known = machine.others.emplace(host, std::move(tree)).first;
+    if (path.empty()) return registryHostUnknown;
+    const ExportContent content = loadRegistryExport(path);
+    if (content.code == OSS_RC_FILE_NOT_FOUND) return registryHostUnknown;
+    known = machine.others.emplace(host, treeOf(path, content)).first;
   }
-  *key = known->second->localMachine();
+  *key = known->second.get()->localMachine();
   return 0;
 }
 
@@ -126,7 +64,8 @@ Machine* openMachine() noexcept {
     auto machine = std::make_unique<Machine>();
     const char* const path = std::getenv("ZOROSSE_REGISTRY_FILE");
     if (path != nullptr) machine->exportPath = path;
-    machine->local = loadLocalRegistry(machine->exportPath);
+    const std::string& file = machine->exportPath;
+    machine->local = file.empty() ? emptyTree() : treeOf(file, loadRegistryExport(file));
     return machine.release();
   } catch (const std::exception&) {
     return nullptr;
@@ -136,7 +75,7 @@ Machine* openMachine() noexcept {
 void closeMachine(Machine* machine) noexcept { delete machine; }
 
 RegistryKey localMachineKey(const Machine& machine) noexcept {
-  return machine.local->localMachine();
+  return machine.local.get()->localMachine();
 }
 
 unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* key) noexcept {
@@ -187,6 +126,14 @@ unsigned int RegConnectRegistryA(Machine& machine, const char* host, RegistryKey
   } catch (const std::exception&) {
     return registryNoMemory;
   }
+}
+
+// A sequence is cut before its first byte.
+std::size_t wholeCharacters(const char* text, std::size_t room) noexcept {
+  std::size_t length = ::strnlen(text, room + 1);
+  if (length <= room) return length;
+  for (length = room; length > 0 && isContinuation(text[length]);) --length;
+  return length;
 }
 
 }  // namespace platform

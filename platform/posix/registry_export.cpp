@@ -1,23 +1,26 @@
 // A registry export, line by line:
+// clang-format off
 //
 //   Windows Registry Editor Version 5.00     always the first line
 //   ; a comment
 //   [HKEY_LOCAL_MACHINE\SOFTWARE\Name]       a key, made with those above it; values follow
 //   [-HKEY_LOCAL_MACHINE\SOFTWARE\Name]      the key is taken out, with all below it
-//   "name"="text"                            \\ and \" stand for \ and "; text may have several
-//   lines
+//   "name"="text"                            \\ \" \n \r are escapes; a text may have several lines
 //   @="text"                                 the value without a name
 //   "name"=dword:0000000a
 //   "name"=hex:01,0a,\                       bytes; the line goes on after a backslash at its end
 //     ff
 //   "name"=hex(2):41,00,00,00                bytes of another type; types 1, 2 and 7 are UTF-16
-//   text "name"=-                                 the value is taken out
+//   "name"=-                                 the value is taken out
 //
+// clang-format on
 // A later line counts. Anything else makes the whole export worthless: a registry that is half
-// there would answer with half of the truth.
+// there would answer with half of the truth. Half of a character, which the registry may hold and
+// UTF-8 cannot, is no reason: it becomes the replacement character.
 #include "platform/posix/registry_export.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -37,8 +40,7 @@ bool startsWith(std::string_view text, std::string_view start) {
   return text.substr(0, start.size()) == start;
 }
 
-// Text of a value given as bytes. The export is well formed whatever they are, so what is no text
-// in them is shown as such.
+// Text of a value given as bytes, which may be any.
 std::string textOfValue(std::string_view bytes) {
   std::string text;
   for (std::size_t i = 0; i < bytes.size();) {
@@ -75,7 +77,9 @@ class ExportText {
   void convert(std::string_view bytes) {
     converted_.reserve(bytes.size() / 2);
     for (std::size_t i = 0; i < bytes.size() && reason_ == nullptr;) {
-      const char32_t codePoint = nextUtf16CodePoint(bytes, i);
+      const bool whole = bytes.size() - i > 1;
+      char32_t codePoint = nextUtf16CodePoint(bytes, i);
+      if (codePoint == invalidCodePoint && whole) codePoint = replacementCharacter;
       check(codePoint);
       if (reason_ == nullptr) appendUtf8(converted_, codePoint);
     }
@@ -94,40 +98,46 @@ class ExportText {
   const char* reason_ = nullptr;
 };
 
+struct Escape {
+  char written;
+  char meant;
+};
+constexpr Escape escapes[] = {{'\\', '\\'}, {'"', '"'}, {'n', '\n'}, {'r', '\r'}};
+
 class ExportReader {
  public:
   ExportReader(std::string_view text, RegistryTree& tree, ExportFault& fault)
       : text_(text), tree_(tree), fault_(fault) {}
 
   bool read() {
-    if (takeLine() != firstLine) return failAt(1, "not a registry export of version 5.00");
+    if (nextLine() != firstLine) return failAt(1, "not a registry export of version 5.00");
     while (!atEnd()) {
-      if (!takeEntry()) return false;
+      if (!readEntry()) return false;
     }
     return true;
   }
 
  private:
-  bool takeEntry() {
+  bool readEntry() {
     skipBlanks();
-    if (atLineEnd()) return takeLineEnd();
+    if (atLineEnd()) return acceptLineEnd();
     switch (text_[position_]) {
       case ';':
-        (void)takeLine();
+        (void)nextLine();
         return true;
       case '[':
-        return takeKeyLine();
+        return readKeyLine();
       case '"':
       case '@':
-        return takeValueLine();
+        return readValueLine();
       default:
         return fail("neither a key, a value nor a comment");
     }
   }
 
-  bool takeKeyLine() {
+  bool readKeyLine() {
     const std::uint32_t line = line_;
-    std::string_view path = takeLine();
+    std::string_view path = nextLine();
     if (path.back() != ']') return failAt(line, "a key without its closing bracket");
     path = path.substr(1, path.size() - 2);
     const bool erase = startsWith(path, "-");
@@ -138,10 +148,10 @@ class ExportReader {
 
   // Makes the key at `path` the one that values belong to; gives the reason why it cannot.
   const char* enterKey(std::string_view path) {
-    key_ = tree_.rootKey(takeComponent(path));
+    key_ = tree_.rootKey(nextComponent(path));
     if (key_ == nullptr) return "an unknown root key";
     while (!path.empty()) {
-      const std::string_view name = takeComponent(path);
+      const std::string_view name = nextComponent(path);
       if (nameTooLong(name)) return "a key name of more than 255 characters";
       if (!name.empty()) key_ = tree_.addKey(key_, name);
     }
@@ -150,12 +160,12 @@ class ExportReader {
 
   const char* eraseKey(std::string_view path) {
     key_ = nullptr;
-    RegistryKeyObject* parent = tree_.rootKey(takeComponent(path));
+    RegistryKeyObject* parent = tree_.rootKey(nextComponent(path));
     if (parent == nullptr) return "an unknown root key";
-    std::string_view name = takeComponent(path);
+    std::string_view name = nextComponent(path);
     if (name.empty()) return "a root key cannot be deleted";
     while (parent != nullptr && !path.empty()) {
-      const std::string_view next = takeComponent(path);
+      const std::string_view next = nextComponent(path);
       if (next.empty()) continue;
       parent = tree_.subkey(parent, name);
       name = next;
@@ -164,7 +174,7 @@ class ExportReader {
     return nullptr;
   }
 
-  static std::string_view takeComponent(std::string_view& path) {
+  static std::string_view nextComponent(std::string_view& path) {
     const std::size_t end = std::min(path.find('\\'), path.size());
     const std::string_view component = path.substr(0, end);
     path.remove_prefix(std::min(end + 1, path.size()));
@@ -178,47 +188,47 @@ class ExportReader {
     return units > longestKeyName;
   }
 
-  bool takeValueLine() {
+  bool readValueLine() {
     if (key_ == nullptr) return fail("a value that belongs to no key");
     std::string name;
-    if (!take('@') && !takeQuoted(name)) return false;
+    if (!accept('@') && !readQuoted(name)) return false;
     skipBlanks();
-    if (!take('=')) return fail("a value without its equals sign");
+    if (!accept('=')) return fail("a value without its equals sign");
     skipBlanks();
-    if (take('-')) {
+    if (accept('-')) {
       tree_.eraseValue(key_, name);
-      return takeValueEnd();
+      return acceptValueEnd();
     }
     std::uint32_t type = 0;
     std::string data;
-    if (!takeData(type, data) || !takeValueEnd()) return false;
+    if (!readData(type, data) || !acceptValueEnd()) return false;
     RegistryValue* const value = tree_.addValue(key_, name);
     value->type = type;
     value->data = std::move(data);
     return true;
   }
 
-  bool takeData(std::uint32_t& type, std::string& data) {
+  bool readData(std::uint32_t& type, std::string& data) {
     if (!atEnd() && text_[position_] == '"') {
       type = registryText;
-      if (!takeQuoted(data)) return false;
+      if (!readQuoted(data)) return false;
       data += '\0';
       return true;
     }
-    if (take("dword:")) {
+    if (accept("dword:")) {
       type = registryDword;
-      return takeDword(data);
+      return readDword(data);
     }
     type = registryBinary;
-    if (take("hex:")) return takeBytes(data);
-    if (!take("hex(")) return fail("a value of unknown form");
-    if (!takeHexNumber(type) || !take("):")) return fail("a value of unknown type");
-    if (!takeBytes(data)) return false;
+    if (accept("hex:")) return readBytes(data);
+    if (!accept("hex(")) return fail("a value of unknown form");
+    if (!readHexNumber(type) || !accept("):")) return fail("a value of unknown type");
+    if (!readBytes(data)) return false;
     if (isRegistryText(type)) data = textOfValue(data);
     return true;
   }
 
-  bool takeQuoted(std::string& text) {
+  bool readQuoted(std::string& text) {
     const std::uint32_t line = line_;
     for (++position_; !atEnd();) {
       const char character = text_[position_++];
@@ -226,25 +236,34 @@ class ExportReader {
       if (character == '\n') ++line_;
       if (character != '\\') {
         text += character;
-      } else if (!atEnd() && (text_[position_] == '\\' || text_[position_] == '"')) {
-        text += text_[position_++];
-      } else {
-        return fail("a backslash in a text that escapes neither a backslash nor a quote");
+      } else if (!readEscape(text)) {
+        return fail("a backslash in a text that escapes nothing known");
       }
     }
     return failAt(line, "a text without its closing quote");
   }
 
-  bool takeDword(std::string& data) {
+  bool readEscape(std::string& text) {
+    if (atEnd()) return false;
+    const auto known = std::find_if(std::begin(escapes), std::end(escapes), [&](Escape escape) {
+      return escape.written == text_[position_];
+    });
+    if (known == std::end(escapes)) return false;
+    text += known->meant;
+    ++position_;
+    return true;
+  }
+
+  bool readDword(std::string& data) {
     std::uint32_t number = 0;
-    if (!takeHexNumber(number)) return fail("a dword without its one to eight digits");
+    if (!readHexNumber(number)) return fail("a dword without its one to eight digits");
     for (unsigned int shift = 0; shift < 32; shift += 8) {
       data += static_cast<char>(number >> shift & 0xFFu);
     }
     return true;
   }
 
-  bool takeHexNumber(std::uint32_t& number) {
+  bool readHexNumber(std::uint32_t& number) {
     constexpr unsigned int mostDigits = 8;
     number = 0;
     unsigned int digits = 0;
@@ -256,7 +275,7 @@ class ExportReader {
     return digits > 0;
   }
 
-  bool takeBytes(std::string& bytes) {
+  bool readBytes(std::string& bytes) {
     if (!skipContinuation()) return false;
     if (atLineEnd()) return true;
     for (;;) {
@@ -266,31 +285,31 @@ class ExportReader {
       bytes += static_cast<char>(*high << 4 | *low);
       position_ += 2;
       skipBlanks();
-      if (!take(',')) return true;
+      if (!accept(',')) return true;
       if (!skipContinuation()) return false;
     }
   }
 
   bool skipContinuation() {
     skipBlanks();
-    while (take('\\')) {
+    while (accept('\\')) {
       skipBlanks();
       if (!atLineEnd() || atEnd()) return fail("a backslash that is not at the end of a line");
-      (void)takeLineEnd();
+      (void)acceptLineEnd();
       skipBlanks();
     }
     return true;
   }
 
-  bool takeValueEnd() {
+  bool acceptValueEnd() {
     skipBlanks();
-    if (!take(';')) return takeLineEnd() || fail("text after a value");
-    (void)takeLine();
+    if (!accept(';')) return acceptLineEnd() || fail("text after a value");
+    (void)nextLine();
     return true;
   }
 
   // The rest of the line without blanks at its end; goes to the next line.
-  std::string_view takeLine() {
+  std::string_view nextLine() {
     const std::size_t end = std::min(text_.find('\n', position_), text_.size());
     std::string_view line = text_.substr(position_, end - position_);
     position_ = std::min(end + 1, text_.size());
@@ -299,21 +318,21 @@ class ExportReader {
     return line.substr(0, last + 1);
   }
 
-  bool take(char expected) {
+  bool accept(char expected) {
     if (atEnd() || text_[position_] != expected) return false;
     ++position_;
     return true;
   }
 
-  bool take(std::string_view expected) {
+  bool accept(std::string_view expected) {
     if (!startsWith(text_.substr(position_), expected)) return false;
     position_ += expected.size();
     return true;
   }
 
-  bool takeLineEnd() {
+  bool acceptLineEnd() {
     if (!atLineEnd()) return false;
-    (void)takeLine();
+    (void)nextLine();
     return true;
   }
 

@@ -15,7 +15,8 @@ struct ExportFault {
 };
 
 // Fills `tree`, which must be fresh, and finishes it. `bytes` is the file's content: UTF-8, with or
-// without its byte order mark, or UTF-16LE with it. Returns false and the fault for anything that
+// without its byte order mark, or UTF-16LE with it; half of a surrogate pair in the latter becomes
+// U+FFFD. Returns false and the fault for anything that
 // is not an export; the tree is then of no use.
 bool readRegistryExport(std::string_view bytes, RegistryTree& tree, ExportFault& fault);
 

@@ -12,35 +12,14 @@ const char* const localMachineName = "HKEY_LOCAL_MACHINE";
 const char* const rootKeyNames[] = {localMachineName, "HKEY_CLASSES_ROOT", "HKEY_CURRENT_USER",
                                     "HKEY_USERS", "HKEY_CURRENT_CONFIG"};
 
-// Small letters whose capitals lie at a fixed distance; every `step`-th code point is one.
-struct CaseRange {
-  char32_t first;
-  char32_t last;
-  char32_t step;
-  int toCapital;
-};
-
-constexpr CaseRange caseRanges[] = {
-    {'a', 'z', 1, -32},     {0xE0, 0xF6, 1, -32},   {0xF8, 0xFE, 1, -32},   {0xFF, 0xFF, 1, 121},
-    {0x101, 0x12F, 2, -1},  {0x133, 0x137, 2, -1},  {0x13A, 0x148, 2, -1},  {0x14B, 0x177, 2, -1},
-    {0x17A, 0x17E, 2, -1},  {0x3AC, 0x3AC, 1, -38}, {0x3AD, 0x3AF, 1, -37}, {0x3B1, 0x3C1, 1, -32},
-    {0x3C3, 0x3CB, 1, -32}, {0x3CC, 0x3CC, 1, -64}, {0x3CD, 0x3CE, 1, -63}, {0x430, 0x44F, 1, -32},
-    {0x450, 0x45F, 1, -80},
-};
-
-char32_t capital(char32_t letter) noexcept {
-  if (letter < 0x80) return letter >= 'a' && letter <= 'z' ? letter - 32 : letter;
-  for (const CaseRange& range : caseRanges) {
-    if (letter < range.first) break;
-    if (letter <= range.last && (letter - range.first) % range.step == 0) {
-      return static_cast<char32_t>(static_cast<int>(letter) + range.toCapital);
-    }
-  }
-  return letter;
-}
-
+// Nearly every character of a registry is an ASCII one.
 char32_t nextCapital(std::string_view name, std::size_t& position) noexcept {
-  return capital(nextCodePoint(name, position));
+  const auto byte = static_cast<unsigned char>(name[position]);
+  if (byte < 0x80) {
+    ++position;
+    return byte >= 'a' && byte <= 'z' ? byte - ('a' - 'A') : byte;
+  }
+  return capitalOf(nextCodePoint(name, position));
 }
 
 // The registry's order of names: by their capitals; negative, 0 or positive.

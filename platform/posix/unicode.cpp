@@ -26,9 +26,8 @@ char32_t sequence(std::string_view text, std::size_t position, const Lead& lead)
   if (text.size() - position <= lead.following) return invalidCodePoint;
   char32_t value = byteAt(text, position) & ~lead.mask & 0xFFu;
   for (std::size_t i = 1; i <= lead.following; ++i) {
-    const unsigned int byte = byteAt(text, position + i);
-    if ((byte & 0xC0u) != 0x80u) return invalidCodePoint;
-    value = value << 6 | (byte & 0x3Fu);
+    if (!isContinuation(text[position + i])) return invalidCodePoint;
+    value = value << 6 | (byteAt(text, position + i) & 0x3Fu);
   }
   const bool valid = value >= lead.least && value <= lastCodePoint && !isSurrogate(value);
   return valid ? value : invalidCodePoint;
@@ -53,7 +52,7 @@ char32_t nextCodePoint(std::string_view utf8, std::size_t& position) noexcept {
 }
 
 char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexcept {
-  const auto takeUnit = [&]() -> char32_t {
+  const auto nextUnit = [&]() -> char32_t {
     const unsigned int unit = byteAt(bytes, position) | byteAt(bytes, position + 1) << 8;
     position += 2;
     return unit;
@@ -62,11 +61,11 @@ char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexc
     position = bytes.size();
     return invalidCodePoint;
   }
-  const char32_t high = takeUnit();
+  const char32_t high = nextUnit();
   if (!isSurrogate(high)) return high;
   if (high >= 0xDC00 || bytes.size() - position < 2) return invalidCodePoint;
   const std::size_t second = position;
-  const char32_t low = takeUnit();
+  const char32_t low = nextUnit();
   if (low >= 0xDC00 && isSurrogate(low)) return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
   position = second;
   return invalidCodePoint;

@@ -12,15 +12,25 @@ constexpr char32_t invalidCodePoint = 0xFFFFFFFFu;
 constexpr char32_t replacementCharacter = 0xFFFD;
 
 // The code point at `position`, which must be inside the text; moves `position` past it. Invalid
-// bytes are taken one at a time.
+// bytes count one at a time.
 char32_t nextCodePoint(std::string_view utf8, std::size_t& position) noexcept;
 
-// The same for little-endian UTF-16 as it lies in a file; half a unit at the end is invalid.
+// Whether a byte continues a UTF-8 sequence.
+constexpr bool isContinuation(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0u) == 0x80u;
+}
+
+// The code point at `position` of little-endian UTF-16 as it lies in a file; half a unit at the end
+// is invalid.
 char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexcept;
 
 // Writes the one to four bytes of a valid code point and gives their number.
 std::size_t encodeUtf8(char32_t codePoint, char (&bytes)[4]) noexcept;
 void appendUtf8(std::string& text, char32_t codePoint);
+
+// The letter that stands for `letter` where names are matched without regard to case, as the
+// registry of the original system does it: its capital, or itself where it has none.
+char32_t capitalOf(char32_t letter) noexcept;
 
 // Number of UTF-16 units that a code point takes.
 constexpr std::size_t utf16Units(char32_t codePoint) { return codePoint < 0x10000 ? 1 : 2; }

@@ -1,4 +1,4 @@
-// What happens when the library is loaded: nothing, but that it asks not to be told of threads.
+// What happens when the library is loaded: nothing, but that it asks not to hear of threads.
 #include <windows.h>
 
 BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, LPVOID) {

@@ -13,6 +13,7 @@ static_assert(registryNoMemory == ERROR_NOT_ENOUGH_MEMORY);
 static_assert(registryHostUnknown == ERROR_BAD_NETPATH);
 static_assert(registryMoreData == ERROR_MORE_DATA);
 static_assert(registryNoMoreItems == ERROR_NO_MORE_ITEMS);
+static_assert(registryNotText == ERROR_DATATYPE_MISMATCH);
 
 constexpr REGSAM readAccess = KEY_READ;
 static_assert(readAccess == 0x20019);
@@ -81,6 +82,21 @@ unsigned int RegConnectRegistryA(Machine&, const char* host, RegistryKey* key) n
   const LSTATUS status = ::RegConnectRegistryA(host, HKEY_LOCAL_MACHINE, &opened);
   if (status == ERROR_SUCCESS) *key = asOurs<RegistryKey>(opened);
   return result(status);
+}
+
+// Where the encoding is UTF-8, no byte counts as the first of two.
+std::size_t wholeCharacters(const char* text, std::size_t room) noexcept {
+  const bool utf8 = ::GetACP() == CP_UTF8;
+  std::size_t length = 0;
+  while (text[length] != '\0') {
+    const auto first = static_cast<BYTE>(text[length]);
+    std::size_t end = length + 1;
+    if (::IsDBCSLeadByte(first) != 0 && text[end] != '\0') ++end;
+    while (utf8 && (text[end] & 0xC0) == 0x80) ++end;
+    if (end > room) break;
+    length = end;
+  }
+  return length;
 }
 
 }  // namespace platform

@@ -14,7 +14,7 @@ Service OpenServiceA(ServiceManager manager, const char* name) noexcept {
   return asOurs<Service>(::OpenServiceA(asSystems<SC_HANDLE>(manager), name, SERVICE_QUERY_CONFIG));
 }
 
-// A configuration whose texts do not fit is one that cannot be told.
+// A configuration whose texts do not fit is one that is not known.
 bool QueryServiceConfigA(Service service, std::uint32_t* startType) noexcept {
   constexpr DWORD room = 568;  // bytes, its texts included
   alignas(QUERY_SERVICE_CONFIGA) BYTE buffer[room];

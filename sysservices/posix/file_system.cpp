@@ -4,13 +4,16 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "sysservices/file_handle.h"
 #include "sysservices/inner/error_codes.h"
 #include "sysservices/inner/path_rules.h"
+#include "sysservices/inner/waiting.h"
 #include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
 
@@ -19,8 +22,6 @@ const char oss::otherPathSeparator = '/';
 const bool oss::pathsHaveDrives = false;
 
 namespace {
-
-constexpr mode_t permissionBits = 07777;
 
 thread_local int lastError = 0;
 
@@ -48,6 +49,8 @@ unsigned int removeWhileLocked(int descriptor, const char* path) {
   if (oss::systemCall("flock", path, [&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
     return errno == EWOULDBLOCK ? OSS_RC_OK : fail(errno);
   }
+  // Those who wait for it keep their queue.
+  if (oss::hasQueue(descriptor)) return OSS_RC_OK;
   switch (oss::standing(descriptor, path)) {
     case oss::Standing::AtName:
       return removeName(path);
@@ -80,7 +83,8 @@ unsigned int removeLockFile(const char* path) {
 // Rename that never replaces a file. File systems without that flag get a look before the rename;
 // the registries' own renames are made under the update lock, where nobody creates the target.
 int renameNoReplace(const char* source, const char* target) {
-  if (::renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return 0;
+  constexpr unsigned int noReplace = 1;  // RENAME_NOREPLACE, which not every C library has
+  if (::syscall(SYS_renameat2, AT_FDCWD, source, AT_FDCWD, target, noReplace) == 0) return 0;
   if (errno != EINVAL && errno != ENOSYS) return -1;
   struct stat status;
   if (::lstat(target, &status) == 0) errno = EEXIST;
@@ -97,6 +101,11 @@ unsigned int ossDirectoryCreate(const OSSDirectoryCreateParam* param) {
   const int failed = oss::systemCall(
       "mkdir", path, [&] { return ::mkdir(path, static_cast<mode_t>(param->permissions)); });
   if (failed != 0) return errno == EEXIST && ossIsDirectory(path) ? OSS_RC_OK : fail(errno);
+  const auto wanted = static_cast<mode_t>(param->permissions);
+  struct stat status;
+  if (::lstat(path, &status) == 0 && S_ISDIR(status.st_mode) && (status.st_mode & 0777) != wanted) {
+    (void)::chmod(path, wanted);
+  }
   const int error = oss::syncDirectoryOf(path);
   return error == 0 ? OSS_RC_OK : fail(error);
 }
@@ -112,14 +121,65 @@ bool ossPathExists(const char* path) {
 }
 
 unsigned int ossFileDelete(const char* path) {
-  if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  return oss::isLockFileName(path) ? removeLockFile(path) : removeName(path);
+  return path == nullptr ? OSS_RC_NULL_ARGUMENT : removeName(path);
+}
+
+unsigned int ossLockFileDelete(const char* path) {
+  return path == nullptr ? OSS_RC_NULL_ARGUMENT : removeLockFile(path);
 }
 
 unsigned int ossFileRename(const char* source, const char* target) {
   if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
   return outcome(
       oss::systemCall("rename", source, [&] { return renameNoReplace(source, target); }));
+}
+
+// File systems without hard links say so in several ways.
+unsigned int ossFileLink(const char* path, const char* second) {
+  if (path == nullptr || second == nullptr) return OSS_RC_NULL_ARGUMENT;
+  if (oss::systemCall("link", path, [&] { return ::link(path, second); }) == 0) return OSS_RC_OK;
+  const bool unsupported = errno == EPERM || errno == ENOTSUP || errno == EOPNOTSUPP ||
+                           errno == ENOSYS || errno == EMLINK;
+  return fail(unsupported ? ENOTSUP : errno);
+}
+
+unsigned int ossFileReplace(const char* source, const char* target) {
+  if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
+  return outcome(oss::systemCall("rename", source, [&] { return ::rename(source, target); }));
+}
+
+bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info) {
+  const uid_t user = ::geteuid();
+  char directory[OSS_FULL_PATH_SIZE];
+  struct stat status;
+  if (path == nullptr || info == nullptr || user == 0 || user == info->owner ||
+      ossDirectoryName(path, directory, sizeof directory) != OSS_RC_OK ||
+      ::stat(directory, &status) != 0) {
+    return true;
+  }
+  return (status.st_mode & S_ISVTX) == 0 || status.st_uid == user;
+}
+
+unsigned int ossDirectorySync(const char* path) {
+  if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
+  const int error = oss::syncDirectoryOf(path);
+  return error == 0 ? OSS_RC_OK : fail(error);
+}
+
+unsigned int ossAbsolutePath(const char* path, char* buffer, std::size_t size) {
+  if (path == nullptr || buffer == nullptr) return OSS_RC_NULL_ARGUMENT;
+  std::size_t length = 0;
+  if (*path != ossPathSeparator) {
+    if (::getcwd(buffer, size) == nullptr) return fail(errno == ERANGE ? ENAMETOOLONG : errno);
+    length = std::strlen(buffer);
+    if (length + 1 < size && buffer[length - 1] != ossPathSeparator) {
+      buffer[length++] = ossPathSeparator;
+    }
+  }
+  const std::size_t count = std::strlen(path) + 1;
+  if (length + count > size) return OSS_RC_BUFFER_TOO_SMALL;
+  std::memcpy(buffer + length, path, count);
+  return OSS_RC_OK;
 }
 
 unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions) {
@@ -147,12 +207,7 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   if (isLink && oss::systemCall("stat", path, [&] { return ::stat(path, &status); }) != 0) {
     return fail(errno);
   }
-  info->size = static_cast<std::uint64_t>(status.st_size);
-  info->permissions = status.st_mode & permissionBits;
-  info->owner = status.st_uid;
-  info->group = status.st_gid;
-  info->links = status.st_nlink;
-  info->isFile = S_ISREG(status.st_mode);
+  oss::takeStatus(status, info);
   info->isSymbolicLink = isLink;
   return OSS_RC_OK;
 }

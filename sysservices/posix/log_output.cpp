@@ -22,6 +22,14 @@ void writeAll(int descriptor, const char* line, std::size_t length) {
 
 std::uint64_t ossThreadID() { return static_cast<std::uint64_t>(::syscall(SYS_gettid)); }
 
+namespace {
+
+// C libraries differ in what strerror_r returns: the text, or a number when it is in the buffer.
+[[maybe_unused]] const char* textOf(const char* text, const char*) { return text; }
+[[maybe_unused]] const char* textOf(int, const char* buffer) { return buffer; }
+
+}  // namespace
+
 namespace oss {
 
 LogTime logTime() noexcept {
@@ -45,7 +53,8 @@ void appendToLog(const char* target, const char* line, std::size_t length) noexc
 unsigned int codeOfSystemError(unsigned int, int error) noexcept { return codeOfError(error); }
 
 const char* textOfSystemError(unsigned int, int error, char* buffer, std::size_t size) noexcept {
-  return ::strerror_r(error, buffer, size);
+  buffer[0] = '\0';
+  return textOf(::strerror_r(error, buffer, size), buffer);
 }
 
 }  // namespace oss

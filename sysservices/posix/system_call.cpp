@@ -39,13 +39,38 @@ Standing standing(int descriptor, const char* path) noexcept {
   return same ? Standing::AtName : Standing::Replaced;
 }
 
+void takeStatus(const struct stat& status, OSSFileInfo* info) noexcept {
+  constexpr mode_t permissionBits = 07777;
+  constexpr std::int64_t nanoseconds = 1000000000;
+  info->size = static_cast<std::uint64_t>(status.st_size);
+  info->permissions = status.st_mode & permissionBits;
+  info->owner = status.st_uid;
+  info->group = status.st_gid;
+  info->links = status.st_nlink;
+  info->isFile = S_ISREG(status.st_mode);
+  info->isSymbolicLink = false;
+  info->device = status.st_dev;
+  info->file = status.st_ino;
+  info->modified = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
+}
+
+// A directory that may be written and searched, but not read, cannot be opened: what stands at the
+// path itself then leads to the file system that holds both.
 int syncDirectoryOf(const char* path) noexcept {
-  char directory[OSS_PATH_SIZE];
+  char directory[OSS_FULL_PATH_SIZE];
   if (ossDirectoryName(path, directory, sizeof directory) != 0) return ENAMETOOLONG;
-  const int descriptor = aboveStandard(systemCall(
+  int descriptor = aboveStandard(systemCall(
       "open", directory, [&] { return ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  const bool readable = descriptor >= 0;
+  if (!readable && errno == EACCES) {
+    descriptor = aboveStandard(systemCall("open", path, [&] {
+      return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    }));
+  }
   if (descriptor < 0) return errno;
-  const int failed = systemCall("fsync", directory, [&] { return ::fsync(descriptor); });
+  const int failed = systemCall(readable ? "fsync" : "syncfs", directory, [&] {
+    return readable ? ::fsync(descriptor) : ::syncfs(descriptor);
+  });
   // A file system that cannot sync a directory at all says EINVAL; there is nothing more to do.
   const int error = failed == 0 || errno == EINVAL ? 0 : errno;
   const int closeError = closeDescriptor(descriptor);

@@ -1,10 +1,13 @@
 // System calls as the services make them: past the fault hook, repeated when a signal interrupts.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <utility>
 
 #include "sysservices/fault_hook.h"
+#include "sysservices/file_handle.h"
 
 namespace oss {
 
@@ -34,6 +37,9 @@ int aboveStandard(int descriptor) noexcept;
 // Whether an open file is the one that a path names now. Unknown leaves errno.
 enum class Standing { AtName, Replaced, Unknown };
 Standing standing(int descriptor, const char* path) noexcept;
+
+// What a file's status says, for a caller of the services.
+void takeStatus(const struct stat& status, OSSFileInfo* info) noexcept;
 
 // Makes the names in the directory that holds `path` durable. Returns 0 or the error number.
 int syncDirectoryOf(const char* path) noexcept;

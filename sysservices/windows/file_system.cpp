@@ -18,11 +18,6 @@ const bool oss::pathsHaveDrives = true;
 
 namespace {
 
-// What permission bits there are: the attribute that keeps a file from being written. Who else may
-// read a file is said by its access list, which every file of a registry takes over.
-constexpr std::uint32_t ownerWrite = 0200;
-constexpr std::uint32_t readWrite = 0600;
-
 thread_local int lastError = 0;
 
 unsigned int fail(int error) {
@@ -38,32 +33,6 @@ bool attributesOf(const char* path, DWORD* attributes) {
     *attributes = ::GetFileAttributesA(path);
     return *attributes != INVALID_FILE_ATTRIBUTES;
   });
-}
-
-// An open handle to ask a file with, whoever else has it open.
-class Inquiry {
- public:
-  Inquiry(const char* path, DWORD flags)
-      : handle_(::CreateFileA(path, FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr)) {}
-  ~Inquiry() {
-    if (handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
-  }
-  Inquiry(const Inquiry&) = delete;
-  Inquiry& operator=(const Inquiry&) = delete;
-
-  bool answer(BY_HANDLE_FILE_INFORMATION* information) const {
-    return handle_ != INVALID_HANDLE_VALUE &&
-           ::GetFileInformationByHandle(handle_, information) != 0;
-  }
-
- private:
-  HANDLE handle_;
-};
-
-bool informationOf(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* information) {
-  return oss::patientCall("stat", path, [&] { return Inquiry(path, flags).answer(information); });
 }
 
 // Whether the attribute that forbids writing also forbade a delete, and is off now.
@@ -104,15 +73,10 @@ void dispose(const char* aside) {
 
 // Elsewhere the name of a deleted file stays taken until the last reader has closed it, and the
 // next commit could not rename onto it: the file is renamed away first. A name that is taken was
-// left by a process that died before its delete, or by such a reader; one more delete tells which.
+// left by a process that died before its delete, or by such a reader; one more delete decides.
 bool deleteAside(const char* path) {
-  const DWORD attributes = ::GetFileAttributesA(path);
-  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    ::SetLastError(ERROR_DIRECTORY);  // a directory could be renamed, and would stay so
-    return false;
-  }
   constexpr unsigned int mostNames = 64;
-  char aside[OSS_PATH_SIZE + 16];
+  char aside[OSS_FULL_PATH_SIZE + 16];
   for (unsigned int i = 0; i < mostNames; ++i) {
     (void)std::snprintf(aside, sizeof aside, "%s.del%u", path, i);
     if (::MoveFileExA(path, aside, 0) != 0) {
@@ -128,9 +92,21 @@ bool deleteAside(const char* path) {
   return deleteFile(path);
 }
 
+// Whether what cannot be deleted is a directory, which could be renamed aside, and would stay so.
+// That then is the error; else it stays what it was.
+bool isDirectory(const char* path) {
+  const DWORD error = ::GetLastError();
+  const DWORD attributes = ::GetFileAttributesA(path);
+  const bool directory =
+      attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  ::SetLastError(directory ? ERROR_DIRECTORY : error);
+  return directory;
+}
+
 unsigned int removeName(const char* path) {
-  return outcome(
-      oss::patientCall("unlink", path, [&] { return deleteAtOnce(path) || deleteAside(path); }));
+  return outcome(oss::patientCall("unlink", path, [&] {
+    return deleteAtOnce(path) || (!isDirectory(path) && deleteAside(path));
+  }));
 }
 
 // A lock file that anybody has open is left to whoever that is: the system refuses to delete it.
@@ -139,7 +115,7 @@ unsigned int removeLockFile(const char* path) {
   bool inUse = false;
   const bool done = oss::patientCall("unlink", path, [&] {
     if (deleteFile(path)) return true;
-    inUse = ::GetLastError() == ERROR_SHARING_VIOLATION;
+    inUse = !isDirectory(path) && ::GetLastError() == ERROR_SHARING_VIOLATION;
     return inUse;
   });
   return outcome(done);
@@ -167,9 +143,9 @@ bool ossIsDirectory(const char* path) {
 bool ossIsFile(const char* path) {
   DWORD attributes = 0;
   if (path == nullptr || !attributesOf(path, &attributes)) return false;
-  BY_HANDLE_FILE_INFORMATION information;
+  BY_HANDLE_FILE_INFORMATION status;
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
-         (!oss::isLink(attributes) || Inquiry(path, 0).answer(&information));
+         (!oss::isLink(attributes) || oss::askFile(path, 0, &status));
 }
 
 bool ossPathExists(const char* path) {
@@ -178,8 +154,11 @@ bool ossPathExists(const char* path) {
 }
 
 unsigned int ossFileDelete(const char* path) {
-  if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  return oss::isLockFileName(path) ? removeLockFile(path) : removeName(path);
+  return path == nullptr ? OSS_RC_NULL_ARGUMENT : removeName(path);
+}
+
+unsigned int ossLockFileDelete(const char* path) {
+  return path == nullptr ? OSS_RC_NULL_ARGUMENT : removeLockFile(path);
 }
 
 // Neither onto an existing file nor by a copy; on stable storage before it returns, which is what
@@ -191,13 +170,48 @@ unsigned int ossFileRename(const char* source, const char* target) {
   }));
 }
 
+// Links are of no use to a commit here: with the registry under a second name it would have to
+// replace the file at the first one, and the system refuses to replace a file that a reader has
+// open. Such a file can be renamed, so a commit does that.
+unsigned int ossFileLink(const char* path, const char* second) {
+  if (path == nullptr || second == nullptr) return OSS_RC_NULL_ARGUMENT;
+  return fail(ENOTSUP);
+}
+
+// The system does not distinguish a target that is open from one that may not be replaced.
+unsigned int ossFileReplace(const char* source, const char* target) {
+  if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
+  const bool done = oss::patientCall("rename", source, [&] {
+    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    return ::MoveFileExA(source, target, flags) != 0;
+  });
+  return done ? OSS_RC_OK : fail(errno == EACCES ? ENOTSUP : errno);
+}
+
+// Who may do that is said by access lists, which every call asks by itself.
+bool ossFileMayBeReplaced(const char*, const OSSFileInfo*) { return true; }
+
+unsigned int ossDirectorySync(const char* path) {
+  if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
+  const int error = oss::syncDirectoryOf(path);
+  return error == 0 ? OSS_RC_OK : fail(error);
+}
+
+unsigned int ossAbsolutePath(const char* path, char* buffer, std::size_t size) {
+  if (path == nullptr || buffer == nullptr) return OSS_RC_NULL_ARGUMENT;
+  const DWORD length = ::GetFullPathNameA(path, static_cast<DWORD>(size), buffer, nullptr);
+  if (length == 0) return fail(oss::errnoOf(::GetLastError()));
+  return length < size ? OSS_RC_OK : OSS_RC_BUFFER_TOO_SMALL;
+}
+
 unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
   DWORD attributes = 0;
   if (!attributesOf(path, &attributes)) return fail(errno);
   if (oss::isLink(attributes)) return fail(ELOOP);
   const DWORD others = attributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
-  const DWORD wanted = others | ((permissions & ownerWrite) == 0 ? FILE_ATTRIBUTE_READONLY : 0);
+  const DWORD wanted =
+      others | ((permissions & oss::ownerWrite) == 0 ? FILE_ATTRIBUTE_READONLY : 0);
   return outcome(
       oss::systemCall("fchmod", path, [&] { return ::SetFileAttributesA(path, wanted) != 0; }));
 }
@@ -207,19 +221,13 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
     return OSS_RC_NULL_ARGUMENT;
   }
   if (request->level != OSS_PARAM_LEVEL) return OSS_RC_BAD_PARAMETER;
-  BY_HANDLE_FILE_INFORMATION information;
-  if (!informationOf(request->path, FILE_FLAG_OPEN_REPARSE_POINT, &information)) return fail(errno);
-  const bool link = oss::isLink(information.dwFileAttributes);
-  if (link && !informationOf(request->path, 0, &information)) return fail(errno);
-  const DWORD attributes = information.dwFileAttributes;
-  info->size = std::uint64_t{information.nFileSizeHigh} << 32 | information.nFileSizeLow;
-  info->permissions =
-      (attributes & FILE_ATTRIBUTE_READONLY) != 0 ? readWrite & ~ownerWrite : readWrite;
-  info->owner = 0;
-  info->group = 0;
-  info->links = information.nNumberOfLinks;
-  info->isFile = (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-  info->isSymbolicLink = link;
+  const char* path = request->path;
+  BY_HANDLE_FILE_INFORMATION status;
+  if (!oss::askFile(path, FILE_FLAG_OPEN_REPARSE_POINT, &status)) return fail(errno);
+  const bool isLink = oss::isLink(status.dwFileAttributes);
+  if (isLink && !oss::askFile(path, 0, &status)) return fail(errno);
+  oss::takeStatus(status, info);
+  info->isSymbolicLink = isLink;
   return OSS_RC_OK;
 }
 

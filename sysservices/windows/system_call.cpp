@@ -1,10 +1,5 @@
-// Opening, closing, locking and removing files; the map between the system's error numbers and
-// errno.
+// Opening, closing, locking and asking files; the map between the system's error numbers and errno.
 #include "sysservices/windows/system_call.h"
-
-#include <cstdio>
-
-#include "sysservices/file_handle.h"
 
 namespace oss {
 namespace {
@@ -76,17 +71,40 @@ int refuse(HANDLE handle, int error) {
 }
 
 // What an open handle leads to must be a plain file on a disk. Returns 0 or the errno.
-int checkPlain(HANDLE handle, const FileOpening& opening, DWORD* links) {
+int checkPlain(HANDLE handle, const FileOpening& opening) {
   if (::GetFileType(handle) != FILE_TYPE_DISK) return refuse(handle, ELOOP);
-  if (opening.followsLinks && links == nullptr) return 0;
+  if (opening.followsLinks && !opening.hasOneName) return 0;
   BY_HANDLE_FILE_INFORMATION information;
   const bool asked = systemCall(
       "fstat", nullptr, [&] { return ::GetFileInformationByHandle(handle, &information) != 0; });
   if (!asked) return refuse(handle, errno);
   if (!opening.followsLinks && isLink(information.dwFileAttributes)) return refuse(handle, ELOOP);
-  if (links != nullptr) *links = information.nNumberOfLinks;
+  if (opening.hasOneName && information.nNumberOfLinks > 1) return refuse(handle, ELOOP);
   return 0;
 }
+
+// An open handle to ask a file with.
+class Inquiry {
+ public:
+  Inquiry(const char* path, DWORD flags)
+      : handle_(::CreateFileA(path, FILE_READ_ATTRIBUTES,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr)) {}
+  ~Inquiry() {
+    if (handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
+  }
+  Inquiry(const Inquiry&) = delete;
+  Inquiry& operator=(const Inquiry&) = delete;
+
+  bool answer(BY_HANDLE_FILE_INFORMATION* status) const {
+    return handle_ != INVALID_HANDLE_VALUE && ::GetFileInformationByHandle(handle_, status) != 0;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+constexpr std::uint64_t whole(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
 }  // namespace
 
@@ -126,7 +144,8 @@ bool waitAndRetry(DWORD systemError, unsigned int attempt) noexcept {
   return true;
 }
 
-HANDLE openFile(const char* path, const FileOpening& opening, DWORD* links) noexcept {
+HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noexcept {
+  if (created != nullptr) *created = false;
   if (!passesFaultPoint("open", path)) return INVALID_HANDLE_VALUE;
   const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE |
                       (opening.canBeRemovedMeanwhile ? DWORD{FILE_SHARE_DELETE} : 0);
@@ -138,7 +157,11 @@ HANDLE openFile(const char* path, const FileOpening& opening, DWORD* links) noex
     const HANDLE handle =
         ::CreateFileA(path, opening.access, share, given, opening.disposition, flags, nullptr);
     if (handle != INVALID_HANDLE_VALUE) {
-      const int error = checkPlain(handle, opening, links);
+      const bool existed = opening.disposition == OPEN_ALWAYS
+                               ? ::GetLastError() == ERROR_ALREADY_EXISTS
+                               : opening.disposition == OPEN_EXISTING;
+      if (created != nullptr) *created = !existed;
+      const int error = checkPlain(handle, opening);
       if (error == 0) return handle;
       errno = error;
       return INVALID_HANDLE_VALUE;
@@ -166,6 +189,30 @@ bool lockHandle(HANDLE handle, DWORD flags) noexcept {
 bool unlockHandle(HANDLE handle) noexcept {
   OVERLAPPED place = lockedPlace();
   return ::UnlockFileEx(handle, 0, 1, 0, &place) != 0;
+}
+
+bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept {
+  return patientCall("stat", path, [&] { return Inquiry(path, flags).answer(status); });
+}
+
+void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noexcept {
+  // The system counts tenths of microseconds from the beginning of 1601.
+  constexpr std::int64_t nanosecondsOfTick = 100;
+  constexpr std::int64_t beginningOf1970 = 116444736000000000;
+  const FILETIME& written = status.ftLastWriteTime;
+  const auto ticks =
+      static_cast<std::int64_t>(whole(written.dwHighDateTime, written.dwLowDateTime));
+  const bool readOnly = (status.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+  info->size = whole(status.nFileSizeHigh, status.nFileSizeLow);
+  info->permissions = readOnly ? ownerRead : ownerRead | ownerWrite;
+  info->owner = 0;
+  info->group = 0;
+  info->links = status.nNumberOfLinks;
+  info->isFile = (status.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  info->isSymbolicLink = false;
+  info->device = status.dwVolumeSerialNumber;
+  info->file = whole(status.nFileIndexHigh, status.nFileIndexLow);
+  info->modified = (ticks - beginningOf1970) * nanosecondsOfTick;
 }
 
 int syncDirectoryOf(const char* path) noexcept {

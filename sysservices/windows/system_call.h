@@ -1,5 +1,5 @@
-// System calls as the services make them on Windows: past the fault hook, errors told by errno, and
-// patient with whoever holds a file for a moment.
+// System calls as the services make them on Windows: past the fault hook, errors reported by errno,
+// and patient with whoever holds a file for a moment.
 #pragma once
 
 #include <windows.h>
@@ -7,14 +7,16 @@
 #include <cerrno>
 #include <utility>
 
+#include "sysservices/export.h"
 #include "sysservices/fault_hook.h"
+#include "sysservices/file_handle.h"
 
 namespace oss {
 
 // An error number of the system as errno, and back; a number without a counterpart is EIO, or stays
-// what it is.
+// what it is. The library above asks for the second one.
 int errnoOf(DWORD systemError) noexcept;
-DWORD systemErrorOf(int error) noexcept;
+ZOROSSE_API DWORD systemErrorOf(int error) noexcept;
 
 // False, with errno, when a test wants the operation to fail.
 bool passesFaultPoint(const char* operation, const char* path) noexcept;
@@ -46,19 +48,25 @@ bool patientCall(const char* operation, const char* path, Call&& call) {
   }
 }
 
+// What permission bits there are: the attribute that keeps a file from being written. Who else may
+// read a file is said by its access list, which every file of a registry takes over.
+constexpr std::uint32_t ownerRead = 0400;
+constexpr std::uint32_t ownerWrite = 0200;
+
 // How to open a file. Its handle is never inherited.
 struct FileOpening {
   DWORD access;
   DWORD disposition;           // CREATE_NEW, OPEN_EXISTING or OPEN_ALWAYS
   bool canBeRemovedMeanwhile;  // others may rename and delete the file while it is open
   bool followsLinks;           // else a link at the path is refused
+  bool hasOneName = false;     // a file with a second name is refused
   bool readOnly = false;       // attribute of a file that the open creates
   SECURITY_DESCRIPTOR* security = nullptr;  // of a file that the open creates; null: inherited
 };
 
 // Opens a plain file on a disk, past the fault point "open"; INVALID_HANDLE_VALUE with errno for
-// anything else. `links` receives the number of names the file has; it may be null.
-HANDLE openFile(const char* path, const FileOpening& opening, DWORD* links) noexcept;
+// anything else. `created` receives whether the open made the file; it may be null.
+HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noexcept;
 
 // Closes a handle once; returns 0 or the error number.
 int closeHandle(HANDLE handle) noexcept;
@@ -66,6 +74,14 @@ int closeHandle(HANDLE handle) noexcept;
 // Takes, without the fault hook, or gives back the lock that all holders of a file compete for.
 bool lockHandle(HANDLE handle, DWORD flags) noexcept;
 bool unlockHandle(HANDLE handle) noexcept;
+
+// What stands at a path is asked through a handle of its own, whoever else has it open: what the
+// directory says of a file lags behind. `flags` may say that a link is asked, not what it leads to.
+// False with errno.
+bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept;
+
+// What a file's status says, for a caller of the services.
+void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noexcept;
 
 // What there is to do after renames to make the names in a directory durable: nothing, since each
 // rename is written through. Returns 0 or the error number of the fault hook.

@@ -1,149 +1,226 @@
 // Processes and threads, each with handles of its own, add, change and delete records of one
 // registry while others get and scan: every update returns 0, every record is there exactly once,
-// no reader ever fails, nothing is left over.
+// no reader ever fails, nothing is left over. Then others know nothing of the library: those that
+// open the registry always find its name, and one that removes the lock file again and again makes
+// no acknowledged record disappear.
+// usage: contention [--short] [--opens N]
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <thread>
 
-#include "proof/subject.h"
-#include "support/registry_fixture.h"
+#include "proof/scenario.h"
 
 namespace {
 
-using proof::Flavour;
+using proof::Handle;
 using proof::Records;
-using proof::Scenario;
 using proof::Verb;
+
+constexpr int maxWorkers = 9;
+constexpr int maxRounds = 400;
 
 struct Size {
   int processes;
   int threads;
   int rounds;  // records that each worker adds; it changes all and deletes every other one
+  long opens;  // by programs that know nothing of the library
 };
+
+enum class Others { Read, Open, RemoveLocks };
+
+// What all processes see.
+struct Board {
+  std::atomic<bool> stop{false};
+  std::atomic<int> opening{0};  // processes
+  std::atomic<long> missing{0};
+  std::atomic<bool> added[maxWorkers][maxRounds] = {};  // the Add returned 0
+};
+
+const Entry fixed{"fixed", 7};
 
 std::string nameOf(int worker, int round) {
   return "w" + std::to_string(worker) + "x" + std::to_string(round);
 }
 
-// One worker's updates; 0 when each returned 0.
-int update(const Flavour& flavour, std::uint64_t features, int worker, int rounds) {
-  const auto handle = flavour.open(features);
-  for (int round = 0; round < rounds; ++round) {
-    const std::string name = nameOf(worker, round);
-    if (handle->run({Verb::Add, name.c_str(), 1}) != 0) return 1;
-    if (handle->run({Verb::Change, name.c_str(), 2 + round}) != 0) return 2;
-    if (round % 2 != 0 && handle->run({Verb::Delete, name.c_str()}) != 0) return 3;
-  }
-  return 0;
+// By name; without twins there are as many as records.
+std::map<std::string, int> valuesOf(const Records& records) {
+  std::map<std::string, int> values;
+  for (const Entry& record : records) values[record.name] = record.value;
+  return values;
 }
 
-Records expected(const Size& size) {
-  Records records{{"fixed", 7}};
-  for (int worker = 0; worker < size.processes + size.threads; ++worker) {
-    for (int round = 0; round < size.rounds; round += 2) {
-      records.emplace_back(nameOf(worker, round), 2 + round);
-    }
-  }
-  std::sort(records.begin(), records.end());
-  return records;
-}
-
-bool hasTwins(Records records) {
-  std::sort(records.begin(), records.end());
-  const auto sameName = [](const auto& a, const auto& b) { return a.first == b.first; };
-  return std::adjacent_find(records.begin(), records.end(), sameName) != records.end();
-}
-
-// Reads until the other end of the pipe is closed; 0 when no read failed.
-int readUntilClosed(const Flavour& flavour, std::uint64_t features, int pipe) {
-  for (;;) {
-    if (flavour.open(features)->run({Verb::Get, "fixed"}) != 0) return 1;
-    Records found;
-    if (flavour.open(features)->scan(&found) != 0) return 2;
-    if (found.empty() || found.front() != Records::value_type{"fixed", 7}) return 3;
-    if (hasTwins(found)) return 4;
-    fd_set ended;
-    FD_ZERO(&ended);
-    FD_SET(pipe, &ended);
-    timeval none{};
-    if (::select(pipe + 1, &ended, nullptr, nullptr, &none) > 0) return 0;
-  }
-}
-
-// `body` in a child process, whose exit status is its result.
-pid_t start(const std::function<int()>& body) {
+void start(std::vector<pid_t>& children, const std::function<bool()>& body) {
   const pid_t child = ::fork();
-  if (child == 0) ::_exit(body());
-  return child;
+  if (child == 0) ::_exit(body() ? 0 : 1);
+  children.push_back(child);
 }
 
-bool succeeded(pid_t child) {
-  int status = 0;
-  return ::waitpid(child, &status, 0) == child && status == 0;
+bool succeed(const std::vector<pid_t>& children) {
+  bool all = true;
+  for (const pid_t child : children) {
+    int status = 0;
+    all = ::waitpid(child, &status, 0) == child && status == 0 && all;
+  }
+  return all;
 }
 
-void contend(const Flavour& flavour, std::uint64_t features, const Size& size,
-             const proof::Directory& directory, proof::Report& report) {
-  const bool inPlace = features == unverified;
-  const auto scenario = [&](Verb verb) {
-    return Scenario{&flavour, features, inPlace && verb == Verb::Add, proof::Start::Clean, {verb}};
-  };
-  const auto expect = [&](bool holds, const char* what) {
-    report.expect(holds, scenario(Verb::Add), [&] { return std::string(what); });
-  };
-  directory.restore({{proof::Directory::registry(), flavour.stored("fixed", 7)}});
-  int stop[2];
-  if (::pipe(stop) != 0) std::abort();
-  std::vector<pid_t> readers;
-  std::vector<pid_t> updaters;
-  for (int reader = 0; reader < 2; ++reader) {
-    readers.push_back(start([&] {
-      ::close(stop[1]);
-      return readUntilClosed(flavour, features, stop[0]);
-    }));
+class Contest {
+ public:
+  Contest(const flavours::Row& flavour, std::uint64_t features, const Size& size, Others others,
+          proof::Report& report)
+      : size_(size), others_(others), report_(report) {
+    scenario_ = {&flavour, features, true, proof::Start::Clean, Verb::Add, {}};
+    void* const shared =
+        ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) std::abort();
+    board_ = new (shared) Board;
   }
-  for (int worker = 0; worker < size.processes; ++worker) {
-    updaters.push_back(
-        start([&, worker] { return update(flavour, features, worker, size.rounds); }));
-  }
-  std::atomic<int> failed{0};
-  std::vector<std::thread> threads;
-  for (int worker = size.processes; worker < size.processes + size.threads; ++worker) {
-    threads.emplace_back(
-        [&, worker] { failed += update(flavour, features, worker, size.rounds) != 0; });
-  }
-  for (std::thread& thread : threads) thread.join();
-  expect(failed == 0, "an update in a thread failed");
-  for (const pid_t child : updaters) expect(succeeded(child), "an update in a process failed");
-  ::close(stop[1]);
-  for (const pid_t child : readers) expect(succeeded(child), "a reader failed");
-  ::close(stop[0]);
+  ~Contest() { (void)::munmap(board_, sizeof *board_); }
+  Contest(const Contest&) = delete;
+  Contest& operator=(const Contest&) = delete;
 
-  Records found;
-  const unsigned int code = flavour.open(features)->scan(&found);
-  std::sort(found.begin(), found.end());
-  expect(code == 0 && found == expected(size), "the records are not those of the updates");
-  expect(directory.files().size() == 1, "a file was left over");
-  const auto workers = static_cast<unsigned long>(size.processes + size.threads);
-  const auto rounds = static_cast<unsigned long>(size.rounds);
-  report.count(scenario(Verb::Add), workers * rounds);
-  report.count(scenario(Verb::Change), workers * rounds);
-  report.count(scenario(Verb::Delete), workers * (rounds / 2));
-}
+  void run() {
+    proof::restore({{proof::registry(), scenario_.fileOf({fixed}), 0}});
+    board_->opening = others_ == Others::Open ? 2 : 0;
+    // Two writers who each believe to be alone meet where names change.
+    const FaultHook yields([this](const std::string& call) {
+      const bool meets = others_ == Others::RemoveLocks && (call == "rename" || call == "link");
+      return meets ? ::sched_yield() : 0;
+    });
+    std::vector<pid_t> others;
+    std::vector<pid_t> updaters;
+    for (int i = 0; i < 2; ++i) start(others, [&] { return disturb(); });
+    for (int worker = 0; worker < size_.processes; ++worker) {
+      start(updaters, [&, worker] { return update(*scenario_.open(), worker); });
+    }
+    std::atomic<int> failed{0};
+    std::vector<std::thread> threads;
+    for (int worker = size_.processes; worker < size_.processes + size_.threads; ++worker) {
+      threads.emplace_back(
+          [&, worker, handle = scenario_.open()] { failed += update(*handle, worker) ? 0 : 1; });
+    }
+    for (std::thread& thread : threads) thread.join();
+    expect(failed == 0, "an update in a thread failed");
+    expect(succeed(updaters), "an update in a process failed");
+    board_->stop = true;
+    expect(succeed(others), "a reader failed");
+    judge();
+  }
+
+ private:
+  // One worker's updates; whether all that must succeed did.
+  bool update(Handle& handle, int worker) {
+    for (int round = 0; round < size_.rounds || board_->opening > 0; ++round) {
+      const std::string name = nameOf(worker, round);
+      const bool added = handle.run(Verb::Add, {name, 1}) == 0;
+      if (round < maxRounds) board_->added[worker][round] = added;
+      if (others_ == Others::RemoveLocks) continue;
+      if (!added || handle.run(Verb::Change, {name, 2 + round}) != 0) return false;
+      const bool goes = round % 2 != 0 || others_ == Others::Open;
+      if (goes && handle.run(Verb::Delete, {name}) != 0) return false;
+    }
+    return true;
+  }
+
+  bool disturb() {
+    if (others_ == Others::Open) return openPlainly();
+    const std::string lock = proof::lockFile();
+    while (!board_->stop) {
+      if (others_ == Others::RemoveLocks) {
+        (void)::unlink(lock.c_str());
+      } else if (!read()) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  bool read() const {
+    Records found;
+    std::size_t count = 0;
+    return scenario_.open()->run(Verb::Get, fixed) == 0 &&
+           scenario_.open()->scan(&count, &found) == 0 && count > 0 && found.front() == fixed &&
+           valuesOf(found).size() == count;
+  }
+
+  bool openPlainly() {
+    const std::string& registry = proof::registry();
+    for (long i = 0; i < size_.opens / 2; ++i) {
+      const int descriptor = ::open(registry.c_str(), O_RDONLY | O_CLOEXEC);
+      if (descriptor < 0) ++board_->missing;
+      (void)::close(descriptor);
+    }
+    --board_->opening;
+    return true;
+  }
+
+  void judge() {
+    Records found;
+    std::size_t count = 0;
+    expect(scenario_.open()->scan(&count, &found) == 0, "the last scan failed");
+    std::map<std::string, int> values = valuesOf(found);
+    expect(values.size() == count && values["fixed"] == fixed.value, "the records");
+    const bool isRead = others_ == Others::Read;
+    unsigned long acknowledged = 0;
+    unsigned long lost = 0;
+    for (int worker = 0; worker < size_.processes + size_.threads; ++worker) {
+      for (int round = 0; round < size_.rounds; ++round) {
+        if (!board_->added[worker][round]) continue;
+        ++acknowledged;
+        if (isRead && round % 2 != 0) continue;
+        const auto standing = values.find(nameOf(worker, round));
+        const bool stands = standing != values.end();
+        lost += stands && standing->second == (isRead ? 2 + round : 1) ? 0 : 1;
+        if (stands) values.erase(standing);
+      }
+    }
+    const bool isOpen = others_ == Others::Open;
+    report_.count(scenario_, isOpen ? static_cast<unsigned long>(size_.opens) : acknowledged);
+    report_.expect(lost == 0 && (acknowledged > 0 || isOpen), scenario_,
+                   std::to_string(lost) + " of " + std::to_string(acknowledged) + " records lost");
+    report_.expect(board_->missing == 0, scenario_,
+                   std::to_string(board_->missing) + " opens did not find the registry");
+    if (others_ == Others::RemoveLocks) return;
+    expect(values.size() == 1, "a record is there that should not be");
+    expect(proof::files().size() == 1, "a file was left over");
+  }
+
+  void expect(bool holds, const char* what) const { report_.expect(holds, scenario_, what); }
+
+  proof::Scenario scenario_;
+  const Size& size_;
+  Others others_;
+  proof::Report& report_;
+  Board* board_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const proof::Directory directory;
-  proof::Report report("contended updates", argc, argv);
-  const Size size = report.isShort() ? Size{4, 2, 40} : Size{6, 3, 400};
-  for (const Flavour& flavour : proof::flavours) {
+  const bool isShort = proof::isShort(argc, argv);
+  Size size = isShort ? Size{4, 2, 40, 200000} : Size{6, 3, maxRounds, 10000000};
+  char** const given = std::find(argv, argv + argc, std::string("--opens"));
+  if (argv + argc - given > 1) size.opens = std::strtol(given[1], nullptr, 10);
+  proof::Report updates("contended updates");
+  proof::Report opens("opens by others");
+  proof::Report removals("removed locks");
+  for (const flavours::Row& flavour : flavours::rows) {
     for (const std::uint64_t features : {std::uint64_t{0}, unverified}) {
-      contend(flavour, features, size, directory, report);
+      Contest(flavour, features, size, Others::Read, updates).run();
+      Contest(flavour, features, size, Others::RemoveLocks, removals).run();
     }
   }
-  return report.finish();
+  // Names are the same in every flavour.
+  const Size one{1, 0, 0, size.opens};
+  Contest(flavours::rows[0], 0, one, Others::Open, opens).run();
+  bool holds = true;
+  for (const proof::Report* report : {&updates, &opens, &removals}) holds &= report->finish();
+  return holds ? 0 : 1;
 }

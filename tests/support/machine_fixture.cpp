@@ -1,77 +1,118 @@
 #include "support/machine_fixture.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <regex>
+#include <sstream>
 
-std::string codeText(unsigned int code) {
-  if (code == GENREG_RC_END) return "end";
+std::string codeText(Code code) {
   char text[16];
-  (void)std::snprintf(text, sizeof text, "0x%08X", code);
+  const bool ours = code >> 12 == 0x90000;
+  (void)std::snprintf(text, sizeof text, ours ? "%03X" : "e%u", ours ? code & 0xFFF : code);
   return text;
 }
 
 namespace {
 
-const char* const product = "HKEY_LOCAL_MACHINE\\SOFTWARE\\NUV\\ZOR";
-
-std::string below(const std::string& copy) {
-  return copy.empty() ? "" : "\\INSTALLEDCOPIES\\" + copy;
-}
-
-std::string value(const std::string& name, const std::string& text) {
-  return "\"" + name + "\"=\"" + text + "\"\n";
-}
-
 std::string orDash(const std::string& text) { return text.empty() ? "-" : text; }
 
-}  // namespace
-
+std::string identity(const OSSServiceInfo_t& record) { return orDash(record.copyName); }
+std::string identity(const OSSInstanceInfo_t& record) {
+  return orDash(record.instanceName) + " " + orDash(record.copyName);
+}
 std::string shown(const OSSServiceInfo_t& record) {
-  return std::string(record.service) + " " + orDash(record.copyName);
+  return std::string(record.service) + " " + identity(record);
 }
 std::string shown(const OSSInstanceInfo_t& record) {
-  return std::string(record.instanceName) + " " + orDash(record.copyName) + " " +
-         orDash(record.instancePath) + " " + std::to_string(record.flags) + " " +
-         orDash(record.hostName);
+  return identity(record) + " " + orDash(record.instancePath) + " " + std::to_string(record.flags) +
+         " " + orDash(record.hostName);
 }
 
-std::string productKey(const std::string& path, const std::string& values) {
-  return std::string("[") + product + path + "]\n" + values;
+// Each step begins with a record full of rubbish: what it does not write would be seen.
+template <typename Record>
+std::string walk(void* list, Code (*next)(void*, Record*), Code (*close)(void*)) {
+  std::string answer, failure;
+  int alike = 0;
+  for (Code code = 0; code != GENREG_RC_END && alike < 2;) {
+    Record record;
+    std::memset(&record, 0xAA, sizeof record);
+    code = next(list, &record);
+    const std::string failed = codeText(code) + " " + identity(record) + ";";
+    alike = code != 0 && failed == failure ? alike + 1 : 0;
+    failure = code == 0 ? "" : failed;
+    answer += code == GENREG_RC_END ? "end;" : code != 0 ? failed : shown(record) + ";";
+  }
+  EXPECT_EQ(close(list), 0u);
+  return answer;
 }
 
-std::string versionKey(const std::string& copy, const std::string& version,
-                       const std::string& release) {
-  return productKey(below(copy) + "\\CurrentVersion",
-                    value("Version", version) + value("Release", release) +
-                        value("Modification", "2") + value("Service Level", "3"));
-}
-
-std::string copyKeys(const std::string& name, const std::string& version, const std::string& path) {
-  return productKey(below(name), value("ZOR Path Name", path)) + versionKey(name, version);
-}
-
-std::string defaultKeys(const std::string& version) { return copyKeys("", version, "C:\\\\D"); }
-
-std::string instanceKey(const std::string& copy, const std::string& name, const std::string& values,
-                        const std::string& profiles) {
-  return productKey(below(copy) + "\\" + profiles + "\\" + name, values);
-}
-
-void expectCodes(const std::vector<ExportCall>& calls) {
-  for (const ExportCall& call : calls) {
-    SCOPED_TRACE("row " + std::to_string(&call - calls.data()));
-    const Diagnostics diagnostics;
-    const FaultPlan plan(call.fault.call, call.fault.error, false, call.fault.operation);
-    EXPECT_EQ(call.run(), call.code);
-    if (call.probe == 0) continue;
-    EXPECT_GE(diagnostics.logs(0x082A0000 + call.probe, call.logged), 1u);
+void collect(const OSSDiagnosticRecord& record, void* context) {
+  auto& log = *static_cast<FailureLog*>(context);
+  const auto text = [&](unsigned int index) {
+    const OSSDiagnosticValue& value = record.values[index];
+    return std::string(static_cast<const char*>(value.address), value.length);
+  };
+  const std::string routine = std::to_string(record.probe & 0xFFFF);
+  if (record.kind == OSSRecordKind::Entry) log.entries += routine + " ";
+  if (record.kind != OSSRecordKind::Log && record.kind != OSSRecordKind::LogCallee) return;
+  if (record.probe >> 16 == 0x082A) {
+    log.failures +=
+        routine + "." + std::to_string(record.point) + ":" + codeText(record.code) + ";";
+  } else if (record.probe == 0x081A0100 && record.valueCount == 3) {
+    std::uint32_t line = 0;
+    std::memcpy(&line, record.values[1].address, sizeof line);
+    log.refusals += text(0) + "|" + std::to_string(line) + "|" + text(2) + ";";
   }
 }
 
-ListCalls<OSSServiceInfo_t> MachineTest::copyList() {
-  return {ossOpenServiceList, ossGetNextService, ossCloseServiceList};
+}  // namespace
+
+std::string productKey(const std::string& below, const std::string& values) {
+  return "[HKEY_LOCAL_MACHINE\\SOFTWARE\\NUV\\ZOR" + below + "]\n" + values;
 }
 
-ListCalls<OSSInstanceInfo_t> MachineTest::instanceList(const char* kind) {
-  const auto open = [kind](void** list) { return ossOpenInstanceList(kind, list); };
-  return {open, ossGetNextInstance, ossCloseInstanceList};
+std::string keys(const std::string& items) {
+  std::string lines;
+  std::istringstream all(items);
+  for (std::string item, field; std::getline(all >> std::ws, item, ';');) {
+    item = std::regex_replace(item, std::regex(R"(\\)"), R"(\\)");
+    std::istringstream fields(item);
+    std::getline(fields, field, '|');
+    const std::size_t slash = field.find('/');
+    const std::size_t equals = std::min(field.find('='), field.size());
+    const std::string copy = field.substr(0, std::min(slash, equals));
+    const std::string key = copy == "-" ? "" : "\\INSTALLEDCOPIES\\" + copy;
+    if (slash == std::string::npos) {
+      const std::string version = equals == field.size() ? "9" : field.substr(equals + 1);
+      if (!std::getline(fields, field)) field = "C:\\\\X";
+      lines +=
+          productKey(key, "\"ZOR Path Name\"=\"" + field + "\"\n") +
+          productKey(key + "\\CurrentVersion", "\"Version\"=\"" + version +
+                                                   "\"\n\"Release\"=\"1\"\n\"Modification\"=\"2\"\n"
+                                                   "\"Service Level\"=\"3\"\n");
+      continue;
+    }
+    const bool zem = field[slash + 1] == '/';
+    lines += productKey(key + (zem ? "\\ZEM_PROFILES\\" : "\\PROFILES\\") +
+                        field.substr(slash + (zem ? 2 : 1)));
+    while (std::getline(fields, field, '|'))
+      lines += std::regex_replace(field, std::regex("^([^=]*)=(.*)$"), "\"$1\"=\"$2\"\n");
+  }
+  return lines;
 }
+
+std::string copies() {
+  void* list = nullptr;
+  const Code code = ossOpenServiceList(&list);
+  return code != 0 ? codeText(code) : walk(list, ossGetNextService, ossCloseServiceList);
+}
+
+std::string instances(const char* kind) {
+  void* list = nullptr;
+  const Code code = ossOpenInstanceList(kind, &list);
+  return code != 0 ? codeText(code) : walk(list, ossGetNextInstance, ossCloseInstanceList);
+}
+
+FailureLog::FailureLog() { ossSetDiagnosticCallback(collect, this); }
+FailureLog::~FailureLog() { ossSetDiagnosticCallback(nullptr, nullptr); }

@@ -110,9 +110,9 @@ int FaultPlan::answer(const std::string& operation) {
 Diagnostics::Diagnostics() {
   ossSetDiagnosticCallback(
       [](const OSSDiagnosticRecord& record, void* context) {
-        static_cast<Diagnostics*>(context)->records.push_back({record.kind, record.probe,
-                                                               record.code, record.calleeProbe,
-                                                               record.calleeCode, record.severity});
+        static_cast<Diagnostics*>(context)->records.push_back(
+            {record.kind, record.probe, record.code, record.calleeProbe, record.calleeCode,
+             record.severity, record.point});
       },
       this);
 }

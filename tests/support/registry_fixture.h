@@ -65,9 +65,12 @@ class Exposed : public Flavour {
   using GenRegFile::GetPackedLength;
   using GenRegFile::GetRecordLength;
   using GenRegFile::GetRecordSize;
+  using GenRegFile::mainStream;
   using GenRegFile::PackRecord;
+  using GenRegFile::secondStream;
   using GenRegFile::UnpackRecord;
   GenRegCompareHook& compareHook() { return GenRegBase::CompareRecord; }
+  GenRegPrintHook printHook() const { return GenRegBase::PrintRecord; }
 };
 using TestRegistry = Exposed<GenRegBinVarVal>;
 
@@ -154,6 +157,7 @@ class Diagnostics {
     unsigned int calleeProbe;
     unsigned int calleeCode;
     unsigned int severity;
+    unsigned int point;
   };
   std::vector<Record> records;
   // Failure logs of one routine's probe with one code.

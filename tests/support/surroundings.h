@@ -41,11 +41,6 @@ unsigned int keptPermissions(unsigned int permissions);
 void plantLink(const std::string& target, const std::string& name);
 void plantPipe(const std::string& name);
 
-// How many times the platform asks for a lock file's status when a lock is granted, and how many
-// handles it closes when it makes names durable.
-extern const unsigned long lockChecks;
-extern const unsigned long directorySyncs;
-
 // An empty stream for reading and writing, gone when it is closed.
 std::FILE* scratchStream();
 

@@ -86,6 +86,25 @@ TEST_F(Windows, ALockStopsNobodyFromReading) {
   EXPECT_EQ(readFile(registry()), "content");
 }
 
+TEST_F(Windows, ALockOutlivesTheHandleThatItsOwnWasDuplicatedFrom) {
+  writeFile(registry(), "content");
+  OSSHFile first;
+  OSSHFile second;
+  OSSHFile other;
+  ASSERT_EQ(open(first, registry(), OSS_OPEN_APPEND), 0u);
+  ASSERT_EQ(open(other, registry(), OSS_OPEN_EXISTING), 0u);
+  const OSSFileLockParam shared{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
+  const OSSFileLockParam exclusive{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
+  ASSERT_EQ(second.duplicate(first), 0u);
+  ASSERT_EQ(second.lock(&shared), 0u);
+  EXPECT_EQ(first.writeAt("C", 1, 0), 0u);
+  EXPECT_EQ(first.close(), 0u);
+  EXPECT_EQ(other.lock(&exclusive), OSS_RC_LOCK_BUSY);
+  EXPECT_EQ(second.close(), 0u);
+  EXPECT_EQ(other.lock(&exclusive), 0u);
+  EXPECT_EQ(readFile(registry()), "Content");
+}
+
 TEST_F(Windows, TheNewFileIsOpenToTheSamePeopleFromBirth) {
   writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
   const std::string inherited = accessOf(registry());
@@ -111,11 +130,9 @@ TEST_F(WindowsMachine, AProfileIsReadFromTheMachineOfThatName) {
   char name[MAX_COMPUTERNAME_LENGTH + 1] = "";
   DWORD size = sizeof name;
   ASSERT_NE(::GetComputerNameA(name, &size), 0);
-  machine(copyKeys("A") +
-          instanceKey("A", "I", std::string("\"ZORREMOTEPREG\"=\"") + name + "\"\n") +
-          instanceKey("A", "J", "\"ZORREMOTEPREG\"=\"NO-SUCH-HOST\"\n") +
+  machine(keys(std::string("A; A/I|ZORREMOTEPREG=") + name + "; A/J|ZORREMOTEPREG=NO-SUCH-HOST") +
           productKey("\\INSTALLEDCOPIES\\A\\I", "\"ZORINSTPROF\"=\"R:\\\\r\"\n"));
-  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";0x90000266;end;");
+  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";266 J A;end;");
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 #include "support/machine_fixture.h"
 #include "sysservices/environment.h"
 
-const unsigned long machineStreams = 1;
-
 std::string systemText(const std::string& utf8) { return utf8; }
 
 void MachineTest::SetUp() {

@@ -12,9 +12,6 @@
 
 namespace fs = std::filesystem;
 
-const unsigned long lockChecks = 1;
-const unsigned long directorySyncs = 1;
-
 const char* lacking(Need) { return nullptr; }
 
 std::string makeTestDirectory() {

@@ -1,11 +1,13 @@
-// The machine's registry is the system's own: the keys of an export are written into it, and
-// services are made in the service control manager. A machine that has the product is left alone.
+// The machine's registry is the system's own: exports are imported into it, and services are made
+// in the service control manager. A machine that has the product is left alone.
 #include <windows.h>
 
-#include "platform/posix/registry_export.h"
-#include "support/machine_fixture.h"
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 
-const unsigned long machineStreams = 0;
+#include "platform/posix/unicode.h"
+#include "support/machine_fixture.h"
 
 namespace {
 
@@ -22,47 +24,22 @@ std::wstring wide(const std::string& utf8) {
   return text;
 }
 
-HKEY createKey(HKEY parent, const std::string& name) {
-  HKEY key = nullptr;
-  EXPECT_EQ(::RegCreateKeyExW(parent, wide(name).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                              &key, nullptr),
-            ERROR_SUCCESS)
-      << name;
-  return key;
-}
-
-void setValue(HKEY key, const platform::RegistryValue& value) {
-  const bool isText = platform::isRegistryText(value.type);
-  const std::wstring text = isText ? wide(value.data) : std::wstring();
-  const std::string bytes =
-      isText ? std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof text[0])
-             : value.data;
-  EXPECT_EQ(::RegSetValueExW(key, wide(value.name).c_str(), 0, value.type,
-                             reinterpret_cast<const BYTE*>(bytes.data()),
-                             static_cast<DWORD>(bytes.size())),
-            ERROR_SUCCESS);
-}
-
-void writeKey(HKEY parent, const platform::RegistryKeyObject& object) {
-  const HKEY key = createKey(parent, object.name);
-  for (const auto* value : object.values) setValue(key, *value);
-  for (const auto* subkey : object.subkeys) writeKey(key, *subkey);
-  ::RegCloseKey(key);
-}
-
-// A service that is told by its start type alone; one that the manager would not have is not made.
-void createService(const platform::RegistryKeyObject& object) {
-  const platform::RegistryValue* const start = platform::findValue(&object, "Start");
-  if (start == nullptr || start->type != platform::registryDword || start->data[1] != 0) return;
+// Makes a service that has nothing but its start type; one that the manager would not have is not
+// made. `lines` are its name, which a bracket ends, and the values of its key.
+void createService(const std::string& lines) {
+  const std::size_t end = lines.find(']');
+  const std::string name = lines.substr(0, end);
+  unsigned int start = 0;
+  const char* const values = lines.c_str() + end;
+  if (std::sscanf(values, "] \"Start\"=dword:%x", &start) != 1 || start > 0xFF) return;
   const SC_HANDLE manager = ::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CREATE_SERVICE);
-  const SC_HANDLE service =
-      ::CreateServiceA(manager, object.name.c_str(), nullptr, DELETE, SERVICE_WIN32_OWN_PROCESS,
-                       static_cast<DWORD>(start->data[0]), SERVICE_ERROR_IGNORE, "none.exe",
-                       nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_NE(service, nullptr) << object.name << ": " << ::GetLastError();
+  const SC_HANDLE service = ::CreateServiceA(
+      manager, name.c_str(), nullptr, DELETE, SERVICE_WIN32_OWN_PROCESS, start,
+      SERVICE_ERROR_IGNORE, "none.exe", nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_NE(service, nullptr) << name << ": " << ::GetLastError();
   ::CloseServiceHandle(service);
   ::CloseServiceHandle(manager);
-  services.push_back(object.name);
+  services.push_back(name);
 }
 
 void deleteServices() {
@@ -90,23 +67,43 @@ void clearMachine() {
   if (!belongsToSomebody()) (void)::RegDeleteTreeA(HKEY_LOCAL_MACHINE, maker);
 }
 
+// Makes the services of an export, and gives its keys of software alone.
+std::string takeServices(const std::string& bytes) {
+  const std::string software = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\";
+  const std::string service = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
+  std::string kept = "Windows Registry Editor Version 5.00\n";
+  std::size_t end = 0;
+  for (std::size_t at = bytes.find("\n["); at != std::string::npos; at = end) {
+    end = bytes.find("\n[", ++at);
+    const std::string key = bytes.substr(at, end - at) + "\n";
+    if (key.compare(0, software.size(), software) == 0) kept += key;
+    if (key.compare(0, service.size(), service) == 0) createService(key.substr(service.size()));
+  }
+  return kept;
+}
+
+// The system's own importer wants its file in UTF-16.
 void importExport(const std::string& bytes) {
-  platform::RegistryTree tree;
-  platform::ExportFault fault;
-  ASSERT_TRUE(platform::readRegistryExport(bytes, tree, fault)) << fault.line << fault.reason;
-  const HKEY key = createKey(HKEY_LOCAL_MACHINE, maker);
+  HKEY key = nullptr;
+  ASSERT_EQ(::RegCreateKeyA(HKEY_LOCAL_MACHINE, maker, &key), ERROR_SUCCESS);
   ::RegSetValueExA(key, madeByTests, 0, REG_SZ, nullptr, 0);
   ::RegCloseKey(key);
-  const platform::RegistryKey root = tree.localMachine();
-  const platform::RegistryKey software = platform::findKey(root, "SOFTWARE");
-  if (software != nullptr) writeKey(HKEY_LOCAL_MACHINE, *software);
-  const platform::RegistryKey manager =
-      platform::findKey(root, "SYSTEM\\CurrentControlSet\\Services");
-  if (manager == nullptr) return;
-  for (const auto* service : manager->subkeys) createService(*service);
+  const std::wstring text = L'\xFEFF' + wide(takeServices(bytes));
+  const std::string file = (std::filesystem::temp_directory_path() / "zorgenreg-test.reg").string();
+  writeFile(file, {reinterpret_cast<const char*>(text.data()), text.size() * sizeof text[0]});
+  EXPECT_EQ(std::system(("reg.exe import \"" + file + "\" >NUL 2>&1").c_str()), 0);
+  std::filesystem::remove(file);
 }
 
 }  // namespace
+
+// What reading an export takes from the platform.
+char32_t platform::capitalOf(char32_t letter) noexcept {
+  if (letter > 0xFFFF) return letter;
+  auto unit = static_cast<wchar_t>(letter);
+  (void)::CharUpperBuffW(&unit, 1);
+  return static_cast<char32_t>(unit);
+}
 
 std::string systemText(const std::string& utf8) {
   const std::wstring text = wide(utf8);

@@ -1,4 +1,6 @@
-#include <windows.h>
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
 
 #include <filesystem>
 
@@ -9,34 +11,34 @@ namespace {
 // The command line of words that stand as for a shell: in single quotes where they hold blanks.
 std::string commandLine(const std::string& program, const std::string& words) {
   std::string line = "\"" + program + "\" ";
-  bool quoted = false;
   for (const char character : words) {
-    if (character == '\'') {
-      quoted = !quoted;
-      line += '"';
-    } else if (character == '"') {
-      line += "\\\"";
-    } else {
-      line += character;
-    }
+    if (character == '"') line += '\\';
+    line += character == '\'' ? '"' : character;
   }
   return line;
 }
 
-class RedirectedFile {
+// While it lives, a standard descriptor is that of a file.
+class Redirection {
  public:
-  RedirectedFile(const std::string& path, DWORD access) {
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    handle_ = ::CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
-                            OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  Redirection(int standard, const std::string& path) : standard_(standard) {
+    std::fflush(nullptr);
+    const int flags = standard == 0 ? _O_RDONLY : _O_WRONLY | _O_CREAT;
+    const int file = ::_open(path.c_str(), flags | _O_BINARY | _O_NOINHERIT, 0600);
+    saved_ = ::_dup(standard);
+    EXPECT_EQ(::_dup2(file, standard), 0);
+    ::_close(file);
   }
-  ~RedirectedFile() { ::CloseHandle(handle_); }
-  RedirectedFile(const RedirectedFile&) = delete;
-  RedirectedFile& operator=(const RedirectedFile&) = delete;
-  HANDLE handle() const { return handle_; }
+  ~Redirection() {
+    ::_dup2(saved_, standard_);
+    ::_close(saved_);
+  }
+  Redirection(const Redirection&) = delete;
+  Redirection& operator=(const Redirection&) = delete;
 
  private:
-  HANDLE handle_;
+  int standard_;
+  int saved_;
 };
 
 // What a program wrote, with the ends of lines that the tests are written with.
@@ -50,37 +52,21 @@ std::string readText(const std::string& path) {
 
 ToolRun runTool(const std::string& arguments, const std::string& input) {
   static unsigned int count = 0;
-  char temporary[MAX_PATH];
-  (void)::GetTempPathA(sizeof temporary, temporary);
-  const std::string directory = std::string(temporary) + "zorreg-run-" +
-                                std::to_string(::GetCurrentProcessId()) + "-" +
-                                std::to_string(++count);
+  const std::filesystem::path directory =
+      std::filesystem::temp_directory_path() /
+      ("zorreg-run-" + std::to_string(::_getpid()) + "-" + std::to_string(++count));
   std::filesystem::create_directory(directory);
-  writeFile(directory + "\\in", input);
-  std::string command = commandLine(ZORREG_PATH, arguments);
-  DWORD status = 0;
+  const std::string in = (directory / "in").string();
+  const std::string out = (directory / "out").string();
+  const std::string error = (directory / "err").string();
+  writeFile(in, input);
+  std::intptr_t status = -1;
   {
-    const RedirectedFile in(directory + "\\in", GENERIC_READ);
-    const RedirectedFile out(directory + "\\out", GENERIC_WRITE);
-    const RedirectedFile error(directory + "\\err", GENERIC_WRITE);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = in.handle();
-    startup.hStdOutput = out.handle();
-    startup.hStdError = error.handle();
-    PROCESS_INFORMATION process{};
-    EXPECT_NE(::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &startup, &process),
-              0)
-        << command;
-    (void)::WaitForSingleObject(process.hProcess, INFINITE);
-    (void)::GetExitCodeProcess(process.hProcess, &status);
-    ::CloseHandle(process.hThread);
-    ::CloseHandle(process.hProcess);
+    const Redirection redirections[] = {{0, in}, {1, out}, {2, error}};
+    const std::string line = commandLine(ZORREG_PATH, arguments);
+    status = ::_spawnl(_P_WAIT, ZORREG_PATH, line.c_str(), nullptr);
   }
-  ToolRun run{static_cast<int>(status), readText(directory + "\\out"),
-              readText(directory + "\\err")};
+  ToolRun run{static_cast<int>(status), readText(out), readText(error)};
   std::filesystem::remove_all(directory);
   return run;
 }

@@ -1,0 +1,185 @@
+#include "genreg/core/search.h"
+
+#include <cstring>
+
+namespace genreg {
+namespace {
+
+constexpr unsigned int readOpenSeverity = 4;  // a binary registry that cannot be opened for Get
+
+class Search {
+ public:
+  Search(RecordStore& store, Function name, std::uint64_t mask, void* key, void* record) noexcept
+      : store_(store), routine_(name), mask_(mask), key_(key), record_(record) {}
+
+  Code get() noexcept;
+  Code getNext() noexcept;
+
+ private:
+  bool check(bool asks) noexcept;
+  bool open() noexcept;
+  void close() noexcept;
+  void find() noexcept;
+  bool judge(const Frame& frame, bool* found) noexcept;
+  bool release() noexcept;
+
+  RecordStore& store_;
+  Routine routine_;
+  std::uint64_t mask_;
+  void* key_;
+  void* record_;
+  std::uint64_t size_ = 0;
+  Slot slot_{store_.kind.sourceFile, __LINE__};
+  std::uint64_t place_ = 0;  // of the scan whose file a Get borrows
+  bool borrows_ = false;
+  bool any_ = false;  // any line is asked for, without a key
+};
+
+Code Search::get() noexcept {
+  if (!check(true) || !store_.recordSize(routine_, &size_)) return routine_.code();
+  if (open()) {
+    find();
+    close();
+  }
+  if (routine_.code() == GENREG_RC_END) {
+    std::memset(record_, 0, size_);
+    routine_.replace(GENREG_RC_NOT_FOUND);
+  }
+  // The caller of a text registry has what was asked for: a release that fails is only logged.
+  const Code result = routine_.code();
+  if (!release() && store_.kind.isText) routine_.replace(result);
+  return routine_.code();
+}
+
+Code Search::getNext() noexcept {
+  if (!store_.handle().hasStatus(GENREG_STATUS_SCAN_OPEN)) {
+    return routine_.refuse(GENREG_RC_NO_SCAN, 5);
+  }
+  any_ = store_.kind.isText && mask_ == 0;
+  if (!check(!any_)) return routine_.code();
+  if (store_.handle().hasStatus(GENREG_STATUS_SCAN_END)) {
+    (void)routine_.end(GENREG_RC_END);
+    return GENREG_RC_END;
+  }
+  if (!store_.recordSize(routine_, &size_)) return routine_.code();
+  File& file = store_.session().main();
+  file.fetchPlace();
+  find();
+  file.setPlace();
+  const Code result = routine_.code();
+  if (result == GENREG_RC_END) store_.handle().setStatus(GENREG_STATUS_SCAN_END);
+  if (result == GENREG_RC_END || result == GENREG_RC_NO_UNPACK_HOOK_PACKED ||
+      result == GENREG_RC_UNPACK_FAILED) {
+    std::memset(record_, 0, size_);
+  }
+  if (!release() && store_.kind.isText) routine_.replace(GENREG_RC_BUFFER_FREE);
+  return routine_.code();
+}
+
+bool Search::check(bool asks) noexcept {
+  if (!store_.validate(routine_, mask_, key_, asks)) return false;
+  return record_ != nullptr || routine_.fail(OSS_RC_NULL_ARGUMENT, 25);
+}
+
+// The registry file, or the scan's where a scan is open and GENREG_GET_IN_SCAN says so; the scan's
+// own state, its end included, stays as it is.
+bool Search::open() noexcept {
+  const bool scans = store_.handle().hasStatus(GENREG_STATUS_SCAN_OPEN);
+  borrows_ = scans && store_.has(GENREG_GET_IN_SCAN);
+  if (borrows_) {
+    File& file = store_.session().main();
+    file.fetchPlace();
+    place_ = file.offset();
+    file.seek(0);
+    return true;
+  }
+  const Code code = store_.handle().open(GENREG_OP_READ);
+  if (code == 0) return true;
+  const bool isText = store_.kind.isText;
+  const bool noFile = code == GENREG_RC_NO_FILE && !isText;
+  return routine_.failFrom(Function::openRegFile, code,
+                           noFile ? GENREG_RC_NO_FILE : GENREG_RC_OPEN_FOR_OPERATION, 60,
+                           isText ? failureSeverity : readOpenSeverity);
+}
+
+void Search::close() noexcept {
+  Session& session = store_.session();
+  if (borrows_) {
+    session.main().seek(place_);
+    session.main().setPlace();
+    return;
+  }
+  const Code code = session.close(GENREG_OP_READ);
+  if (code == 0) return;
+  const Routine::CleanUp cleanUp(routine_);
+  (void)routine_.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 170);
+}
+
+// The first match from where the file stands, in the caller's record; GENREG_RC_END, or a failure.
+// What the flavour knows of stored bytes passes over what is not wanted and fills the record at
+// once; what it is not sure of goes through the hooks.
+void Search::find() noexcept {
+  File& file = store_.session().main();
+  const RecordForm* form = store_.form(any_ ? record_ : key_, size_);
+  Frame frame;
+  for (;;) {
+    if (const Code code = store_.next(file, frame); code != 0) {
+      if (code == GENREG_RC_END) {
+        (void)routine_.end(code);
+      } else {
+        (void)routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 80);
+      }
+      return;
+    }
+    if (form != nullptr && frame.isPlain()) {
+      const char* stored = frame.stored.data();
+      const Match match =
+          any_ ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
+      if (match == Match::Differs) {
+        file.skip(store_.run(file, form, mask_, key_, false).size());
+        continue;
+      }
+      if (match == Match::Matches && form->fill(stored, frame.stored.size(), record_)) return;
+    }
+    bool found = false;
+    if (!judge(frame, &found)) return;
+    if (!found) continue;
+    if (size_ < smallestReturnedRecord) {
+      (void)routine_.fail(GENREG_RC_RECORD_TOO_LARGE, 150, number(smallestReturnedRecord));
+    } else {
+      store_.copyOut(slot_, size_, record_);
+    }
+    return;
+  }
+}
+
+// A line that does not parse is compared all the same: the flavour may know it by what it could
+// read.
+bool Search::judge(const Frame& frame, bool* found) noexcept {
+  if (const Code code = slot_.record.reserve(size_); code != 0) {
+    return routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 82);
+  }
+  if (!store_.unpack(routine_, frame, slot_, size_, 84)) return false;
+  if (!any_ && !store_.canCompare(routine_, 90)) return false;
+  *found = any_ || store_.matches(mask_, slot_, key_);
+  return true;
+}
+
+bool Search::release() noexcept {
+  const Code code = slot_.release();
+  if (code == 0) return true;
+  const Routine::CleanUp cleanUp(routine_);
+  return routine_.failFrom(probeMemFree, code, GENREG_RC_BUFFER_FREE, 180);
+}
+
+}  // namespace
+
+Code get(RecordStore& store, std::uint64_t mask, void* key, void* record) noexcept {
+  return Search(store, store.kind.get, mask, key, record).get();
+}
+
+Code getNext(RecordStore& store, std::uint64_t mask, void* key, void* record) noexcept {
+  return Search(store, store.kind.getNext, mask, key, record).getNext();
+}
+
+}  // namespace genreg

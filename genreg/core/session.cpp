@@ -1,0 +1,749 @@
+#include "genreg/core/session.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "genreg_codes.h"
+#include "sysservices/file_system.h"
+#include "sysservices/memory.h"
+#include "sysservices/return_codes.h"
+
+namespace genreg {
+namespace {
+
+constexpr std::uint32_t ownerReadWrite = 0600;
+
+bool isUpdate(std::uint64_t kind) {
+  return kind == GENREG_OP_CHANGE || kind == GENREG_OP_ADD || kind == GENREG_OP_DELETE;
+}
+
+bool isMissing(Code code) { return code == OSS_RC_FILE_NOT_FOUND || code == OSS_RC_NOT_A_FILE; }
+
+std::uint32_t permissionsOf(std::uint64_t field) {
+  return field == 0 ? ownerReadWrite : static_cast<std::uint32_t>(field);
+}
+
+OSSFileOpenParam openParam(const char* path, std::uint32_t mode, std::uint64_t permissions) {
+  return {OSS_PARAM_LEVEL, path, OSS_ACCESS_READ_WRITE, mode, 0, permissionsOf(permissions), 0};
+}
+
+Code infoOf(const char* path, OSSFileInfo* info) {
+  const OSSFileInfoRequest request{OSS_PARAM_LEVEL, path};
+  return ossFileGetInfoV9(&request, info);
+}
+
+Code deleteIfThere(const char* path) {
+  const Code code = ossFileDelete(path);
+  return code == OSS_RC_FILE_NOT_FOUND ? OSS_RC_OK : code;
+}
+
+bool endsWith(const char* text, const char* suffix) {
+  const std::size_t length = std::strlen(text);
+  const std::size_t count = std::strlen(suffix);
+  return length > count && std::strcmp(text + length - count, suffix) == 0;
+}
+
+// Whether an update of another registry in the directory would take this one for its own companion
+// file: it would set it aside, and later delete it.
+bool isCompanionName(const char* path) {
+  char base[OSS_PATH_SIZE];
+  if (ossBaseName(path, base, sizeof base) != OSS_RC_OK) return false;
+  return endsWith(base, ".tmp") || endsWith(base, ".cor") ||
+         (base[0] == '.' && (endsWith(base, ".bkp") || endsWith(base, ".lock")));
+}
+
+// What a commit is about to put in place, as it stands in the lock file.
+struct Announcement {
+  std::uint64_t device;  // of the new file
+  std::uint64_t file;
+  std::uint64_t oldSize;  // of the one that becomes the backup
+  std::int64_t oldModified;
+
+  static constexpr std::size_t textSize = 128;
+  std::size_t write(char (&text)[textSize]) const {
+    return static_cast<std::size_t>(
+        std::snprintf(text, sizeof text,
+                      "commit of file %016" PRIx64 ":%016" PRIx64 " replaces %016" PRIx64
+                      " bytes of %016" PRIx64 "\n",
+                      device, file, oldSize, static_cast<std::uint64_t>(oldModified)));
+  }
+};
+
+}  // namespace
+
+Session::~Session() {
+  void* block = fullNames_;
+  (void)_ossMemFree(&block, 0, 0, "session", __LINE__);
+}
+
+Code Session::resolveNames() noexcept {
+  const char* const names[] = {handle_.registryPath, handle_.backupPath, handle_.temporaryPath,
+                               handle_.corruptPath, handle_.lockPath};
+  char full[OSS_FULL_PATH_SIZE];
+  // Without a name for the current directory the names stay what they are.
+  if (ossAbsolutePath(names[0], full, sizeof full - OSS_PATH_SIZE) != OSS_RC_OK) return OSS_RC_OK;
+  if (std::strcmp(full, names[0]) == 0) return OSS_RC_OK;
+  fullNameSize_ = std::strlen(full) + OSS_PATH_SIZE;
+  void* block = nullptr;
+  const Code code =
+      _ossMemAlloc(&block, 0, fullNameSize_ * std::size(names), 1, "session", __LINE__);
+  if (code != 0) return code;
+  fullNames_ = static_cast<char*>(block);
+  for (std::size_t i = 0; i < std::size(names); ++i) {
+    (void)ossAbsolutePath(names[i], fullNames_ + i * fullNameSize_, fullNameSize_);
+  }
+  return OSS_RC_OK;
+}
+
+const char* Session::name(unsigned int which) const noexcept {
+  if (fullNames_ != nullptr) return fullNames_ + which * fullNameSize_;
+  const char* const names[] = {handle_.registryPath, handle_.backupPath, handle_.temporaryPath,
+                               handle_.corruptPath, handle_.lockPath};
+  return names[which];
+}
+
+bool Session::hasStatus(std::uint64_t bits) const noexcept { return (handle_.status & bits) != 0; }
+
+bool Session::hasFeature(std::uint64_t feature) const noexcept {
+  return (handle_.features & feature) != 0;
+}
+
+bool Session::appendsInPlace(std::uint64_t kind) const noexcept {
+  return kind == GENREG_OP_ADD && hasFeature(GENREG_ALLOW_DUPLICATES) &&
+         !hasFeature(GENREG_VERIFY_UPDATES);
+}
+
+bool Session::commits(std::uint64_t kind) const noexcept {
+  if (hasFeature(GENREG_VERIFY_UPDATES)) return kind == GENREG_OP_VERIFY;
+  return isUpdate(kind) && !appendsInPlace(kind);
+}
+
+Code Session::askSize(std::uint64_t* size) const noexcept {
+  OSSFileInfo info{};
+  const Code code = infoOf(registryPath(), &info);
+  *size = info.size;
+  return code;
+}
+
+// --- lock ---
+
+bool Session::createDirectory(Routine& routine, std::uint32_t purpose,
+                              unsigned int point) noexcept {
+  constexpr std::uint32_t ownerOnly = 0700;
+  char directory[OSS_FULL_PATH_SIZE];
+  if (const Code code = ossDirectoryName(registryPath(), directory, sizeof directory); code != 0) {
+    return routine.failFrom(probeDirectoryName, code, code, point);
+  }
+  if (ossIsDirectory(directory)) return true;
+  const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory, ownerOnly, purpose};
+  if (const Code code = ossDirectoryCreate(&param); code != 0) {
+    (void)routine.failFrom(probeDirectoryCreate, code, GENREG_RC_CREATE_DIRECTORY, point + 2);
+    return routine.fail(GENREG_RC_CREATE_DIRECTORY, point + 3, text(directory));
+  }
+  return true;
+}
+
+Code Session::lock(std::uint64_t request) noexcept {
+  Routine routine(Function::lockRegistry);
+  const bool exclusive = (request & GENREG_LOCK_EXCLUSIVE) != 0;
+  const bool wait = (request & GENREG_LOCK_NOWAIT) == 0;
+  if (!exclusive && (request & GENREG_LOCK_SHARED) == 0) {
+    return routine.refuse(GENREG_RC_BAD_ARGUMENT, 10, number(request));
+  }
+  if (wait && (request & GENREG_LOCK_WAIT) == 0) {
+    return routine.refuse(GENREG_RC_BAD_ARGUMENT, 20, number(request));
+  }
+  if (!hasStatus(GENREG_STATUS_READY)) return routine.refuse(GENREG_RC_NOT_READY, 30);
+  if (hasStatus(GENREG_STATUS_LOCKED)) return routine.refuse(GENREG_RC_ALREADY_LOCKED, 40);
+  if (exclusive && isCompanionName(handle_.registryPath)) {
+    return routine.refuse(GENREG_RC_BAD_ARGUMENT, 45, text(handle_.registryPath),
+                          text("the name of another registry's companion file"));
+  }
+  if ((request & GENREG_LOCK_CREATE_DIR) != 0 && !createDirectory(routine, 2, 50)) {
+    return routine.code();
+  }
+
+  OSSFileOpenParam& param = handle_.lockFileOpenParam;
+  param = openParam(lockPath(), exclusive ? OSS_OPEN_LOCK_FILE : OSS_OPEN_EXISTING,
+                    handle_.lockPermissions);
+  if (!exclusive) param.options = OSS_OPEN_AS_LOCK_FILE;
+  if (const Code code = handle_.lockFile.open(&param); code != 0) {
+    (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_LOCK_FAILED, 60);
+    OSSFileInfo info{};
+    if (infoOf(lockPath(), &info) != 0) {
+      return routine.refuse(GENREG_RC_OPEN_LOCK_FAILED, 61, text(lockPath()));
+    }
+    return routine.refuse(GENREG_RC_OPEN_LOCK_FAILED, 61, text(lockPath()), text("owned by user"),
+                          number(info.owner));
+  }
+  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
+                                   exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
+                                   wait ? OSS_LOCK_WAIT : OSS_LOCK_NOWAIT};
+  const Code code = handle_.lockFile.lock(&lockParam);
+  if (code == 0) {
+    handle_.status |= GENREG_STATUS_LOCKED;
+    isImpatient_ = !wait;
+    keepsOldAsCorrupt_ = false;
+    handle_.committed = false;
+    return GENREG_RC_OK;
+  }
+  (void)handle_.lockFile.close();
+  const bool busy = code == OSS_RC_LOCK_BUSY && !wait;
+  (void)routine.failFrom(probeFileLock, code, busy ? GENREG_RC_BUSY : code, busy ? 70 : 80);
+  return routine.code();
+}
+
+// Unlock, close, delete: a waiter may be granted the lock before the name goes. That is why the
+// delete takes the lock itself and leaves the name to whoever has it by then, and why a granted
+// lock is checked to be on the file that stands at the name (I1).
+Code Session::unlock() noexcept {
+  Routine routine(Function::unlockRegistry);
+  (void)claim_.close();
+  if (const Code code = handle_.lockFile.unlock(); code != 0) {
+    (void)routine.failFrom(probeFileUnlock, code, GENREG_RC_UNLOCK_FILE_FAILED, 10);
+    return routine.code();
+  }
+  handle_.status &= ~GENREG_STATUS_LOCKED;
+  if (const Code code = handle_.lockFile.close(); code != 0) {
+    (void)routine.failFrom(probeFileClose, code, GENREG_RC_CLOSE_LOCK_FAILED, 20);
+    return routine.code();
+  }
+  const Code code = ossLockFileDelete(lockPath());
+  if (code == OSS_RC_FILE_NOT_FOUND) {
+    routine.note(GENREG_RC_LOCK_FILE_GONE, 30, failureSeverity, text(lockPath()));
+  } else if (code != 0) {
+    (void)routine.failFrom(probeFileDelete, code, GENREG_RC_LOCK_DELETE_FAILED, 40);
+    (void)routine.fail(GENREG_RC_LOCK_DELETE_FAILED, 41, text(lockPath()));
+  }
+  return routine.code();
+}
+
+void Session::dropLock() noexcept {
+  if (!hasStatus(GENREG_STATUS_LOCKED)) return;
+  (void)handle_.lockFile.close();
+  handle_.status &= ~GENREG_STATUS_LOCKED;
+  (void)ossLockFileDelete(lockPath());
+}
+
+// --- recovery ---
+
+// Puts a registry back that a crash left only under its backup name, or ends a backup that a crash
+// left beside the registry. An update that took the registry for absent would create an empty one
+// and, in its own commit, delete the backup with all committed records (I2). For the same reason an
+// answer that is not plainly "no such file" fails the update.
+bool Session::recover(Routine& routine) noexcept {
+  OSSFileInfo backup{};
+  const Code asked = infoOf(backupPath(), &backup);
+  if (asked == OSS_RC_FILE_NOT_FOUND) return true;
+  if (asked != 0) {
+    return routine.failFrom(probeFileGetInfo, asked, GENREG_RC_BACKUP_RENAME_FAILED, 11);
+  }
+  // What somebody planted under the backup's name is no content of this registry.
+  if (!backup.isFile || backup.isSymbolicLink) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 12, text(backupPath()),
+                        text("not a plain file"));
+  }
+  const Code renamed = ossFileRename(backupPath(), registryPath());
+  if (renamed != 0 && renamed != OSS_RC_FILE_EXISTS) {
+    (void)routine.failFrom(probeFileRename, renamed, GENREG_RC_BACKUP_RENAME_FAILED, 13);
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 14, text(backupPath()),
+                        text(registryPath()));
+  }
+  // The registry's name is durable before the backup goes; a power cut could leave neither (I3).
+  if (ossDirectorySync(registryPath()) != 0) {
+    return routine.failSystem(ossFileLastError(), GENREG_RC_BACKUP_RENAME_FAILED, 15,
+                              registryPath());
+  }
+  if (renamed == 0) {
+    routine.trace(16, text(registryPath()));
+    return true;
+  }
+  OSSFileInfo registry{};
+  if (const Code code = infoOf(registryPath(), &registry); code != 0) {
+    return routine.failFrom(probeFileGetInfo, code, GENREG_RC_BACKUP_RENAME_FAILED, 17);
+  }
+  // Somebody may have helped himself with a link to the backup.
+  if (registry.isSymbolicLink) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 18, text(registryPath()),
+                        text("a link: update it under its one real name"));
+  }
+  if (isOwnBackup(registry, backup)) return dropBackup(routine);
+  if (const Code code = setBackupAside(); code != 0) {
+    return routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 20);
+  }
+  routine.note(GENREG_RC_BACKUP_SET_ASIDE, 21, failureSeverity, text(backupPath()));
+  return true;
+}
+
+bool Session::dropBackup(Routine& routine) noexcept {
+  const Code deleted = deleteIfThere(backupPath());
+  if (deleted == 0) return true;
+  (void)routine.failFrom(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 22);
+  return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 23, text(backupPath()));
+}
+
+// A backup may go when it is the registry itself under a second name, or when the registry is the
+// file that a commit announced to put in the backup's place (I5). Everything else, a registry that
+// another program put there included, may be all that is left of committed records.
+bool Session::isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept {
+  if (registry.isSameFile(backup)) return true;
+  char stored[Announcement::textSize];
+  char expected[Announcement::textSize];
+  std::size_t count = 0;
+  const std::size_t length =
+      Announcement{registry.device, registry.file, backup.size, backup.modified}.write(expected);
+  return handle_.lockFile.isOpen() &&
+         handle_.lockFile.readAt(stored, length, 0, &count) == OSS_RC_OK && count == length &&
+         std::memcmp(stored, expected, length) == 0;
+}
+
+// Renames the backup to a name that people find, the first that is free. ossFileRename's code.
+Code Session::setBackupAside() noexcept {
+  constexpr unsigned int mostNames = 100;
+  char aside[OSS_FULL_PATH_SIZE + 8];
+  Code code = OSS_RC_FILE_EXISTS;
+  for (unsigned int i = 0; code == OSS_RC_FILE_EXISTS && i < mostNames; ++i) {
+    (void)std::snprintf(aside, sizeof aside, i == 0 ? "%s.old" : "%s.old%u", registryPath(), i);
+    code = ossFileRename(backupPath(), aside);
+  }
+  // Before a commit makes another file of the name it gave up (I3).
+  return code != OSS_RC_OK ? code : ossDirectorySync(registryPath());
+}
+
+// --- open ---
+
+Code Session::open(std::uint64_t kind) noexcept {
+  Routine routine(Function::openRegFile);
+  if (isScanning()) return routine.refuse(GENREG_RC_SCAN_OPEN, 10);
+  hideStreams();
+  (void)main_.close();
+  (void)second_.close();
+  const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
+  bool opened = false;
+  for (;;) {
+    bool waited = false;
+    opened = openRegistry(routine, kind);
+    if (!opened || !needsTemporary || kind == GENREG_OP_VERIFY) break;
+    opened = setLeftoversAside(routine, &waited);
+    if (!opened || !waited) break;
+  }
+  if (opened && needsTemporary) opened = openTemporary(routine, kind);
+  if (!opened) {
+    (void)main_.close();
+    (void)second_.close();
+  }
+  return routine.code();
+}
+
+bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
+  const char* path = registryPath();
+  if (kind == GENREG_OP_READ) return openReadable(routine, false, 40) == GENREG_RC_OK;
+  if (isUpdate(kind) && !recover(routine)) return false;
+
+  bool creates = false;
+  appending_ = appendsInPlace(kind);
+  if (kind == GENREG_OP_ADD) {
+    if (!createDirectory(routine, 1, 30)) return false;
+    creates = !ossPathExists(path);
+  } else if (!ossIsFile(path)) {
+    return routine.end(GENREG_RC_NO_FILE);
+  }
+  const bool writes = creates || appending_;
+  const OSSFileOpenParam param =
+      openParam(path, writes ? OSS_OPEN_APPEND : OSS_OPEN_EXISTING, handle_.registryPermissions);
+  if (const Code code = main_.handle().open(&param); code != 0) {
+    (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_FAILED, 40);
+    return routine.fail(GENREG_RC_OPEN_FAILED, 41, text(path));
+  }
+  const bool exclusive = writes || g_bIsPlatformID_Win32On95;
+  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
+                                   exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_LOCK_WAIT};
+  if (const Code code = main_.handle().lock(&lockParam); code != 0) {
+    (void)routine.failFrom(probeFileLock, code, GENREG_RC_FILE_LOCK, 50);
+    return routine.fail(GENREG_RC_FILE_LOCK, 51, text(path));
+  }
+  if (const int error = main_.begin(writes, 0); error != 0) {
+    return routine.failSystem(error, GENREG_RC_OPEN_FAILED, 60, path);
+  }
+  if (isUpdate(kind)) {
+    (void)claim_.close();  // of an update that was not carried on
+    temporaryDropped_ = false;
+  }
+  if (!claim_.isOpen()) opened_ = main_.info();
+  if (appending_) handle_.lockFile.shareWithWriters(main_.info());
+  // A registry file that this very update created has a name that no power cut may take back (I3).
+  if (creates && ossDirectorySync(path) != 0) {
+    return routine.failSystem(ossFileLastError(), GENREG_RC_OPEN_FAILED, 65, path);
+  }
+  return true;
+}
+
+// Where the file system has no hard links, a commit renames the registry to its backup name before
+// it renames the new file into place, and a crash may leave it there. The backup then is the last
+// committed content; the file is complete under either name, and whichever is opened stays what it
+// is. One round missed 31 times in 25 million opens against a writer in a tight loop, three rounds
+// never did.
+Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point) noexcept {
+  constexpr int rounds = 3;
+  OSSFileOpenParam param =
+      openParam(registryPath(), OSS_OPEN_EXISTING, handle_.registryPermissions);
+  Code code = main_.handle().open(&param);
+  for (int round = 0; isMissing(code) && round < rounds; ++round) {
+    param.path = backupPath();
+    param.options = OSS_OPEN_NO_LINK;
+    code = main_.handle().open(&param);
+    if (!isMissing(code)) break;  // a backup that cannot be read is not "no registry"
+    param.path = registryPath();
+    param.options = 0;
+    code = main_.handle().open(&param);
+  }
+  if (isMissing(code) && !mustExist) {
+    (void)routine.end(GENREG_RC_NO_FILE);
+    return GENREG_RC_NO_FILE;
+  }
+  if (code != 0) {
+    (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_FAILED, point);
+    return routine.refuse(GENREG_RC_OPEN_FAILED, point + 1, text(registryPath()));
+  }
+  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
+                                   g_bIsPlatformID_Win32On95 ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
+                                   OSS_LOCK_WAIT};
+  if (code = main_.handle().lock(&lockParam); code != 0) {
+    (void)main_.handle().close();
+    (void)routine.failFrom(probeFileLock, code, GENREG_RC_FILE_LOCK, point + 10);
+    return routine.refuse(GENREG_RC_FILE_LOCK, point + 11, text(registryPath()));
+  }
+  appending_ = false;
+  if (const int error = main_.begin(false, 0); error != 0) {
+    (void)routine.failSystem(error, GENREG_RC_OPEN_FAILED, point + 20, registryPath());
+  }
+  return routine.code();
+}
+
+// The temporary file of an update that did not finish becomes the corrupt file, for people to look
+// at; the corrupt file before it goes. A temporary file that its writer still has locked is no
+// leftover: that writer's lock file was removed by a third party, and this one waits for it (I1).
+bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
+  if (const Code code = deleteIfThere(corruptPath()); code != 0) {
+    (void)routine.failFrom(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70);
+    return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
+  }
+  OSSHFile leftover;
+  Code code = lockLeftover(leftover, waited);
+  if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
+  if (code == OSS_RC_FILE_NOT_FOUND) return true;
+  if (code != 0) {
+    (void)routine.failFrom(probeFileRename, code, GENREG_RC_CORRUPT_RENAME, 80);
+    return routine.fail(GENREG_RC_CORRUPT_RENAME, 81, text(temporaryPath()), text(corruptPath()));
+  }
+  // It may be older than a change of the registry's permissions (I6). One that has a second name is
+  // somebody else's file, too, and keeps its own.
+  OSSFileInfo info{};
+  if (leftover.isOpen() && leftover.getInfo(&info) == OSS_RC_OK && info.links == 1) {
+    (void)ossFileSetPermissions(corruptPath(), ownerReadWrite);
+  }
+  return true;
+}
+
+// Opens and locks the file at the temporary file's name, so that nobody else sets it aside or makes
+// use of it; one that cannot be opened is nobody's. Whoever had the lock may have renamed the file,
+// and a third one made another. OSS_RC_FILE_NOT_FOUND when there is none.
+Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
+  constexpr std::uint64_t longestClaim = 10000;  // milliseconds; no writer holds it as long
+  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
+  param.options = OSS_OPEN_NO_LINK;
+  for (;;) {
+    const Code found = leftover.open(&param);
+    if (found != OSS_RC_OK) return found == OSS_RC_FILE_NOT_FOUND ? found : OSS_RC_OK;
+    OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
+    Code code = leftover.lock(&lockParam);
+    if (code == OSS_RC_LOCK_BUSY && !isImpatient_) {
+      *waited = true;
+      (void)main_.close();  // the other writer may be waiting for it
+      lockParam.wait = OSS_LOCK_WAIT;
+      lockParam.limit = longestClaim;
+      code = leftover.lock(&lockParam);
+    }
+    OSSFileInfo opened{};
+    OSSFileInfo named{};
+    if (code == OSS_RC_OK) code = leftover.getInfo(&opened);
+    if (code == OSS_RC_OK) code = infoOf(temporaryPath(), &named);
+    if (code != OSS_RC_OK || named.isSameFile(opened)) return code;
+  }
+}
+
+bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
+  OSSFileInfo info{};
+  if (const Code code = infoOf(registryPath(), &info); code != 0) {
+    (void)routine.failFrom(probeFileGetInfo, code, GENREG_RC_FILE_INFO_OPEN, 90);
+    return routine.fail(GENREG_RC_FILE_INFO_OPEN, 91, text(registryPath()));
+  }
+  // Renaming a new file into place would part the link from its target, or one name of the file
+  // from its others, and both would go on as registries of their own.
+  if (info.isSymbolicLink || info.links > 1) {
+    return routine.fail(GENREG_RC_OPEN_FAILED, 95, text(registryPath()), number(info.links),
+                        text("a link: update it under its one real name"));
+  }
+  return kind == GENREG_OP_VERIFY ? openWritten(routine) : createTemporary(routine, info);
+}
+
+bool Session::openWritten(Routine& routine) noexcept {
+  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
+  param.options = OSS_OPEN_NO_LINK;
+  int error = 0;
+  if (second_.handle().open(&param) != OSS_RC_OK) {
+    error = second_.handle().lastError();
+  } else if (!claim_.isOpen() && !claimTemporary()) {
+    error = EAGAIN;
+  } else {
+    error = second_.begin(false, 0);
+  }
+  return error == 0 || routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 100, temporaryPath());
+}
+
+bool Session::createTemporary(Routine& routine, const OSSFileInfo& registry) noexcept {
+  OSSHFile& file = second_.handle();
+  temporaryDurable_ = false;
+  if (file.createPrivate(temporaryPath(), registryPath()) != OSS_RC_OK) {
+    return routine.failSystem(file.lastError(), GENREG_RC_OPEN_TEMP_FAILED, 105, temporaryPath());
+  }
+  if (!claimTemporary()) {
+    return routine.failSystem(EAGAIN, GENREG_RC_OPEN_TEMP_FAILED, 107, temporaryPath());
+  }
+  int error = 0;
+  if (file.takeAttributes(registryPath(), registry) != OSS_RC_OK) {
+    error = file.lastError();
+    (void)routine.failSystem(error, GENREG_RC_TEMP_PERMISSIONS, 110, temporaryPath());
+  } else if (error = second_.begin(true, registry.size); error != 0) {
+    (void)routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 115, temporaryPath());
+  }
+  if (error != 0) (void)deleteTemporary();
+  handle_.lockFile.shareWithWriters(registry);
+  return error == 0;
+}
+
+// Locks the new temporary file, and makes sure that nobody who found it before that has set it
+// aside (I1).
+bool Session::claimTemporary() noexcept {
+  const OSSFileLockParam param{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
+  if (claim_.duplicate(second_.handle()) == OSS_RC_OK && claim_.lock(&param) == OSS_RC_OK &&
+      claim_.isAt(temporaryPath())) {
+    return true;
+  }
+  (void)claim_.close();
+  return false;
+}
+
+// --- close ---
+
+Code Session::close(std::uint64_t kind) noexcept { return finish(kind, commits(kind)); }
+
+Code Session::replaceDamaged() noexcept {
+  keepsOldAsCorrupt_ = true;
+  return finish(GENREG_OP_CHANGE, true);
+}
+
+bool Session::isCommitted() const noexcept { return handle_.committed; }
+
+Code Session::finish(std::uint64_t kind, bool commits) noexcept {
+  Routine routine(Function::closeRegFile);
+  if (isScanning()) return routine.refuse(GENREG_RC_SCAN_OPEN, 10);
+  hideStreams();
+  finishFiles(routine, kind);
+  if (routine.ok() && commits) commit(routine);
+  // Until it is in place, verified or deleted, the temporary file stays its writer's.
+  const bool isInUse = !commits && hasStatus(GENREG_STATUS_LOCKED);
+  if (!isInUse) (void)claim_.close();
+  return routine.code();
+}
+
+// What an operation wrote is made durable before its file is closed, unless the operation is
+// abandoned; a sync that fails is a close that failed, and nothing is committed (I3). An append in
+// place that is abandoned or cannot be made durable is taken back, so that no torn record stays. A
+// temporary file that the disk had no room for goes at once: it would keep the room from the next.
+void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
+  const bool keepsWork = isUpdate(kind);
+
+  int error = 0;
+  if (main_.isOpen() && appending_) {
+    if (keepsWork) error = main_.makeDurable();
+    // What was appended to a file that another program has replaced is in nobody's registry (I4).
+    if (keepsWork && error == 0 && !main_.handle().isAt(registryPath())) error = EBUSY;
+    handle_.committed = keepsWork && error == 0;
+    if (!handle_.committed) {
+      const int cut = main_.takeBack();
+      if (error == 0) error = cut;
+    }
+  }
+  if (const int closed = main_.close(); error == 0) error = closed;
+  appending_ = false;
+  if (error != 0) {
+    (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 20, registryPath(), OSS_SYSCALL_CLOSE);
+  }
+
+  error = 0;
+  const bool wrote = second_.isOpen() && keepsWork;
+  if (wrote) error = second_.makeDurable();
+  if (const int closed = second_.close(); error == 0) error = closed;
+  temporaryDurable_ = temporaryDurable_ || (wrote && error == 0);
+  if (error != 0) {
+    (void)routine.failSystem(error, GENREG_RC_CLOSE_TEMP_FAILED, 30, temporaryPath(),
+                             OSS_SYSCALL_CLOSE);
+  }
+  if (error != 0) temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
+}
+
+// By now the name may be another writer's, if a third party has removed the lock file (I1).
+Code Session::deleteTemporary() noexcept {
+  if (temporaryDropped_ || (claim_.isOpen() && !claim_.isAt(temporaryPath()))) return OSS_RC_OK;
+  const Code code = ossFileDelete(temporaryPath());
+  (void)claim_.close();
+  return code;
+}
+
+// --- commit ---
+
+void Session::commit(Routine& routine) noexcept {
+  bool linked = false;
+  OSSFileInfo made{};
+  if (!isUntouched(routine, &made)) return;  // I4
+  if (!announce(made)) {                     // I5
+    (void)routine.failSystem(handle_.lockFile.lastError(), GENREG_RC_BACKUP_RENAME_FAILED, 36,
+                             lockPath());
+    temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
+    return;
+  }
+  if (!replaceRegistry(routine, &linked)) return;  // I2
+  if (!settle(routine, linked)) return;            // I3, I4
+  endOld(routine);
+}
+
+// Whether registry, temporary file and lock are the files that the session opened, the registry
+// with the bytes that it read.
+bool Session::isUntouched(Routine& routine, OSSFileInfo* made) noexcept {
+  OSSFileInfo now{};
+  const char* changed = nullptr;
+  if (infoOf(registryPath(), &now) != OSS_RC_OK || !now.isUnchanged(opened_)) {
+    changed = registryPath();
+  } else if (claim_.getInfo(made) != OSS_RC_OK || infoOf(temporaryPath(), &now) != OSS_RC_OK ||
+             !now.isSameFile(*made)) {
+    changed = temporaryPath();
+  } else if (hasStatus(GENREG_STATUS_LOCKED) && !handle_.lockFile.isAt(lockPath())) {
+    changed = lockPath();
+  }
+  if (changed == nullptr) return true;
+  return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 35, text(changed),
+                      text("changed, replaced or removed by another program since it was opened"));
+}
+
+// Writes into the lock file what is about to be put in place of what.
+bool Session::announce(const OSSFileInfo& made) noexcept {
+  if (!hasStatus(GENREG_STATUS_LOCKED)) return true;
+  char line[Announcement::textSize];
+  const std::size_t length =
+      Announcement{made.device, made.file, opened_.size, opened_.modified}.write(line);
+  return handle_.lockFile.writeAt(line, length, 0) == OSS_RC_OK;
+}
+
+// Steps 2 and 3. A failed step 2 leaves the registry untouched and the temporary file in place.
+bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
+  const char* registry = registryPath();
+  if (!ossFileMayBeReplaced(registry, &opened_)) {
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 38, text(registry),
+                        text("another user's file in a sticky directory"));
+  }
+  const auto keepOld = [&] {
+    const Code code = ossFileLink(registry, backupPath());
+    *linked = code != OSS_RC_NOT_SUPPORTED;
+    return *linked ? code : ossFileRename(registry, backupPath());
+  };
+  Code code = keepOld();
+  // Somebody put a file at the backup's name since the session began.
+  if (code == OSS_RC_FILE_EXISTS && setBackupAside() == OSS_RC_OK) code = keepOld();
+  if (code != 0) {
+    const std::int32_t error = ossFileLastError();
+    (void)routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 40);
+    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 41, number(error), text(registry),
+                        text(backupPath()));
+  }
+  code = *linked ? ossFileReplace(temporaryPath(), registry)
+                 : ossFileRename(temporaryPath(), registry);
+  if (code == 0) return true;
+  const std::int32_t error = ossFileLastError();
+  (void)routine.failFrom(probeFileRename, code, GENREG_RC_COMMIT_RENAME_FAILED, 50);
+  (void)routine.fail(GENREG_RC_COMMIT_RENAME_FAILED, 51, number(error), text(temporaryPath()),
+                     text(registry));
+  // At once: without hard links readers have only the backup until then. If this fails too, the
+  // next update does it.
+  if (*linked) {
+    (void)ossFileDelete(backupPath());
+  } else if (ossFileRename(backupPath(), registry) == OSS_RC_FILE_EXISTS) {
+    (void)setBackupAside();
+  }
+  return false;
+}
+
+// Step 4, and a last look at what was replaced: whoever appended to it in the moment of the commit
+// gets the old file back. The new names may not survive a power cut until they are synced, so
+// success would be a lie when that fails.
+bool Session::settle(Routine& routine, bool linked) noexcept {
+  OSSFileInfo old{};
+  const bool same = infoOf(backupPath(), &old) != OSS_RC_OK ||
+                    (old.size == opened_.size && old.modified == opened_.modified);
+  if (same && ossDirectorySync(registryPath()) == 0) {
+    handle_.committed = true;
+    return true;
+  }
+  if (same) {
+    (void)routine.failSystem(ossFileLastError(), GENREG_RC_COMMIT_RENAME_FAILED, 60,
+                             registryPath());
+  } else {
+    (void)routine.fail(GENREG_RC_COMMIT_RENAME_FAILED, 62, text(registryPath()),
+                       text("written to by another program in the moment of the commit"));
+  }
+  handle_.committed = !goBack(linked);
+  return false;
+}
+
+// Back to the old content, as the failure code says. False when that fails, too: the new content
+// stands, and only a power cut may still take it back. A crash in between leaves only the backup,
+// or both.
+bool Session::goBack(bool linked) noexcept {
+  if (linked) return ossFileReplace(backupPath(), registryPath()) == OSS_RC_OK;
+  if (ossFileRename(registryPath(), temporaryPath()) != OSS_RC_OK) return false;
+  (void)ossFileRename(backupPath(), registryPath());
+  return true;
+}
+
+// Step 5.
+void Session::endOld(Routine& routine) noexcept {
+  Code code = OSS_RC_OK;
+  if (keepsOldAsCorrupt_) {
+    code = deleteIfThere(corruptPath());
+    if (code == OSS_RC_OK) code = ossFileRename(backupPath(), corruptPath());
+  } else {
+    code = deleteIfThere(backupPath());
+  }
+  if (code == 0) return;
+  (void)routine.failFrom(probeFileDelete, code, GENREG_RC_BACKUP_DELETE_FAILED, 70);
+  (void)routine.fail(GENREG_RC_BACKUP_DELETE_FAILED, 71, text(backupPath()));
+}
+
+// --- the handle's streams ---
+
+bool Session::showStreams() noexcept {
+  handle_.mainStream = main_.isOpen() ? main_.stream() : nullptr;
+  handle_.secondStream = second_.isOpen() ? second_.stream() : nullptr;
+  return (!main_.isOpen() || handle_.mainStream != nullptr) &&
+         (!second_.isOpen() || handle_.secondStream != nullptr);
+}
+
+void Session::hideStreams() noexcept {
+  handle_.mainStream = nullptr;
+  handle_.secondStream = nullptr;
+}
+
+}  // namespace genreg

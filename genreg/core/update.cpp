@@ -1,0 +1,243 @@
+#include "genreg/core/update.h"
+
+#include "genreg/core/verification.h"
+
+namespace genreg {
+
+Code Update::run() noexcept {
+  store_.handle().beginUpdate();
+  if (!check()) return routine_.code();  // nothing is touched before every check has passed
+  if (lock()) {                          // one writer, whoever comes and goes
+    if (open()) {                        // a crashed commit put back, leftovers aside, a new file
+      rewrite();                         // unchanged runs as they are, the rest judged one by one
+      close();                           // synced; without verification this commits
+      if (toBeVerified_) verify();       // exactly this change is committed, or nothing
+    }
+    unlock();
+  }
+  release();
+  if (routine_.code() == 0) notifyHooks();
+  return routine_.code();
+}
+
+// The caller's arguments and the hooks. A Change validates its new record, not the key.
+bool Update::check() noexcept {
+  if (isAdd()) {
+    if (const Code code = store_.checkHooks(); code != 0) {
+      return routine_.failFrom(store_.kind.checkHooks, code, GENREG_RC_HOOK_MISSING, 5);
+    }
+  }
+  const bool writes = kind_.operation != GENREG_OP_DELETE;
+  if (!store_.validate(routine_, mask_, writes ? record_ : key_)) return false;
+  if (writes && record_ == nullptr) return routine_.fail(OSS_RC_NULL_ARGUMENT, 25);
+  if (!store_.recordSize(routine_, &size_)) return false;
+  const Code code = stored_.record.reserve(size_);
+  return code == 0 || routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);
+}
+
+bool Update::lock() noexcept {
+  const Code code = store_.handle().lock(kind_.lockRequest);
+  return code == 0 || routine_.failFrom(Function::lockRegistry, code, GENREG_RC_LOCK_FAILED, 62);
+}
+
+bool Update::open() noexcept {
+  const Code code = store_.session().open(kind_.operation);
+  return code == 0 ||
+         routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
+}
+
+// Reads the registry file and writes the new content.
+void Update::rewrite() noexcept {
+  if (!isAdd()) {
+    if (!copyRecords()) return;
+    if (unchanged_) {
+      (void)routine_.fail(GENREG_RC_UNCHANGED, 120);
+    } else if (count_ == 0) {
+      (void)routine_.fail(GENREG_RC_NOT_FOUND, 125);
+    }
+    return;
+  }
+  std::uint64_t fileSize = 0;
+  if (const Code code = store_.session().askSize(&fileSize); code != 0) {
+    (void)routine_.failFrom(probeFileGetInfo, code, GENREG_RC_FILE_INFO, 66);
+    return;
+  }
+  const bool inPlace = store_.session().appendsInPlace(kind_.operation);
+  if (inPlace || fileSize == 0 || copyRecords()) (void)writeAdded();
+}
+
+bool Update::copyRecords() noexcept {
+  File& file = store_.session().main();
+  Frame frame;
+  for (;;) {
+    if (!frame.goesOn && !keepRun()) return false;
+    if (const Code code = store_.next(file, frame); code != 0) {
+      if (code == GENREG_RC_END) return true;
+      return routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 70);
+    }
+    bool matching = false;
+    if (!judge(frame, &matching) || !treat(frame, matching)) return false;
+  }
+}
+
+// Writes what surely stays in one piece, as it stands. Where an Add allows duplicates, that is what
+// matches the new record, too, and every line.
+bool Update::keepRun() noexcept {
+  void* key = isAdd() ? record_ : key_;
+  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
+  const RecordForm* form = store_.form(key, size_);
+  const bool anything = store_.kind.isText && !compares;
+  if ((form == nullptr && !anything) || !store_.canKeepRuns()) return true;
+  File& file = store_.session().main();
+  const std::string_view run = store_.run(file, anything ? nullptr : form, mask_, key, !compares);
+  if (run.empty()) return true;
+  file.skip(run.size());
+  return store_.write(routine_, store_.session().second(), run, GENREG_RC_COPY_FAILED, 110);
+}
+
+// Whether a record matches the key of the operation; for an Add that allows duplicates, none does.
+// A line that does not parse matches nothing.
+bool Update::judge(const Frame& frame, bool* matching) noexcept {
+  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
+  if (!compares && store_.kind.isText) return true;
+  if (!store_.unpack(routine_, frame, stored_, size_, 72)) return false;
+  if (!compares || !stored_.parsed) return true;
+  if (!store_.canCompare(routine_, 76)) return false;
+  *matching = store_.matches(mask_, stored_, isAdd() ? record_ : key_);
+  return true;
+}
+
+bool Update::treat(const Frame& frame, bool matching) noexcept {
+  File& to = store_.session().second();
+  if (!matching) return store_.keep(routine_, to, frame, kind_.operation);
+  if (isAdd()) {
+    routine_.trace(79, text("Match found; duplicate record"));
+    return routine_.fail(GENREG_RC_DUPLICATE, 80);
+  }
+  if (isChange() && store_.matches(GENREG_ALL_FIELDS, stored_, record_)) {
+    unchanged_ = true;
+    return store_.keep(routine_, to, frame, kind_.operation);
+  }
+  if (count_ > 0 && !store_.has(GENREG_ALLOW_DUPLICATES)) {
+    return routine_.fail(GENREG_RC_AMBIGUOUS, 82);
+  }
+  if (!store_.mayTouch(routine_, frame)) return false;
+  ++count_;
+  return !isChange() || change(frame);
+}
+
+bool Update::change(const Frame& frame) noexcept {
+  const std::string_view made =
+      store_.pack(routine_, record_, &frame, written_, size_, GENREG_RC_COPY_FAILED);
+  return !made.empty() &&
+         store_.write(routine_, store_.session().second(), made, GENREG_RC_COPY_FAILED, 112) &&
+         readBack(made);
+}
+
+bool Update::writeAdded() noexcept {
+  Session& session = store_.session();
+  const bool inPlace = session.appendsInPlace(kind_.operation);
+  const std::string_view made =
+      store_.pack(routine_, record_, nullptr, written_, size_, GENREG_RC_WRITE_NEW_FAILED);
+  if (made.empty()) return false;
+  std::string_view before;
+  if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
+  if (!inPlace) {
+    return store_.write(routine_, session.second(), made, GENREG_RC_WRITE_NEW_FAILED, 100) &&
+           readBack(made);
+  }
+  // Readers look at this very file: until all of it is on the disk, it is no record.
+  const std::string_view mark = store_.unfinishedMark(made);
+  const int error =
+      session.main().append(before.data(), before.size())
+          ? session.main().appendInPlace(made.data(), made.size(), mark.data(), mark.size())
+          : session.main().error();
+  return error == 0 ||
+         routine_.failSystem(error, GENREG_RC_WRITE_NEW_FAILED, 104, session.registryPath());
+}
+
+// The verification pass compares with the record as it will be read: a field that the caller's
+// record does not have may hold anything there, and holds nothing in what was stored.
+bool Update::readBack(std::string_view frame) noexcept {
+  if (!store_.has(GENREG_VERIFY_UPDATES) || !store_.has(GENREG_PACKED_RECORDS) ||
+      store_.kind.isText) {
+    return true;
+  }
+  Frame made;
+  made.bytes = frame;
+  made.stored = store_.storedOf(frame);
+  const Code code = written_.record.reserve(size_);
+  if (code != 0) return routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 114);
+  return store_.unpack(routine_, made, written_, size_, 115);
+}
+
+// Closes the files. Failures here count only when nothing else failed.
+void Update::close() noexcept {
+  Session& session = store_.session();
+  const bool unchanged = routine_.code() == GENREG_RC_UNCHANGED;
+  const bool abandoned = !routine_.ok() && !unchanged;
+  const Code closed = session.close(abandoned ? GENREG_OP_READ : kind_.operation);
+  if (closed != 0) {
+    const Routine::CleanUp cleanUp(routine_);
+    (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
+  }
+  if (!store_.has(GENREG_VERIFY_UPDATES)) return;
+  if (kind_.deletesTemporary && (abandoned || unchanged)) {
+    const Code code = session.deleteTemporary();
+    if (code != 0) {
+      (void)routine_.failFrom(probeFileDelete, code, GENREG_RC_DELETE_TEMP_FAILED, 210);
+      routine_.replace(GENREG_RC_DELETE_TEMP_FAILED);
+    }
+    return;
+  }
+  // A Change or Delete is verified even after a failed close: the pass reads what is on the disk,
+  // and a file that lacks something is refused. An Add is not. Nor is a temporary file whose sync
+  // failed: reading it back would come from memory and prove nothing about the disk.
+  toBeVerified_ =
+      routine_.ok() && (closed == 0 || kind_.deletesTemporary) && session.temporaryIsDurable();
+}
+
+void Update::verify() noexcept {
+  const bool repacked = !store_.kind.isText && store_.has(GENREG_PACKED_RECORDS);
+  void* record = repacked && record_ != nullptr ? written_.record.data() : record_;
+  const Code code = Verification(store_, kind_.operation, mask_, record, key_).run();
+  if (code != 0) {
+    (void)routine_.failFrom(store_.kind.verifyUpdate, code, GENREG_RC_VERIFY_FAILED, 220);
+  }
+}
+
+void Update::unlock() noexcept {
+  const Code code = store_.session().unlock();
+  if (code == 0) return;
+  const Routine::CleanUp cleanUp(routine_);
+  (void)routine_.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
+  store_.session().dropLock();
+}
+
+void Update::release() noexcept {
+  const Code first = stored_.release();
+  const Code second = written_.release();
+  const Code code = first != 0 ? first : second;
+  if (code == 0) return;
+  const Routine::CleanUp cleanUp(routine_);
+  (void)routine_.failFrom(probeMemFree, code, GENREG_RC_BUFFER_FREE, 240);
+}
+
+void Update::notifyHooks() noexcept {
+  const HandleAccess& handle = store_.handle();
+  if (!store_.kind.isText && store_.has(GENREG_NOTIFY_CHANGE) && handle.notifyHook() != nullptr) {
+    const Code answer =
+        handle.notifyHook()(&handle.handle(), kind_.operation, isAdd() ? record_ : key_,
+                            isChange() ? record_ : nullptr);
+    // An Add ignores the answer; after the others it keeps PostUpdate from being called.
+    if (answer != 0 && !isAdd()) return;
+  }
+  if (!store_.has(GENREG_POST_UPDATE)) return;
+  if (handle.postUpdateHook() == nullptr) {
+    (void)routine_.fail(GENREG_RC_NO_POST_UPDATE_HOOK, 250);
+  } else if (const Code answer = handle.postUpdateHook()(); answer != 0) {
+    routine_.note(answer, 260, failureSeverity, number(answer));
+  }
+}
+
+}  // namespace genreg

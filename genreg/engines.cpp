@@ -1,0 +1,104 @@
+// The exported members of the two engines.
+#include "genreg.h"
+#include "genreg/binary_store.h"
+#include "genreg/core/repair.h"
+#include "genreg/core/search.h"
+#include "genreg/core/update.h"
+#include "genreg/text_store.h"
+
+using genreg::BinaryStore;
+using genreg::Function;
+using genreg::Routine;
+using genreg::TextStore;
+using genreg::Update;
+
+unsigned int sqlzThisIsAZORLibrary = 0;
+
+namespace {
+
+template <typename Store>
+unsigned int add(GenRegFile& handle, std::uint64_t mask, void* record) {
+  Store store(handle);
+  return Update(store, store.kind.add, genreg::addUpdate, mask, record, nullptr).run();
+}
+
+template <typename Store>
+unsigned int change(GenRegFile& handle, std::uint64_t mask, void* key, void* newRecord) {
+  Store store(handle);
+  return Update(store, store.kind.change, genreg::changeUpdate, mask, newRecord, key).run();
+}
+
+template <typename Store>
+unsigned int remove(GenRegFile& handle, std::uint64_t mask, void* key) {
+  Store store(handle);
+  return Update(store, store.kind.remove, genreg::deleteUpdate, mask, nullptr, key).run();
+}
+
+template <typename Store>
+unsigned int get(GenRegFile& handle, std::uint64_t mask, void* key, void* record) {
+  Store store(handle);
+  return genreg::get(store, mask, key, record);
+}
+
+template <typename Store>
+unsigned int getNext(GenRegFile& handle, std::uint64_t mask, void* key, void* record) {
+  Store store(handle);
+  return genreg::getNext(store, mask, key, record);
+}
+
+template <typename Store>
+unsigned int repair(GenRegFile& handle, bool dropUnreadable, GenRegRepairReport& report) {
+  Store store(handle);
+  return genreg::Repair(store, dropUnreadable, report).run();
+}
+
+}  // namespace
+
+GenRegBin::GenRegBin() noexcept { engineKind = GENREG_ENGINE_BINARY; }
+GenRegBin::~GenRegBin() = default;
+
+unsigned int GenRegBin::Add(std::uint64_t mask, void* record) noexcept {
+  return add<BinaryStore>(*this, mask, record);
+}
+unsigned int GenRegBin::Change(std::uint64_t mask, void* key, void* newRecord) noexcept {
+  return change<BinaryStore>(*this, mask, key, newRecord);
+}
+unsigned int GenRegBin::Delete(std::uint64_t mask, void* key) noexcept {
+  return remove<BinaryStore>(*this, mask, key);
+}
+unsigned int GenRegBin::Get(std::uint64_t mask, void* key, void* record) noexcept {
+  return get<BinaryStore>(*this, mask, key, record);
+}
+unsigned int GenRegBin::GetNext(std::uint64_t mask, void* key, void* record) noexcept {
+  return getNext<BinaryStore>(*this, mask, key, record);
+}
+
+GenRegText::GenRegText() noexcept {
+  const Routine routine(Function::textConstructor);
+  engineKind = GENREG_ENGINE_TEXT;
+}
+GenRegText::~GenRegText() { const Routine routine(Function::textDestructor); }
+
+unsigned int GenRegText::Add(std::uint64_t mask, void* record) noexcept {
+  return add<TextStore>(*this, mask, record);
+}
+unsigned int GenRegText::Change(std::uint64_t mask, void* key, void* newRecord) noexcept {
+  return change<TextStore>(*this, mask, key, newRecord);
+}
+unsigned int GenRegText::Delete(std::uint64_t mask, void* key) noexcept {
+  return remove<TextStore>(*this, mask, key);
+}
+unsigned int GenRegText::Get(std::uint64_t mask, void* key, void* record) noexcept {
+  return get<TextStore>(*this, mask, key, record);
+}
+unsigned int GenRegText::GetNext(std::uint64_t mask, void* key, void* record) noexcept {
+  return getNext<TextStore>(*this, mask, key, record);
+}
+
+unsigned int GenRegFile::RepairRegistry(bool dropUnreadable, GenRegRepairReport* report) noexcept {
+  GenRegRepairReport ignored{};
+  GenRegRepairReport& filled = report == nullptr ? ignored : *report;
+  filled = {};
+  return engineKind == GENREG_ENGINE_TEXT ? repair<TextStore>(*this, dropUnreadable, filled)
+                                          : repair<BinaryStore>(*this, dropUnreadable, filled);
+}

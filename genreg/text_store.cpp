@@ -1,0 +1,199 @@
+#include "genreg/text_store.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "genreg/line_reader.h"
+
+namespace genreg {
+namespace {
+
+constexpr StoreKind textKind{Function::textAdd,     Function::textChange,
+                             Function::textDelete,  Function::textGet,
+                             Function::textGetNext, Function::textCheckHooks,
+                             Function::readLine,    Function::textVerifyUpdate,
+                             "GenRegText",          true};
+
+constexpr std::string_view lineEnd = "\r\n";
+
+bool endsInBackslash(std::string_view text) { return !text.empty() && text.back() == '\\'; }
+
+}  // namespace
+
+TextStore::TextStore(GenRegFile& handle) noexcept : RecordStore(handle, textKind) {
+  text_[0] = '\0';  // the rest of both may hold anything
+}
+
+Code TextStore::checkHooks() const noexcept {
+  const HandleAccess& hooks = handle();
+  const struct {
+    bool filled;
+    Code missing;
+  } needed[] = {{hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
+                {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
+                {hooks.unpackHook().text != nullptr, GENREG_RC_NO_UNPACK_HOOK},
+                {hooks.compareHook() != nullptr, GENREG_RC_NO_COMPARE_HOOK},
+                {hooks.packHook().text != nullptr, GENREG_RC_NO_PACK_HOOK}};
+  Routine routine(kind.checkHooks);
+  unsigned int point = 10;
+  for (const auto& hook : needed) {
+    if (!hook.filled) return routine.refuse(hook.missing, point);
+    point += 10;
+  }
+  return GENREG_RC_OK;
+}
+
+Code TextStore::next(File& file, Frame& frame) const noexcept {
+  const Code code = nextLine(file, joins(), frame);
+  if (code != GENREG_RC_NO_LINE) return code;
+  const std::int32_t error = file.error();
+  const std::uint64_t offset = file.offset();
+  return Routine(kind.readRecord)
+      .refuse(code, 20, text(session().registryPath()), number(error), number(offset));
+}
+
+// Where lines are joined, a newline alone does not show that one ends.
+std::size_t TextStore::wholeFrames(const File& file, std::size_t count) const noexcept {
+  if (joins()) return 0;
+  const std::size_t newline = std::string_view(file.window(), count).rfind('\n');
+  return newline == std::string_view::npos ? 0 : newline + 1;
+}
+
+std::string_view TextStore::run(const File& file, const RecordForm* form, std::uint64_t mask,
+                                const void* key, bool alsoMatching) const noexcept {
+  const auto stays = [&](const char* line, std::size_t length) {
+    const Match match = form == nullptr ? Match::Differs : form->match(mask, line, length, key);
+    return match == Match::Differs || (match == Match::Matches && alsoMatching);
+  };
+  return {file.window(), walkLines(file.window(), file.windowSize(), joins(), stays)};
+}
+
+bool TextStore::unpack(Routine& routine, const Frame& frame, Slot& slot, std::uint64_t size,
+                       unsigned int point) noexcept {
+  if (handle().unpackHook().text == nullptr) return routine.fail(GENREG_RC_NO_UNPACK_HOOK, point);
+  makeText(frame.bytes, joins(), text_);
+  std::memset(slot.record.data(), 0, size);  // what the hook leaves alone goes to the caller, too
+  const Code code = handle().unpackHook().text(slot.record.data(), text_);
+  slot.parsed = code == 0;
+  if (!slot.parsed) {
+    routine.note(GENREG_RC_UNPACK_LINE, point + 1, failureSeverity, number(code), text(text_));
+  }
+  return true;
+}
+
+// The record may point into itself: parsing the line again, into the caller's copy, makes those
+// pointers the caller's own.
+void TextStore::copyOut(const Slot& slot, std::uint64_t size, void* out) noexcept {
+  std::memcpy(out, slot.record.data(), size);
+  (void)handle().unpackHook().text(out, text_);
+}
+
+std::string_view TextStore::pack(Routine& routine, const void* record, const Frame* replaced, Slot&,
+                                 std::uint64_t, Code) noexcept {
+  if (handle().packHook().text == nullptr) {
+    (void)routine.fail(GENREG_RC_NO_PACK_HOOK, 90);
+    return {};
+  }
+  const std::size_t templateLength = replaced == nullptr ? 0 : replaced->bytes.size();
+  if (templateLength != 0) std::memcpy(packed_, replaced->bytes.data(), templateLength);
+  packed_[templateLength] = '\0';
+  // The hook's form takes a record that it may change; the flavours do not.
+  const Code code = handle().packHook().text(const_cast<void*>(record), packed_);
+  if (code != 0) {
+    (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 92, number(code));
+    return {};
+  }
+  std::size_t length = ::strnlen(packed_, GENREG_LINE_SIZE);
+  const bool hasNewline = std::memchr(packed_, '\n', length) != nullptr;
+  if (length + (hasNewline ? 0 : 1) > longestRaw) {
+    const std::uint64_t tooLong = length;
+    (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 94, number(tooLong));
+    return {};
+  }
+  if (!hasNewline) packed_[length++] = '\n';
+  const std::string_view line(packed_, length);
+  // A line that joins what follows it would swallow a record.
+  if (joins() && endsInBackslash(line.substr(0, length - 1))) {
+    packed_[length - 1] = '\0';
+    (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 96, text(packed_));
+    return {};
+  }
+  return line;
+}
+
+bool TextStore::write(Routine& routine, File& to, std::string_view frames, Code failed,
+                      unsigned int point) const noexcept {
+  if (to.append(frames.data(), frames.size())) return true;
+  const std::int32_t error = to.error();
+  return routine.fail(failed, point, number(error));
+}
+
+// A kept line is written as it was read. A last one without its newline gains one: behind it an Add
+// writes, and a Change leaves whole lines. One that only its missing newline keeps from being
+// continued has no end that could be given to it.
+bool TextStore::keep(Routine& routine, File& to, const Frame& frame,
+                     std::uint64_t operation) noexcept {
+  const auto put = [&](std::string_view bytes) {
+    return write(routine, to, bytes, GENREG_RC_COPY_FAILED, 108);
+  };
+  const std::size_t length = frame.bytes.size();
+  const bool hasNewline = length > 0 && frame.bytes.back() == '\n';
+  if (operation == GENREG_OP_ADD && (frame.unended || !hasNewline)) {
+    if (frame.unended && joins() && endsInBackslash(frame.bytes)) {
+      return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 105);
+    }
+    if (frame.goesOn || length + lineEnd.size() > longestRaw) {
+      const std::uint64_t tooLong = length;
+      return routine.fail(OSS_RC_BUFFER_TOO_SMALL, 106, number(tooLong), number(frame.offset));
+    }
+    routine.trace(107, text("Added a newline"));
+    return put(frame.bytes) && put(lineEnd);
+  }
+  const bool gains =
+      operation == GENREG_OP_CHANGE && frame.unended && !hasNewline && length < longestRaw;
+  return put(frame.bytes) && (!gains || put("\n"));
+}
+
+// The same bytes, or those of a last line without its newline and the newline that an update gives
+// it: a plain one, or one behind a carriage return.
+bool TextStore::isKept(const Frame& before, const Frame& after) const noexcept {
+  const std::size_t length = before.bytes.size();
+  if (after.bytes.substr(0, std::min(length, after.bytes.size())) != before.bytes) return false;
+  const std::string_view added = after.bytes.substr(length);
+  return added.empty() || (before.unended && (added == "\n" || added == lineEnd));
+}
+
+// The rest of a line that was read in pieces would stay behind as a line of its own, and what
+// stands behind a NUL would go without anybody having seen it.
+bool TextStore::mayTouch(Routine& routine, const Frame& frame) const noexcept {
+  return isSound(frame) || routine.fail(OSS_RC_BUFFER_TOO_SMALL, 84, number(frame.offset));
+}
+
+// In place, too, the new line must not run into a last one that lacks its newline or that it would
+// continue. A last line that begins with a NUL, as an append leaves it that did not finish, is
+// empty to everybody and stays: it may be somebody else's.
+bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) noexcept {
+  constexpr std::uint64_t looked = 3;  // bytes: a backslash, a carriage return, a newline
+  const std::uint64_t size = file.size();
+  const std::uint64_t start = size - std::min(size, looked);
+  file.seek(start);
+  if (size == 0) return true;
+  if (!file.more(static_cast<std::size_t>(size - start)) || file.windowSize() != size - start) {
+    const std::int32_t error = file.error();
+    return routine.fail(GENREG_RC_READ_FAILED, 98, number(error));
+  }
+  std::string_view tail(file.window(), file.windowSize());
+  const bool newline = tail.back() == '\n';
+  if (newline) tail.remove_suffix(1);
+  if (newline && !tail.empty() && tail.back() == '\r') tail.remove_suffix(1);
+  const bool continues = joins() && endsInBackslash(tail);
+  if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 99);
+  if (continues || !newline) *before = lineEnd;
+  return true;
+}
+
+bool TextStore::isSound(const Frame& frame) const noexcept {
+  return !frame.isPiece && frame.bytes.find('\0') == std::string_view::npos;
+}
+
+}  // namespace genreg

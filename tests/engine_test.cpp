@@ -1,0 +1,217 @@
+// What holds for both engines and all four kinds of registry: the rules of duplicates, read errors,
+// appends that were cut off, hooks that are missing.
+#include <cerrno>
+#include <map>
+
+#include "support/flavours.h"
+
+namespace {
+
+template <typename Flavour>
+class EngineTest : public RegistryTest {
+ protected:
+  using Run = Operations<Flavour>;
+  using Handle = typename Run::Handle;
+
+  // A file of records, each given by its name and its value's digit: "a1 b2".
+  static std::string bytesOf(const std::string& records) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < records.size(); i += 3) {
+      bytes += Flavour::stored(records.substr(i, 1), records[i + 1] - '0');
+    }
+    return bytes;
+  }
+};
+
+using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+TYPED_TEST_SUITE(EngineTest, AllFlavours);
+
+// 'a'dds, 'c'hanges or 'd'eletes a record: "a b2", "c b9", "d b".
+template <typename Flavour>
+Code run(typename Operations<Flavour>::Handle& handle, const std::string& operation) {
+  const std::string name = operation.substr(2, 1);
+  const int value = operation.size() > 3 ? operation[3] - '0' : 0;
+  if (operation[0] == 'a') return Operations<Flavour>::add(handle, name, value);
+  if (operation[0] == 'c') return Operations<Flavour>::change(handle, name, value);
+  return Operations<Flavour>::remove(handle, name);
+}
+
+TYPED_TEST(EngineTest, UpdatesKeepTheRulesOfDuplicates) {
+  const struct {
+    std::uint64_t features;
+    const char *before, *operation;
+    Code result;
+    const char* after;
+    const char* files = "r";
+  } cases[] = {
+      {unique, "b1", "a a1", 0, "b1 a1"},
+      {unique, "a1", "a a2", duplicate, "a1", "r r.tmp"},
+      {verified, "a1", "a a1", 0, "a1 a1"},
+      {unverified, "a1", "a a1", 0, "a1 a1"},
+      {GENREG_NOTIFY_CHANGE, "b1", "a a1", 0, "b1 a1"},
+      {unique, "a1 b1", "c a5", 0, "a5 b1"},
+      {unique, "a1", "c b5", notFound, "a1"},
+      {unique, "a1 b1", "c a1", unchanged, "a1 b1"},
+      {unique, "a1 a2", "c a5", ambiguous, "a1 a2"},
+      {verified, "a1 b1 a2", "c a5", 0, "a5 b1 a5"},
+      {verified, "a5 a1", "c a5", unchanged, "a5 a1"},
+      {unverified, "a5 a1", "c a5", unchanged, "a5 a5"},
+      {unique, "a5 a1", "c a5", unchanged, "a5 a1"},
+      {unique, "a1 b1", "d a", 0, "b1"},
+      {unique, "a1", "d a", 0, ""},
+      {unique, "a1", "d b", notFound, "a1"},
+      {unique, "a1 b1 a2", "d a", ambiguous, "a1 b1 a2"},
+      {verified, "a1 b1 a2 a1", "d a", 0, "b1"},
+      {verified, "a1 a2", "d a", 0, ""},
+      {unverified, "a1", "d b", notFound, "a1", "r r.tmp"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(std::string(row.before) + ": " + row.operation);
+    writeFile(this->registry(), this->bytesOf(row.before));
+    typename TestFixture::Handle handle(this->registry(), row.features);
+    EXPECT_EQ(run<TypeParam>(handle, row.operation), row.result);
+    EXPECT_EQ(readFile(this->registry()), this->bytesOf(row.after));
+    EXPECT_EQ(this->files(), row.files);
+    const bool rewritten = row.result == unchanged && row.features == unverified;
+    EXPECT_EQ(handle.isUpdateCommitted(), row.result == 0 || rewritten);
+    (void)std::remove(this->temporary().c_str());
+  }
+}
+
+// Makes the n-th read give at most `count` bytes, and every read behind it fail.
+std::function<int(const std::string&)> failingReads(int nth, int count, bool* fired) {
+  return [=, reads = 0](const std::string& call) mutable {
+    if (call != "read" || ++reads < nth) return 0;
+    if (reads == nth && count > 0) return ossFaultAtMost(count);
+    *fired = true;
+    return EIO;
+  };
+}
+
+TYPED_TEST(EngineTest, AReadThatFailsAtAnyByteGivesNoRecordAndChangesNothing) {
+  const std::string before = this->bytesOf("a1 c3");
+  writeFile(this->registry(), before);
+  for (int at = 0; at < static_cast<int>(before.size()); ++at) {
+    SCOPED_TRACE(at);
+    bool fired = false;
+    typename TestFixture::Handle handle(this->registry(), unique);
+    {
+      const FaultHook failing(failingReads(1, at, &fired));
+      EXPECT_EQ(TestFixture::Run::get(handle, "c"), -std::int64_t{readFailed});
+    }
+    EXPECT_EQ(handle.OpenScan(), 0u);
+    {
+      const FaultHook failing(failingReads(1, at, &fired));
+      EXPECT_EQ(TestFixture::Run::get(handle, "a", true), -std::int64_t{readFailed});
+    }
+    EXPECT_EQ(TestFixture::Run::get(handle, "a", true), 1) << "the same scan, the error gone";
+    EXPECT_EQ(TestFixture::Run::get(handle, "c", true), 3);
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    for (const char* operation : {"a d4", "c c5", "d a"}) {
+      // The reads behind the first, of the verification, at fewer bytes.
+      fired = true;
+      for (int nth = 1; fired && (nth == 1 || at % 7 == 0); ++nth) {
+        SCOPED_TRACE(std::string(operation) + ", read " + std::to_string(nth));
+        fired = false;
+        const FaultHook failing(failingReads(nth, at, &fired));
+        typename TestFixture::Handle updating(this->registry(), unique);
+        const Code code = run<TypeParam>(updating, operation);
+        EXPECT_EQ(code != 0, fired);
+        EXPECT_EQ(updating.isUpdateCommitted(), code == 0);
+        EXPECT_EQ(readFile(this->registry()) == before, code != 0);
+        writeFile(this->registry(), before);
+      }
+    }
+  }
+}
+
+// An append in place as it stands until all of it is on the disk: a mark in the place of what makes
+// it a record.
+template <typename Flavour>
+std::string unfinished(const std::string& name, int value) {
+  std::string bytes = Flavour::stored(name, value);
+  if (Flavour::isText) return bytes.replace(0, 1, 1, '\0');
+  bytes[2] = '\x40';
+  bytes[3] = '\xDB';
+  return bytes;
+}
+
+TYPED_TEST(EngineTest, AnAppendThatWasCutOffIsNoRecord) {
+  const std::string before = this->bytesOf("a1");
+  const std::string torn = unfinished<TypeParam>("b", 2);
+  for (std::size_t cut = TypeParam::isText ? 1 : 4; cut <= torn.size(); ++cut) {
+    SCOPED_TRACE(cut);
+    writeFile(this->registry(), before + torn.substr(0, cut));
+    typename TestFixture::Handle handle(this->registry(), unverified);
+    EXPECT_EQ(TestFixture::Run::get(handle, "b"), -std::int64_t{notFound});
+    EXPECT_EQ(TestFixture::Run::get(handle, "a"), 1);
+    ASSERT_EQ(handle.OpenScan(), 0u);
+    EXPECT_EQ(TestFixture::Run::get(handle, "b", true), -std::int64_t{GENREG_RC_END});
+    EXPECT_EQ(handle.CloseScan(), 0u);
+    EXPECT_EQ(TestFixture::Run::add(handle, "c", 3), 0u);
+    // A line stays, as an empty one; a mark goes.
+    const std::string left = TypeParam::isText ? torn.substr(0, cut) : "";
+    const bool open = !left.empty() && left.back() != '\n';
+    EXPECT_EQ(readFile(this->registry()),
+              before + left + (open ? "\r\n" : "") + TypeParam::stored("c", 3));
+  }
+  // What readers see at each moment of an append: all of it, or nothing.
+  writeFile(this->registry(), before);
+  typename TestFixture::Handle handle(this->registry(), unverified);
+  std::string seen;
+  int writes = 0;
+  const FaultHook watching([&](const std::string& call) {
+    if (call == "write" && ++writes == 2) seen = readFile(this->registry());
+    return 0;
+  });
+  EXPECT_EQ(TestFixture::Run::add(handle, "b", 2), 0u);
+  EXPECT_EQ(seen, before + torn);
+  EXPECT_EQ(readFile(this->registry()), this->bytesOf("a1 b2"));
+}
+
+// With one call of an operation failing after the other, each step of a routine logs under a number
+// of its own, and the numbers ascend as the steps do.
+TYPED_TEST(EngineTest, EachPlaceInARoutineHasItsOwnAscendingNumber) {
+  using Place = std::pair<unsigned int, unsigned int>;  // routine and point
+  std::map<Place, std::string> whatFailed;
+  const auto sweep = [&](const char* operation, unsigned int first, unsigned int last) {
+    std::map<unsigned int, unsigned int> latest;  // point of each routine
+    for (unsigned long k = 1, calls = k; k <= calls; ++k) {
+      this->clearDirectory();
+      writeFile(this->registry(), this->bytesOf("a1 b2"));
+      typename TestFixture::Handle handle(this->registry(), unique);
+      Diagnostics diagnostics;
+      {
+        const FaultPlan plan(k, EIO);
+        if (*operation == 'g') {
+          (void)TestFixture::Run::get(handle, "b");
+        } else {
+          (void)run<TypeParam>(handle, operation);
+        }
+        calls = plan.calls() + 1;
+      }
+      std::map<unsigned int, unsigned int> here;
+      for (const auto& record : diagnostics.records) {
+        const unsigned int routine = record.probe & 0xFFFFu;
+        if (routine < first || routine > last || !here.emplace(routine, record.point).second) {
+          continue;
+        }
+        const std::string what =
+            std::to_string(record.code) + " " + std::to_string(record.calleeProbe);
+        EXPECT_EQ(whatFailed.emplace(Place(routine, record.point), what).first->second, what)
+            << "routine " << routine << ", point " << record.point;
+        EXPECT_GE(record.point, latest[routine]) << "routine " << routine << ", call " << k;
+        latest[routine] = record.point;
+      }
+    }
+  };
+  for (const char* operation : {"get", "a c3", "c b5", "d b"}) {
+    sweep(operation, 28, 34);  // the operations of the binary engine
+    sweep(operation, 39, 47);  // of the text engine
+    sweep(operation, 14, 14);
+    sweep(operation, 17, 17);
+  }
+  EXPECT_GE(whatFailed.size(), 10u);
+}
+
+}  // namespace

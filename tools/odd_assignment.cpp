@@ -1,0 +1,88 @@
+#include "odd_assignment.h"
+
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+#include "file_content.h"
+
+namespace zorreg {
+namespace {
+
+constexpr char byteOrderMark[] = "\xEF\xBB\xBF";
+// What a shell takes before an assignment.
+constexpr const char* prefixes[] = {"export", "set", "declare", "local", "readonly", "typeset"};
+
+bool isIndented(const std::string& line) { return line.find_first_of(" \t") == 0; }
+
+// Whether a reader that joins lines takes `next` for a part of `line`, and not only a value that
+// ends in a backslash for one.
+bool goesOn(const std::string& line, const std::string& next) {
+  if (line.empty() || line.back() != '\\') return false;
+  const std::size_t content = next.find_first_not_of(" \t");
+  if (content == std::string::npos || next[content] == '#') return false;
+  return isIndented(next) || next.find('=') == std::string::npos;
+}
+
+// A value with a "#" between its quotes, or without its second quote.
+bool isCutInQuotes(const std::string& assigned) {
+  const std::size_t start = assigned.find_first_not_of(" \t");
+  if (start == std::string::npos) return false;
+  const char quote = assigned[start];
+  if (quote != '"' && quote != '\'') return false;
+  const std::size_t end = assigned.find(quote, start + 1);
+  const std::size_t comment = assigned.find('#');
+  if (end == std::string::npos) return quote == '"';
+  return comment < end;
+}
+
+// What is odd about a line that assigns `name`; empty when nothing is, or when it does not.
+std::string oddity(const TextLine& line, const std::string& before, const std::string& next,
+                   const std::string& name) {
+  const std::size_t equals = line.bytes.find('=');
+  std::string left = line.bytes.substr(0, equals);
+  if (equals == std::string::npos || left.find('#') != std::string::npos) return {};
+  const bool marked = left.compare(0, 3, byteOrderMark) == 0;
+  if (marked) left.erase(0, 3);
+  std::istringstream stream(left);
+  std::string prefix;
+  std::string assigned;
+  for (std::string word; stream >> word;) {
+    const bool known =
+        std::find(std::begin(prefixes), std::end(prefixes), word) != std::end(prefixes);
+    if (assigned.empty() && (known || (!prefix.empty() && word[0] == '-'))) {
+      prefix += (prefix.empty() ? "" : " ") + word;
+    } else {
+      assigned += (assigned.empty() ? "" : " ") + word;
+    }
+  }
+  // A prefix alone is a name.
+  if (assigned.empty()) std::swap(assigned, prefix);
+  if (assigned != name) return {};
+  if (marked) return "a byte order mark stands before the name";
+  if (!prefix.empty()) return "'" + prefix + "' stands before the name";
+  if (line.holdsNul()) return "it holds a NUL byte";
+  if (line.isTooLong()) return "it is longer than 2,046 characters";
+  const std::string value = line.bytes.substr(equals + 1);
+  if (isCutInQuotes(value)) return "its quotes do not close before the value ends";
+  if (goesOn(line.bytes, next)) return "it goes on in the next line";
+  if (isIndented(line.bytes) && goesOn(before, line.bytes)) return "it continues the line before";
+  return {};
+}
+
+}  // namespace
+
+std::string oddAssignment(const std::string& file, const std::string& name) {
+  std::string bytes;
+  if (!readContent(file, std::string::npos, bytes)) return {};
+  std::vector<TextLine> lines;
+  forEachLine(bytes, [&](const TextLine& line) { lines.push_back(line); });
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const std::string odd = oddity(lines[i], i == 0 ? "" : lines[i - 1].bytes,
+                                   i + 1 == lines.size() ? "" : lines[i + 1].bytes, name);
+    if (!odd.empty()) return "line " + std::to_string(lines[i].number) + ": " + odd;
+  }
+  return {};
+}
+
+}  // namespace zorreg

@@ -1,0 +1,12 @@
+// Version codes as people write them: up to four numbers below 65536 with dots between them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zorreg {
+
+bool parseDotted(const std::string& text, std::uint64_t& code);
+std::string versionText(std::uint64_t code);
+
+}  // namespace zorreg
