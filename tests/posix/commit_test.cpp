@@ -178,6 +178,7 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
       {"rename", 1, opening, 15, GENREG_RC_CORRUPT_RENAME},
       {"fchmod", 1, opening, 15, GENREG_RC_TEMP_PERMISSIONS},
       {"read", 1, readFailed, 33, GENREG_RC_READ_LENGTH_FAILED},
+      {"close", 1, closing, 11, GENREG_RC_CLOSE_FAILED},
       {"fsync", 1, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED},
       {"write", 2, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},  // the announcement
       {"link", 1, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},
@@ -233,6 +234,25 @@ TEST_F(CommitTest, WhatWasNotSyncedIsNotCommittedWhateverElseFailed) {
   });
   EXPECT_EQ(change(handle), closing);
   EXPECT_EQ(readFile(registry()), before);
+}
+
+// The new content stands then, and only a power cut may still take it back: the old one is kept.
+TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
+  for (const int link : {0, EPERM}) {
+    clearDirectory();
+    writeFile(registry(), before);
+    TestRegistry handle(registry(), unverified);
+    int syncs = 0;
+    const FaultHook failing([&](const std::string& call) {
+      if (call == "fsync" && ++syncs == 2) return EIO;
+      if (call == "rename" && syncs == 2) return EIO;
+      return call == "link" ? link : 0;
+    });
+    EXPECT_EQ(change(handle), closing);
+    EXPECT_TRUE(handle.isUpdateCommitted());
+    EXPECT_EQ(readFile(registry()), changed);
+    EXPECT_EQ(readFile(backup()), before);
+  }
 }
 
 TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
