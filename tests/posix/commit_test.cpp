@@ -334,6 +334,13 @@ TEST_F(CommitTest, ABackupThatIsNoFileOrCannotBeReadFailsEveryOperation) {
       EXPECT_EQ(readFile(registry()), missing ? "" : before);
     }
   }
+  // Somebody helped himself with a link to the backup: it is all there is.
+  clearDirectory();
+  writeFile(backup(), before);
+  fs::create_symlink(backup(), registry());
+  TestRegistry linked(registry(), verified);
+  EXPECT_EQ(change(linked), opening);
+  EXPECT_EQ(readFile(backup()), before);
   // A reader that may not open the only file there is must not report that there is none.
   clearDirectory();
   writeFile(backup(), before);
