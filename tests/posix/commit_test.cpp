@@ -1,5 +1,9 @@
 // What other programs do to the files of a registry while it is updated: a commit replaces what was
 // read and nothing else, and loses nothing of theirs.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -237,6 +241,26 @@ TEST_F(CommitTest, WhatWasNotSyncedIsNotCommittedWhateverElseFailed) {
 }
 
 // The new content stands then, and only a power cut may still take it back: the old one is kept.
+// As it is when a third party removed that writer's lock file; afterwards the registry is another.
+TEST_F(CommitTest, ATemporaryFileThatItsWriterHoldsIsWaitedFor) {
+  writeFile(temporary(), "theirs");
+  const int writer = ::open(temporary().c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(writer, LOCK_SH), 0);
+  TestRegistry handle(registry(), unverified);
+  int attempts = 0;  // lock file, registry, temporary file, then the wait
+  {
+    const FaultHook ending([&](const std::string& call) {
+      if (call == "flock" && ++attempts == 5) {
+        replaceFile(registry(), before + theirs);
+        (void)::close(writer);
+      }
+      return 0;
+    });
+    EXPECT_EQ(change(handle), 0u);
+  }
+  EXPECT_EQ(readFile(registry()), changed + theirs);
+}
+
 TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
   for (const int link : {0, EPERM}) {
     clearDirectory();
