@@ -216,6 +216,7 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
     EXPECT_EQ(readFile(registry()), row.committed ? changed : before);
     EXPECT_EQ(handle.isUpdateCommitted(), row.committed);
     EXPECT_EQ(exists(backup()), row.logged == GENREG_RC_BACKUP_DELETE_FAILED);
+    EXPECT_FALSE(row.logged == GENREG_RC_TEMP_PERMISSIONS && exists(temporary()));
     EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
   }
   // Names that the recovery or the first Add made are durable before anything is built on them.
