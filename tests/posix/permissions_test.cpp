@@ -80,19 +80,21 @@ TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
     EXPECT_EQ(permissionsOf(registry()), 0666u);
   }
   // One user's update dies and leaves its lock file to the other's.
-  expectAs(first, [&] {
-    return inChild([&] {
-             TestRegistry handle(registry(), verified);
-             const FaultPlan plan(2, 0, true, "fsync");
-             return static_cast<int>(add(handle));
-           }) == -9;
-  });
-  EXPECT_TRUE(exists(lockFile()));
-  expectAs(second, [&] {
-    TestRegistry handle(registry(), verified);
-    return add(handle) == 0;
-  });
-  EXPECT_FALSE(exists(lockFile()));
+  for (const std::uint64_t features : {verified, unverified}) {
+    expectAs(first, [&] {
+      return inChild([&] {
+               TestRegistry handle(registry(), features);
+               const FaultPlan plan(2, 0, true, "fsync");
+               return static_cast<int>(add(handle));
+             }) == -9;
+    });
+    EXPECT_TRUE(exists(lockFile()));
+    expectAs(second, [&] {
+      TestRegistry handle(registry(), features);
+      return add(handle) == 0;
+    });
+    EXPECT_FALSE(exists(lockFile()));
+  }
 }
 
 TEST_F(PermissionsTest, AGroupThatCannotBeKeptGetsNoMoreThanEverybody) {
