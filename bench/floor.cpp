@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -253,7 +254,13 @@ class Floor final : public Subject {
     (void)::pwrite(lock.descriptor, announcement.data(), announcement.size(), 0);
     (void)::geteuid();
     if (::link(registry_.c_str(), backup_.c_str()) != 0) return false;
-    if (std::rename(temporary_.c_str(), registry_.c_str()) != 0) return false;
+    constexpr unsigned int exchange = 2;  // RENAME_EXCHANGE
+    if (::syscall(SYS_renameat2, AT_FDCWD, temporary_.c_str(), AT_FDCWD, registry_.c_str(),
+                  exchange) != 0) {
+      return false;
+    }
+    askLinkStatus(temporary_);
+    (void)::unlink(temporary_.c_str());
     askLinkStatus(backup_);
     const int directory = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool durable = ::fsync(directory) == 0;

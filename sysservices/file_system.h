@@ -64,6 +64,10 @@ ZOROSSE_API unsigned int ossFileLink(const char* path, const char* second);
 // or the other. OSS_RC_NOT_SUPPORTED where the system refuses that while somebody has it open.
 ZOROSSE_API unsigned int ossFileReplace(const char* source, const char* target);
 
+// Exchanges the names of two files in one step. OSS_RC_FILE_NOT_FOUND when one is missing;
+// OSS_RC_NOT_SUPPORTED where the system or the file system cannot do that.
+ZOROSSE_API unsigned int ossFileExchange(const char* one, const char* other);
+
 // Whether the system lets this process put another file in the place of the one at `path`, which
 // `info` describes: in a directory that only lets owners do so, it may not be another user's.
 ZOROSSE_API bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info);

@@ -270,7 +270,7 @@ bool Session::recover(Routine& routine) noexcept {
     return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 18, text(registryPath()),
                         text("a link: update it under its one real name"));
   }
-  if (isOwnBackup(registry, backup)) return dropBackup(routine);
+  if (isOwnBackup(registry, backup)) return dropBackup(routine, backup);
   if (const Code code = setBackupAside(); code != 0) {
     return routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 20);
   }
@@ -278,7 +278,12 @@ bool Session::recover(Routine& routine) noexcept {
   return true;
 }
 
-bool Session::dropBackup(Routine& routine) noexcept {
+// Its second name is where step 3 of a commit leaves it.
+bool Session::dropBackup(Routine& routine, const OSSFileInfo& backup) noexcept {
+  OSSFileInfo temporary{};
+  if (infoOf(temporaryPath(), &temporary) == OSS_RC_OK && temporary.isSameFile(backup)) {
+    (void)ossFileDelete(temporaryPath());
+  }
   const Code deleted = deleteIfThere(backupPath());
   if (deleted == 0) return true;
   (void)routine.failFrom(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 22);
@@ -322,13 +327,16 @@ Code Session::open(std::uint64_t kind) noexcept {
   (void)main_.close();
   (void)second_.close();
   const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
-  bool opened = false;
-  for (;;) {
-    bool waited = false;
-    opened = openRegistry(routine, kind);
-    if (!opened || !needsTemporary || kind == GENREG_OP_VERIFY) break;
-    opened = setLeftoversAside(routine, &waited);
-    if (!opened || !waited) break;
+  bool opened = openRegistry(routine, kind);
+  if (opened && needsTemporary && kind != GENREG_OP_VERIFY) {
+    opened = dropCorrupt(routine);
+    bool waited = true;
+    while (opened && waited) {
+      waited = false;
+      opened = setLeftoverAside(routine, &waited);
+      // The other writer has committed, perhaps.
+      if (opened && waited) opened = openRegistry(routine, kind);
+    }
   }
   if (opened && needsTemporary) opened = openTemporary(routine, kind);
   if (!opened) {
@@ -423,14 +431,17 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
   return routine.code();
 }
 
+bool Session::dropCorrupt(Routine& routine) noexcept {
+  const Code code = deleteIfThere(corruptPath());
+  if (code == 0) return true;
+  (void)routine.failFrom(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70);
+  return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
+}
+
 // The temporary file of an update that did not finish becomes the corrupt file, for people to look
-// at; the corrupt file before it goes. A temporary file that its writer still has locked is no
+// at. A temporary file that its writer still has locked is no
 // leftover: that writer's lock file was removed by a third party, and this one waits for it (I1).
-bool Session::setLeftoversAside(Routine& routine, bool* waited) noexcept {
-  if (const Code code = deleteIfThere(corruptPath()); code != 0) {
-    (void)routine.failFrom(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70);
-    return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
-  }
+bool Session::setLeftoverAside(Routine& routine, bool* waited) noexcept {
   OSSHFile leftover;
   Code code = lockLeftover(leftover, waited);
   if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
@@ -669,8 +680,7 @@ bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
     return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 41, number(error), text(registry),
                         text(backupPath()));
   }
-  code = *linked ? ossFileReplace(temporaryPath(), registry)
-                 : ossFileRename(temporaryPath(), registry);
+  code = *linked ? exchangeRegistry() : ossFileRename(temporaryPath(), registry);
   if (code == 0) return true;
   const std::int32_t error = ossFileLastError();
   (void)routine.failFrom(probeFileRename, code, GENREG_RC_COMMIT_RENAME_FAILED, 50);
@@ -686,13 +696,30 @@ bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
   return false;
 }
 
+// An exchange of the two names shows what was replaced (I4). When it is not the file that was
+// opened, another program has renamed its own over it since the last look and gets the name back;
+// should that fail, the new content stands, and the other's file is the next update's leftover.
+Code Session::exchangeRegistry() noexcept {
+  const char* registry = registryPath();
+  const Code code = ossFileExchange(temporaryPath(), registry);
+  if (code == OSS_RC_NOT_SUPPORTED) return ossFileReplace(temporaryPath(), registry);
+  if (code != OSS_RC_OK) return code;
+  OSSFileInfo replaced{};
+  if (infoOf(temporaryPath(), &replaced) == OSS_RC_OK && replaced.isSameFile(opened_)) {
+    (void)ossFileDelete(temporaryPath());
+    return OSS_RC_OK;
+  }
+  handle_.committed = ossFileExchange(temporaryPath(), registry) != OSS_RC_OK;
+  return OSS_RC_FILE_EXISTS;
+}
+
 // Step 4, and a last look at what was replaced: whoever appended to it in the moment of the commit
 // gets the old file back. The new names may not survive a power cut until they are synced, so
 // success would be a lie when that fails.
 bool Session::settle(Routine& routine, bool linked) noexcept {
   OSSFileInfo old{};
-  const bool same = infoOf(backupPath(), &old) != OSS_RC_OK ||
-                    (old.size == opened_.size && old.modified == opened_.modified);
+  const Code asked = infoOf(backupPath(), &old);
+  const bool same = asked == OSS_RC_FILE_NOT_FOUND || (asked == 0 && old.isUnchanged(opened_));
   if (same && ossDirectorySync(registryPath()) == 0) {
     handle_.committed = true;
     return true;

@@ -31,8 +31,9 @@
 //   1 the lock file says what comes | old  | -      | old          | sets the temporary aside
 //   with hard links:
 //   2 backup becomes a second link  | old  | old    | old          | drops the link
-//   3 temporary renamed over NAME   | new  | old    | new          | drops the backup: step 1 shows
-//   without:                        |      |        |              |   that it is the commit's own
+//   3 temporary and NAME exchanged  | new  | old    | new          | drops the backup: step 1 shows
+//     and the temporary's name goes |      |        |              |   that it is the commit's own
+//   without:                        |      |        |              |
 //   2 NAME renamed to the backup    | -    | old    | old (backup) | renames it back
 //   3 temporary renamed to NAME     | new  | old    | new          | drops the backup
 //   4 directory synced              | new  | old    | new          | drops the backup
@@ -120,11 +121,12 @@ class Session {
 
   bool createDirectory(Routine& routine, std::uint32_t purpose, unsigned int point) noexcept;
   bool recover(Routine& routine) noexcept;
-  bool dropBackup(Routine& routine) noexcept;
+  bool dropBackup(Routine& routine, const OSSFileInfo& backup) noexcept;
   bool isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept;
   Code setBackupAside() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
-  bool setLeftoversAside(Routine& routine, bool* waited) noexcept;
+  bool dropCorrupt(Routine& routine) noexcept;
+  bool setLeftoverAside(Routine& routine, bool* waited) noexcept;
   Code lockLeftover(OSSHFile& leftover, bool* waited) noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
   bool openWritten(Routine& routine) noexcept;
@@ -135,6 +137,7 @@ class Session {
   bool isUntouched(Routine& routine, OSSFileInfo* made) noexcept;
   bool announce(const OSSFileInfo& made) noexcept;
   bool replaceRegistry(Routine& routine, bool* linked) noexcept;
+  Code exchangeRegistry() noexcept;
   bool settle(Routine& routine, bool linked) noexcept;
   bool goBack(bool linked) noexcept;
   void endOld(Routine& routine) noexcept;

@@ -80,12 +80,22 @@ unsigned int removeLockFile(const char* path) {
   return code;
 }
 
+// RENAME_NOREPLACE and RENAME_EXCHANGE, which not every C library has.
+constexpr unsigned int noReplace = 1;
+constexpr unsigned int exchange = 2;
+
+int renameWith(unsigned int flag, const char* source, const char* target) {
+  return static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, source, AT_FDCWD, target, flag));
+}
+
+// Whether a rename failed since the system or the file system does not know its flag.
+bool isUnknownFlag(int error) { return error == EINVAL || error == ENOSYS; }
+
 // Rename that never replaces a file. File systems without that flag get a look before the rename;
 // the registries' own renames are made under the update lock, where nobody creates the target.
 int renameNoReplace(const char* source, const char* target) {
-  constexpr unsigned int noReplace = 1;  // RENAME_NOREPLACE, which not every C library has
-  if (::syscall(SYS_renameat2, AT_FDCWD, source, AT_FDCWD, target, noReplace) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return -1;
+  if (renameWith(noReplace, source, target) == 0) return 0;
+  if (!isUnknownFlag(errno)) return -1;
   struct stat status;
   if (::lstat(target, &status) == 0) errno = EEXIST;
   if (errno != ENOENT) return -1;
@@ -146,6 +156,14 @@ unsigned int ossFileLink(const char* path, const char* second) {
 unsigned int ossFileReplace(const char* source, const char* target) {
   if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
   return outcome(oss::systemCall("rename", source, [&] { return ::rename(source, target); }));
+}
+
+unsigned int ossFileExchange(const char* one, const char* other) {
+  if (one == nullptr || other == nullptr) return OSS_RC_NULL_ARGUMENT;
+  if (oss::systemCall("rename", one, [&] { return renameWith(exchange, one, other); }) == 0) {
+    return OSS_RC_OK;
+  }
+  return fail(isUnknownFlag(errno) ? ENOTSUP : errno);
 }
 
 bool ossFileMayBeReplaced(const char* path, const OSSFileInfo* info) {

@@ -188,6 +188,11 @@ unsigned int ossFileReplace(const char* source, const char* target) {
   return done ? OSS_RC_OK : fail(errno == EACCES ? ENOTSUP : errno);
 }
 
+unsigned int ossFileExchange(const char* one, const char* other) {
+  if (one == nullptr || other == nullptr) return OSS_RC_NULL_ARGUMENT;
+  return fail(ENOTSUP);
+}
+
 // Who may do that is said by access lists, which every call asks by itself.
 bool ossFileMayBeReplaced(const char*, const OSSFileInfo*) { return true; }
 

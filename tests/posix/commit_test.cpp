@@ -93,6 +93,7 @@ TEST_F(CommitTest, AtNoCallOfAnUpdateIsAnythingOfAnotherProgramLost) {
     bool succeeds;
   } cases[] = {
       {"append", [&] { return append(registry(), theirs), true; }, false},
+      {"save", [&] { return replaceFile(registry(), readFile(registry()) + theirs), true; }, false},
       {"plant a backup", [&] { return !exists(backup()) && (writeFile(backup(), theirs), true); },
        true},
   };
@@ -125,13 +126,18 @@ TEST_F(CommitTest, TheRegistrysNameIsNeverMissing) {
     for (Code (*operation)(TestRegistry&) : {add, change, remove}) {
       writeFile(registry(), before);
       TestRegistry handle(registry(), features);
-      bool missing = false;
-      const FaultHook watching([&](const std::string&) {
-        missing = missing || !exists(registry());
-        return 0;
-      });
-      EXPECT_EQ(operation(handle), 0u);
-      EXPECT_FALSE(missing);
+      for (const int exchange : {0, ENOSYS}) {
+        bool missing = false;
+        int renames = 0;
+        const FaultHook watching([&](const std::string& call) {
+          missing = missing || !exists(registry());
+          return call == "rename" && ++renames == 1 ? exchange : 0;
+        });
+        EXPECT_EQ(operation(handle), 0u);
+        EXPECT_FALSE(missing);
+        EXPECT_EQ(files(), "r");
+        writeFile(registry(), before);
+      }
     }
   }
 }
@@ -190,10 +196,10 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
       {"rename", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, EPERM},
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, EPERM},
-      {"unlink", 2, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
+      {"unlink", 3, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
       {"flock", 4, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
       {"close", 5, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
-      {"unlink", 3, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
+      {"unlink", 4, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
       {"none", 1, 0, 0, 0, true},
   };
   for (const auto& row : cases) {
@@ -260,6 +266,7 @@ TEST_F(CommitTest, ATemporaryFileThatItsWriterHoldsIsWaitedFor) {
     EXPECT_EQ(change(handle), 0u);
   }
   EXPECT_EQ(readFile(registry()), changed + theirs);
+  EXPECT_EQ(readFile(corrupt()), "theirs");
 }
 
 TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
@@ -281,14 +288,17 @@ TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
 }
 
 TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
-  // A commit that was killed before it deleted the backup, and what happened after it.
-  const auto crashed = [&] {
+  // A commit that was killed before it deleted a name of the old file, and what happened after it.
+  const auto killed = [&](unsigned long unlink) {
     EXPECT_EQ(inChild([&] {
                 TestRegistry handle(registry(), unverified);
-                const FaultPlan plan(2, 0, true, "unlink");
+                const FaultPlan plan(unlink, 0, true, "unlink");
                 return static_cast<int>(change(handle));
               }),
               -9);
+  };
+  const auto crashed = [&] {
+    killed(3);
     EXPECT_EQ(files(), ".r.bkp .r.lock r");
   };
   const std::string old = registry() + ".old";
@@ -299,6 +309,7 @@ TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
   } cases[] = {
       {"a second name of the registry", [&] { fs::create_hard_link(registry(), backup()); }, {}},
       {"announced", crashed, {}},
+      {"announced, the temporary's name still there", [&] { killed(2); }, {}},
       {"announced, the lock file gone",
        [&] { crashed(), fs::remove(lockFile()); },
        {{old, before}}},

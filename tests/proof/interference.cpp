@@ -1,7 +1,7 @@
 // Before each call of an update another program, which knows nothing of its locks, does something
 // to its files. Every committed record is then in the registry or in a file that people find, and
-// so is what the other program wrote, unless it wrote in the midst of the commit: then one of the
-// two may stand for both, as if they had come one after the other.
+// so is what the other program wrote, unless it appended in the midst of the commit: then one of
+// the two may stand for both, as if they had come one after the other.
 #include <fcntl.h>
 #include <unistd.h>
 
