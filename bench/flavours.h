@@ -214,8 +214,8 @@ class HandleOf final : public Handle {
 
   const Entry any_;  // what the key of a scan points to
   typename Flavour::Handle handle_;
-  typename Flavour::Record record_{};
-  typename Flavour::Record found_{};
+  alignas(64) typename Flavour::Record record_{};
+  alignas(64) typename Flavour::Record found_{};
 };
 
 struct Row {

@@ -27,28 +27,32 @@ inline std::string_view viewOf(const char* begin, const char* end) noexcept {
   return {begin, static_cast<std::size_t>(end - begin)};
 }
 
-// Whether a view holds a text; null is none. Most differ in their first bytes, so a loop here is
-// faster than a call.
+// Whether a view, in which there is no NUL, is a text; null is none. Most differ in their first
+// bytes, so a loop here is faster than a call.
 inline bool equalsText(std::string_view view, const char* text) noexcept {
   if (text == nullptr) return false;
   const char* at = view.data();
   const char* const end = at + view.size();
-  while (at < end && *at == *text && *text != '\0') ++at, ++text;
+  while (at < end && *at == *text) ++at, ++text;
   return at == end && *text == '\0';
 }
 
 // Where the word at `at` ends: the first byte that is `stop` or stands in front of "$" in the code
 // table, as blanks, quotes, "#" and all control characters do, or `end`. Eight bytes are looked at
-// together.
+// together; the lowest of those that are found is the first, as the processor orders them.
 inline const char* skipWord(const char* at, const char* end, char stop) noexcept {
   constexpr std::uint64_t ones = 0x0101010101010101u;
   constexpr std::uint64_t tops = 0x8080808080808080u;
   for (; end - at >= 8; at += 8) {
     std::uint64_t bytes;
     std::memcpy(&bytes, at, sizeof bytes);
-    const std::uint64_t toStop = bytes ^ (ones * static_cast<unsigned char>(stop));
-    const std::uint64_t below = (bytes - ones * '$') & ~bytes;
-    if ((((toStop - ones) & ~toStop) | below) & tops) break;
+    std::uint64_t found = (bytes - ones * '$') & ~bytes;
+    if (stop >= '$') {
+      const std::uint64_t toStop = bytes ^ (ones * static_cast<unsigned char>(stop));
+      found |= (toStop - ones) & ~toStop;
+    }
+    found &= tops;
+    if (found != 0) return at + __builtin_ctzll(found) / 8;
   }
   while (at < end && *at != stop && static_cast<unsigned char>(*at) >= '$') ++at;
   return at;

@@ -22,13 +22,6 @@ bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexce
   return true;
 }
 
-const RecordForm* RecordStore::form(const void* key, std::uint64_t size) const noexcept {
-  const RecordForm* form = key == nullptr ? nullptr : handle_.form();
-  if (form == nullptr || size != form->recordSize) return nullptr;
-  if (kind.isText) return form;
-  return has(GENREG_PACKED_RECORDS) == (form->unpack.binary != nullptr) ? form : nullptr;
-}
-
 bool RecordStore::canCompare(Routine& routine, unsigned int point) const noexcept {
   return handle_.compareHook() != nullptr || routine.fail(GENREG_RC_NO_COMPARE_HOOK, point);
 }

@@ -81,7 +81,12 @@ class RecordStore {
   // The hooks that Add and the verification pass need: 0 or the first missing one's code.
   virtual Code checkHooks() const noexcept = 0;
   // What the flavour knows of stored records of that size, or null.
-  const RecordForm* form(const void* key, std::uint64_t size) const noexcept;
+  const RecordForm* form(const void* key, std::uint64_t size) const noexcept {
+    const RecordForm* form = key == nullptr ? nullptr : handle_.form();
+    if (form == nullptr || size != form->recordSize) return nullptr;
+    if (kind.isText) return form;
+    return has(GENREG_PACKED_RECORDS) == (form->unpack.binary != nullptr) ? form : nullptr;
+  }
 
   // --- framing ---
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "genreg/core/record_buffer.h"
+
 namespace genreg {
 namespace {
 
@@ -51,17 +53,6 @@ void storeNumber(std::uint64_t number, std::size_t width, unsigned char* field) 
     default:
       std::memcpy(field, &number, sizeof number);
   }
-}
-
-// Not to be seen at compile time: a constant size, or one of 2 KB and more, would be cleared by a
-// string instruction, which takes twice as long as the C library's stores.
-const volatile std::size_t clearedAtOnce = sizeof(GlobalRegRecord) / 2;
-
-void clear(GlobalRegRecord& record) noexcept {
-  auto* const bytes = reinterpret_cast<unsigned char*>(&record);
-  const std::size_t first = clearedAtOnce;
-  std::memset(bytes, 0, first);
-  std::memset(bytes + first, 0, sizeof record - first);
 }
 
 const unsigned char* memoryOf(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
@@ -155,7 +146,7 @@ unsigned int unpackGlobal(const void* stored, std::size_t length, bool exact,
   const GlobalRegType* type = globalRegFindType(reader.type());
   if (type == nullptr) return GENREG_RC_UNKNOWN_RECORD_TYPE;
   // Fields that are not stored must compare alike every time the record is read.
-  clear(record);
+  clearRecord(record);
   record.RecordType = reader.type();
   record.FieldMask = reader.fieldMask();
   record.MissingFieldMask = reader.missingMask() | (type->knownMask & ~record.FieldMask);

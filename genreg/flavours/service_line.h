@@ -27,10 +27,8 @@ struct ServiceHead {
 };
 
 inline bool isProtocol(std::string_view word) noexcept {
-  for (const char* known : {"tcp", "udp", "ddp", "divert"}) {
-    if (equalsText(word, known)) return true;
-  }
-  return false;
+  using namespace std::string_view_literals;
+  return word == "tcp"sv || word == "udp"sv || word == "ddp"sv || word == "divert"sv;
 }
 
 // Reads the head of a plain line: a name, digits, a slash and a known protocol, ended by a blank, a

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "genreg/core/record_buffer.h"
 #include "genreg/flavours/flavour.h"
 #include "genreg/flavours/line_writer.h"
 #include "genreg/flavours/service_line.h"
@@ -182,6 +183,7 @@ Match match(std::uint64_t mask, const char* bytes, std::size_t length, const voi
   if (bytes[0] == '#') return Match::Differs;
   genreg::ServiceHead head;
   if (!genreg::readServiceHead({bytes, length}, head)) {
+    if (std::memchr(bytes, '\0', length) != nullptr) return Match::Unclear;
     const ServiceLine line = genreg::parseServiceLine({bytes, length});
     return line.odd == 0 && !line.hasService ? Match::Differs : Match::Unclear;
   }
@@ -201,7 +203,7 @@ bool fill(const char* bytes, std::size_t length, void* record) noexcept {
   const ServiceLine line = genreg::parseServiceLine(text);
   if (line.odd != 0) return false;
   auto& filled = *static_cast<ServiceEntryRecord*>(record);
-  std::memset(record, 0, sizeof filled);
+  genreg::clearRecord(filled);
   if (text.empty()) filled.Contains = SERVICES_HAS_COMMENT;  // an empty line
   return fillRecord(line, filled);
 }
