@@ -91,6 +91,13 @@ class Routine {
                 unsigned int severity = failureSeverity) noexcept {
     return failFrom(probeOf(callee), calleeCode, code, point, severity);
   }
+  // The same, and at the next point what it is about.
+  template <typename... Values>
+  bool failAbout(unsigned int calleeProbe, Code calleeCode, Code code, unsigned int point,
+                 const Values&... values) noexcept {
+    (void)failFrom(calleeProbe, calleeCode, code, point);
+    return fail(code, point + 1, values...);
+  }
   // The same for a routine without steps: gives back the code.
   template <typename Callee>
   Code refuseFrom(Callee callee, Code calleeCode, Code code, unsigned int point) noexcept {

@@ -140,8 +140,8 @@ bool Session::createDirectory(Routine& routine, std::uint32_t purpose,
   if (ossIsDirectory(directory)) return true;
   const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory, ownerOnly, purpose};
   if (const Code code = ossDirectoryCreate(&param); code != 0) {
-    (void)routine.failFrom(probeDirectoryCreate, code, GENREG_RC_CREATE_DIRECTORY, point + 2);
-    return routine.fail(GENREG_RC_CREATE_DIRECTORY, point + 3, text(directory));
+    return routine.failAbout(probeDirectoryCreate, code, GENREG_RC_CREATE_DIRECTORY, point + 2,
+                             text(directory));
   }
   return true;
 }
@@ -215,8 +215,8 @@ Code Session::unlock() noexcept {
   if (code == OSS_RC_FILE_NOT_FOUND) {
     routine.note(GENREG_RC_LOCK_FILE_GONE, 30, failureSeverity, text(lockPath()));
   } else if (code != 0) {
-    (void)routine.failFrom(probeFileDelete, code, GENREG_RC_LOCK_DELETE_FAILED, 40);
-    (void)routine.fail(GENREG_RC_LOCK_DELETE_FAILED, 41, text(lockPath()));
+    (void)routine.failAbout(probeFileDelete, code, GENREG_RC_LOCK_DELETE_FAILED, 40,
+                            text(lockPath()));
   }
   return routine.code();
 }
@@ -248,9 +248,8 @@ bool Session::recover(Routine& routine) noexcept {
   }
   const Code renamed = ossFileRename(backupPath(), registryPath());
   if (renamed != 0 && renamed != OSS_RC_FILE_EXISTS) {
-    (void)routine.failFrom(probeFileRename, renamed, GENREG_RC_BACKUP_RENAME_FAILED, 13);
-    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 14, text(backupPath()),
-                        text(registryPath()));
+    return routine.failAbout(probeFileRename, renamed, GENREG_RC_BACKUP_RENAME_FAILED, 13,
+                             text(backupPath()), text(registryPath()));
   }
   // The registry's name is durable before the backup goes; a power cut could leave neither (I3).
   if (ossDirectorySync(registryPath()) != 0) {
@@ -286,8 +285,8 @@ bool Session::dropBackup(Routine& routine, const OSSFileInfo& backup) noexcept {
   }
   const Code deleted = deleteIfThere(backupPath());
   if (deleted == 0) return true;
-  (void)routine.failFrom(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 22);
-  return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 23, text(backupPath()));
+  return routine.failAbout(probeFileDelete, deleted, GENREG_RC_BACKUP_RENAME_FAILED, 22,
+                           text(backupPath()));
 }
 
 // A backup may go when it is the registry itself under a second name, or when the registry is the
@@ -363,15 +362,13 @@ bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
   const OSSFileOpenParam param =
       openParam(path, writes ? OSS_OPEN_APPEND : OSS_OPEN_EXISTING, handle_.registryPermissions);
   if (const Code code = main_.handle().open(&param); code != 0) {
-    (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_FAILED, 40);
-    return routine.fail(GENREG_RC_OPEN_FAILED, 41, text(path));
+    return routine.failAbout(probeFileOpen, code, GENREG_RC_OPEN_FAILED, 40, text(path));
   }
   const bool exclusive = writes || g_bIsPlatformID_Win32On95;
   const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
                                    exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_LOCK_WAIT};
   if (const Code code = main_.handle().lock(&lockParam); code != 0) {
-    (void)routine.failFrom(probeFileLock, code, GENREG_RC_FILE_LOCK, 50);
-    return routine.fail(GENREG_RC_FILE_LOCK, 51, text(path));
+    return routine.failAbout(probeFileLock, code, GENREG_RC_FILE_LOCK, 50, text(path));
   }
   if (const int error = main_.begin(writes, 0); error != 0) {
     return routine.failSystem(error, GENREG_RC_OPEN_FAILED, 60, path);
@@ -434,8 +431,8 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
 bool Session::dropCorrupt(Routine& routine) noexcept {
   const Code code = deleteIfThere(corruptPath());
   if (code == 0) return true;
-  (void)routine.failFrom(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70);
-  return routine.fail(GENREG_RC_CORRUPT_DELETE, 71, text(corruptPath()));
+  return routine.failAbout(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70,
+                           text(corruptPath()));
 }
 
 // The temporary file of an update that did not finish becomes the corrupt file, for people to look
@@ -447,8 +444,8 @@ bool Session::setLeftoverAside(Routine& routine, bool* waited) noexcept {
   if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
   if (code == OSS_RC_FILE_NOT_FOUND) return true;
   if (code != 0) {
-    (void)routine.failFrom(probeFileRename, code, GENREG_RC_CORRUPT_RENAME, 80);
-    return routine.fail(GENREG_RC_CORRUPT_RENAME, 81, text(temporaryPath()), text(corruptPath()));
+    return routine.failAbout(probeFileRename, code, GENREG_RC_CORRUPT_RENAME, 80,
+                             text(temporaryPath()), text(corruptPath()));
   }
   // It may be older than a change of the registry's permissions (I6). One that has a second name is
   // somebody else's file, too, and keeps its own.
@@ -489,8 +486,8 @@ Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
 bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
   OSSFileInfo info{};
   if (const Code code = infoOf(registryPath(), &info); code != 0) {
-    (void)routine.failFrom(probeFileGetInfo, code, GENREG_RC_FILE_INFO_OPEN, 90);
-    return routine.fail(GENREG_RC_FILE_INFO_OPEN, 91, text(registryPath()));
+    return routine.failAbout(probeFileGetInfo, code, GENREG_RC_FILE_INFO_OPEN, 90,
+                             text(registryPath()));
   }
   // Renaming a new file into place would part the link from its target, or one name of the file
   // from its others, and both would go on as registries of their own.
@@ -676,16 +673,14 @@ bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
   if (code == OSS_RC_FILE_EXISTS && setBackupAside() == OSS_RC_OK) code = keepOld();
   if (code != 0) {
     const std::int32_t error = ossFileLastError();
-    (void)routine.failFrom(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 40);
-    return routine.fail(GENREG_RC_BACKUP_RENAME_FAILED, 41, number(error), text(registry),
-                        text(backupPath()));
+    return routine.failAbout(probeFileRename, code, GENREG_RC_BACKUP_RENAME_FAILED, 40,
+                             number(error), text(registry), text(backupPath()));
   }
   code = *linked ? exchangeRegistry() : ossFileRename(temporaryPath(), registry);
   if (code == 0) return true;
   const std::int32_t error = ossFileLastError();
-  (void)routine.failFrom(probeFileRename, code, GENREG_RC_COMMIT_RENAME_FAILED, 50);
-  (void)routine.fail(GENREG_RC_COMMIT_RENAME_FAILED, 51, number(error), text(temporaryPath()),
-                     text(registry));
+  (void)routine.failAbout(probeFileRename, code, GENREG_RC_COMMIT_RENAME_FAILED, 50, number(error),
+                          text(temporaryPath()), text(registry));
   // At once: without hard links readers have only the backup until then. If this fails too, the
   // next update does it.
   if (*linked) {
@@ -755,8 +750,8 @@ void Session::endOld(Routine& routine) noexcept {
     code = deleteIfThere(backupPath());
   }
   if (code == 0) return;
-  (void)routine.failFrom(probeFileDelete, code, GENREG_RC_BACKUP_DELETE_FAILED, 70);
-  (void)routine.fail(GENREG_RC_BACKUP_DELETE_FAILED, 71, text(backupPath()));
+  (void)routine.failAbout(probeFileDelete, code, GENREG_RC_BACKUP_DELETE_FAILED, 70,
+                          text(backupPath()));
 }
 
 // --- the handle's streams ---
