@@ -63,7 +63,6 @@ void expectInChild(const std::function<bool()>& body);
 void killThisProcess();
 
 // What a test that Need::... lets through asks of the process. False when it is refused.
-bool becomeNobody();
 bool limitFileSize(unsigned int bytes);
 bool isAdministrator();
 

@@ -72,11 +72,6 @@ int inChild(const std::function<int()>& body) {
 
 void killThisProcess() { (void)::raise(SIGKILL); }
 
-bool becomeNobody() {
-  constexpr uid_t nobody = 65534;
-  return ::geteuid() != 0 || (::setgid(nobody) == 0 && ::setuid(nobody) == 0);
-}
-
 bool limitFileSize(unsigned int bytes) {
   const rlimit limit{bytes, bytes};
   (void)::signal(SIGXFSZ, SIG_IGN);
