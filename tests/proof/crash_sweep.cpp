@@ -1,7 +1,5 @@
 // An update stops before each call with which it changes a file or the directory.
-// A crash: what the calls before it did stands, and the next update stops before each of its calls,
-// too. The stop is simulated by refusing all later calls; that this leaves what a killed process
-// leaves is tried with processes that are killed.
+// A crash: its process is killed, and that of the next update before each of its calls, too.
 // A power cut: of the names changed since the last sync of the directory any may have been kept, of
 // the bytes written to a file since its last sync none, all, half, or zeros in their place.
 // In each state the library must show the old or the new content, and work.
@@ -106,69 +104,45 @@ class Disk {
   std::map<std::uint64_t, Versions> versions_;
 };
 
-// What a crash left. What is in a lock file is about files, which are others each time.
-std::map<std::string, std::string> leftBehind() {
-  std::map<std::string, std::string> left;
-  for (const auto& [name, file] : proof::files()) {
-    left[name] = name == proof::lockFile ? "" : file.bytes;
-  }
-  return left;
-}
-
 Code update(const Scenario& scenario) {
   return scenario.open()->run(scenario.verb, scenario.entry);
 }
 
-// What the calls before call `k` leave.
-void stopBefore(const Scenario& scenario, std::size_t k) {
-  scenario.prepare();
-  std::size_t calls = 0;
-  const Gate gate([&](std::uint64_t) { return calls++ < k; });
-  (void)update(scenario);
-}
-
-// The same stop by a signal leaves the same files.
-void beKilled(const Scenario& scenario, std::size_t k) {
-  const auto left = leftBehind();
-  scenario.prepare();
+// Runs an update in a process that is killed before change `k`. False when it got to its end.
+bool isKilled(Scenario& scenario, std::size_t k, const std::function<Code()>& update) {
   const int ended = inChild([&] {
     std::size_t calls = 0;
-    const Gate gate([&](std::uint64_t) { return calls++ < k || ::raise(SIGKILL) != 0; });
-    return static_cast<int>(update(scenario) != 0);
+    const Gate gate([&](std::uint64_t) {
+      if (calls++ == k) killThisProcess();
+    });
+    return static_cast<int>(update() != 0);
   });
-  scenario.expect(ended == -SIGKILL && leftBehind() == left,
-                  "a killed process leaves something else");
+  scenario.expect(ended == 0 || ended == -SIGKILL, "no success");
+  return ended != 0;
 }
 
-// A verified update is the one that sets aside and puts back most. False when it got to its end.
-bool crashAgain(const Scenario& scenario, std::size_t j, const Records& content) {
+// Of `stride` stops in the next update one is tried.
+void crash(Scenario& scenario, std::size_t k, std::size_t stride) {
+  const std::string where = "killed before change " + std::to_string(k);
+  const auto crashed = [&] {
+    scenario.prepare();
+    return isKilled(scenario, k, [&] { return update(scenario); });
+  };
+  scenario.begin(where);
+  scenario.expect(crashed(), "not killed");
+  const Records content = scenario.shows(scenario.after) ? scenario.after : scenario.before;
+  scenario.expectEither(content, content, *scenario.open());
   Records longer = content;
   longer.push_back({"other", 8});
-  std::size_t calls = 0;
-  {
-    const Gate gate([&](std::uint64_t) { return calls++ < j; });
-    const Code code = scenario.flavour->open(proof::registry, 0)->run(Verb::Add, longer.back());
-    scenario.expect(calls > j || code == 0, "no success");
-  }
-  const bool ended = calls > j;
-  scenario.expectEither(longer, ended ? content : longer, *scenario.open());
-  return ended;
-}
-
-// Of `stride` stops one is tried with a killed process, too, and of those in the next update one
-// is tried at all.
-void crash(Scenario& scenario, std::size_t k, std::size_t stride) {
-  const std::string stop = "after a stop before change " + std::to_string(k);
-  scenario.begin(stop);
-  stopBefore(scenario, k);
-  const Records content = scenario.shows(scenario.after) ? scenario.after : scenario.before;
-  if (k % stride == 0) beKilled(scenario, k);
-  scenario.expectEither(content, content, *scenario.open());
-  bool ended = true;
-  for (std::size_t j = k % stride; ended; j += stride) {
-    scenario.begin(stop + " and, in the next update, " + std::to_string(j));
-    stopBefore(scenario, k);
-    ended = crashAgain(scenario, j, content);
+  bool again = true;
+  for (std::size_t j = k % stride; again; j += stride) {
+    scenario.begin(where + " and, in the next update, " + std::to_string(j));
+    (void)crashed();
+    // A verified update is the one that sets aside and puts back most.
+    again = isKilled(scenario, j, [&] {
+      return scenario.flavour->open(proof::registry, 0)->run(Verb::Add, longer.back());
+    });
+    scenario.expectEither(longer, again ? content : longer, *scenario.open());
   }
 }
 
@@ -197,7 +171,6 @@ void sweep(Scenario& scenario, std::size_t stride) {
       note();
       synced = next;
       ++calls;
-      return true;
     });
     scenario.expect(update(scenario) == 0, "undisturbed");
   }

@@ -29,7 +29,6 @@ const std::map<std::string, std::vector<int>> errors{
     {"link", {EACCES, EIO, ENOSPC, EROFS, EPERM, EMLINK}},
     {"rename", {EACCES, EIO, ENOSPC, EROFS}},
     {"unlink", {EACCES, EIO, EROFS}},
-    {"mkdir", {EACCES, ENOSPC}},
 };
 
 // What differs in a registry of more than one buffer.

@@ -7,11 +7,11 @@
 
 namespace proof {
 
-// While it stands, `passes` is asked before each call: whether it may be made. `synced` is the
-// inode of what the call makes durable, or 0. One at a time.
+// While it stands, `passing` is called before each call, with the inode of what the call makes
+// durable, or 0. One at a time.
 class Gate {
  public:
-  explicit Gate(std::function<bool(std::uint64_t synced)> passes);
+  explicit Gate(std::function<void(std::uint64_t synced)> passing);
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;

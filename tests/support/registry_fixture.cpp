@@ -1,10 +1,9 @@
 #include "support/registry_fixture.h"
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <set>
 
 #include "sysservices/memory.h"
 
@@ -35,9 +34,7 @@ std::string frameBytes(std::uint32_t length, const std::string& bytes) {
 }
 
 std::string frame(const BinVarValRecord& record) {
-  std::string bytes(36, '\0');
-  std::memcpy(bytes.data(), &record, bytes.size());
-  return frameBytes(36, bytes);
+  return frameBytes(36, std::string(reinterpret_cast<const char*>(&record), 36));
 }
 
 std::string readFile(const std::string& path) {
@@ -77,11 +74,10 @@ void RegistryTest::clearDirectory() const {
 }
 
 std::string RegistryTest::files() const {
-  std::vector<std::string> names;
+  std::set<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory_)) {
-    names.push_back(entry.path().filename().string());
+    names.insert(entry.path().filename().string());
   }
-  std::sort(names.begin(), names.end());
   std::string joined;
   for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;
   return joined;

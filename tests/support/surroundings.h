@@ -75,6 +75,5 @@ class ForkedChild {
   ForkedChild& operator=(const ForkedChild&) = delete;
 
  private:
-  int end_ = -1;
   int process_ = -1;
 };
