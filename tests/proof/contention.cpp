@@ -11,9 +11,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <map>
 #include <new>
-#include <thread>
 
 #include "proof/scenario.h"
 
@@ -26,13 +26,6 @@ using proof::Verb;
 
 constexpr int maxWorkers = 9;
 constexpr int maxRounds = 400;
-
-struct Size {
-  int processes;
-  int threads;
-  int rounds;      // records that each worker adds; it changes all and deletes every other one
-  long opens = 0;  // by programs that know nothing of the library
-};
 
 enum class Others { Read, Open, RemoveLocks };
 
@@ -62,17 +55,17 @@ std::map<std::string, int> valuesOf(const Records& records) {
   return values;
 }
 
-using Processes = std::vector<pid_t>;
+using Children = std::vector<pid_t>;
 
-void start(Processes& processes, const std::function<bool()>& body) {
+void start(Children& children, const std::function<bool()>& body) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(body() ? 0 : 1);
-  processes.push_back(child);
+  children.push_back(child);
 }
 
-bool succeed(const Processes& processes) {
+bool succeed(const Children& children) {
   bool all = true;
-  for (const pid_t child : processes) {
+  for (const pid_t child : children) {
     int status = 0;
     all = ::waitpid(child, &status, 0) == child && status == 0 && all;
   }
@@ -81,8 +74,11 @@ bool succeed(const Processes& processes) {
 
 struct Contest {
   Scenario scenario;
-  Size size;
   Others others;
+  int processes;
+  int threads;
+  int rounds;      // records that each worker adds; it changes all and deletes every other one
+  long opens = 0;  // by programs that know nothing of the library
   Board& board = newBoard();
 
   void run() {
@@ -92,25 +88,25 @@ struct Contest {
       const bool meets = others == Others::RemoveLocks && (call == "rename" || call == "link");
       return meets ? ::sched_yield() : 0;
     });
-    Processes strangers;
-    Processes updaters;
+    Children strangers;
+    Children updaters;
     for (int i = 0; i < 2; ++i) start(strangers, [this] { return disturb(); });
-    for (int worker = 0; worker < size.processes; ++worker) {
+    for (int worker = 0; worker < processes; ++worker) {
       start(updaters, [&] { return update(*scenario.open(), worker); });
     }
-    std::atomic<bool> threadsSucceed{true};
-    std::vector<std::thread> threads;
-    for (int worker = size.processes; worker < size.processes + size.threads; ++worker) {
-      threads.emplace_back([&, worker, handle = scenario.open()] {
-        if (!update(*handle, worker)) threadsSucceed = false;
-      });
+    std::vector<std::future<bool>> threaded;
+    for (int worker = processes; worker < processes + threads; ++worker) {
+      threaded.push_back(std::async(std::launch::async, [this, worker, handle = scenario.open()] {
+        return update(*handle, worker);
+      }));
     }
-    for (std::thread& thread : threads) thread.join();
+    bool all = true;
+    for (std::future<bool>& updater : threaded) all = updater.get() && all;
     // Those who have so much to do are waited for; the others go on until then.
     const bool isOpen = others == Others::Open;
-    const bool first = succeed(isOpen ? strangers : updaters);
+    all = succeed(isOpen ? strangers : updaters) && all;
     board.stop = true;
-    const bool all = succeed(isOpen ? updaters : strangers) && first && threadsSucceed;
+    all = succeed(isOpen ? updaters : strangers) && all;
     scenario.expect(all, "an update, a read or an open failed");
     judge();
   }
@@ -118,7 +114,7 @@ struct Contest {
   // One worker's updates; whether all that must succeed did.
   bool update(Handle& handle, int worker) {
     const bool isOpen = others == Others::Open;
-    for (int round = 0; isOpen ? !board.stop : round < size.rounds; ++round) {
+    for (int round = 0; isOpen ? !board.stop : round < rounds; ++round) {
       const std::string name = nameOf(worker, round);
       const bool added = handle.run(Verb::Add, {name, 1}) == 0;
       if (!isOpen) board.added[worker][round] = added;
@@ -132,17 +128,14 @@ struct Contest {
 
   bool disturb() const {
     bool holds = true;
-    for (long i = 0; i < size.opens / 2; ++i) holds = open() && holds;
+    for (long i = 0; i < opens / 2; ++i) {
+      holds = ::close(::open(proof::registry.c_str(), O_RDONLY | O_CLOEXEC)) == 0 && holds;
+    }
     while (others != Others::Open && !board.stop && holds) {
       if (others == Others::Read) holds = read();
       if (others == Others::RemoveLocks) (void)::unlink(proof::lockFile.c_str());
     }
     return holds;
-  }
-
-  static bool open() {
-    const int descriptor = ::open(proof::registry.c_str(), O_RDONLY | O_CLOEXEC);
-    return ::close(descriptor) == 0;
   }
 
   bool read() const {
@@ -156,15 +149,15 @@ struct Contest {
   void judge() {
     std::map<std::string, int> expected{{fixed.name, fixed.value}};
     unsigned long acknowledged = 0;
-    for (int worker = 0; worker < size.processes + size.threads; ++worker) {
-      for (int round = 0; round < size.rounds; ++round) {
+    for (int worker = 0; worker < processes + threads; ++worker) {
+      for (int round = 0; round < rounds; ++round) {
         if (!board.added[worker][round]) continue;
         ++acknowledged;
         if (others == Others::RemoveLocks) expected[nameOf(worker, round)] = 1;
         if (others == Others::Read && round % 2 == 0) expected[nameOf(worker, round)] = 2 + round;
       }
     }
-    scenario.count(acknowledged + static_cast<unsigned long>(size.opens));
+    scenario.count(acknowledged + static_cast<unsigned long>(opens));
     Records found;
     std::size_t count = 0;
     scenario.expect(scenario.open()->scan(&count, &found) == 0, "the last scan failed");
@@ -185,18 +178,18 @@ struct Contest {
 
 int main(int argc, char** argv) {
   const bool isShort = proof::isShort(argc, argv);
-  const Size size = isShort ? Size{4, 2, 40} : Size{6, 3, maxRounds};
   for (const flavours::Row& flavour : flavours::rows) {
     for (const std::uint64_t features : {std::uint64_t{0}, unverified}) {
       const auto contend = [&](const char* proof, Others others) {
-        Contest{{proof, &flavour, features, Verb::Add, {}}, size, others}.run();
+        const Scenario scenario{proof, &flavour, features, Verb::Add, {}};
+        Contest{scenario, others, isShort ? 4 : 6, isShort ? 2 : 3, isShort ? 40 : maxRounds}.run();
       };
       contend("contended updates", Others::Read);
       contend("removed locks", Others::RemoveLocks);
     }
   }
   // Names are the same in every flavour.
-  const Size opens{1, 0, 0, isShort ? 200000 : 10000000};
-  Contest{{"opens by others", flavours::rows, 0, Verb::Add, {}}, opens, Others::Open}.run();
+  const Scenario scenario{"opens by others", flavours::rows, 0, Verb::Add, {}};
+  Contest{scenario, Others::Open, 1, 0, 0, isShort ? 200000 : 10000000}.run();
   return proof::finish();
 }

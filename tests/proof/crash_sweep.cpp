@@ -118,7 +118,7 @@ bool isKilled(Scenario& scenario, std::size_t k, const std::function<Code()>& up
     return static_cast<int>(update() != 0);
   });
   scenario.expect(ended == 0 || ended == -SIGKILL, "no success");
-  return ended != 0;
+  return ended == -SIGKILL;
 }
 
 // Of `stride` stops in the next update one is tried.
@@ -148,8 +148,9 @@ void crash(Scenario& scenario, std::size_t k, std::size_t stride) {
 
 void cutPower(Scenario& scenario, const Files& state, std::size_t calls, const Records& other) {
   std::string where = "after " + std::to_string(calls) + " calls:";
-  for (const auto& [name, file] : state)
-    where += " " + name + "=" + std::to_string(file.bytes.size());
+  for (const auto& [name, file] : state) {
+    where += " " + name + " of " + std::to_string(file.bytes.size());
+  }
   scenario.begin(where);
   proof::restore(state);
   scenario.expectEither(scenario.after, other, *scenario.open());
