@@ -15,7 +15,6 @@
 namespace {
 
 using proof::Files;
-using proof::Gate;
 using proof::Records;
 using proof::Scenario;
 using proof::Verb;
@@ -112,9 +111,9 @@ Code update(const Scenario& scenario) {
 bool isKilled(Scenario& scenario, std::size_t k, const std::function<Code()>& update) {
   const int ended = inChild([&] {
     std::size_t calls = 0;
-    const Gate gate([&](std::uint64_t) {
+    proof::beforeChange = [&](std::uint64_t) {
       if (calls++ == k) killThisProcess();
-    });
+    };
     return static_cast<int>(update() != 0);
   });
   scenario.expect(ended == 0 || ended == -SIGKILL, "no success");
@@ -167,14 +166,13 @@ void sweep(Scenario& scenario, std::size_t stride) {
     disk.change(synced);
     for (const Files& state : disk.states()) cuts.emplace(state, calls);
   };
-  {
-    const Gate gate([&](std::uint64_t next) {
-      note();
-      synced = next;
-      ++calls;
-    });
-    scenario.expect(update(scenario) == 0, "undisturbed");
-  }
+  proof::beforeChange = [&](std::uint64_t next) {
+    note();
+    synced = next;
+    ++calls;
+  };
+  scenario.expect(update(scenario) == 0, "undisturbed");
+  proof::beforeChange = nullptr;
   note();
   scenario.proof = "power cuts";
   for (const auto& [state, done] : cuts) cutPower(scenario, state, done, scenario.before);

@@ -10,22 +10,15 @@
 
 #include <cstdarg>
 
-namespace {
-
-std::function<void(std::uint64_t synced)> gate;
+std::function<void(std::uint64_t synced)> proof::beforeChange;
 
 template <typename Call>
-auto change(Call call, int synced = -1) -> decltype(call()) {
+static auto change(Call call, int synced = -1) -> decltype(call()) {
   struct stat status {};
-  if (gate && synced >= 0) (void)::fstat(synced, &status);
-  if (gate) gate(status.st_ino);
+  if (proof::beforeChange && synced >= 0) (void)::fstat(synced, &status);
+  if (proof::beforeChange) proof::beforeChange(status.st_ino);
   return call();
 }
-
-}  // namespace
-
-proof::Gate::Gate(std::function<void(std::uint64_t synced)> passing) { gate = std::move(passing); }
-proof::Gate::~Gate() { gate = nullptr; }
 
 // `exception` is noexcept where the C library's declaration is; `synced` the descriptor of what the
 // call makes durable.

@@ -7,14 +7,7 @@
 
 namespace proof {
 
-// While it stands, `passing` is called before each call, with the inode of what the call makes
-// durable, or 0. One at a time.
-class Gate {
- public:
-  explicit Gate(std::function<void(std::uint64_t synced)> passing);
-  ~Gate();
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
-};
+// Called before each such call, with the inode of what the call makes durable, or 0.
+extern std::function<void(std::uint64_t synced)> beforeChange;
 
 }  // namespace proof

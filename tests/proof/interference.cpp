@@ -59,8 +59,10 @@ void disturb(Scenario& scenario, const Intruder& intruder, std::size_t k, bool i
   bool acted = false;
   std::size_t calls = 0;
   const Code code = scenario.run(*scenario.open(), [&](const std::string&) {
-    acted = acted || (calls == k && exists(intruder.to) == intruder.stands);
-    if (calls++ == k && acted) intruder.act(scenario);
+    if (calls++ == k && exists(intruder.to) == intruder.stands) {
+      acted = true;
+      intruder.act(scenario);
+    }
     return 0;
   });
   if (!acted) return;
