@@ -10,6 +10,7 @@
 
 #include "bench/subject.h"
 #include "genreg.h"
+#include "sysservices/environment.h"
 
 namespace flavours {
 
@@ -54,7 +55,7 @@ struct GlobalRegistry {
   // The path comes from the environment, which a program sets once.
   static Handle open(const std::string& path) {
     static const std::string* named = nullptr;
-    if (named != &path) (void)::setenv("ZOR_GLOBAL_REG_PATHNAME", path.c_str(), 1);
+    if (named != &path) (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path.c_str());
     named = &path;
     return Handle();
   }

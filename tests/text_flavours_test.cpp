@@ -344,8 +344,8 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   VarValRecord variable{3, " c", "A", "1", {}};
   VarValRecord comment{1, " c", nullptr, nullptr, {}};
   ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
-  GlobalRegRecord value;
-  GlobalVariables::fill(value, "name", 5);
+  GlobalRegRecord value{};
+  GlobalVariables::fill(value, {"name", 5});
   value.CheckSum = -1;
   GlobalRegRecord instance{};
   instance.RecordType = GLOBALREG_RECORD_INSTANCE;
@@ -366,8 +366,8 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
       "   Comment  = | c|\n"
       "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
       "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
-      "   RecordType   = 4\n   FieldMask    = 6\n   MissingFieldMask = 0\n"
-      "   VariableRecord:\n      Service  = ||\n      Variable = |name|\n      Value    = |5|\n"
+      "   RecordType   = 4\n   FieldMask    = 7\n   MissingFieldMask = 0\n"
+      "   VariableRecord:\n      Service  = |zor|\n      Variable = |name|\n      Value    = |5|\n"
       "      Comment  = ||\n      CheckSum    = -1\n"
       "   RecordType   = 1\n   FieldMask    = -9223372036854775803\n   MissingFieldMask = 0\n"
       "   InstanceRecord:\n      Service      = ||\n      VersionCode  = 0\n"

@@ -3,12 +3,15 @@
 // works.
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <set>
 
 #include "proof/scenario.h"
 #include "sysservices/memory.h"
 
 namespace {
+
+using proof::Scenario;
 
 // The errors that each call can give; the others give EIO.
 const std::map<std::string, std::vector<int>> errors{
@@ -26,7 +29,6 @@ const std::map<std::string, std::vector<int>> errors{
     {"link", {EACCES, EIO, ENOSPC, EROFS, EPERM, EMLINK}},
     {"rename", {EACCES, EIO, ENOSPC, EROFS}},
     {"unlink", {EACCES, EIO, EROFS}},
-    {"mkdir", {EACCES, ENOSPC}},
 };
 
 // What differs in a registry of more than one buffer.
@@ -44,62 +46,55 @@ struct Fault {
   }
 };
 
-class Sweep : proof::Trial {
- public:
-  using Trial::Trial;
+void fail(Scenario& scenario, const Fault& fault, bool storing) {
+  scenario.begin("call " + std::to_string(fault.k + 1) + " (" + fault.call + ") fails " +
+                 (fault.lasts ? "from then on" : "once") + " with " + std::to_string(fault.error));
+  scenario.prepare();
+  const std::string leftover = readFile(proof::temporary);
+  const auto handle = scenario.open();
+  const std::size_t descriptors = openDescriptors();
+  const std::uint64_t blocks = ossMemBlocksInUse();
+  std::size_t calls = 0;
+  const Code code = scenario.run(*handle, [&](const std::string& call) {
+    const std::size_t number = calls++;
+    const bool again = fault.lasts && number > fault.k && call == fault.call;
+    return number == fault.k || again ? fault.error : 0;
+  });
+  scenario.expect(openDescriptors() == descriptors, "a descriptor leaked");
+  // The hook that fails a free fails to count it, too.
+  scenario.expect(ossMemBlocksInUse() == blocks || fault.call == "free", "memory leaked");
+  scenario.expect(code == 0 || genRegFindReturnCode(code) != nullptr, "no code of the registry");
+  if (fault.keepsFromStoring()) {
+    scenario.expect(code != 0, "success after a failure to store");
+    const bool stays =
+        exists(proof::temporary) && (leftover.empty() || readFile(proof::temporary) != leftover);
+    scenario.expect(!storing || !stays, "what could not be stored stays");
+  }
+  const bool mayMiss = fault.lasts || !scenario.start->registry;
+  scenario.expect(mayMiss || exists(proof::registry), "only the backup name stays");
+  const bool repeats = fault.error == EINTR && fault.call != "close";
+  scenario.expect(!repeats || code == 0, "an interrupted call must be repeated");
+  scenario.expectEither(scenario.after, code == 0 ? scenario.after : scenario.before, *handle);
+}
 
-  void run() {
-    const std::vector<std::string> made = calls();
-    const bool isLarge = scenario_.start == proof::Start::Large;
-    const auto commit = std::find(made.begin(), made.end(), "link") - made.begin();
-    for (std::size_t k = 0; k < made.size(); ++k) {
-      if (isLarge && bytesMovers.count(made[k]) == 0) continue;
-      const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario_.inPlace();
-      const auto known = errors.find(made[k]);
-      for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
-        fail({k, made[k], error, false}, storing);
-        // An interruption or a short transfer that never ends is not a failure but a hang, and so
-        // is a lock that somebody else never gives back.
-        const bool hangs = error == EINTR || error == OSS_FAULT_SHORT || error == EWOULDBLOCK;
-        if (!hangs) fail({k, made[k], error, true}, storing);
-      }
+void sweep(Scenario& scenario) {
+  const std::vector<std::string> made = scenario.calls();
+  const auto commit =
+      static_cast<std::size_t>(std::find(made.begin(), made.end(), "link") - made.begin());
+  for (std::size_t k = 0; k < made.size(); ++k) {
+    if (scenario.isLarge() && bytesMovers.count(made[k]) == 0) continue;
+    const bool storing = k < commit && !scenario.inPlace();
+    const auto known = errors.find(made[k]);
+    for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
+      fail(scenario, {k, made[k], error, false}, storing);
+      // An interruption or a short transfer that never ends is not a failure but a hang, and so
+      // is a lock that somebody else never gives back.
+      const bool hangs = error == EINTR || error == OSS_FAULT_SHORT || error == EWOULDBLOCK;
+      if (!hangs) fail(scenario, {k, made[k], error, true}, storing);
     }
   }
-
- private:
-  void fail(const Fault& fault, bool storing) {
-    begin("call " + std::to_string(fault.k + 1) + " (" + fault.call + ") fails " +
-          (fault.lasts ? "from then on" : "once") + " with " + std::to_string(fault.error));
-    scenario_.prepare();
-    const std::string leftover = readFile(proof::temporary());
-    const auto handle = scenario_.open();
-    const std::size_t descriptors = openDescriptors();
-    const std::uint64_t blocks = ossMemBlocksInUse();
-    const Code code = Trial::run(*handle, [&](std::size_t number, const std::string& call) {
-      const bool again = fault.lasts && number > fault.k && call == fault.call;
-      return number == fault.k || again ? fault.error : 0;
-    });
-    expect(openDescriptors() == descriptors, "a descriptor leaked");
-    // The hook that fails a free fails to count it, too.
-    expect(ossMemBlocksInUse() == blocks || fault.call == "free", "memory leaked");
-    expect(code == 0 || genRegFindReturnCode(code) != nullptr, "no code of the registry");
-    if (fault.keepsFromStoring()) {
-      expect(code != 0, "success after a failure to store");
-      const bool stays = exists(proof::temporary()) &&
-                         (leftover.empty() || readFile(proof::temporary()) != leftover);
-      expect(!storing || !stays, "what could not be stored stays");
-    }
-    const bool stood =
-        scenario_.start != proof::Start::Nothing && scenario_.start != proof::Start::BackupOnly;
-    expect(fault.lasts || !stood || exists(proof::registry()), "only the backup name stays");
-    const bool repeats = fault.error == EINTR && fault.call != "close";
-    expect(!repeats || code == 0, "an interrupted call must be repeated");
-    expectEither(new_, code == 0 ? new_ : old_, *handle);
-  }
-};
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  return proof::sweepAll<Sweep>("faults", proof::scenarios(proof::isShort(argc, argv)));
-}
+int main(int argc, char** argv) { return proof::sweepAll(argc, argv, "faults", sweep); }

@@ -4,54 +4,21 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 
-namespace proof {
-namespace {
+std::function<void(std::uint64_t synced)> proof::beforeChange;
 
-Gate* gate = nullptr;
-
-std::uint64_t inodeOf(int descriptor) {
-  struct stat status {};
-  (void)::fstat(descriptor, &status);
-  return status.st_ino;
-}
-
-// Makes the call if it may be made.
 template <typename Call>
-auto change(Call call, int synced) -> decltype(call()) {
-  if (gate == nullptr) return call();
-  if (!gate->letsPass()) {
-    errno = EIO;
-    return -1;
-  }
-  const auto result = call();
-  const int error = errno;
-  if (gate->passed) gate->passed(synced >= 0 && result == 0 ? inodeOf(synced) : 0);
-  errno = error;
-  return result;
+static auto change(Call call, int synced = -1) -> decltype(call()) {
+  struct stat status {};
+  if (proof::beforeChange && synced >= 0) (void)::fstat(synced, &status);
+  if (proof::beforeChange) proof::beforeChange(status.st_ino);
+  return call();
 }
-
-}  // namespace
-
-Gate::Gate(std::size_t last, End end) : last_(last), end_(end) { gate = this; }
-Gate::~Gate() { gate = nullptr; }
-
-bool Gate::letsPass() {
-  ended_ = ended_ || calls_++ == last_;
-  if (ended_ && end_ == End::Killed) (void)::raise(SIGKILL);
-  return !ended_;
-}
-
-}  // namespace proof
-
-using proof::change;
 
 // `exception` is noexcept where the C library's declaration is; `synced` the descriptor of what the
 // call makes durable.
@@ -78,7 +45,7 @@ extern "C" __attribute__((visibility("default"))) int open(const char* path, int
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
   if ((flags & (O_CREAT | O_TRUNC)) == 0) return call(path, flags);
-  return change([&] { return call(path, flags, mode); }, -1);
+  return change([&] { return call(path, flags, mode); });
 }
 
 // Not every C library has a function for the rename that replaces nothing.
@@ -93,5 +60,5 @@ extern "C" __attribute__((visibility("default"))) long syscall(long number, ...)
     return call(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
                 arguments[5]);
   };
-  return number == SYS_renameat2 ? change(make, -1) : make();
+  return number == SYS_renameat2 ? change(make) : make();
 }

@@ -2,120 +2,104 @@
 // to its files. Every committed record is then in the registry or in a file that people find, and
 // so is what the other program wrote, unless it appended in the midst of the commit: then one of
 // the two may stand for both, as if they had come one after the other.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "proof/scenario.h"
 
 namespace {
 
+using proof::lockFile;
 using proof::Records;
 using proof::registry;
 using proof::Scenario;
 
 const Entry foreign{"foreign", 7};
 
-bool writeTo(const std::string& path, int flags, const std::string& bytes) {
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0600);
-  if (descriptor < 0) return false;
-  const bool written =
-      ::write(descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-  return ::close(descriptor) == 0 && written;
-}
-
 struct Intruder {
   const char* does;
+  const std::string& to;
+  bool stands;  // it acts where the file is there, or where it is not
   bool writes;
-  bool (*act)(const Scenario& scenario);  // false: there was nothing to do it to
+  bool replaces;
+  void (*act)(const Scenario& scenario);
 };
 const Intruder intruders[] = {
     // As ": >>NAME" does where there is no such file.
-    {"creates the registry", false,
-     [](const Scenario&) { return writeTo(registry(), O_CREAT | O_EXCL, ""); }},
+    {"creates", registry, false, false, false, [](const Scenario&) { writeFile(registry, ""); }},
     // As an editor saves.
-    {"replaces the registry", true,
+    {"replaces", registry, true, true, true,
      [](const Scenario& scenario) {
-       Records content = scenario.before();
-       content.push_back(foreign);
-       const std::string saved = registry() + "~";
-       return exists(registry()) && writeTo(saved, O_CREAT, scenario.fileOf(content)) &&
-              ::rename(saved.c_str(), registry().c_str()) == 0;
+       writeFile(registry + "~", readFile(registry) + scenario.flavour->stored(foreign));
+       std::filesystem::rename(registry + "~", registry);
      }},
-    {"appends to the registry", true,
+    {"appends to", registry, true, true, false,
      [](const Scenario& scenario) {
-       return writeTo(registry(), O_APPEND, scenario.flavour->stored(foreign));
+       std::ofstream(registry, std::ios::app) << scenario.flavour->stored(foreign);
      }},
-    {"removes the lock file", false,
-     [](const Scenario&) { return ::unlink(proof::lockFile().c_str()) == 0; }},
+    {"removes", lockFile, true, false, false,
+     [](const Scenario&) { std::filesystem::remove(lockFile); }},
 };
 
-class Sweep : proof::Trial {
- public:
-  using Trial::Trial;
+// Whether each of the records is in some file that people find.
+bool keeps(const Scenario& scenario, const Records& records) {
+  std::string visible;
+  for (const auto& [name, file] : proof::files()) {
+    const bool hidden = name.find("/.") != std::string::npos;
+    if (!hidden) visible += file.bytes + "\n";
+  }
+  return std::all_of(records.begin(), records.end(), [&](const Entry& record) {
+    return visible.find(scenario.flavour->stored(record)) != std::string::npos;
+  });
+}
 
-  void run() {
-    const std::vector<std::string> made = calls();
-    // The commit's first step, in place the look at the file before it: from there on either may be
-    // the last.
-    const bool inPlace = scenario_.inPlace();
-    const auto first = std::find(made.begin(), made.end(), inPlace ? "write" : "link");
-    const auto commit = static_cast<std::size_t>(first - made.begin()) - (inPlace ? 1 : 0);
-    for (const Intruder& intruder : intruders) {
-      for (std::size_t k = 0; k < made.size(); ++k) {
-        // What another program appends right before an append in place is written over: it does not
-        // take the lock that would keep the two apart.
-        if (inPlace && k == commit + 1) continue;
-        disturb(intruder, k, made[k], k >= commit);
-      }
+void disturb(Scenario& scenario, const Intruder& intruder, std::size_t k, bool inCommit) {
+  scenario.prepare();
+  bool acted = false;
+  std::size_t calls = 0;
+  const Code code = scenario.run(*scenario.open(), [&](const std::string&) {
+    if (calls++ == k && exists(intruder.to) == intruder.stands) {
+      acted = true;
+      intruder.act(scenario);
+    }
+    return 0;
+  });
+  if (!acted) return;
+  scenario.begin(std::string("another program ") + intruder.does + " " + intruder.to +
+                 " before call " + std::to_string(k + 1) + ", code " + std::to_string(code));
+  const auto next = scenario.open();
+  scenario.expect(next->run(proof::Verb::Add, {"next", 9}) == 0, "the next update");
+  scenario.expect(next->run(proof::Verb::Scan, {}) == 0, "a scan");
+
+  const bool ours = keeps(scenario, scenario.after);
+  const bool old = keeps(scenario, scenario.before);
+  const bool theirs = !intruder.writes || keeps(scenario, {foreign});
+  const bool appends = intruder.writes && !intruder.replaces;
+  const bool either = appends && inCommit && (ours || (theirs && old));
+  scenario.expect(ours || (code != 0 && old) || either, "a committed record is lost");
+  scenario.expect(theirs || either, "what the other program wrote is undone");
+  scenario.expect(!exists(proof::backup), "a hidden backup stays");
+}
+
+void sweep(Scenario& scenario) {
+  // Each call of a large registry has its like in a small one.
+  if (scenario.reads() || scenario.isLarge()) return;
+  const std::vector<std::string> made = scenario.calls();
+  // The commit's first step, in place the look at the file before it: from there on either may be
+  // the last.
+  const bool inPlace = scenario.inPlace();
+  const auto first = std::find(made.begin(), made.end(), inPlace ? "write" : "link");
+  const auto commit = static_cast<std::size_t>(first - made.begin()) - (inPlace ? 1 : 0);
+  for (const Intruder& intruder : intruders) {
+    for (std::size_t k = 0; k < made.size(); ++k) {
+      // What another program appends right before an append in place is written over: it does not
+      // take the lock that would keep the two apart.
+      if (!inPlace || k != commit + 1) disturb(scenario, intruder, k, k >= commit);
     }
   }
-
- private:
-  void disturb(const Intruder& intruder, std::size_t k, const std::string& call, bool inCommit) {
-    scenario_.prepare();
-    bool acted = false;
-    const Code code = Trial::run(*scenario_.open(), [&](std::size_t number, const std::string&) {
-      if (number == k) acted = intruder.act(scenario_);
-      return 0;
-    });
-    if (!acted) return;
-    begin(std::string("another program ") + intruder.does + " before call " +
-          std::to_string(k + 1) + " (" + call + "), code " + std::to_string(code));
-    const auto next = scenario_.open();
-    expect(next->run(proof::Verb::Add, {"next", 9}) == 0, "the next update");
-    expect(next->run(proof::Verb::Scan, {}) == 0, "a scan");
-
-    const bool ours = keeps(new_);
-    const bool theirs = !intruder.writes || keeps({foreign});
-    const bool either = intruder.writes && inCommit && (ours || (theirs && keeps(old_)));
-    expect(ours || (code != 0 && keeps(old_)) || either, "a committed record is lost");
-    expect(theirs || either, "what the other program wrote is undone");
-    expect(!exists(proof::backup()), "a hidden backup stays");
-  }
-
-  // Whether each of the records is in some file that people find.
-  bool keeps(const Records& records) const {
-    std::string visible;
-    for (const proof::File& file : proof::files()) {
-      const bool hidden = std::filesystem::path(file.name).filename().string()[0] == '.';
-      if (!hidden) visible += file.bytes + "\n";
-    }
-    return std::all_of(records.begin(), records.end(), [&](const Entry& record) {
-      return visible.find(scenario_.flavour->stored(record)) != std::string::npos;
-    });
-  }
-};
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  std::vector<Scenario> chosen;
-  for (const Scenario& scenario : proof::scenarios(proof::isShort(argc, argv))) {
-    // Each call of a large registry has its like in a small one.
-    if (!scenario.reads() && scenario.start != proof::Start::Large) chosen.push_back(scenario);
-  }
-  return proof::sweepAll<Sweep>("other programs", chosen);
-}
+int main(int argc, char** argv) { return proof::sweepAll(argc, argv, "other programs", sweep); }

@@ -20,7 +20,7 @@ struct IllDisk {
   std::size_t reads = 0;
   bool failed = false;
 
-  int answer(const std::string& call) {
+  int operator()(const std::string& call) {
     if (call != "read") return 0;
     const std::size_t number = reads++;
     if (number < read || (failed && !lasts)) return 0;
@@ -36,80 +36,60 @@ struct IllDisk {
   }
 };
 
-class Sweep : proof::Trial {
- public:
-  using Trial::Trial;
+void operate(Scenario& scenario, IllDisk& disk, Code undisturbed) {
+  const auto handle = scenario.open();
+  const Code code = scenario.run(*handle, std::ref(disk));
+  scenario.expect(disk.allows(code, undisturbed), "the code");
+  if (scenario.verb == Verb::Get && code == 0) {
+    scenario.expect(handle->found() == scenario.before.back(), "the record found");
+  }
+  const Records& content = code == 0 ? scenario.after : scenario.before;
+  scenario.expectEither(content, content, *handle);
+}
 
-  void run() {
-    IllDisk healthy{SIZE_MAX, 0, false};
-    scenario_.prepare();
-    undisturbed_ = runOn(healthy, *scenario_.open());
-    const auto size = static_cast<int>(scenario_.fileOf(old_).size());
-    for (std::size_t read = 0; read < healthy.reads; ++read) {
-      for (int bytes = 0; bytes <= size; ++bytes) {
-        for (const bool lasts : {false, true}) {
-          begin("read " + std::to_string(read + 1) + " brings " + std::to_string(bytes) +
-                " bytes, the next fails " + (lasts ? "from then on" : "once"));
-          scenario_.prepare();
-          IllDisk disk{read, bytes, lasts};
-          scenario_.verb == Verb::Scan ? scan(disk) : operate(disk);
-        }
+void scan(Scenario& scenario, IllDisk& disk) {
+  const auto handle = scenario.open();
+  Records found;
+  const auto toEnd = [&] {
+    Code code = 0;
+    while ((code = handle->next()) == 0) found.push_back(handle->found());
+    return code;
+  };
+  scenario.disturb = std::ref(disk);
+  scenario.expect(handle->openScan() == 0, "OpenScan");
+  Code code = toEnd();
+  const bool again = code == GENREG_RC_END || !disk.lasts || toEnd() == code;
+  scenario.expect(again, "the same error again");
+  scenario.disturb = nullptr;
+  scenario.expect(disk.allows(code, GENREG_RC_END), "the end");
+  if (code != GENREG_RC_END) code = toEnd();
+  scenario.expect(code == GENREG_RC_END && found == scenario.before, "the scan goes on");
+  scenario.expect(handle->closeScan() == 0, "CloseScan");
+}
+
+void sweep(Scenario& scenario) {
+  if (!scenario.isClean() || !scenario.links) return;
+  IllDisk healthy{SIZE_MAX, 0, false};
+  scenario.prepare();
+  const Code undisturbed = scenario.run(*scenario.open(), std::ref(healthy));
+  const auto size = static_cast<int>(scenario.fileOf(scenario.before).size());
+  for (std::size_t read = 0; read < healthy.reads; ++read) {
+    for (int bytes = 0; bytes <= size; ++bytes) {
+      for (const bool lasts : {false, true}) {
+        scenario.begin("read " + std::to_string(read + 1) + " brings " + std::to_string(bytes) +
+                       " bytes, the next fails " + (lasts ? "from then on" : "once"));
+        scenario.prepare();
+        IllDisk disk{read, bytes, lasts};
+        scenario.verb == Verb::Scan ? scan(scenario, disk) : operate(scenario, disk, undisturbed);
       }
     }
   }
-
- private:
-  Code runOn(IllDisk& disk, proof::Handle& handle) const {
-    return Trial::run(handle,
-                      [&](std::size_t, const std::string& call) { return disk.answer(call); });
-  }
-
-  void operate(IllDisk& disk) {
-    const auto handle = scenario_.open();
-    const Code code = runOn(disk, *handle);
-    expect(disk.allows(code, undisturbed_), "the code");
-    if (scenario_.verb == Verb::Get && code == 0) {
-      expect(handle->found() == old_.back(), "the record found");
-    }
-    const Records& content = code == 0 ? new_ : old_;
-    expectEither(content, content, *handle);
-  }
-
-  void scan(IllDisk& disk) {
-    const auto handle = scenario_.open();
-    Records found;
-    const auto toEnd = [&] {
-      Code code = 0;
-      while ((code = handle->next()) == 0) found.push_back(handle->found());
-      return code;
-    };
-    Code code = 0;
-    {
-      const FaultHook hook([&](const std::string& call) { return disk.answer(call); });
-      expect(handle->openScan() == 0, "OpenScan");
-      code = toEnd();
-      if (code != GENREG_RC_END && disk.lasts) expect(toEnd() == code, "the same error again");
-    }
-    expect(disk.allows(code, GENREG_RC_END), "the end");
-    if (code != GENREG_RC_END) code = toEnd();
-    expect(code == GENREG_RC_END && found == old_, "the scan goes on");
-    expect(handle->closeScan() == 0, "CloseScan");
-  }
-
-  Code undisturbed_ = 0;
-};
+  // A search for what is not there reads the whole file.
+  if (scenario.verb != Verb::Get || scenario.entry.name == "missing") return;
+  scenario.entry = {"missing"};
+  sweep(scenario);
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  std::vector<Scenario> chosen;
-  for (const Scenario& scenario : proof::scenarios(proof::isShort(argc, argv))) {
-    if (scenario.start != proof::Start::Clean || !scenario.links) continue;
-    chosen.push_back(scenario);
-    if (scenario.verb != Verb::Get) continue;
-    // A search for what is not there reads the whole file.
-    chosen.push_back(scenario);
-    chosen.back().entry = {"missing"};
-  }
-  return proof::sweepAll<Sweep>("read errors", chosen);
-}
+int main(int argc, char** argv) { return proof::sweepAll(argc, argv, "read errors", sweep); }

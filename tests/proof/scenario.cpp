@@ -7,14 +7,24 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <set>
 #include <tuple>
 
 namespace fs = std::filesystem;
 
 namespace proof {
-namespace {
 
-constexpr std::uint64_t modes[] = {0, unverified, verified};
+const Start starts[] = {
+    {"clean", true},
+    {"nothing", false},
+    {"backup only", false, Start::Own, true},   // a crash between the renames
+    {"linked backup", true, Start::Own, true},  // a crash behind the link
+    {"stale backup", true, Start::Stale},
+    {"leftover", true, Start::None, true},
+    {"large", true, Start::None, false, 8000},
+};
+
+namespace {
 
 const std::pair<Verb, Entry> steps[] = {{Verb::Add, {"new", 3}},
                                         {Verb::Change, {"b", 22}},
@@ -22,49 +32,85 @@ const std::pair<Verb, Entry> steps[] = {{Verb::Add, {"new", 3}},
                                         {Verb::Get, {"b"}},
                                         {Verb::Scan, {}}};
 const char* const verbNames[] = {"Add", "Change", "Delete", "Get", "Scan"};
-const char* const startNames[] = {"clean",        "nothing",  "backup only", "linked backup",
-                                  "stale backup", "leftover", "large"};
 const Records stale{{"stale", 9}};
+
+// The report, by proof, flavour and operation.
+struct Counts {
+  unsigned long tried = 0;
+  unsigned long failed = 0;
+};
+std::map<std::string, Counts> rows;
 
 // Whether a combination exists and, in the short form, is one of those that differ most.
 bool isWanted(const Scenario& scenario, bool isShort) {
   const bool isBinary = scenario.flavour == flavours::rows;
-  const bool isClean = scenario.start == Start::Clean;
-  if (scenario.start == Start::Nothing && scenario.verb != Verb::Add) return false;
+  const bool isLinked = scenario.start->registry && scenario.start->backup == Start::Own;
+  if (scenario.before.empty() && scenario.verb != Verb::Add) return false;
   // The streams serve all flavours and all ways to commit alike.
-  if (scenario.start == Start::Large && !(isBinary && scenario.links)) return false;
+  if (scenario.isLarge() && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
-  const bool isLinked = scenario.start == Start::LinkedBackup;
   if (!scenario.links && (scenario.reads() || scenario.inPlace() || isLinked)) return false;
   if (!isShort) return true;
-  if (isClean) return scenario.features != verified && (scenario.links || isBinary);
-  return isBinary && scenario.start != Start::Large && scenario.features == 0;
+  if (scenario.isClean()) return scenario.features != verified && (scenario.links || isBinary);
+  return isBinary && !scenario.isLarge() && scenario.features == 0;
 }
 
-std::string makeDirectory(std::string path) {
+}  // namespace
+
+std::string makeDirectory() {
+  // In memory where the machine can.
+  std::string path = fs::exists("/dev/shm") ? "/dev/shm" : "/tmp";
   path += "/zorgenreg-proof-XXXXXX";
   if (::mkdtemp(path.data()) == nullptr) std::abort();
   return path;
 }
 
-}  // namespace
+bool operator<(const File& a, const File& b) {
+  return std::tie(a.bytes, a.inode) < std::tie(b.bytes, b.inode);
+}
 
-Records Scenario::before() const {
-  if (start == Start::Nothing) return {};
-  Records records{{"a", 1}, {"b", 2}};
-  for (int i = 0; start == Start::Large && i < 8000; ++i) {
-    records.push_back({"r" + std::to_string(i), 1 + i});
+std::uint64_t inodeOf(const std::string& path) {
+  struct stat status {};
+  (void)::lstat(path.c_str(), &status);
+  return status.st_ino;
+}
+
+Files files() {
+  Files found;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    found[entry.path()] = {readFile(entry.path()), inodeOf(entry.path())};
   }
+  return found;
+}
+
+void restore(const Files& wanted) {
+  for (const auto& entry : files()) fs::remove(entry.first);
+  std::map<std::uint64_t, std::string> first;
+  for (const auto& [name, file] : wanted) {
+    const auto [twin, isFirst] = first.emplace(file.inode, name);
+    if (isFirst) {
+      writeFile(name, file.bytes);
+    } else {
+      fs::create_hard_link(twin->second, name);
+    }
+  }
+}
+
+Records Scenario::recordsBefore() const {
+  if (!start->registry && start->backup != Start::Own) return {};
+  Records records{{"a", 1}, {"b", 2}};
+  for (int i = 0; i < start->more; ++i) records.push_back({"r" + std::to_string(i), 1 + i});
   return records;
 }
 
-Records Scenario::afterwards() const {
-  Records records = before();
-  const auto named = std::find_if(records.begin(), records.end(),
-                                  [&](const Entry& record) { return record.name == entry.name; });
+Records Scenario::recordsAfter() const {
+  Records records;
+  for (const Entry& record : before) {
+    const bool isNamed = record.name == entry.name;
+    if (isNamed && verb == Verb::Delete) continue;
+    records.push_back(isNamed && verb == Verb::Change ? entry : record);
+  }
   if (verb == Verb::Add) records.push_back(entry);
-  if (verb == Verb::Change) *named = entry;
-  if (verb == Verb::Delete) records.erase(named);
   return records;
 }
 
@@ -74,149 +120,59 @@ std::string Scenario::fileOf(const Records& records) const {
   return bytes;
 }
 
-std::string Scenario::operation() const {
-  return verbNames[static_cast<std::size_t>(verb)] + std::string(inPlace() ? " in place" : "");
-}
-
-std::string Scenario::title() const {
-  return std::string(flavour->name) + " " + operation() + ", features " + std::to_string(features) +
-         ", " + startNames[static_cast<std::size_t>(start)] + (links ? "" : ", without hard links");
-}
-
-std::unique_ptr<Handle> Scenario::open() const { return flavour->open(registry(), features); }
-
 void Scenario::prepare() const {
   Files made;
-  if (start != Start::Nothing) {
-    made.push_back({start == Start::BackupOnly ? backup() : registry(), fileOf(before()), 1});
-  }
-  if (start == Start::LinkedBackup) made.push_back({backup(), "", 1});
-  if (start == Start::StaleBackup) made.push_back({backup(), fileOf(stale), 2});
-  if (start == Start::BackupOnly || start == Start::LinkedBackup ||
-      start == Start::TemporaryAndOld) {
-    made.push_back({temporary(), "unfinished", 3});
-    made.push_back({corrupt(), "older", 4});
+  if (start->registry) made[registry] = {fileOf(before), Start::Own};
+  if (start->backup == Start::Own) made[backup] = {fileOf(before), Start::Own};
+  if (start->backup == Start::Stale) made[backup] = {fileOf(stale), Start::Stale};
+  if (start->leftovers) {
+    made[temporary] = {"unfinished", 3};
+    made[corrupt] = {"older", 4};
   }
   restore(made);
 }
 
-int Scenario::answer(const std::string& call) const { return !links && call == "link" ? EPERM : 0; }
-
-std::vector<Scenario> scenarios(bool isShort) {
-  std::vector<Scenario> made;
-  for (const flavours::Row& flavour : flavours::rows) {
-    for (const std::uint64_t features : modes) {
-      for (const auto& [verb, entry] : steps) {
-        for (std::size_t i = 0; i < 2 * std::size(startNames); ++i) {
-          const auto start = static_cast<Start>(i / 2);
-          const Scenario scenario{&flavour, features, i % 2 == 0, start, verb, entry};
-          if (isWanted(scenario, isShort)) made.push_back(scenario);
-        }
-      }
-    }
-  }
-  return made;
+Code Scenario::run(Handle& handle, Disturbance disturbance) {
+  disturb = std::move(disturbance);
+  const Code code = handle.run(verb, entry);
+  disturb = nullptr;
+  return code;
 }
 
-bool operator<(const File& a, const File& b) {
-  return std::tie(a.name, a.bytes, a.file) < std::tie(b.name, b.bytes, b.file);
-}
-
-const std::string& registry() {
-  // In memory where the machine can.
-  static const struct Directory {
-    ~Directory() { fs::remove_all(path); }
-    std::string path = makeDirectory(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp");
-    std::string registry = path + "/r";
-  } directory;
-  return directory.registry;
-}
-
-std::string companion(const char* prefix, const char* suffix) {
-  const fs::path path = registry();
-  return path.parent_path() / (prefix + path.filename().string() + suffix);
-}
-
-Files files() {
-  Files found;
-  for (const auto& entry : fs::directory_iterator(fs::path(registry()).parent_path())) {
-    struct stat status {};
-    (void)::lstat(entry.path().c_str(), &status);
-    found.push_back({entry.path(), readFile(entry.path()), status.st_ino});
-  }
-  std::sort(found.begin(), found.end());
-  return found;
-}
-
-void restore(const Files& wanted) {
-  for (const File& file : files()) (void)::unlink(file.name.c_str());
-  std::map<std::uint64_t, std::string> first;
-  for (const File& file : wanted) {
-    const auto [twin, isFirst] = first.emplace(file.file, file.name);
-    if (isFirst) {
-      writeFile(file.name, file.bytes);
-    } else if (::link(twin->second.c_str(), file.name.c_str()) != 0) {
-      std::abort();
-    }
-  }
-}
-
-std::pair<unsigned long, unsigned long>& Report::rowOf(const Scenario& scenario) {
-  return rows_[std::string(scenario.flavour->name) + "|" + scenario.operation()];
-}
-
-void Report::count(const Scenario& scenario, unsigned long tried) {
-  rowOf(scenario).first += tried;
-}
-
-void Report::expect(bool holds, const Scenario& scenario, const std::string& what) {
-  if (holds || ++rowOf(scenario).second > 5) return;
-  std::fprintf(stderr, "FAILED %s: %s: %s\n", proof_, scenario.title().c_str(), what.c_str());
-}
-
-bool Report::finish() const {
-  bool holds = true;
-  for (const auto& [row, counts] : rows_) {
-    std::printf("%s|%s|%lu|%lu\n", proof_, row.c_str(), counts.first, counts.second);
-    holds = holds && counts.second == 0;
-  }
-  return holds;
-}
-
-bool isShort(int argc, char** argv) {
-  return std::find(argv, argv + argc, std::string("--short")) != argv + argc;
-}
-
-Code Trial::run(Handle& handle, const Disturb& disturb) const {
-  std::size_t made = 0;
-  const FaultHook hook([&](const std::string& call) {
-    const int fault = disturb(made++, call);
-    return fault != 0 ? fault : scenario_.answer(call);
-  });
-  return handle.run(scenario_.verb, scenario_.entry);
-}
-
-std::vector<std::string> Trial::calls() const {
+std::vector<std::string> Scenario::calls() {
   std::vector<std::string> made;
-  scenario_.prepare();
-  const Code code = run(*scenario_.open(), [&](std::size_t, const std::string& call) {
+  prepare();
+  const Code code = run(*open(), [&](const std::string& call) {
     made.push_back(call);
     return 0;
   });
-  expect(code == 0 && shows(new_), "undisturbed");
+  expect(code == 0 && shows(after), "undisturbed");
   return made;
 }
 
-bool Trial::shows(const Records& records) const {
-  const bool stands = exists(registry()) || exists(backup());
-  const std::string bytes = readFile(exists(registry()) ? registry() : backup());
-  if (!scenario_.inPlace() && bytes != scenario_.fileOf(records)) return false;
+void Scenario::begin(std::string what) {
+  where = std::move(what);
+  count(1);
+}
+
+void Scenario::count(unsigned long tried) const { rows[row()].tried += tried; }
+
+void Scenario::expect(bool holds, const std::string& what) const {
+  if (holds || ++rows[row()].failed > 5) return;
+  std::fprintf(stderr, "FAILED %s, features %lu, %s%s: %s: %s\n", row().c_str(), features,
+               start->name, links ? "" : ", without hard links", what.c_str(), where.c_str());
+}
+
+bool Scenario::shows(const Records& records) const {
+  const bool stands = exists(registry) || exists(backup);
+  const std::string bytes = readFile(exists(registry) ? registry : backup);
+  if (!inPlace() && bytes != fileOf(records)) return false;
   Records found;
   std::size_t count = 0;
-  const auto handle = scenario_.open();
+  const auto handle = open();
   const Code scanned = handle->scan(&count, &found);
   // Zeros where a power cut took what an append in place had not synced are damage, known as such.
-  if (scanned == GENREG_RC_READ_FAILED && scenario_.inPlace() && bytes.back() == '\0') {
+  if (scanned == readFailed && inPlace() && bytes.back() == '\0') {
     return found == records && handle->repair() == 0 && shows(records);
   }
   if (scanned != (stands ? 0 : GENREG_RC_OPEN_FAILED)) return false;
@@ -228,7 +184,7 @@ bool Trial::shows(const Records& records) const {
   return handle->run(Verb::Get, records.back()) == 0 && handle->found() == records.back();
 }
 
-void Trial::expectEither(const Records& first, const Records& second, Handle& handle) const {
+void Scenario::expectEither(const Records& first, const Records& second, Handle& handle) const {
   const bool isFirst = shows(first);
   const bool isEither = isFirst || shows(second);
   expect(isEither, "neither old nor new content");
@@ -237,33 +193,63 @@ void Trial::expectEither(const Records& first, const Records& second, Handle& ha
 
 // A backup that cannot be proved to be the last commit's own is set aside for people; the stale one
 // that a scenario starts with must be.
-bool Trial::nextUpdateKeeps(Handle& handle, const Records& records) const {
-  const Records* const committed[] = {&stale, &old_, &new_, &records};
+bool Scenario::nextUpdateKeeps(Handle& handle, const Records& records) const {
   Records longer = records;
   longer.push_back({"next", 9});
   if (handle.run(Verb::Add, longer.back()) != 0 || !shows(longer)) return false;
-  bool staleStays = scenario_.start != Start::StaleBackup;
-  for (const File& file : files()) {
-    if (file.name == registry() || file.name == corrupt()) continue;
+  const std::set<std::string> committed{fileOf(stale), fileOf(before), fileOf(after),
+                                        fileOf(records)};
+  bool staleStays = start->backup != Start::Stale;
+  for (const auto& [name, file] : files()) {
+    if (name == registry || name == corrupt) continue;
     // Appending in place neither needs nor clears a temporary file.
-    if (scenario_.features == unverified && file.name == temporary()) continue;
-    const bool setAside = file.name.rfind(registry() + ".old", 0) == 0;
-    const auto* const known =
-        std::find_if(committed, std::end(committed),
-                     [&](const Records* some) { return scenario_.fileOf(*some) == file.bytes; });
-    if (!setAside || known == std::end(committed)) return false;
-    staleStays = staleStays || known == committed;
+    if (features == unverified && name == temporary) continue;
+    const bool setAside = name.rfind(registry + ".old", 0) == 0;
+    if (!setAside || committed.count(file.bytes) == 0) return false;
+    staleStays = staleStays || file.bytes == fileOf(stale);
   }
   return staleStays;
 }
 
-void Trial::begin(std::string where) {
-  where_ = std::move(where);
-  report_->count(scenario_);
+std::string Scenario::row() const {
+  return std::string(proof) + "|" + flavour->name + "|" +
+         verbNames[static_cast<std::size_t>(verb)] + (inPlace() ? " in place" : "");
 }
 
-void Trial::expect(bool holds, const char* what) const {
-  if (!holds) report_->expect(false, scenario_, what + (": " + where_));
+bool isShort(int argc, char** argv) {
+  return std::find(argv, argv + argc, std::string("--short")) != argv + argc;
+}
+
+int sweepAll(int argc, char** argv, const char* proof,
+             const std::function<void(Scenario& scenario)>& sweep) {
+  for (const flavours::Row& flavour : flavours::rows) {
+    for (const std::uint64_t features : {std::uint64_t{0}, unverified, verified}) {
+      for (const auto& [verb, entry] : steps) {
+        for (const Start& start : starts) {
+          for (const bool links : {true, false}) {
+            Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
+            if (!isWanted(scenario, isShort(argc, argv))) continue;
+            const FaultHook hook([&](const std::string& call) {
+              const int fault = scenario.disturb ? scenario.disturb(call) : 0;
+              return fault == 0 && !links && call == "link" ? EPERM : fault;
+            });
+            sweep(scenario);
+          }
+        }
+      }
+    }
+  }
+  return finish();
+}
+
+int finish() {
+  fs::remove_all(directory);
+  bool holds = true;
+  for (const auto& [row, counts] : rows) {
+    std::printf("%s|%lu|%lu\n", row.c_str(), counts.tried, counts.failed);
+    holds = holds && counts.failed == 0;
+  }
+  return holds ? 0 : 1;
 }
 
 }  // namespace proof

@@ -1,5 +1,5 @@
-// What the proofs work on: one registry of some flavour in a directory of its own, the operations
-// whose outcome they foresee, and what must hold of the registry after each.
+// What the proofs work on: one registry of some flavour in a directory of its own, an operation
+// whose outcome is foreseen, and what must hold of the registry afterwards.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "bench/flavours.h"
@@ -19,126 +18,95 @@ using flavours::Handle;
 using flavours::Verb;
 using Records = std::vector<Entry>;  // in the file's order
 
-// What is there before an operation.
-enum class Start {
-  Clean,
-  Nothing,          // no registry file
-  BackupOnly,       // a crash between the renames
-  LinkedBackup,     // a crash behind the link
-  StaleBackup,      // a backup that nothing vouches for beside the registry
-  TemporaryAndOld,  // an update that did not finish, and one before it
-  Large,            // more than one buffer of the streams
-};
+// The one registry of a program and its companions.
+std::string makeDirectory();
+inline const std::string directory = makeDirectory();
+inline const std::string registry = directory + "/r";
+inline const std::string backup = directory + "/.r.bkp";
+inline const std::string lockFile = directory + "/.r.lock";
+inline const std::string temporary = directory + "/r.tmp";
+inline const std::string corrupt = directory + "/r.cor";
 
-// An operation in a situation, with everything that is foreseen of it.
+struct File {
+  std::string bytes;
+  std::uint64_t inode;  // the same for all names of one file
+};
+bool operator<(const File& a, const File& b);
+using Files = std::map<std::string, File>;  // by name
+
+std::uint64_t inodeOf(const std::string& path);
+Files files();
+void restore(const Files& files);
+
+// What is there before an operation.
+struct Start {
+  enum Backup { None, Own, Stale };  // Stale: nothing vouches for it
+
+  const char* name;
+  bool registry;
+  Backup backup = None;    // Own: the registry's file, by another name where that stands
+  bool leftovers = false;  // an update that did not finish, and one before it
+  int more = 0;            // records, for more than one buffer of the streams
+};
+extern const Start starts[];  // the first one is clean
+
+// Asked before each call of the library: 0, or how it fails.
+using Disturbance = std::function<int(const std::string& call)>;
+
+// An operation in a situation, with everything that is foreseen of it, and what one proof finds.
 struct Scenario {
+  const char* proof;  // the report's column
   const flavours::Row* flavour;
   std::uint64_t features;  // 0: the flavour's own
-  bool links;              // the file system has hard links
-  Start start;
   Verb verb;
   Entry entry;
+  const Start* start = starts;
+  bool links = true;  // the file system has hard links
+  Records before = recordsBefore();
+  Records after = recordsAfter();
+  Disturbance disturb = {};
+  std::string where = {};  // in the words of the report
 
   // The operation appends to the registry file itself.
   bool inPlace() const { return features == unverified && verb == Verb::Add; }
   bool reads() const { return verb == Verb::Get || verb == Verb::Scan; }
-  Records before() const;
-  Records afterwards() const;
+  bool isClean() const { return start == starts; }
+  bool isLarge() const { return start->more > 0; }
+
   std::string fileOf(const Records& records) const;
-  // The operation's column in the reports, and all of it for messages.
-  std::string operation() const;
-  std::string title() const;
-  std::unique_ptr<Handle> open() const;
   // Makes the directory what it is at the start.
   void prepare() const;
-  // What a hook answers that lets a call pass.
-  int answer(const std::string& call) const;
-};
-
-// Every operation of every flavour in every mode and situation, with and without hard links; in the
-// short form those that differ most.
-std::vector<Scenario> scenarios(bool isShort);
-
-struct File {
-  std::string name;
-  std::string bytes;
-  std::uint64_t file;  // the same for all names of one file
-};
-using Files = std::vector<File>;  // by name
-bool operator<(const File& a, const File& b);
-
-// The one registry of a program, in a directory that is gone at the program's end, and its
-// companions.
-const std::string& registry();
-std::string companion(const char* prefix, const char* suffix);
-inline std::string backup() { return companion(".", ".bkp"); }
-inline std::string lockFile() { return companion(".", ".lock"); }
-inline std::string temporary() { return companion("", ".tmp"); }
-inline std::string corrupt() { return companion("", ".cor"); }
-Files files();
-void restore(const Files& files);
-
-// Counts what a proof tried, by flavour and operation, and prints it for the table.
-class Report {
- public:
-  explicit Report(const char* proof) : proof_(proof) {}
-  void count(const Scenario& scenario, unsigned long tried = 1);
-  // A failure, reported at once: what did not hold, where.
-  void expect(bool holds, const Scenario& scenario, const std::string& what);
-  // Prints the rows; whether nothing failed.
-  bool finish() const;
-
- private:
-  std::pair<unsigned long, unsigned long>& rowOf(const Scenario& scenario);  // tried, failed
-
-  const char* proof_;
-  std::map<std::string, std::pair<unsigned long, unsigned long>> rows_;
-};
-
-bool isShort(int argc, char** argv);
-
-// What a sweep over one scenario knows and asks.
-class Trial {
- public:
-  Trial(const Scenario& scenario, Report& report)
-      : scenario_(scenario),
-        report_(&report),
-        old_(scenario.before()),
-        new_(scenario.afterwards()) {}
-
- protected:
-  // Runs the operation. `disturb` answers for each call by its number (from 0) and name.
-  using Disturb = std::function<int(std::size_t number, const std::string& call)>;
-  Code run(Handle& handle, const Disturb& disturb) const;
+  std::unique_ptr<Handle> open() const { return flavour->open(registry, features); }
+  Code run(Handle& handle, Disturbance disturbance);
   // Runs it undisturbed; its calls in their order.
-  std::vector<std::string> calls() const;
+  std::vector<std::string> calls();
+
+  // A trial: what is reported of it is reported with `where`.
+  void begin(std::string where);
+  void count(unsigned long tried) const;
+  void expect(bool holds, const std::string& what) const;
   // Whether a scan finds exactly these records and a Get the last of them; and, unless the
   // operation appends in place, the file holds their bytes and no others.
   bool shows(const Records& records) const;
   // The registry must show one of these, and the next update on `handle` must keep them and leave
   // nothing behind but what people find.
   void expectEither(const Records& first, const Records& second, Handle& handle) const;
-  // The trial goes on from here; what is reported of it is reported with `where`.
-  void begin(std::string where);
-  void expect(bool holds, const char* what) const;
-
-  const Scenario& scenario_;
-  Report* report_;
-  Records old_;
-  Records new_;
 
  private:
+  Records recordsBefore() const;
+  Records recordsAfter() const;
+  std::string row() const;
   bool nextUpdateKeeps(Handle& handle, const Records& records) const;
-
-  std::string where_;
 };
 
-// Runs a sweep over each of the scenarios; the program's exit status.
-template <typename Sweep>
-int sweepAll(const char* proof, const std::vector<Scenario>& scenarios) {
-  Report report(proof);
-  for (const Scenario& scenario : scenarios) Sweep(scenario, report).run();
-  return report.finish() ? 0 : 1;
-}
+bool isShort(int argc, char** argv);
+
+// Sweeps over every operation of every flavour in every mode and situation, with and without hard
+// links; in the short form over those that differ most. Gives the program's exit status.
+int sweepAll(int argc, char** argv, const char* proof,
+             const std::function<void(Scenario& scenario)>& sweep);
+
+// Prints for the table what was tried, by proof, flavour and operation; the exit status.
+int finish();
 
 }  // namespace proof

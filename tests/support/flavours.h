@@ -1,28 +1,14 @@
-// The four kinds of registry, each by a record of a name and a number: what the operations on it
-// are called with, and how it stands in the file.
+// The four kinds of registry, with handles that show their protected side, and the operations on a
+// record of a name and a number.
 #pragma once
 
 #include <cstdlib>
 #include <cstring>
 
+#include "bench/flavours.h"
+#include "support/registry_fixture.h"
 #include "support/stored_record.h"
 #include "sysservices/environment.h"
-
-struct BinaryVariables {
-  using Handle = TestRegistry;
-  using Record = BinVarValRecord;
-  static constexpr bool isText = false;
-  static constexpr std::uint64_t always = 0;  // features that its files cannot be read without
-  static constexpr std::uint64_t mask = BINVARVAL_VARIABLE;
-
-  static void fill(Record& record, const std::string& name, int value) {
-    record = variable(name, value);
-  }
-  static int valueOf(const Record& record) { return record.Value; }
-  static std::string stored(const std::string& name, int value) {
-    return frame(variable(name, value));
-  }
-};
 
 // The path of a global registry comes from the environment, which must be set before it is made and
 // does not take every value everywhere.
@@ -41,104 +27,52 @@ class GlobalAt : public GlobalPath, public GlobalReg {
   }
 };
 
-struct GlobalVariables {
-  using Handle = Exposed<GlobalAt>;
-  using Record = GlobalRegRecord;
-  static constexpr bool isText = false;
-  static constexpr std::uint64_t always = GENREG_PACKED_RECORDS;
-  static constexpr std::uint64_t mask = 0x2;
-
-  static void fill(Record& record, const std::string& name, int value) {
-    record = {};
-    record.RecordType = GLOBALREG_RECORD_VARIABLE;
-    record.FieldMask = 0x6;
-    name.copy(record.Variable.Variable, sizeof record.Variable.Variable - 1);
-    std::to_string(value).copy(record.Variable.Value, sizeof record.Variable.Value - 1);
-  }
-  static int valueOf(const Record& record) { return std::atoi(record.Variable.Value); }
+// `features` are those that its files cannot be read without.
+template <typename Described, typename Library, bool text, std::uint64_t features = 0>
+struct Tested : Described {
+  using Handle = Exposed<Library>;
+  static constexpr bool isText = text;
+  static constexpr std::uint64_t always = features;
   static std::string stored(const std::string& name, int value) {
-    return framed(::stored(4, 0x6, {text(name), text(std::to_string(value))}));
+    return Described::stored({name, value});
   }
 };
+using BinaryVariables = Tested<flavours::BinaryVariables, GenRegBinVarVal, false>;
+using GlobalVariables = Tested<flavours::GlobalRegistry, GlobalAt, false, GENREG_PACKED_RECORDS>;
+using VariableLines = Tested<flavours::ProfileVariables, GenRegVarVal, true>;
+using ServiceLines = Tested<flavours::Services, GenRegServices, true>;
 
-struct VariableLines {
-  using Handle = Exposed<GenRegVarVal>;
-  using Record = VarValRecord;
-  static constexpr bool isText = true;
-  static constexpr std::uint64_t always = 0;
-  static constexpr std::uint64_t mask = VARVAL_VARIABLE;
-
-  static void fill(Record& record, const std::string& name, int value) {
-    record = {};
-    record.Contains = VARVAL_HAS_VARIABLE;
-    record.Variable = record.text;
-    record.Value = record.text + 64;
-    name.copy(record.text, 63);
-    std::to_string(value).copy(record.text + 64, 63);
-  }
-  static int valueOf(const Record& record) {
-    return record.Value == nullptr ? 0 : std::atoi(record.Value);
-  }
-  static std::string stored(const std::string& name, int value) {
-    return name + " = " + std::to_string(value) + "\n";
-  }
-};
-
-struct ServiceLines {
-  using Handle = Exposed<GenRegServices>;
-  using Record = ServiceEntryRecord;
-  static constexpr bool isText = true;
-  static constexpr std::uint64_t always = 0;
-  static constexpr std::uint64_t mask = SERVICES_NAME;
-
-  static void fill(Record& record, const std::string& name, int value) {
-    record = {};
-    record.Contains = SERVICES_HAS_SERVICE;
-    record.name = record.text;
-    name.copy(record.text, 63);
-    record.port = inNetworkOrder(static_cast<unsigned int>(value));
-    record.protocol = "tcp";
-  }
-  static int valueOf(const Record& record) { return inNetworkOrder(record.port); }
-  static std::string stored(const std::string& name, int value) {
-    return name + (name.size() < 8 ? "\t\t" : "\t") + std::to_string(value) + "/tcp\n";
-  }
-};
-
-// The operations on a registry of one kind.
 template <typename Flavour>
 struct Operations {
-  using Record = typename Flavour::Record;
-
   struct Handle : Flavour::Handle {
     Handle(const std::string& path, std::uint64_t wanted)
         : Flavour::Handle(path, wanted | Flavour::always) {}
   };
+  struct Record : Flavour::Record {
+    explicit Record(const Entry& of) : Flavour::Record{}, entry(of) { Flavour::fill(*this, entry); }
+    const Entry entry;  // what the record points to
+  };
 
-  static Code add(Handle& handle, const std::string& name, int value) {
-    Record record;
-    Flavour::fill(record, name, value);
+  static Code add(typename Flavour::Handle& handle, const std::string& name, int value) {
+    Record record({name, value});
     return handle.Add(Flavour::mask, &record);
   }
-  static Code change(Handle& handle, const std::string& name, int value) {
-    Record key;
-    Record record;
-    Flavour::fill(key, name, 1);
-    Flavour::fill(record, name, value);
+  static Code change(typename Flavour::Handle& handle, const std::string& name, int value) {
+    Record key({name, 1});
+    Record record({name, value});
     return handle.Change(Flavour::mask, &key, &record);
   }
-  static Code remove(Handle& handle, const std::string& name) {
-    Record key;
-    Flavour::fill(key, name, 1);
+  static Code remove(typename Flavour::Handle& handle, const std::string& name) {
+    Record key({name, 1});
     return handle.Delete(Flavour::mask, &key);
   }
   // The value found, or minus the code; `next` in the scan that is open.
-  static std::int64_t get(Handle& handle, const std::string& name, bool next = false) {
-    Record key;
-    Record record;
-    Flavour::fill(key, name, 1);
+  static std::int64_t get(typename Flavour::Handle& handle, const std::string& name,
+                          bool next = false) {
+    Record key({name, 1});
+    typename Flavour::Record record;
     const Code code = next ? handle.GetNext(Flavour::mask, &key, &record)
                            : handle.Get(Flavour::mask, &key, &record);
-    return code == 0 ? Flavour::valueOf(record) : -std::int64_t{code};
+    return code == 0 ? Flavour::entryOf(record).value : -std::int64_t{code};
   }
 };

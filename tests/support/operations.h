@@ -1,33 +1,27 @@
 // One undisturbed run of each operation on a registry of the records a = 1 and b = 2.
 #pragma once
 
-#include "support/registry_fixture.h"
+#include "support/flavours.h"
 
-inline unsigned int add(TestRegistry& registry) {
-  BinVarValRecord record = variable("new", 3);
-  return registry.Add(byName, &record);
+inline Code add(TestRegistry& registry) {
+  return Operations<BinaryVariables>::add(registry, "new", 3);
 }
-inline unsigned int change(TestRegistry& registry) {
-  BinVarValRecord key = variable("b");
-  BinVarValRecord record = variable("b", 22);
-  return registry.Change(byName, &key, &record);
+inline Code change(TestRegistry& registry) {
+  return Operations<BinaryVariables>::change(registry, "b", 22);
 }
-inline unsigned int remove(TestRegistry& registry) {
-  BinVarValRecord key = variable("a");
-  return registry.Delete(byName, &key);
+inline Code remove(TestRegistry& registry) {
+  return Operations<BinaryVariables>::remove(registry, "a");
 }
-inline unsigned int get(TestRegistry& registry) {
-  BinVarValRecord key = variable("b");
+inline Code get(TestRegistry& registry) {
+  const std::int64_t found = Operations<BinaryVariables>::get(registry, "b");
+  return found < 0 ? static_cast<Code>(-found) : 0;
+}
+inline Code scan(TestRegistry& registry) {
+  BinVarValRecord key{};
   BinVarValRecord record;
-  return registry.Get(byName, &key, &record);
-}
-template <typename Record = BinVarValRecord, typename Registry>
-unsigned int scan(Registry& registry) {
-  Record key{};
-  Record record;
-  unsigned int code = registry.OpenScan();
+  Code code = registry.OpenScan();
   if (code != 0) return code;
   while (code == 0) code = registry.GetNext(0, &key, &record);
-  const unsigned int closed = registry.CloseScan();
+  const Code closed = registry.CloseScan();
   return code == GENREG_RC_END ? closed : code;
 }

@@ -1,10 +1,9 @@
 #include "support/registry_fixture.h"
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <set>
 
 #include "sysservices/memory.h"
 
@@ -24,18 +23,18 @@ VarValRecord assignment(const char* name, const char* value, const char* comment
   return record;
 }
 
+std::string little(std::uint64_t number, std::size_t width) {
+  std::string bytes;
+  for (std::size_t i = 0; i < width; ++i) bytes += static_cast<char>(number >> (8 * i));
+  return bytes;
+}
+
 std::string frameBytes(std::uint32_t length, const std::string& bytes) {
-  std::string field;
-  for (unsigned int shift = 0; shift < 32; shift += 8) {
-    field += static_cast<char>(length >> shift);
-  }
-  return field + bytes;
+  return little(length, 4) + bytes;
 }
 
 std::string frame(const BinVarValRecord& record) {
-  std::string bytes(36, '\0');
-  std::memcpy(bytes.data(), &record, bytes.size());
-  return frameBytes(36, bytes);
+  return frameBytes(36, std::string(reinterpret_cast<const char*>(&record), 36));
 }
 
 std::string readFile(const std::string& path) {
@@ -75,11 +74,10 @@ void RegistryTest::clearDirectory() const {
 }
 
 std::string RegistryTest::files() const {
-  std::vector<std::string> names;
+  std::set<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory_)) {
-    names.push_back(entry.path().filename().string());
+    names.insert(entry.path().filename().string());
   }
-  std::sort(names.begin(), names.end());
   std::string joined;
   for (const std::string& name : names) joined += (joined.empty() ? "" : " ") + name;
   return joined;
@@ -95,24 +93,16 @@ FaultHook::FaultHook(std::function<int(const std::string& call)> answer)
 FaultHook::~FaultHook() { ossSetFaultHook(nullptr, nullptr); }
 
 FaultPlan::FaultPlan(unsigned long k, int fault, bool kill, const char* only)
-    : k_(k), fault_(fault), kill_(kill), only_(only), hook_([this](const std::string& call) {
-        return answer(call);
+    : hook_([=](const std::string& call) {
+        if ((only != nullptr && only != call) || ++calls_ != k) return 0;
+        if (kill) killThisProcess();
+        return fault;
       }) {}
-
-int FaultPlan::answer(const std::string& operation) {
-  if (only_ != nullptr && only_ != operation) return 0;
-  if (++calls_ != k_) return 0;
-  if (kill_) killThisProcess();
-  operation_ = operation;
-  return fault_;
-}
 
 Diagnostics::Diagnostics() {
   ossSetDiagnosticCallback(
       [](const OSSDiagnosticRecord& record, void* context) {
-        static_cast<Diagnostics*>(context)->records.push_back(
-            {record.kind, record.probe, record.code, record.calleeProbe, record.calleeCode,
-             record.severity, record.point});
+        static_cast<Diagnostics*>(context)->records.push_back(record);
       },
       this);
 }
@@ -121,7 +111,7 @@ Diagnostics::~Diagnostics() { ossSetDiagnosticCallback(nullptr, nullptr); }
 
 std::size_t Diagnostics::logs(unsigned int probe, unsigned int code) const {
   return static_cast<std::size_t>(
-      std::count_if(records.begin(), records.end(), [&](const Record& record) {
+      std::count_if(records.begin(), records.end(), [&](const OSSDiagnosticRecord& record) {
         return record.kind <= OSSRecordKind::LogCallee && record.probe == probe &&
                record.code == code;
       }));

@@ -62,7 +62,6 @@ class Exposed : public Flavour {
   using GenRegBase::PostUpdate;
   using GenRegBase::status;
   using GenRegBase::ValidateKey;
-  using GenRegFile::GetPackedLength;
   using GenRegFile::GetRecordLength;
   using GenRegFile::GetRecordSize;
   using GenRegFile::mainStream;
@@ -80,7 +79,10 @@ BinVarValRecord variable(const std::string& name, std::int32_t value = 0,
 // A profile variable line; without a comment where that is null.
 VarValRecord assignment(const char* name, const char* value, const char* comment = nullptr);
 
-// A frame as it stands in the file, length least significant byte first.
+// A number as it stands in a file, in so many bytes, the least significant first.
+std::string little(std::uint64_t number, std::size_t width);
+
+// A frame as it stands in the file.
 std::string frame(const BinVarValRecord& record);
 std::string frameBytes(std::uint32_t length, const std::string& bytes);
 
@@ -128,17 +130,9 @@ class FaultPlan {
  public:
   FaultPlan(unsigned long k, int fault, bool kill = false, const char* only = nullptr);
   unsigned long calls() const { return calls_; }
-  const std::string& operation() const { return operation_; }
 
  private:
-  int answer(const std::string& operation);
-
-  unsigned long k_;
-  int fault_;
-  bool kill_;
-  const char* only_;
   unsigned long calls_ = 0;
-  std::string operation_;
   FaultHook hook_;
 };
 
@@ -150,16 +144,7 @@ class Diagnostics {
   Diagnostics(const Diagnostics&) = delete;
   Diagnostics& operator=(const Diagnostics&) = delete;
 
-  struct Record {
-    OSSRecordKind kind;
-    unsigned int probe;
-    unsigned int code;
-    unsigned int calleeProbe;
-    unsigned int calleeCode;
-    unsigned int severity;
-    unsigned int point;
-  };
-  std::vector<Record> records;
+  std::vector<OSSDiagnosticRecord> records;  // without the values that they point to
   // Failure logs of one routine's probe with one code.
   std::size_t logs(unsigned int probe, unsigned int code) const;
 };

@@ -6,12 +6,6 @@
 
 #include "support/registry_fixture.h"
 
-inline std::string little(std::uint64_t number, std::size_t width) {
-  std::string bytes;
-  for (std::size_t i = 0; i < width; ++i) bytes += static_cast<char>(number >> (8 * i));
-  return bytes;
-}
-
 // An entry: its length in two bytes, then its bytes.
 inline std::string entry(const std::string& bytes) { return little(bytes.size(), 2) + bytes; }
 inline std::string text(const std::string& characters) { return entry(characters + '\0'); }

@@ -63,7 +63,6 @@ void expectInChild(const std::function<bool()>& body);
 void killThisProcess();
 
 // What a test that Need::... lets through asks of the process. False when it is refused.
-bool becomeNobody();
 bool limitFileSize(unsigned int bytes);
 bool isAdministrator();
 
@@ -76,6 +75,5 @@ class ForkedChild {
   ForkedChild& operator=(const ForkedChild&) = delete;
 
  private:
-  int end_ = -1;
   int process_ = -1;
 };

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -72,11 +73,6 @@ int inChild(const std::function<int()>& body) {
 
 void killThisProcess() { (void)::raise(SIGKILL); }
 
-bool becomeNobody() {
-  constexpr uid_t nobody = 65534;
-  return ::geteuid() != 0 || (::setgid(nobody) == 0 && ::setuid(nobody) == 0);
-}
-
 bool limitFileSize(unsigned int bytes) {
   const rlimit limit{bytes, bytes};
   (void)::signal(SIGXFSZ, SIG_IGN);
@@ -85,20 +81,13 @@ bool limitFileSize(unsigned int bytes) {
 
 bool isAdministrator() { return ::geteuid() == 0; }
 
-ForkedChild::ForkedChild() {
-  int ends[2];
-  if (::pipe(ends) != 0) return;
-  process_ = ::fork();
-  if (process_ == 0) {
-    char byte;
-    ::close(ends[1]);
-    ::_exit(static_cast<int>(::read(ends[0], &byte, 1)));  // until the parent is done
-  }
-  ::close(ends[0]);
-  end_ = ends[1];
+ForkedChild::ForkedChild() : process_(::fork()) {
+  if (process_ != 0) return;
+  (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  for (;;) ::pause();
 }
 
 ForkedChild::~ForkedChild() {
-  ::close(end_);
+  (void)::kill(process_, SIGKILL);
   EXPECT_EQ(::waitpid(process_, nullptr, 0), process_);
 }
