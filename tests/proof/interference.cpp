@@ -31,7 +31,10 @@ const Intruder intruders[] = {
     // As an editor saves.
     {"replaces", registry, true, true, true,
      [](const Scenario& scenario) {
-       writeFile(registry + "~", readFile(registry) + scenario.flavour->stored(foreign));
+       // In place it has read the file before, or it would have read an unfinished record.
+       const bool early = scenario.inPlace();
+       writeFile(registry + "~", (early ? scenario.fileOf(scenario.before) : readFile(registry)) +
+                                     scenario.flavour->stored(foreign));
        std::filesystem::rename(registry + "~", registry);
      }},
     {"appends to", registry, true, true, false,
@@ -75,8 +78,8 @@ void disturb(Scenario& scenario, const Intruder& intruder, std::size_t k, bool i
   const bool ours = keeps(scenario, scenario.after);
   const bool old = keeps(scenario, scenario.before);
   const bool theirs = !intruder.writes || keeps(scenario, {foreign});
-  const bool appends = intruder.writes && !intruder.replaces;
-  const bool either = appends && inCommit && (ours || (theirs && old));
+  const bool excused = intruder.writes && (!intruder.replaces || scenario.inPlace());
+  const bool either = excused && inCommit && (ours || (theirs && old));
   scenario.expect(ours || (code != 0 && old) || either, "a committed record is lost");
   scenario.expect(theirs || either, "what the other program wrote is undone");
   scenario.expect(!exists(proof::backup), "a hidden backup stays");
