@@ -15,11 +15,6 @@ const std::string firstLine = "Windows Registry Editor Version 5.00\n";
 
 class RegistryExport : public MachineTest {
  protected:
-  void SetUp() override {
-    MachineTest::SetUp();
-    SKIP_WITHOUT(Need::RegistryExports);
-  }
-
   // An export whose copies are these answers and refusals: "263" and "path|line|reason;" if any.
   void expectCopies(const std::string& answer, const std::string& refusal = "") const {
     const FailureLog log;

@@ -4,13 +4,10 @@
 
 namespace {
 
-class InstallTool : public MachineTest {
- protected:
-  void useExample() { machineOf(ZORGENREG_SOURCE_DIR "/docs/example/machine.reg"); }
-};
+class InstallTool : public MachineTest {};
 
 TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
-  useExample();
+  machineOf(ZORGENREG_SOURCE_DIR "/docs/example/machine.reg");
   const std::string headings = "SERVICE  VERSION   COPY   PATH\n";
   expectSteps(
       "", {{"version 9.1.0.0", 0, "9.1.0.0  0x0009000100000000  9010000\n"},
@@ -31,14 +28,8 @@ TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
            {"copies find --service zor", 1, "", "GENREG_RC_SERVICE_INFO (0x90000267)"},
            {"copies find --version x", 2, "", "a version is"},
            {"instances find --name none", 1, "", "GENREG_RC_INSTANCE_INFO (0x90000268)"},
-           {"instances --kind zor", 2, "", "zor"}});
-}
-
-TEST_F(InstallTool, InstancesAreShownWithWhereTheirProfilesAre) {
-  SKIP_WITHOUT(Need::Cluster);
-  useExample();
-  expectSteps(
-      "", {{"instances", 0,
+           {"instances --kind zor", 2, "", "zor"},
+           {"instances", 0,
             "KIND  INSTANCE  VERSION   COPY   FLAGS      HOST      PATH\n"
             "ZOR   INST1     9.1.0.0   COPY1  autostart  -         D:\\profiles\\INST1\n"
             "ZOR   INST2     9.1.0.0   COPY1  disabled   -         C:\\Program "
@@ -78,7 +69,6 @@ TEST_F(InstallTool, WhatCannotBeReadIsReportedAndTheRestIsListed) {
 }
 
 TEST_F(InstallTool, AnExportThatIsRefusedIsReportedWithItsLine) {
-  SKIP_WITHOUT(Need::RegistryExports);
   machine(keys("A") + "x\n");
   const std::string reason = path("machine.reg") + ", line 9: neither a key, a value nor a comment";
   for (const char* command : {"copies", "instances", "copies find"})

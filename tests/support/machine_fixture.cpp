@@ -6,6 +6,8 @@
 #include <regex>
 #include <sstream>
 
+#include "sysservices/environment.h"
+
 std::string codeText(Code code) {
   char text[16];
   const bool ours = code >> 12 == 0x90000;
@@ -116,3 +118,25 @@ std::string instances(const char* kind) {
 
 FailureLog::FailureLog() { ossSetDiagnosticCallback(collect, this); }
 FailureLog::~FailureLog() { ossSetDiagnosticCallback(nullptr, nullptr); }
+
+void MachineTest::SetUp() {
+  RegistryTest::SetUp();
+  machineOf(path("machine.reg"));
+}
+
+void MachineTest::TearDown() {
+  machineOf("");
+  RegistryTest::TearDown();
+}
+
+void MachineTest::machine(const std::string& lines) { remoteMachine("machine", lines); }
+
+void MachineTest::machineBytes(const std::string& bytes) { writeFile(path("machine.reg"), bytes); }
+
+void MachineTest::machineOf(const std::string& path) {
+  (void)ossEnvironmentSet("ZOROSSE_REGISTRY_FILE", path.empty() ? nullptr : path.c_str());
+}
+
+void MachineTest::remoteMachine(const std::string& name, const std::string& lines) {
+  writeFile(path(name + ".reg"), "Windows Registry Editor Version 5.00\n" + lines);
+}

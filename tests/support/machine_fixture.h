@@ -1,5 +1,4 @@
-// A machine whose registry the test writes, as an export or, where the registry is the system's
-// own, from the lines of one.
+// A machine whose registry is an export that the test writes.
 #pragma once
 
 #include "ossinstall.h"
@@ -11,9 +10,6 @@
 // value.
 std::string productKey(const std::string& below, const std::string& values = "");
 std::string keys(const std::string& items);
-
-// Text as the system's 8-bit encoding has it.
-std::string systemText(const std::string& utf8);
 
 // All that a list gives, each step with ";": "SERVICE copy" or "NAME copy path flags host" for an
 // entry, the code and which entry it was for a failure, "-" for an empty text. It ends with "end;",

@@ -17,9 +17,6 @@ enum class Need {
   Forks,               // children that start with their parent's open files
   Devices,             // a device that is always full, a shell to redirect to it
   RemovableLockFiles,  // an open lock file can be removed
-  RegistryExports,     // the machine's registry is an export
-  OtherMachines,       // other machines, made by the test
-  Cluster,             // a cluster, made by the test
 };
 // Why a test that needs it is skipped; null where the platform has it.
 const char* lacking(Need need);
@@ -65,6 +62,12 @@ void killThisProcess();
 // What a test that Need::... lets through asks of the process. False when it is refused.
 bool limitFileSize(unsigned int bytes);
 bool isAdministrator();
+
+// A command for the system's shell, from one whose words stand in single quotes where they hold
+// blanks.
+std::string shellCommand(const std::string& words);
+// The exit status of a program that std::system ran; -1 when it was ended by a signal.
+int exitStatus(int status);
 
 // A child that was forked with all open files of this process, until it is destroyed.
 class ForkedChild {

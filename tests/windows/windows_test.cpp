@@ -1,12 +1,11 @@
 // What only Windows does: names that stay taken, devices among the files, mandatory locks, access
-// lists, another machine's registry.
+// lists.
 // The second header needs the first.
 // clang-format off
 #include <windows.h>
 #include <sddl.h>
 // clang-format on
 
-#include "support/machine_fixture.h"
 #include "support/operations.h"
 #include "sysservices/file_system.h"
 
@@ -122,17 +121,6 @@ TEST_F(Windows, TheNewFileIsOpenToTheSamePeopleFromBirth) {
   }
   EXPECT_EQ(atFirst, narrow);
   EXPECT_EQ(accessOf(registry()), narrow);
-}
-
-class WindowsMachine : public MachineTest {};
-
-TEST_F(WindowsMachine, AProfileIsReadFromTheMachineOfThatName) {
-  char name[MAX_COMPUTERNAME_LENGTH + 1] = "";
-  DWORD size = sizeof name;
-  ASSERT_NE(::GetComputerNameA(name, &size), 0);
-  machine(keys(std::string("A; A/I|ZORREMOTEPREG=") + name + "; A/J|ZORREMOTEPREG=NO-SUCH-HOST") +
-          productKey("\\INSTALLEDCOPIES\\A\\I", "\"ZORINSTPROF\"=\"R:\\\\r\"\n"));
-  EXPECT_EQ(instances(), std::string("I A R:\\r\\I 4 ") + name + ";266 J A;end;");
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "support/windows/memory_stream.h"
 #include "sysservices/environment.h"
 
 namespace {
@@ -71,9 +70,6 @@ int runAgain(unsigned int number) {
 
 }  // namespace
 
-const unsigned long lockChecks = 0;
-const unsigned long directorySyncs = 0;
-
 const char* lacking(Need need) {
   switch (need) {
     case Need::Links:
@@ -90,12 +86,6 @@ const char* lacking(Need need) {
       return "there is no device that is always full";
     case Need::RemovableLockFiles:
       return "a lock file that is open cannot be removed";
-    case Need::RegistryExports:
-      return "the registry is the system's own, not an export";
-    case Need::OtherMachines:
-      return "a test cannot make other machines";
-    case Need::Cluster:
-      return "a test cannot make a cluster";
   }
   return nullptr;
 }
@@ -139,14 +129,6 @@ std::FILE* scratchStream() {
   (void)::GetTempPathA(sizeof directory, directory);
   (void)::GetTempFileNameA(directory, "zor", 0, name);
   return std::fopen(name, "w+bD");
-}
-
-std::FILE* fmemopen(void* bytes, std::size_t size, const char*) {
-  std::FILE* const stream = scratchStream();
-  if (stream == nullptr) return nullptr;
-  EXPECT_EQ(std::fwrite(bytes, 1, size, stream), size);
-  std::rewind(stream);
-  return stream;
 }
 
 std::uint16_t inNetworkOrder(unsigned int port) {
@@ -199,6 +181,18 @@ int inChild(const std::function<int()>& body) {
   std::fflush(nullptr);
   ::_exit(childDone + status);
 }
+
+// Quotes within a word are escaped, and the shell takes the outermost pair away.
+std::string shellCommand(const std::string& words) {
+  std::string command = "\"";
+  for (const char character : words) {
+    if (character == '"') command += '\\';
+    command += character == '\'' ? '"' : character;
+  }
+  return command + "\"";
+}
+
+int exitStatus(int status) { return status; }
 
 void killThisProcess() { ::TerminateProcess(::GetCurrentProcess(), 9); }
 
