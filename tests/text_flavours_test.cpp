@@ -13,6 +13,13 @@ using Services = Exposed<GenRegServices>;
 
 class TextFlavoursTest : public RegistryTest {};
 
+// A services record; it has no text that is null.
+ServiceEntryRecord service(std::uint8_t contains, const char* name, unsigned int port,
+                           const char* protocol, const char** aliases = nullptr,
+                           const char* comment = nullptr) {
+  return {contains, comment, name, aliases, protocol, inNetworkOrder(port), {}, {}};
+}
+
 // The texts of a record, joined by bars; "-" for one that is null.
 std::string shown(const char* text) { return text == nullptr ? "-" : text; }
 template <typename... Texts>
@@ -184,37 +191,29 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
   const char* longer[] = {"longalias", "b", nullptr};
   const std::string longName(2030, 'n');
   const struct {
-    std::uint8_t contains;
-    const char* name;
-    unsigned int port;
-    const char *protocol, **aliases, *comment;
+    ServiceEntryRecord record;
     Code code;
     std::string written;
   } cases[] = {
-      {3, "ftp", 21, "tcp", file, "transfer", 0, "ftp\t\t21/tcp\t\tfile\t\t# transfer\n"},
-      {2, "web", 8080, "tcp", nullptr, nullptr, 0, "web\t\t8080/tcp\n"},
-      {2, "exactly8", 999, "udp", longer, nullptr, 0, "exactly8\t999/udp\t\tlongalias b\n"},
-      {3, "seven77", 1000, "udp", longer, "c", 0, "seven77\t\t1000/udp\tlongalias b\t# c\n"},
-      {3, "ftp", 21, "tcp", none, " old", 0, "ftp\t\t21/tcp\t\t\t\t#  old\n"},
-      {3, "web", 8080, "tcp", nullptr, "c", 0, "web\t\t8080/tcp\t\t\t# c\n"},
-      {1, nullptr, 0, nullptr, nullptr, "x", 0, "\t\t\t\t# x\n"},
-      {1, nullptr, 0, nullptr, nullptr, nullptr, 0, "\n"},
-      {3, "ftp", 21, "tcp", nullptr, nullptr, 0, "ftp\t\t21/tcp\n"},
-      {2, nullptr, 21, "tcp", nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_NAME, "old"},
-      {2, "ftp", 0, "tcp", nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_PORT, "old"},
-      {2, "ftp", 21, nullptr, nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_PROTOCOL, "old"},
-      {2, "f\np", 21, "tcp", nullptr, nullptr, GENREG_RC_BAD_ARGUMENT, "old"},
-      {2, longName.c_str(), 21, "tcp", longer, nullptr, OSS_RC_BUFFER_TOO_SMALL, "old"},
+      {service(3, "ftp", 21, "tcp", file, "transfer"), 0, "ftp\t\t21/tcp\t\tfile\t\t# transfer\n"},
+      {service(2, "web", 8080, "tcp"), 0, "web\t\t8080/tcp\n"},
+      {service(2, "exactly8", 999, "udp", longer), 0, "exactly8\t999/udp\t\tlongalias b\n"},
+      {service(3, "seven77", 1000, "udp", longer, "c"), 0,
+       "seven77\t\t1000/udp\tlongalias b\t# c\n"},
+      {service(3, "ftp", 21, "tcp", none, " old"), 0, "ftp\t\t21/tcp\t\t\t\t#  old\n"},
+      {service(3, "web", 8080, "tcp", nullptr, "c"), 0, "web\t\t8080/tcp\t\t\t# c\n"},
+      {service(1, nullptr, 0, nullptr, nullptr, "x"), 0, "\t\t\t\t# x\n"},
+      {service(1, nullptr, 0, nullptr), 0, "\n"},
+      {service(3, "ftp", 21, "tcp"), 0, "ftp\t\t21/tcp\n"},
+      {service(2, nullptr, 21, "tcp"), GENREG_RC_SERVICES_PACK_NO_NAME, "old"},
+      {service(2, "ftp", 0, "tcp"), GENREG_RC_SERVICES_PACK_NO_PORT, "old"},
+      {service(2, "ftp", 21, nullptr), GENREG_RC_SERVICES_PACK_NO_PROTOCOL, "old"},
+      {service(2, "f\np", 21, "tcp"), GENREG_RC_BAD_ARGUMENT, "old"},
+      {service(2, longName.c_str(), 21, "tcp", longer), OSS_RC_BUFFER_TOO_SMALL, "old"},
   };
   Services services(registry());
   for (const auto& row : cases) {
-    ServiceEntryRecord record{};
-    record.Contains = row.contains;
-    record.name = row.name;
-    record.port = inNetworkOrder(row.port);
-    record.protocol = row.protocol;
-    record.aliases = row.aliases;
-    record.comment = row.comment;
+    ServiceEntryRecord record = row.record;
     char text[GENREG_LINE_SIZE] = "old";
     EXPECT_EQ(services.PackRecord.text(&record, text), row.code);
     EXPECT_EQ(text, row.written);
@@ -222,23 +221,20 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
 }
 
 TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
-  const auto key = [](const char* name, unsigned int port, const char* protocol) {
-    return ServiceEntryRecord{2, nullptr, name, nullptr, protocol, inNetworkOrder(port), {}, {}};
-  };
   const struct {
     std::uint64_t mask;
     ServiceEntryRecord key;
     Code refused;
     unsigned int port;  // of the record found; 0: none
   } cases[] = {
-      {1, key("b", 0, nullptr), 0, 2},
-      {2, key(nullptr, 3, nullptr), 0, 3},
-      {4, key(nullptr, 0, "udp"), 0, 3},
-      {7, key("b", 3, "udp"), 0, 3},
-      {7, key("B", 3, "udp"), 0, 0},
-      {1, key(nullptr, 0, nullptr), GENREG_RC_SERVICES_NO_NAME, 0},
-      {2, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PORT_KEY, 0},
-      {4, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
+      {1, service(2, "b", 0, nullptr), 0, 2},
+      {2, service(2, nullptr, 3, nullptr), 0, 3},
+      {4, service(2, nullptr, 0, "udp"), 0, 3},
+      {7, service(2, "b", 3, "udp"), 0, 3},
+      {7, service(2, "B", 3, "udp"), 0, 0},
+      {1, service(2, nullptr, 0, nullptr), GENREG_RC_SERVICES_NO_NAME, 0},
+      {2, service(2, "b", 0, nullptr), GENREG_RC_SERVICES_NO_PORT_KEY, 0},
+      {4, service(2, "b", 0, nullptr), GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
       {1, ServiceEntryRecord{}, GENREG_RC_KEY_EMPTY, 0},
   };
   writeFile(registry(), "# c\na 1/tcp\nb 2/tcp\nb 3/udp\n");
@@ -252,7 +248,7 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
     EXPECT_TRUE(code != 0 || record.port == inNetworkOrder(row.port));
   }
   // A comment line is addressed by its text, whatever the mask.
-  ServiceEntryRecord comment{SERVICES_HAS_COMMENT, " c", nullptr, nullptr, nullptr, 0, {}, {}};
+  ServiceEntryRecord comment = service(1, nullptr, 0, nullptr, nullptr, " c");
   EXPECT_EQ(file.Delete(0, &comment), 0u);
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\n");
 
@@ -271,7 +267,7 @@ TEST_F(TextFlavoursTest, AServicesRecordIsZeroWhereTheLineStoredNothing) {
   const std::size_t texts = sizeof "svc" + sizeof "tcp" + sizeof "alias" + sizeof " x";
   writeFile(registry(), std::string("# c\n") + line);
   Services file(registry());
-  ServiceEntryRecord key{2, nullptr, "svc", nullptr, nullptr, 0, {}, {}};
+  ServiceEntryRecord key = service(2, "svc", 0, nullptr);
   ASSERT_EQ(file.setFeature(GENREG_GET_IN_SCAN), 0u);
   ASSERT_EQ(file.OpenScan(), 0u);
   static GenRegUnpackHook own;
@@ -324,7 +320,7 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   BinVarValRecord binary = ::variable("name", -7, "text");
   VarValRecord variable{3, " c", "A", "1", {}};
   VarValRecord comment{1, " c", nullptr, nullptr, {}};
-  ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
+  ServiceEntryRecord entry = service(2, "echo", 7, "udp");
   GlobalRegRecord value;
   GlobalVariables::fill(value, "name", 5);
   value.CheckSum = -1;
@@ -338,7 +334,7 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   EXPECT_EQ(GenRegBinVarVal::PrintRecord(&binary), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&variable), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&comment), 0u);
-  EXPECT_EQ(GenRegServices::PrintRecord(&service), 0u);
+  EXPECT_EQ(GenRegServices::PrintRecord(&entry), 0u);
   for (GlobalRegRecord* each : {&value, &instance, &services}) EXPECT_EQ(printGlobal(each), 0u);
   EXPECT_EQ(
       ::testing::internal::GetCapturedStdout(),
