@@ -49,6 +49,7 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
        before},
       {"registry removed", [&] { fs::remove(registry()); }, ""},
       {"lock file replaced", [&] { replaceFile(lockFile(), ""); }, before},
+      {"by a link", [&] { fs::remove(lockFile()), plantLink("r", lockFile()); }, before},
       {"temporary file removed", [&] { fs::remove(temporary()); }, before},
       {"temporary file replaced", [&] { replaceFile(temporary(), theirs); }, before},
       {"backup planted", [&] { writeFile(backup(), theirs); }, changed},
@@ -70,7 +71,7 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
       }
       EXPECT_EQ(handle.isUpdateCommitted(), row.registry == changed);
       EXPECT_EQ(readFile(registry()), row.registry);
-      EXPECT_FALSE(exists(backup()));
+      EXPECT_FALSE(exists(backup()) || exists(lockFile()));
       EXPECT_EQ(readFile(old()), row.registry == changed ? theirs : "");
     }
   }
@@ -99,6 +100,19 @@ TEST_F(CommitTest, TheRegistrysNameIsNeverMissingUnlessThereAreNoLinks) {
       }
     }
   }
+}
+
+TEST_F(CommitTest, NoFileStandsAtAStandardDescriptorThatTheProcessGaveUp) {
+  expectInChild([&] {
+    closeTwoStandardDescriptors();
+    bool areFree = true;
+    const FaultHook watching([&](const std::string&) {
+      areFree = areFree && standardDescriptorsAreFree();
+      return 0;
+    });
+    TestRegistry handle(registry(), verified);
+    return change(handle) == 0 && areFree;
+  });
 }
 
 TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitted) {
