@@ -100,40 +100,34 @@ TEST_F(TextFlavoursTest, AVariableLineIsWrittenAfterTheOneItReplaces) {
 }
 
 TEST_F(TextFlavoursTest, GettersConvertWholeValuesInRangeOnly) {
-  const struct {
-    const char* value;
-    bool isUint, isSint, isDouble, isBool;
-    double number;
-  } cases[] = {
-      {"42", true, true, true, false, 42},
-      {"18446744073709551615", true, false, true, false, 18446744073709551615.0},
-      {"18446744073709551616", false, false, true, false, 18446744073709551616.0},
-      {"-9223372036854775808", false, true, true, false, -9223372036854775808.0},
-      {"-9223372036854775809", false, false, true, false, -9223372036854775809.0},
-      {"\"42\"", false, false, false, false, 0},
-      {"42x", false, false, false, false, 0},
-      {"", false, false, false, false, 0},
-      {"1.5e3", false, false, true, false, 1500},
-      {"1e999", false, false, false, false, 0},
-      {"True", false, false, false, true, 1},
-      {"off", false, false, false, true, 0},
+  const std::pair<const char*, const char*> cases[] = {
+      {"42", "42|42|42.000000|-"},
+      {"18446744073709551615", "18446744073709551615|-|18446744073709551616.000000|-"},
+      {"18446744073709551616", "-|-|18446744073709551616.000000|-"},
+      {"-9223372036854775808", "-|-9223372036854775808|-9223372036854775808.000000|-"},
+      {"-9223372036854775809", "-|-|-9223372036854775808.000000|-"},
+      {"\"42\"", "-|-|-|-"},
+      {"42x", "-|-|-|-"},
+      {"", "-|-|-|-"},
+      {"1.5e3", "-|-|1500.000000|-"},
+      {"1e999", "-|-|-|-"},
+      {"True", "-|-|-|1"},
+      {"off", "-|-|-|0"},
   };
   VarVal file(registry());
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.value);
-    writeFile(registry(), "n = " + std::string(row.value) + "\nn = 7\n");
-    std::uint64_t u = 99;
-    std::int64_t s = 99;
-    double d = 99;
-    bool b = row.number == 0;
-    EXPECT_EQ(file.GetUintValue("n", &u), row.isUint);
-    EXPECT_EQ(static_cast<double>(u), row.isUint ? row.number : 99);
-    EXPECT_EQ(file.GetSintValue("n", &s), row.isSint);
-    EXPECT_EQ(static_cast<double>(s), row.isSint ? row.number : 99);
-    EXPECT_EQ(file.GetDoubleValue("n", &d), row.isDouble);
-    EXPECT_EQ(d, row.isDouble ? row.number : 99);
-    EXPECT_EQ(file.GetBooleanValue("n", &b), row.isBool);
-    EXPECT_TRUE(!row.isBool || b == (row.number == 1));
+  // What a getter gives; "-" when it gives nothing and leaves the value as it was.
+  const auto given = [&](auto getter, auto value) {
+    const auto before = value;
+    if ((file.*getter)("n", &value)) return std::to_string(value);
+    return std::string(value == before ? "-" : "changed");
+  };
+  for (const auto& [value, converted] : cases) {
+    writeFile(registry(), "n = " + std::string(value) + "\nn = 7\n");
+    EXPECT_EQ(given(&VarVal::GetUintValue, std::uint64_t{99}) + "|" +
+                  given(&VarVal::GetSintValue, std::int64_t{99}) + "|" +
+                  given(&VarVal::GetDoubleValue, 99.0) + "|" +
+                  given(&VarVal::GetBooleanValue, std::strcmp(value, "off") == 0),
+              converted);
   }
   const char* text = "untouched";
   EXPECT_FALSE(file.GetStringValue("absent", &text));

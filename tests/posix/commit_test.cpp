@@ -1,7 +1,9 @@
 // What other programs do to the files of a registry while it is updated: a commit replaces what was
 // read and nothing else, and loses nothing of theirs.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -173,17 +175,23 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
 }
 
 // As it is when a third party removed that writer's lock file; afterwards the registry is another.
+// The writer ends in a signal that interrupts the wait.
 TEST_F(CommitTest, ATemporaryFileThatItsWriterHoldsIsWaitedFor) {
   writeFile(temporary(), "theirs");
-  const int writer = ::open(temporary().c_str(), O_RDONLY);
+  static int writer;
+  writer = ::open(temporary().c_str(), O_RDONLY);
   ASSERT_EQ(::flock(writer, LOCK_SH), 0);
+  struct sigaction ending {};
+  ending.sa_handler = [](int) { (void)::close(writer); };
+  ASSERT_EQ(::sigaction(SIGALRM, &ending, nullptr), 0);
   TestRegistry handle(registry(), unverified);
   int attempts = 0;  // lock file, registry, temporary file, then the wait
   {
-    const FaultHook ending([&](const std::string& call) {
+    const FaultHook waiting([&](const std::string& call) {
       if (call == "flock" && ++attempts == 5) {
         replaceFile(registry(), before + theirs);
-        (void)::close(writer);
+        const itimerval soon{{}, {0, 1000}};
+        (void)::setitimer(ITIMER_REAL, &soon, nullptr);
       }
       return 0;
     });
