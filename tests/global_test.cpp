@@ -47,36 +47,37 @@ class GlobalTest : public RegistryTest {};
 struct FieldCase {
   std::uint32_t type;
   std::uint64_t bit;
-  std::string entry;  // length and bytes
+  Code empty, absent;  // without their 0x90000000; 0: not checked
+  std::string entry;   // length and bytes
   void (*set)(GlobalRegRecord& record);
 };
 
 const FieldCase fields[] = {
-    {1, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Instance.Service, "svc"); }},
-    {1, 0x2, number(0x0009000100020003, 8),
-     [](GlobalRegRecord& r) { r.Instance.VersionCode = 0x0009000100020003; }},
-    {1, 0x4, text("name"), [](GlobalRegRecord& r) { put(r.Instance.InstanceName, "name"); }},
-    {1, 0x8, text("/path"), [](GlobalRegRecord& r) { put(r.Instance.InstancePath, "/path"); }},
-    {1, 0x10, text("use"), [](GlobalRegRecord& r) { put(r.Instance.Usage, "use"); }},
-    {1, 0x20, number(1, 4), [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 1; }},
-    {1, 0x40, number(1, 4), [](GlobalRegRecord& r) { r.Instance.Maintenance = 1; }},
-    {1, 0x80, text("/opt"), [](GlobalRegRecord& r) { put(r.Instance.InstallPath, "/opt"); }},
-    {1, 0x100, text("host"), [](GlobalRegRecord& r) { put(r.Instance.HostName, "host"); }},
-    {1, 0x200, text("note"), [](GlobalRegRecord& r) { put(r.Instance.Comment, "note"); }},
-    {2, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Services.Service, "svc"); }},
-    {2, 0x2, number(7, 8), [](GlobalRegRecord& r) { r.Services.VersionCode = 7; }},
-    {2, 0x4, text("/opt"), [](GlobalRegRecord& r) { put(r.Services.InstallPath, "/opt"); }},
-    {2, 0x8, text("t2"), [](GlobalRegRecord& r) { put(r.Services.Text2, "t2"); }},
-    {2, 0x10, text("t3"), [](GlobalRegRecord& r) { put(r.Services.Text3, "t3"); }},
-    {2, 0x20, number(0xFFFFFFFF, 4), [](GlobalRegRecord& r) { r.Services.Level = 0xFFFFFFFF; }},
-    {2, 0x40, number(0x01020304, 4), [](GlobalRegRecord& r) { r.Services.Number1 = 0x01020304; }},
-    {2, 0x80, number(0xFE, 1), [](GlobalRegRecord& r) { r.Services.Byte1 = 0xFE; }},
-    {2, 0x100, number(2, 4), [](GlobalRegRecord& r) { r.Services.Number2 = 2; }},
-    {2, 0x200, number(3, 4), [](GlobalRegRecord& r) { r.Services.Number3 = 3; }},
-    {4, 0x1, text("svc"), [](GlobalRegRecord& r) { put(r.Variable.Service, "svc"); }},
-    {4, 0x2, text("var"), [](GlobalRegRecord& r) { put(r.Variable.Variable, "var"); }},
-    {4, 0x4, text("val"), [](GlobalRegRecord& r) { put(r.Variable.Value, "val"); }},
-    {4, 0x8, text("note"), [](GlobalRegRecord& r) { put(r.Variable.Comment, "note"); }},
+    {1, 0x1, 0x229, 0x233, text("svc"), [](auto& r) { put(r.Instance.Service, "svc"); }},
+    {1, 0x2, 0, 0x234, number(0x900010203, 8),
+     [](auto& r) { r.Instance.VersionCode = 0x900010203; }},
+    {1, 0x4, 0x22B, 0x235, text("name"), [](auto& r) { put(r.Instance.InstanceName, "name"); }},
+    {1, 0x8, 0x22C, 0x236, text("/path"), [](auto& r) { put(r.Instance.InstancePath, "/path"); }},
+    {1, 0x10, 0x22D, 0x237, text("use"), [](auto& r) { put(r.Instance.Usage, "use"); }},
+    {1, 0x20, 0, 0x238, number(1, 4), [](auto& r) { r.Instance.StartAtBoot = 1; }},
+    {1, 0x40, 0, 0x239, number(1, 4), [](auto& r) { r.Instance.Maintenance = 1; }},
+    {1, 0x80, 0x230, 0x23A, text("/opt"), [](auto& r) { put(r.Instance.InstallPath, "/opt"); }},
+    {1, 0x100, 0x231, 0x23B, text("host"), [](auto& r) { put(r.Instance.HostName, "host"); }},
+    {1, 0x200, 0x232, 0x23C, text("note"), [](auto& r) { put(r.Instance.Comment, "note"); }},
+    {2, 0x1, 0x23D, 0x242, text("svc"), [](auto& r) { put(r.Services.Service, "svc"); }},
+    {2, 0x2, 0, 0x243, number(7, 8), [](auto& r) { r.Services.VersionCode = 7; }},
+    {2, 0x4, 0x23F, 0x244, text("/opt"), [](auto& r) { put(r.Services.InstallPath, "/opt"); }},
+    {2, 0x8, 0x240, 0x245, text("t2"), [](auto& r) { put(r.Services.Text2, "t2"); }},
+    {2, 0x10, 0x241, 0x246, text("t3"), [](auto& r) { put(r.Services.Text3, "t3"); }},
+    {2, 0x20, 0, 0, number(0xFFFFFFFF, 4), [](auto& r) { r.Services.Level = 0xFFFFFFFF; }},
+    {2, 0x40, 0, 0x50E, number(0x01020304, 4), [](auto& r) { r.Services.Number1 = 0x01020304; }},
+    {2, 0x80, 0, 0x510, number(0xFE, 1), [](auto& r) { r.Services.Byte1 = 0xFE; }},
+    {2, 0x100, 0, 0x50F, number(2, 4), [](auto& r) { r.Services.Number2 = 2; }},
+    {2, 0x200, 0, 0x511, number(3, 4), [](auto& r) { r.Services.Number3 = 3; }},
+    {4, 0x1, 0x247, 0x24B, text("svc"), [](auto& r) { put(r.Variable.Service, "svc"); }},
+    {4, 0x2, 0x248, 0x24C, text("var"), [](auto& r) { put(r.Variable.Variable, "var"); }},
+    {4, 0x4, 0x249, 0x24D, text("val"), [](auto& r) { put(r.Variable.Value, "val"); }},
+    {4, 0x8, 0x24A, 0x24E, text("note"), [](auto& r) { put(r.Variable.Comment, "note"); }},
 };
 
 TEST_F(GlobalTest, EveryFieldIsStoredAndReadByteForByteWithAndWithoutUnknownOnes) {
@@ -237,25 +238,11 @@ TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
       {0, 0, 0, nullptr, 0},
       {1, 0, 0x1, nullptr, GENREG_RC_NO_FIELDS},
       {3, 0x1, 0x3FF, nullptr, 0},
-      {1, 0x1, 0x1, [](GlobalRegRecord& r) { *r.Instance.Service = '\0'; }, 0x90000229u},
-      {1, 0x205, 0x1, [](GlobalRegRecord& r) { *r.Instance.InstanceName = '\0'; }, 0x9000022Bu},
-      {1, 0x20, 0x20, [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 2; }, 0x9000022Eu},
-      {1, 0x20, 0, [](GlobalRegRecord& r) { r.Instance.StartAtBoot = 2; }, 0},
-      {1, 0x40, 0x40, [](GlobalRegRecord& r) { r.Instance.Maintenance = 0xFFFFFFFF; }, 0x9000022Fu},
-      {1, 0x200, 0x200, [](GlobalRegRecord& r) { *r.Instance.Comment = '\0'; }, 0x90000232u},
-      {1, 0x1, 0x2, nullptr, 0x90000234u},
-      {1, 0x1, 0x4, nullptr, 0x90000235u},
-      {1, 0x1, 0x20, nullptr, 0x90000238u},
-      {1, 0x1, 0x200, nullptr, 0x9000023Cu},
+      {1, 0x205, 0x1, [](auto& r) { *r.Instance.InstanceName = '\0'; }, 0x9000022Bu},
+      {1, 0x20, 0x20, [](auto& r) { r.Instance.StartAtBoot = 2; }, 0x9000022Eu},
+      {1, 0x20, 0, [](auto& r) { r.Instance.StartAtBoot = 2; }, 0},
+      {1, 0x40, 0x40, [](auto& r) { r.Instance.Maintenance = 0xFFFFFFFF; }, 0x9000022Fu},
       {1, 0x1, 0x400, nullptr, 0},
-      {2, 0x10, 0x10, [](GlobalRegRecord& r) { *r.Services.Text3 = '\0'; }, 0x90000241u},
-      {2, 0x1, 0x20, nullptr, 0},
-      {2, 0x1, 0x40, nullptr, 0x9000050Eu},
-      {2, 0x1, 0x80, nullptr, 0x90000510u},
-      {2, 0x1, 0x100, nullptr, 0x9000050Fu},
-      {2, 0x1, 0x200, nullptr, 0x90000511u},
-      {4, 0x8, 0x8, [](GlobalRegRecord& r) { *r.Variable.Comment = '\0'; }, 0x9000024Au},
-      {4, 0x1, 0x8, nullptr, 0x9000024Eu},
       {4, 0xF, 0xF, nullptr, 0},
   };
   Global handle(registry());
@@ -271,6 +258,12 @@ TEST_F(GlobalTest, KeysAndRecordsAreCheckedFieldByField) {
     const bool reached =
         row.mask != 0 && row.code != GENREG_RC_BAD_RECORD_TYPE && row.code != GENREG_RC_NO_FIELDS;
     EXPECT_EQ(record.MissingFieldMask, reached ? 0u : 0xF0u);
+  }
+  for (const FieldCase& field : fields) {
+    GlobalRegRecord empty = recordOf(field.type, field.bit);
+    EXPECT_EQ(handle.ValidateKey(field.bit, &empty) & 0xFFFFu, field.empty) << field.absent;
+    GlobalRegRecord without = recordOf(field.type, 0x400);
+    EXPECT_EQ(handle.ValidateKey(field.bit, &without) & 0xFFFFu, field.absent) << field.empty;
   }
   GlobalRegRecord record = instance("one");
   EXPECT_EQ(handle.ValidateKey(0, nullptr), GENREG_RC_NO_ARGUMENT);
