@@ -39,8 +39,9 @@ class CommitTest : public RegistryTest {
 TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
   const struct {
     const char* name;
-    std::function<void()> act;  // between open and commit
+    std::function<void()> act;
     std::string registry;
+    std::string before = "fsync";  // the first such call, by default between open and commit
   } cases[] = {
       {"by the same bytes", [&] { replaceFile(registry(), before); }, before},
       {"registry cut off", [&] { fs::resize_file(registry(), 40); }, before.substr(0, 40)},
@@ -55,6 +56,8 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
       {"by a link", [&] { fs::remove(lockFile()), plantLink("r", lockFile()); }, before},
       {"temporary file removed", [&] { fs::remove(temporary()); }, before},
       {"temporary file replaced", [&] { replaceFile(temporary(), theirs); }, before},
+      {"registry replaced in the moment of the commit", [&] { replaceFile(registry(), theirs); },
+       theirs, "rename"},
       {"backup planted", [&] { writeFile(backup(), theirs); }, changed},
   };
   for (const auto& row : cases) {
@@ -64,9 +67,9 @@ TEST_F(CommitTest, WhatChangedSinceTheOpenIsNotReplaced) {
       writeFile(registry(), before);
       TestRegistry handle(registry(), features);
       {
-        int syncs = 0;
+        int calls = 0;
         const FaultHook other([&](const std::string& call) {
-          if (call == "fsync" && ++syncs == 1) row.act();
+          if (call == row.before && ++calls == 1) row.act();
           return 0;
         });
         const Code refused = features == verified ? verifying : closing;
@@ -219,17 +222,34 @@ TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
     EXPECT_EQ(readFile(registry()), changed);
     EXPECT_EQ(readFile(backup()), before);
   }
+  // Nor can the way back to what another program renamed over it in the moment of the commit.
+  clearDirectory();
+  writeFile(registry(), before);
+  TestRegistry handle(registry(), unverified);
+  int renames = 0;
+  const FaultHook other([&](const std::string& call) {
+    if (call != "rename") return 0;
+    if (++renames == 1) replaceFile(registry(), theirs);
+    return renames == 2 ? EIO : 0;
+  });
+  EXPECT_EQ(change(handle), closing);
+  EXPECT_TRUE(handle.isUpdateCommitted());
+  EXPECT_EQ(readFile(registry()), changed);
+  EXPECT_EQ(readFile(temporary()), theirs);
 }
 
 TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
   // A commit that was killed before it deleted a name of the old file, and what happened after it.
-  const auto crashed = [&] {
+  const auto killed = [&](unsigned long unlink) {
     EXPECT_EQ(inChild([&] {
                 TestRegistry handle(registry(), unverified);
-                const FaultPlan plan(3, 0, true, "unlink");
+                const FaultPlan plan(unlink, 0, true, "unlink");
                 return static_cast<int>(change(handle));
               }),
               -9);
+  };
+  const auto crashed = [&] {
+    killed(3);
     EXPECT_EQ(files(), ".r.bkp .r.lock r");
   };
   const struct {
@@ -239,6 +259,7 @@ TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {
   } cases[] = {
       {"a second name of the registry", [&] { fs::create_hard_link(registry(), backup()); }, {}},
       {"announced", crashed, {}},
+      {"announced, the temporary's name still there", [&] { killed(2); }, {}},
       {"announced, the lock file gone",
        [&] { crashed(), fs::remove(lockFile()); },
        {{old(), before}}},
