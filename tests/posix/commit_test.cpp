@@ -176,6 +176,15 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
     EXPECT_FALSE(row.logged == GENREG_RC_TEMP_PERMISSIONS && exists(temporary()));
     EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
   }
+  // Names that the recovery or the first Add made are durable before anything is built on them.
+  for (const bool recovers : {true, false}) {
+    clearDirectory();
+    if (recovers) writeFile(backup(), before);
+    TestRegistry handle(registry(), verified);
+    FaultPlan plan(1, EIO, false, "fsync");
+    EXPECT_EQ(add(handle), opening);
+    EXPECT_FALSE(handle.isUpdateCommitted());
+  }
 }
 
 // As it is when a third party removed that writer's lock file; afterwards the registry is another.
