@@ -108,6 +108,19 @@ TEST_F(CommitTest, TheRegistrysNameIsNeverMissingUnlessThereAreNoLinks) {
   }
 }
 
+TEST_F(CommitTest, AFileMadeWhileTheNameIsMissingStaysAndTheOldContentIsSetAside) {
+  TestRegistry handle(registry(), unverified);
+  int renames = 0;
+  const FaultHook gap([&](const std::string& call) {
+    if (call == "rename" && ++renames == 2) writeFile(registry(), theirs);
+    return call == "link" ? EPERM : 0;
+  });
+  EXPECT_EQ(change(handle), closing);
+  EXPECT_FALSE(handle.isUpdateCommitted());
+  EXPECT_EQ(readFile(registry()), theirs);
+  EXPECT_EQ(readFile(old()), before);
+}
+
 TEST_F(CommitTest, NoFileStandsAtAStandardDescriptorThatTheProcessGaveUp) {
   expectInChild([&] {
     closeTwoStandardDescriptors();
