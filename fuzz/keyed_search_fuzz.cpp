@@ -1,8 +1,7 @@
 // The bytes are a text registry: a byte of choices, a key up to a newline, and the file. What the
 // library knows of lines as they stand must be what parsing them shows: a handle whose UnpackRecord
 // is somebody else's function looks at every line in full, and must find, refuse and keep the same.
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -28,27 +27,15 @@ class Searched : public Flavour {
   static inline GenRegUnpackHook own;
 };
 
-const std::string newName = "made";
-
-VarValRecord keyOf(const GenRegVarVal*, const std::string& key) {
-  VarValRecord record{};
+void fill(VarValRecord& record, const char* name) {
   record.Contains = VARVAL_HAS_VARIABLE;
-  record.Variable = record.Value = key.c_str();
-  return record;
+  record.Variable = record.Value = name;
 }
-ServiceEntryRecord keyOf(const GenRegServices*, const std::string& key) {
-  ServiceEntryRecord record{};
+void fill(ServiceEntryRecord& record, const char* name) {
   record.Contains = SERVICES_HAS_SERVICE;
-  record.name = key.c_str();
+  record.name = name;
   record.port = 0x5000;
   record.protocol = "tcp";
-  return record;
-}
-std::string show(const VarValRecord& record) {
-  return record.Variable == nullptr ? "-" : record.Variable;
-}
-std::string show(const ServiceEntryRecord& record) {
-  return record.name == nullptr ? "-" : record.name;
 }
 
 std::string readFile(const std::string& path) {
@@ -56,9 +43,9 @@ std::string readFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// The codes and records of a scan for the key, and what each kind of update leaves in the file,
-// with everything that is logged on the way.
-template <typename Flavour>
+// The codes and names of a scan for the key, and what each kind of update leaves in the file, with
+// everything that is logged on the way.
+template <typename Flavour, typename Record, const char* Record::*name>
 std::string outcome(const std::string& path, std::uint64_t mask, const std::string& key, bool join,
                     bool full) {
   std::string seen;
@@ -68,13 +55,15 @@ std::string outcome(const std::string& path, std::uint64_t mask, const std::stri
       },
       &seen);
   Searched<Flavour> handle(path, join, full);
-  auto wanted = keyOf(static_cast<Flavour*>(nullptr), key);
-  decltype(wanted) found{};
+  Record wanted{}, made{}, found{};
+  fill(wanted, key.c_str());
+  fill(made, "made");
   (void)handle.OpenScan();
-  while (handle.GetNext(mask, &wanted, &found) == 0) seen += " =" + show(found);
+  while (handle.GetNext(mask, &wanted, &found) == 0) {
+    seen += std::string(" =") + (found.*name == nullptr ? "-" : found.*name);
+  }
   (void)handle.CloseScan();
   const std::string before = readFile(path);
-  auto made = keyOf(static_cast<Flavour*>(nullptr), newName);
   for (const char operation : {'a', 'c', 'd'}) {
     seen += " " + std::to_string(operation == 'a'   ? handle.Add(mask, &wanted)
                                  : operation == 'c' ? handle.Change(mask, &wanted, &made)
@@ -87,16 +76,13 @@ std::string outcome(const std::string& path, std::uint64_t mask, const std::stri
 }
 
 struct ScratchFile {
-  ScratchFile() {
-    const std::filesystem::path memory = "/dev/shm";
-    const auto folder =
-        std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path();
-    path = (folder / ("keyed-search-" + std::to_string(std::random_device{}()))).string();
-  }
   ~ScratchFile() {
     for (const char* suffix : {"", ".tmp", ".cor"}) (void)std::remove((path + suffix).c_str());
   }
-  std::string path;
+  const std::filesystem::path memory = "/dev/shm";
+  const std::string path = ((exists(memory) ? memory : std::filesystem::temp_directory_path()) /
+                            ("keyed-search-" + std::to_string(std::random_device{}())))
+                               .string();
 };
 
 }  // namespace
@@ -110,10 +96,10 @@ int fuzzKeyedSearch(const std::uint8_t* data, std::size_t size) {
   std::ofstream(file.path, std::ios::binary) << bytes.substr(keyEnd + 1);
   const std::string key = bytes.substr(0, keyEnd);
   const bool join = (data[0] & 1) != 0;
-  const auto search = (data[0] & 2) != 0 ? outcome<GenRegVarVal> : outcome<GenRegServices>;
+  const auto search = (data[0] & 2) != 0
+                          ? outcome<GenRegVarVal, VarValRecord, &VarValRecord::Variable>
+                          : outcome<GenRegServices, ServiceEntryRecord, &ServiceEntryRecord::name>;
   const std::uint64_t mask = 1 + (data[0] >> 2) % 7;
-  if (search(file.path, mask, key, join, false) != search(file.path, mask, key, join, true)) {
-    std::abort();
-  }
+  require(search(file.path, mask, key, join, false) == search(file.path, mask, key, join, true));
   return 0;
 }

@@ -1,17 +1,11 @@
 // Any bytes as a registry export: they are an export or they are not, and a tree that was read can
 // be walked, every key found by its path and every value by its name.
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "platform/posix/registry_export.h"
 #include "targets.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void walk(platform::RegistryKey root) {
   std::vector<std::pair<platform::RegistryKey, std::string>> open{{root, ""}};

@@ -4,7 +4,6 @@
 //     by what it holds and by nothing else.
 //   - A record that could be read is packed, with these bytes as the record it replaces, into a
 //     stored form that is read as the same record; packing that again changes nothing.
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -12,10 +11,6 @@
 #include "targets.h"
 
 namespace {
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 std::vector<unsigned char> packed(const GlobalRegRecord& record, const unsigned char* previous,
                                   std::size_t length) {

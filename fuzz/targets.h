@@ -4,6 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+
+inline void require(bool promise) {
+  if (!promise) std::abort();
+}
 
 // Registry exports.
 int fuzzRegistryExport(const std::uint8_t* data, std::size_t size);

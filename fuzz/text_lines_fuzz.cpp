@@ -2,7 +2,6 @@
 //   - The raw texts of all logical lines, one after the other, are the file.
 //   - A record that was parsed can be written and is the same record when it is read again.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -20,10 +19,6 @@ class Parser : public Flavour {
   unsigned int unpack(void* record, char* line) { return this->UnpackRecord.text(record, line); }
   unsigned int pack(void* record, char* text) { return this->PackRecord.text(record, text); }
 };
-
-void require(bool promise) {
-  if (!promise) std::abort();
-}
 
 bool same(const char* left, const char* right) {
   if (left == nullptr || right == nullptr) return left == right;
@@ -64,18 +59,14 @@ void checkService(char* line) {
   }
 }
 
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
-};
-
 }  // namespace
 
 int fuzzTextLines(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
   const bool join = (data[0] & 1) != 0;
   std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const std::unique_ptr<std::FILE, StreamCloser> stream(
-      ::fmemopen(bytes.data(), bytes.size(), "r"));
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+      ::fmemopen(bytes.data(), bytes.size(), "r"), std::fclose);
   if (stream == nullptr) return 0;
   std::string together;
   char raw[GENREG_LINE_SIZE];

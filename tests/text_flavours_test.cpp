@@ -13,6 +13,13 @@ using Services = Exposed<GenRegServices>;
 
 class TextFlavoursTest : public RegistryTest {};
 
+// A services record; it has no text that is null.
+ServiceEntryRecord service(std::uint8_t contains, const char* name, unsigned int port,
+                           const char* protocol, const char** aliases = nullptr,
+                           const char* comment = nullptr) {
+  return {contains, comment, name, aliases, protocol, inNetworkOrder(port), {}, {}};
+}
+
 // The texts of a record, joined by bars; "-" for one that is null.
 std::string shown(const char* text) { return text == nullptr ? "-" : text; }
 template <typename... Texts>
@@ -93,40 +100,34 @@ TEST_F(TextFlavoursTest, AVariableLineIsWrittenAfterTheOneItReplaces) {
 }
 
 TEST_F(TextFlavoursTest, GettersConvertWholeValuesInRangeOnly) {
-  const struct {
-    const char* value;
-    bool isUint, isSint, isDouble, isBool;
-    double number;
-  } cases[] = {
-      {"42", true, true, true, false, 42},
-      {"18446744073709551615", true, false, true, false, 18446744073709551615.0},
-      {"18446744073709551616", false, false, true, false, 18446744073709551616.0},
-      {"-9223372036854775808", false, true, true, false, -9223372036854775808.0},
-      {"-9223372036854775809", false, false, true, false, -9223372036854775809.0},
-      {"\"42\"", false, false, false, false, 0},
-      {"42x", false, false, false, false, 0},
-      {"", false, false, false, false, 0},
-      {"1.5e3", false, false, true, false, 1500},
-      {"1e999", false, false, false, false, 0},
-      {"True", false, false, false, true, 1},
-      {"off", false, false, false, true, 0},
+  const std::pair<const char*, const char*> cases[] = {
+      {"42", "42|42|42.000000|-"},
+      {"18446744073709551615", "18446744073709551615|-|18446744073709551616.000000|-"},
+      {"18446744073709551616", "-|-|18446744073709551616.000000|-"},
+      {"-9223372036854775808", "-|-9223372036854775808|-9223372036854775808.000000|-"},
+      {"-9223372036854775809", "-|-|-9223372036854775808.000000|-"},
+      {"\"42\"", "-|-|-|-"},
+      {"42x", "-|-|-|-"},
+      {"", "-|-|-|-"},
+      {"1.5e3", "-|-|1500.000000|-"},
+      {"1e999", "-|-|-|-"},
+      {"True", "-|-|-|1"},
+      {"off", "-|-|-|0"},
   };
   VarVal file(registry());
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.value);
-    writeFile(registry(), "n = " + std::string(row.value) + "\nn = 7\n");
-    std::uint64_t u = 99;
-    std::int64_t s = 99;
-    double d = 99;
-    bool b = row.number == 0;
-    EXPECT_EQ(file.GetUintValue("n", &u), row.isUint);
-    EXPECT_EQ(static_cast<double>(u), row.isUint ? row.number : 99);
-    EXPECT_EQ(file.GetSintValue("n", &s), row.isSint);
-    EXPECT_EQ(static_cast<double>(s), row.isSint ? row.number : 99);
-    EXPECT_EQ(file.GetDoubleValue("n", &d), row.isDouble);
-    EXPECT_EQ(d, row.isDouble ? row.number : 99);
-    EXPECT_EQ(file.GetBooleanValue("n", &b), row.isBool);
-    EXPECT_TRUE(!row.isBool || b == (row.number == 1));
+  // What a getter gives; "-" when it gives nothing and leaves the value as it was.
+  const auto given = [&](auto getter, auto value) {
+    const auto before = value;
+    if ((file.*getter)("n", &value)) return std::to_string(value);
+    return std::string(value == before ? "-" : "changed");
+  };
+  for (const auto& [value, converted] : cases) {
+    writeFile(registry(), "n = " + std::string(value) + "\nn = 7\n");
+    EXPECT_EQ(given(&VarVal::GetUintValue, std::uint64_t{99}) + "|" +
+                  given(&VarVal::GetSintValue, std::int64_t{99}) + "|" +
+                  given(&VarVal::GetDoubleValue, 99.0) + "|" +
+                  given(&VarVal::GetBooleanValue, std::strcmp(value, "off") == 0),
+              converted);
   }
   const char* text = "untouched";
   EXPECT_FALSE(file.GetStringValue("absent", &text));
@@ -184,37 +185,29 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
   const char* longer[] = {"longalias", "b", nullptr};
   const std::string longName(2030, 'n');
   const struct {
-    std::uint8_t contains;
-    const char* name;
-    unsigned int port;
-    const char *protocol, **aliases, *comment;
+    ServiceEntryRecord record;
     Code code;
     std::string written;
   } cases[] = {
-      {3, "ftp", 21, "tcp", file, "transfer", 0, "ftp\t\t21/tcp\t\tfile\t\t# transfer\n"},
-      {2, "web", 8080, "tcp", nullptr, nullptr, 0, "web\t\t8080/tcp\n"},
-      {2, "exactly8", 999, "udp", longer, nullptr, 0, "exactly8\t999/udp\t\tlongalias b\n"},
-      {3, "seven77", 1000, "udp", longer, "c", 0, "seven77\t\t1000/udp\tlongalias b\t# c\n"},
-      {3, "ftp", 21, "tcp", none, " old", 0, "ftp\t\t21/tcp\t\t\t\t#  old\n"},
-      {3, "web", 8080, "tcp", nullptr, "c", 0, "web\t\t8080/tcp\t\t\t# c\n"},
-      {1, nullptr, 0, nullptr, nullptr, "x", 0, "\t\t\t\t# x\n"},
-      {1, nullptr, 0, nullptr, nullptr, nullptr, 0, "\n"},
-      {3, "ftp", 21, "tcp", nullptr, nullptr, 0, "ftp\t\t21/tcp\n"},
-      {2, nullptr, 21, "tcp", nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_NAME, "old"},
-      {2, "ftp", 0, "tcp", nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_PORT, "old"},
-      {2, "ftp", 21, nullptr, nullptr, nullptr, GENREG_RC_SERVICES_PACK_NO_PROTOCOL, "old"},
-      {2, "f\np", 21, "tcp", nullptr, nullptr, GENREG_RC_BAD_ARGUMENT, "old"},
-      {2, longName.c_str(), 21, "tcp", longer, nullptr, OSS_RC_BUFFER_TOO_SMALL, "old"},
+      {service(3, "ftp", 21, "tcp", file, "transfer"), 0, "ftp\t\t21/tcp\t\tfile\t\t# transfer\n"},
+      {service(2, "web", 8080, "tcp"), 0, "web\t\t8080/tcp\n"},
+      {service(2, "exactly8", 999, "udp", longer), 0, "exactly8\t999/udp\t\tlongalias b\n"},
+      {service(3, "seven77", 1000, "udp", longer, "c"), 0,
+       "seven77\t\t1000/udp\tlongalias b\t# c\n"},
+      {service(3, "ftp", 21, "tcp", none, " old"), 0, "ftp\t\t21/tcp\t\t\t\t#  old\n"},
+      {service(3, "web", 8080, "tcp", nullptr, "c"), 0, "web\t\t8080/tcp\t\t\t# c\n"},
+      {service(1, nullptr, 0, nullptr, nullptr, "x"), 0, "\t\t\t\t# x\n"},
+      {service(1, nullptr, 0, nullptr), 0, "\n"},
+      {service(3, "ftp", 21, "tcp"), 0, "ftp\t\t21/tcp\n"},
+      {service(2, nullptr, 21, "tcp"), GENREG_RC_SERVICES_PACK_NO_NAME, "old"},
+      {service(2, "ftp", 0, "tcp"), GENREG_RC_SERVICES_PACK_NO_PORT, "old"},
+      {service(2, "ftp", 21, nullptr), GENREG_RC_SERVICES_PACK_NO_PROTOCOL, "old"},
+      {service(2, "f\np", 21, "tcp"), GENREG_RC_BAD_ARGUMENT, "old"},
+      {service(2, longName.c_str(), 21, "tcp", longer), OSS_RC_BUFFER_TOO_SMALL, "old"},
   };
   Services services(registry());
   for (const auto& row : cases) {
-    ServiceEntryRecord record{};
-    record.Contains = row.contains;
-    record.name = row.name;
-    record.port = inNetworkOrder(row.port);
-    record.protocol = row.protocol;
-    record.aliases = row.aliases;
-    record.comment = row.comment;
+    ServiceEntryRecord record = row.record;
     char text[GENREG_LINE_SIZE] = "old";
     EXPECT_EQ(services.PackRecord.text(&record, text), row.code);
     EXPECT_EQ(text, row.written);
@@ -222,23 +215,20 @@ TEST_F(TextFlavoursTest, AServicesLineIsWrittenInItsOwnLayout) {
 }
 
 TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
-  const auto key = [](const char* name, unsigned int port, const char* protocol) {
-    return ServiceEntryRecord{2, nullptr, name, nullptr, protocol, inNetworkOrder(port), {}, {}};
-  };
   const struct {
     std::uint64_t mask;
     ServiceEntryRecord key;
     Code refused;
     unsigned int port;  // of the record found; 0: none
   } cases[] = {
-      {1, key("b", 0, nullptr), 0, 2},
-      {2, key(nullptr, 3, nullptr), 0, 3},
-      {4, key(nullptr, 0, "udp"), 0, 3},
-      {7, key("b", 3, "udp"), 0, 3},
-      {7, key("B", 3, "udp"), 0, 0},
-      {1, key(nullptr, 0, nullptr), GENREG_RC_SERVICES_NO_NAME, 0},
-      {2, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PORT_KEY, 0},
-      {4, key("b", 0, nullptr), GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
+      {1, service(2, "b", 0, nullptr), 0, 2},
+      {2, service(2, nullptr, 3, nullptr), 0, 3},
+      {4, service(2, nullptr, 0, "udp"), 0, 3},
+      {7, service(2, "b", 3, "udp"), 0, 3},
+      {7, service(2, "B", 3, "udp"), 0, 0},
+      {1, service(2, nullptr, 0, nullptr), GENREG_RC_SERVICES_NO_NAME, 0},
+      {2, service(2, "b", 0, nullptr), GENREG_RC_SERVICES_NO_PORT_KEY, 0},
+      {4, service(2, "b", 0, nullptr), GENREG_RC_SERVICES_NO_PROTOCOL_KEY, 0},
       {1, ServiceEntryRecord{}, GENREG_RC_KEY_EMPTY, 0},
   };
   writeFile(registry(), "# c\na 1/tcp\nb 2/tcp\nb 3/udp\n");
@@ -252,14 +242,9 @@ TEST_F(TextFlavoursTest, KeysAreCheckedAndMatchedByTheFieldsTheMaskSelects) {
     EXPECT_TRUE(code != 0 || record.port == inNetworkOrder(row.port));
   }
   // A comment line is addressed by its text, whatever the mask.
-  ServiceEntryRecord comment{SERVICES_HAS_COMMENT, " c", nullptr, nullptr, nullptr, 0, {}, {}};
+  ServiceEntryRecord comment = service(1, nullptr, 0, nullptr, nullptr, " c");
   EXPECT_EQ(file.Delete(0, &comment), 0u);
   EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\n");
-  ServiceEntryRecord added = key("b", 3, "udp");
-  EXPECT_EQ(file.Add(7, &added), duplicate);
-  added.port = inNetworkOrder(4);
-  EXPECT_EQ(file.Add(7, &added), 0u);
-  EXPECT_EQ(readFile(registry()), "a 1/tcp\nb 2/tcp\nb 3/udp\nb\t\t4/udp\n");
 
   VarVal variables(path("v"));
   VarValRecord empty{};
@@ -276,7 +261,7 @@ TEST_F(TextFlavoursTest, AServicesRecordIsZeroWhereTheLineStoredNothing) {
   const std::size_t texts = sizeof "svc" + sizeof "tcp" + sizeof "alias" + sizeof " x";
   writeFile(registry(), std::string("# c\n") + line);
   Services file(registry());
-  ServiceEntryRecord key{2, nullptr, "svc", nullptr, nullptr, 0, {}, {}};
+  ServiceEntryRecord key = service(2, "svc", 0, nullptr);
   ASSERT_EQ(file.setFeature(GENREG_GET_IN_SCAN), 0u);
   ASSERT_EQ(file.OpenScan(), 0u);
   static GenRegUnpackHook own;
@@ -300,50 +285,35 @@ TEST_F(TextFlavoursTest, AServicesRecordIsZeroWhereTheLineStoredNothing) {
   EXPECT_EQ(file.CloseScan(), 0u);
 }
 
-// A class of a larger record, whose values are longer than any line.
-struct LargeRecord : VarValRecord {
-  char value[3 * GENREG_LINE_SIZE];
-};
-class LargeValues : public GenRegVarVal {
- public:
-  explicit LargeValues(const std::string& path) : GenRegVarVal(path.c_str(), nullptr) {
-    own = UnpackRecord;
-    GetRecordSize = [](std::uint64_t* size) -> Code { return *size = sizeof(LargeRecord), 0; };
-    UnpackRecord = [](void* memory, char* line) {
-      auto& record = *static_cast<LargeRecord*>(memory);
-      const Code code = own.text(&record, line);
-      if (code == 0 && record.Value != nullptr) {
-        const std::size_t length = std::strtoul(record.Value, nullptr, 10);
-        std::memset(record.value, 'v', length);
-        record.value[length] = '\0';
-        record.Value = record.value;
-      }
-      return code;
-    };
-  }
-
- private:
-  static inline GenRegUnpackHook own;
-};
-
-TEST_F(TextFlavoursTest, GettersWorkForAClassOfLargerRecords) {
-  writeFile(registry(), "a = 10\nlongest = 2047\nlonger = 2048\nhuge = 6000\n");
-  LargeValues file(registry());
+TEST_F(TextFlavoursTest, GettersWorkForAClassOfLargerRecordsAndValuesThatFitALine) {
+  struct LargeRecord : VarValRecord {
+    char value[3 * GENREG_LINE_SIZE];
+  };
+  VarVal file(registry());
+  static GenRegUnpackHook own;
+  own = file.UnpackRecord;
+  file.GetRecordSize = [](std::uint64_t* size) -> Code { return *size = sizeof(LargeRecord), 0; };
+  file.UnpackRecord = [](void* memory, char* line) {
+    auto& record = *static_cast<LargeRecord*>(memory);
+    const Code code = own.text(&record, line);
+    const std::size_t length = std::strtoul(record.Value, nullptr, 10);
+    std::memset(record.value, 'v', length);
+    record.value[length] = '\0';
+    record.Value = record.value;
+    return code;
+  };
   const char* value = nullptr;
-  EXPECT_TRUE(file.GetStringValue("a", &value));
-  EXPECT_STREQ(value, "vvvvvvvvvv");
-  EXPECT_TRUE(file.GetStringValue("longest", &value));
-  EXPECT_EQ(std::strlen(value), 2047u);
-  EXPECT_FALSE(file.GetStringValue("longer", &value));
-  EXPECT_FALSE(file.GetStringValue("huge", &value));
-  EXPECT_EQ(std::strlen(value), 2047u) << "the value before is untouched";
+  for (const std::size_t length : {10u, 2047u, 2048u, 6000u}) {
+    writeFile(registry(), "a = " + std::to_string(length) + "\n");
+    EXPECT_EQ(file.GetStringValue("a", &value), length < 2048);
+    EXPECT_EQ(value, std::string(std::min<std::size_t>(length, 2047), 'v'));
+  }
 }
 
 TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   BinVarValRecord binary = ::variable("name", -7, "text");
   VarValRecord variable{3, " c", "A", "1", {}};
-  VarValRecord comment{1, " c", nullptr, nullptr, {}};
-  ServiceEntryRecord service{2, nullptr, "echo", nullptr, "udp", inNetworkOrder(7), {}, {}};
+  ServiceEntryRecord entry = service(2, "echo", 7, "udp");
   GlobalRegRecord value{};
   GlobalVariables::fill(value, {"name", 5});
   value.CheckSum = -1;
@@ -356,15 +326,13 @@ TEST_F(TextFlavoursTest, RecordsOfEveryKindArePrintedFieldByField) {
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(GenRegBinVarVal::PrintRecord(&binary), 0u);
   EXPECT_EQ(GenRegVarVal::PrintRecord(&variable), 0u);
-  EXPECT_EQ(GenRegVarVal::PrintRecord(&comment), 0u);
-  EXPECT_EQ(GenRegServices::PrintRecord(&service), 0u);
+  EXPECT_EQ(GenRegServices::PrintRecord(&entry), 0u);
   for (GlobalRegRecord* each : {&value, &instance, &services}) EXPECT_EQ(printGlobal(each), 0u);
   EXPECT_EQ(
       ::testing::internal::GetCapturedStdout(),
       "   Variable = |name|\n   Value    = -7\n   Comment  = |text|\n"
       "Record Dump:\n   Variable = |A|\n   Value    = |1|\n   Contains = 3\n"
       "   Comment  = | c|\n"
-      "Record Dump:\n   Contains = 1\n   Comment  = | c|\n"
       "   name     = |echo|\n   port     = 7\n   protocol = |udp|\n   comment  = NULL\n"
       "   RecordType   = 4\n   FieldMask    = 7\n   MissingFieldMask = 0\n"
       "   VariableRecord:\n      Service  = |zor|\n      Variable = |name|\n      Value    = |5|\n"
