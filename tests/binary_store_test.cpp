@@ -1,6 +1,7 @@
 // The binary engine: framing, damage, hooks, verification.
 #include <cstring>
 
+#include "support/flavours.h"
 #include "support/operations.h"
 
 namespace {
@@ -33,18 +34,16 @@ TEST_F(BinaryStoreTest, MasksSelectWhatIsCompared) {
   const struct {
     std::uint64_t mask;
     const char* name;
-    std::int32_t value, found;  // 0: none
-    const char* comment;
-  } cases[] = {{0, "zzz", 9, 1, "x"},   {1, "b", 9, 1, "y"}, {2, "zzz", 1, 1, "x"},
-               {3, "b", 1, 1, "y"},     {3, "b", 2, 0, ""},  {~0ull, "a", 1, 1, "x"},
-               {0xF0, "zzz", 9, 1, "x"}};
+    std::int32_t value;
+    const char* comment;  // of what is found; empty: nothing
+  } cases[] = {{0, "zzz", 9, "x"}, {1, "b", 9, "y"},     {2, "zzz", 1, "x"},   {3, "b", 1, "y"},
+               {3, "b", 2, ""},    {~0ull, "a", 1, "x"}, {0xF0, "zzz", 9, "x"}};
+  writeFile(registry(), before);
+  TestRegistry handle(registry());
   for (const auto& row : cases) {
-    writeFile(registry(), before);
-    TestRegistry handle(registry());
     BinVarValRecord key = variable(row.name, row.value, "ignored");
     BinVarValRecord record;
-    EXPECT_EQ(handle.Get(row.mask, &key, &record), row.found != 0 ? 0u : notFound);
-    EXPECT_EQ(record.Value, row.found);
+    EXPECT_EQ(handle.Get(row.mask, &key, &record), *row.comment == '\0' ? notFound : 0u);
     EXPECT_STREQ(record.Comment, row.comment);
   }
 }
@@ -74,8 +73,12 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
       writeFile(registry(), row.bytes);
       TestRegistry handle(registry(), features);
       BinVarValRecord record;
-      EXPECT_EQ(getByName(handle, "absent", record), row.reading);
       const bool damaged = row.reading == readFailed;
+      {
+        Diagnostics diagnostics;
+        EXPECT_EQ(getByName(handle, "absent", record), row.reading);
+        EXPECT_EQ(diagnostics.logs(0x082A0021u, GENREG_RC_RECORD_PAST_EOF), damaged ? 1u : 0u);
+      }
       EXPECT_EQ(add(handle), damaged ? readFailed : 0u);
       EXPECT_EQ(readFile(registry()), row.bytes + (damaged ? "" : frame(variable("new", 3))));
       EXPECT_EQ(remove(handle), damaged ? readFailed : (row.bytes.empty() ? notFound : 0u));
@@ -103,18 +106,30 @@ TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
 }
 
 TEST_F(BinaryStoreTest, ARecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
-  // Shorter than nominal, longer, without a terminator, and with the key as its beginning.
-  const std::pair<std::string, std::int32_t> rows[] = {
-      {frameBytes(3, "key"), 0},
-      {frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), 5},
-      {frameBytes(36, std::string(36, 'k')), 7},
-      {frame(variable("keys", 1)), 7}};
-  for (const auto& [stored, value] : rows) {
-    writeFile(registry(), frame(variable("other", 9)) + stored + frame(variable("key", 7)));
+  const std::string whole(16, 'k');  // a name that fills its field, without a terminator
+  const std::string behind = frame(variable("key", 5)).replace(10, 1, "j");
+  const struct {
+    const char* name;
+    std::string stored, key;
+    std::int32_t value;
+  } cases[] = {{"shorter", frameBytes(3, "key"), "key", 0},
+               {"longer", frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), "key", 5},
+               {"more behind the terminator", behind, "key", 5},
+               {"beginning with the key", frame(variable("keys", 1)), "key", 7},
+               {"without a terminator", frameBytes(36, std::string(36, 'k')), whole, 0x6B6B6B6B},
+               {"its last byte another", frameBytes(36, std::string(36, 'k')),
+                std::string(15, 'k') + "j", 7}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    BinVarValRecord key{};
+    row.key.copy(key.Variable, sizeof key.Variable);
+    BinVarValRecord last = key;
+    last.Value = 7;
+    writeFile(registry(), frame(variable("other", 9)) + row.stored + frame(last));
     TestRegistry handle(registry());
     BinVarValRecord found;
-    ASSERT_EQ(getByName(handle, "key", found), 0u);
-    EXPECT_EQ(found.Value, value);
+    ASSERT_EQ(handle.Get(byName, &key, &found), 0u);
+    EXPECT_EQ(found.Value, row.value);
   }
 }
 
@@ -247,19 +262,38 @@ TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
   }
 }
 
-TEST_F(BinaryStoreTest, RecordsBelowEightBytesAreStoredButNotReturned) {
-  TestRegistry handle(registry(), verified);
-  sizeOf<4>(handle);
-  lengthOf<4>(handle);
-  handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
-    return std::memcmp(left, right, 4) == 0;
-  };
-  char record[] = "abc";
-  char found[8] = "untouch";
-  EXPECT_EQ(handle.Add(1, record), 0u);
-  EXPECT_EQ(readFile(registry()), frameBytes(4, std::string("abc\0", 4)));
-  EXPECT_EQ(handle.Get(1, record, found), GENREG_RC_RECORD_TOO_LARGE);
-  EXPECT_STREQ(found, "untouch");
+TEST_F(BinaryStoreTest, RecordsHaveThreeBytesToAMegabyteAndEightToBeReturned) {
+  for (const auto& sized : {sizeOf<3>, sizeOf<0x100000>}) {
+    writeFile(registry(), frame(variable("a", 1)));
+    TestRegistry handle(registry());
+    sized(handle);
+    EXPECT_EQ(remove(handle), 0u);
+  }
+  char record[] = "abc\0efg";
+  for (const auto& [sized, result] :
+       {std::pair(sizeOf<7>, Code{GENREG_RC_RECORD_TOO_LARGE}), std::pair(sizeOf<8>, Code{0})}) {
+    writeFile(registry(), "");
+    TestRegistry handle(registry(), verified);
+    sized(handle);
+    lengthOf<7>(handle);
+    handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
+      return std::memcmp(left, right, 7) == 0;
+    };
+    char found[8] = "untouch";
+    EXPECT_EQ(handle.Add(1, record), 0u);
+    EXPECT_EQ(readFile(registry()), frameBytes(7, std::string(record, 7)));
+    EXPECT_EQ(handle.Get(1, record, found), result);
+    EXPECT_STREQ(found, result == 0 ? "abc" : "untouch");
+  }
+}
+
+TEST_F(BinaryStoreTest, PackingWritesNoMoreThanMemoryThatIsNotTheEnginesIsKnownToHold) {
+  GlobalVariables::Handle handle(registry());
+  std::vector<GlobalRegRecord> memory(30);
+  GlobalVariables::fill(memory[0], "a", 1);
+  std::string previous = stored(4, 0x10, {entry(std::string(sizeof(GlobalRegRecord), 'u'))});
+  void* packed = memory.data();
+  EXPECT_EQ(handle.PackRecord.binary(&packed, previous.data()), GENREG_RC_PACK_LENGTH);
 }
 
 // --- verification ---
@@ -274,12 +308,14 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
   const std::string other = frame(variable("other", 3));
   std::string sameFields = a;
   sameFields[30] = 'c';  // the comment takes no part in matching
-  // The temporary file as somebody might have made it, and what the pass finds.
+  // The temporary file as somebody might have made it, what the pass finds, and the registry if
+  // somebody changed it as well.
   const struct {
     const char* name;
     Code (*run)(TestRegistry&);
     std::string forged;
     Code finding;
+    std::string meanwhile = {};
   } cases[] = {
       {"change of another record", change, a9 + b22, GENREG_RC_VERIFY_CHANGED_KEY},
       {"change to something else", change, a + b3, GENREG_RC_VERIFY_UNEXPECTED},
@@ -297,43 +333,28 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
       {"delete that added one", remove, b + other, GENREG_RC_VERIFY_OLD_ENDED},
       {"delete of nothing", remove, a + b, GENREG_RC_VERIFY_NOTHING_CHANGED},
       {"delete of all", remove, "", GENREG_RC_VERIFY_UNEXPECTED},
+      {"change of two", change, b22 + b22, GENREG_RC_VERIFY_MANY, b + b3},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
+    const std::string meanwhile = row.meanwhile.empty() ? a + b : row.meanwhile;
     writeFile(registry(), a + b);
-    TestRegistry handle(registry(), verified);
-    // The temporary file is replaced at the moment it has been synced, before the pass opens it.
+    TestRegistry handle(registry(), row.meanwhile.empty() ? verified : unique);
+    // At the moment when the temporary file is synced, before the pass opens it.
     int syncs = 0;
     const FaultHook forger([&](const std::string& call) {
-      if (call == "malloc" && exists(temporary()) && syncs == 1) writeFile(temporary(), row.forged);
-      syncs += call == "fsync";
+      if (call != "fsync" || ++syncs != 1) return 0;
+      writeFile(registry(), meanwhile);
+      writeFile(temporary(), row.forged);
       return 0;
     });
     Diagnostics diagnostics;
     EXPECT_EQ(row.run(handle), verifying);
     EXPECT_EQ(diagnostics.logs(0x082A0022u, row.finding), 1u);
-    EXPECT_EQ(readFile(registry()), a + b);
+    EXPECT_EQ(readFile(registry()), meanwhile);
     EXPECT_EQ(readFile(temporary()), row.forged) << "what was refused stays to be looked at";
     (void)std::remove(temporary().c_str());
   }
-}
-
-TEST_F(BinaryStoreTest, VerificationCountsForItselfHowManyRecordsChanged) {
-  const std::string two = frame(variable("b", 2)) + frame(variable("b", 3));
-  writeFile(registry(), frame(variable("b", 2)));
-  TestRegistry handle(registry(), unique);
-  int syncs = 0;
-  const FaultHook growing([&](const std::string& call) {
-    if (call == "fsync" && ++syncs == 1) {
-      writeFile(registry(), two);
-      writeFile(temporary(), frame(variable("b", 22)) + frame(variable("b", 22)));
-    }
-    return 0;
-  });
-  Diagnostics diagnostics;
-  EXPECT_EQ(change(handle), verifying);
-  EXPECT_EQ(diagnostics.logs(0x082A0022u, GENREG_RC_VERIFY_MANY), 1u);
-  EXPECT_EQ(readFile(registry()), two);
 }
 
 }  // namespace
