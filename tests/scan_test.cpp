@@ -76,17 +76,12 @@ TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
   TestRegistry writing(registry());
   ASSERT_EQ(scanning.OpenScan(), 0u);
   BinVarValRecord record = variable("new", 4);
-  EXPECT_EQ(scanning.Add(byName, &record), opening);
-  EXPECT_EQ(scanning.status & GENREG_STATUS_LOCKED, 0u);
   BinVarValRecord found;
+  EXPECT_EQ(scanning.Add(byName, &record), opening);
   EXPECT_EQ(scanning.Get(byName, &record, &found), opening);
-  for (std::int32_t value = 4; value < 7; ++value) {
-    record.Value = value;
-    EXPECT_EQ(writing.Add(byName, &record), 0u)
-        << "the file that the scan reads was deleted before";
-  }
-  EXPECT_EQ(next(scanning, "new"), -1);
-  EXPECT_EQ(code_, GENREG_RC_END);
+  EXPECT_EQ(scanning.status & GENREG_STATUS_LOCKED, 0u);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(writing.Add(byName, &record), 0u);
+  EXPECT_EQ(nextValues(scanning, 4), "1 2 3 -1");
   EXPECT_EQ(scanning.CloseScan(), 0u);
   EXPECT_EQ(files(), "r");
 }
