@@ -168,7 +168,6 @@ void lengthOf(TestRegistry& handle) {
 
 TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   using Break = void (*)(TestRegistry&);
-  using Step = std::pair<Code (*)(TestRegistry&), Code>;
   const Break refuses = [](TestRegistry& h) {
     h.ValidateKey = [](std::uint64_t, void*) -> Code { return 7; };
   };
@@ -177,6 +176,7 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   const Break withoutCompare = [](TestRegistry& h) { h.compareHook() = nullptr; };
   const Break withoutLength = [](TestRegistry& h) { h.GetRecordLength = nullptr; };
   const Break packedOnly = [](TestRegistry& h) { (void)h.setFeature(GENREG_PACKED_RECORDS); };
+  Code (*const operations[])(TestRegistry&) = {add, change, remove, get, scan};
   constexpr Code tooSmall = GENREG_RC_RECORD_TOO_SMALL;
   constexpr Code tooLarge = GENREG_RC_RECORD_TOO_LARGE;
   constexpr Code unpack = GENREG_RC_NO_UNPACK_HOOK_PACKED;
@@ -184,33 +184,28 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   const struct {
     const char* name;
     Break breakHook;
-    Code add, change, remove, get, scan;
+    Code results[std::size(operations)];
   } cases[] = {
-      {"refused", refuses, rejected, rejected, rejected, rejected, rejected},
-      {"no ValidateKey", unchecked, hookMissing, noValidate, noValidate, noValidate, noValidate},
-      {"no GetRecordSize", withoutSize, hookMissing, noSize, noSize, noSize, noSize},
-      {"no CompareRecord", withoutCompare, verifying, noCompare, noCompare, noCompare, noCompare},
-      {"no GetRecordLength", withoutLength, copy, copy, copy, 0, 0},
-      {"packed without hooks", packedOnly, hookMissing, unpack, unpack, unpack, unpack},
-      {"size 2", sizeOf<2>, tooSmall, tooSmall, tooSmall, tooSmall, tooSmall},
-      {"size 0x100001", sizeOf<0x100001>, tooLarge, tooLarge, tooLarge, tooLarge, tooLarge},
-      {"length 2", lengthOf<2>, writeNewFailed, copy, 0, 0, 0},
-      {"length past the record", lengthOf<37>, writeNewFailed, copy, 0, 0, 0},
+      {"refused", refuses, {rejected, rejected, rejected, rejected, rejected}},
+      {"no ValidateKey", unchecked, {hookMissing, noValidate, noValidate, noValidate, noValidate}},
+      {"no GetRecordSize", withoutSize, {hookMissing, noSize, noSize, noSize, noSize}},
+      {"no CompareRecord", withoutCompare, {verifying, noCompare, noCompare, noCompare, noCompare}},
+      {"no GetRecordLength", withoutLength, {copy, copy, copy, 0, 0}},
+      {"packed without hooks", packedOnly, {hookMissing, unpack, unpack, unpack, unpack}},
+      {"size 2", sizeOf<2>, {tooSmall, tooSmall, tooSmall, tooSmall, tooSmall}},
+      {"size 0x100001", sizeOf<0x100001>, {tooLarge, tooLarge, tooLarge, tooLarge, tooLarge}},
+      {"length 2", lengthOf<2>, {writeNewFailed, copy, 0, 0, 0}},
+      {"length past the record", lengthOf<37>, {writeNewFailed, copy, 0, 0, 0}},
   };
   const std::string before = frame(variable("a", 1)) + frame(variable("b", 2));
   for (const auto& row : cases) {
-    const Step steps[] = {{add, row.add},
-                          {change, row.change},
-                          {remove, row.remove},
-                          {get, row.get},
-                          {scan, row.scan}};
-    for (const auto& [run, result] : steps) {
-      SCOPED_TRACE(std::string(row.name) + ", result " + std::to_string(result));
+    for (std::size_t i = 0; i < std::size(operations); ++i) {
+      SCOPED_TRACE(std::string(row.name) + ", operation " + std::to_string(i));
       writeFile(registry(), before);
       TestRegistry handle(registry());
       row.breakHook(handle);
-      EXPECT_EQ(run(handle), result);
-      EXPECT_TRUE(result == 0 || readFile(registry()) == before);
+      EXPECT_EQ(operations[i](handle), row.results[i]);
+      EXPECT_TRUE(row.results[i] == 0 || readFile(registry()) == before);
       (void)handle.CloseScan();
       EXPECT_EQ(handle.status & GENREG_STATUS_LOCKED, 0u);
     }

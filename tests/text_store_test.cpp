@@ -1,33 +1,20 @@
 // The text engine on profile variable files: what an update changes, and that it changes nothing
 // else.
-#include "support/registry_fixture.h"
+#include "support/flavours.h"
 
 namespace {
 
-using VarVal = Exposed<GenRegVarVal>;
+using Run = Operations<VariableLines>;
+using VarVal = Run::Handle;
 
 constexpr std::uint64_t joining = verified | GENREG_JOIN_CONTINUED_LINES;
-
-Code add(VarVal& file, const char* name, const char* value) {
-  VarValRecord record = assignment(name, value);
-  return file.Add(VARVAL_VARIABLE, &record);
-}
-Code change(VarVal& file, const char* name, const char* value) {
-  VarValRecord key = assignment(name, nullptr);
-  VarValRecord record = assignment(name, value);
-  return file.Change(VARVAL_VARIABLE, &key, &record);
-}
-Code remove(VarVal& file, const char* name) {
-  VarValRecord key = assignment(name, nullptr);
-  return file.Delete(VARVAL_VARIABLE, &key);
-}
 
 class TextStoreTest : public RegistryTest {};
 
 TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
   constexpr Code refused = OSS_RC_BUFFER_TOO_SMALL;
   const std::string full(2045, 'x');
-  const std::string barelyTooLong = full + "xx\n";
+  const std::string barelyTooLong = "A = 1\n" + full + "xx\n";
   const std::string tooLong = "# " + std::string(5000, 'y') + " B = 1";
   const std::string longB = "B = " + std::string(3000, 'v') + "\n";
   const std::string nul("# a\0b\nB = 1\n", 12);
@@ -91,9 +78,9 @@ TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
     SCOPED_TRACE(row.name);
     writeFile(registry(), row.before);
     VarVal file(registry(), row.features);
-    const Code result = row.operation == 'a'   ? add(file, "B", "2")
-                        : row.operation == 'c' ? change(file, "B", "2")
-                                               : remove(file, "B");
+    const Code result = row.operation == 'a'   ? Run::add(file, "B", 2)
+                        : row.operation == 'c' ? Run::change(file, "B", 2)
+                                               : Run::remove(file, "B");
     EXPECT_EQ(result, row.result);
     EXPECT_EQ(readFile(registry()), row.after);
     EXPECT_EQ(file.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
@@ -142,14 +129,14 @@ TEST_F(TextStoreTest, WhatCannotBeReadBackIsRefusedAndTheFileStaysAsItIs) {
     line[std::string(2047, 'x').copy(line, 2047)] = '\0';
     return 0;
   };
-  EXPECT_EQ(add(file, "B", "1"), packLineFailed) << "no room for the newline";
+  EXPECT_EQ(Run::add(file, "B", 1), packLineFailed) << "no room for the newline";
 }
 
 TEST_F(TextStoreTest, ReadsEveryLineAsFarAsItCanBeRead) {
   const std::string longest(2043, 'v');
   writeFile(registry(), "# note\n\nA = 1\nodd\nA = 2 # two\n" + std::string("B = 1\0x\n", 8) +
                             "C = " + longest + "vv\nD = 3");
-  VarVal file(registry());
+  VarVal file(registry(), verified);
   VarValRecord record;
   ASSERT_EQ(file.OpenScan(), 0u);
   const struct {
@@ -170,7 +157,7 @@ TEST_F(TextStoreTest, ReadsEveryLineAsFarAsItCanBeRead) {
   EXPECT_EQ(file.CloseScan(), 0u);
   VarValRecord key = assignment("B", "1\0y");  // no more than its text is compared
   EXPECT_EQ(file.Get(VARVAL_VARIABLE | VARVAL_VALUE, &key, &record), 0u);
-  VarVal missing(path("missing"));
+  VarVal missing(path("missing"), verified);
   EXPECT_EQ(missing.Get(VARVAL_VARIABLE, &key, &record), opening);
 }
 
@@ -189,15 +176,13 @@ TEST_F(TextStoreTest, AMissingHookFailsTheOperation) {
   };
   for (const auto& row : cases) {
     writeFile(registry(), "B = 1\n");
-    VarVal file(registry());
+    VarVal file(registry(), verified);
     row.breakHook(file);
     SCOPED_TRACE(&row - cases);
-    EXPECT_EQ(add(file, "B", "2"), row.add);
-    EXPECT_EQ(change(file, "B", "2"), row.change);
-    VarValRecord key = assignment("B", nullptr);
-    VarValRecord record;
-    EXPECT_EQ(file.Get(VARVAL_VARIABLE, &key, &record), row.get);
-    EXPECT_EQ(remove(file, "B"), row.remove);
+    EXPECT_EQ(Run::add(file, "B", 2), row.add);
+    EXPECT_EQ(Run::change(file, "B", 2), row.change);
+    EXPECT_EQ(Run::get(file, "B"), row.get == 0 ? 1 : -std::int64_t{row.get});
+    EXPECT_EQ(Run::remove(file, "B"), row.remove);
   }
 }
 
