@@ -68,7 +68,6 @@ TEST_F(ScanTest, APositionSetAgainBringsTheSameRecordBack) {
   EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
   EXPECT_EQ(handle.getRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
   EXPECT_EQ(handle.setRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
@@ -98,7 +97,6 @@ TEST_F(ScanTest, GetInsideAScanFindsEarlierRecordsAndLeavesTheScanWhereItWas) {
   key = variable("absent");
   EXPECT_EQ(handle.Get(byName, &key, &record), notFound);
   EXPECT_EQ(next(handle), 3);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
@@ -108,7 +106,6 @@ TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
   ASSERT_EQ(handle.OpenScan(), 0u);
   EXPECT_EQ(nextValues(handle, 4), "1 -1 -1 -1");
   EXPECT_EQ(code_, readFailed);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
@@ -123,7 +120,6 @@ TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
     EXPECT_EQ(code_, GENREG_RC_END);
     EXPECT_EQ(handle.Rewind(), 0u);
   }
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 // --- the streams of a handle ---
