@@ -47,6 +47,21 @@ TEST_F(ServicesTest, LocksBelongToTheHandleAndEndWithIt) {
   EXPECT_EQ(first.unlock() != 0, true);
 }
 
+TEST_F(ServicesTest, ALockGrantedOnARemovedFileIsTakenAtTheName) {
+  SKIP_WITHOUT(Need::RemovableLockFiles);
+  OSSHFile holder;
+  OSSHFile waiter;
+  ASSERT_EQ(open(holder, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(lock(holder, OSS_LOCK_EXCLUSIVE), 0u);
+  ASSERT_EQ(open(waiter, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  ASSERT_EQ(std::remove(lockFile().c_str()), 0);
+  ASSERT_EQ(holder.close(), 0u);
+  ASSERT_EQ(lock(waiter, OSS_LOCK_EXCLUSIVE), 0u);
+  OSSHFile third;
+  ASSERT_EQ(open(third, lockFile(), OSS_OPEN_LOCK_FILE), 0u);
+  EXPECT_EQ(lock(third, OSS_LOCK_EXCLUSIVE), OSS_RC_LOCK_BUSY) << "two holders at once";
+}
+
 TEST_F(ServicesTest, ALockFileIsRemovedOnlyByWhoeverCanLockIt) {
   const char* const name = "lock";  // any: it is the call that makes it one
   const std::string lockName = path(name);
