@@ -1,6 +1,7 @@
 // The binary engine: framing, damage, hooks, verification.
 #include <cstring>
 
+#include "support/flavours.h"
 #include "support/operations.h"
 
 namespace {
@@ -33,18 +34,16 @@ TEST_F(BinaryStoreTest, MasksSelectWhatIsCompared) {
   const struct {
     std::uint64_t mask;
     const char* name;
-    std::int32_t value, found;  // 0: none
-    const char* comment;
-  } cases[] = {{0, "zzz", 9, 1, "x"},   {1, "b", 9, 1, "y"}, {2, "zzz", 1, 1, "x"},
-               {3, "b", 1, 1, "y"},     {3, "b", 2, 0, ""},  {~0ull, "a", 1, 1, "x"},
-               {0xF0, "zzz", 9, 1, "x"}};
+    std::int32_t value;
+    const char* comment;  // of what is found; empty: nothing
+  } cases[] = {{0, "zzz", 9, "x"}, {1, "b", 9, "y"},     {2, "zzz", 1, "x"},   {3, "b", 1, "y"},
+               {3, "b", 2, ""},    {~0ull, "a", 1, "x"}, {0xF0, "zzz", 9, "x"}};
+  writeFile(registry(), before);
+  TestRegistry handle(registry());
   for (const auto& row : cases) {
-    writeFile(registry(), before);
-    TestRegistry handle(registry());
     BinVarValRecord key = variable(row.name, row.value, "ignored");
     BinVarValRecord record;
-    EXPECT_EQ(handle.Get(row.mask, &key, &record), row.found != 0 ? 0u : notFound);
-    EXPECT_EQ(record.Value, row.found);
+    EXPECT_EQ(handle.Get(row.mask, &key, &record), *row.comment == '\0' ? notFound : 0u);
     EXPECT_STREQ(record.Comment, row.comment);
   }
 }
@@ -74,8 +73,12 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
       writeFile(registry(), row.bytes);
       TestRegistry handle(registry(), features);
       BinVarValRecord record;
-      EXPECT_EQ(getByName(handle, "absent", record), row.reading);
       const bool damaged = row.reading == readFailed;
+      {
+        Diagnostics diagnostics;
+        EXPECT_EQ(getByName(handle, "absent", record), row.reading);
+        EXPECT_EQ(diagnostics.logs(0x082A0021u, GENREG_RC_RECORD_PAST_EOF), damaged ? 1u : 0u);
+      }
       EXPECT_EQ(add(handle), damaged ? readFailed : 0u);
       EXPECT_EQ(readFile(registry()), row.bytes + (damaged ? "" : frame(variable("new", 3))));
       EXPECT_EQ(remove(handle), damaged ? readFailed : (row.bytes.empty() ? notFound : 0u));
@@ -83,38 +86,32 @@ TEST_F(BinaryStoreTest, DamagedFilesAreRefusedAndLeftAsTheyAre) {
   }
 }
 
-TEST_F(BinaryStoreTest, AShorterRecordNeverShowsBytesOfAnother) {
-  const std::string whole = frame(variable("long", 77, "commentcomment"));
-  writeFile(registry(),
-            whole + frameBytes(5, std::string("shor\0", 5)) + frameBytes(50, std::string(50, 'w')));
-  TestRegistry handle(registry());
-  ASSERT_EQ(handle.OpenScan(), 0u);
-  BinVarValRecord key{};
-  BinVarValRecord record;
-  for (const BinVarValRecord& expected :
-       {variable("long", 77, "commentcomment"), variable("shor")}) {
-    EXPECT_EQ(handle.GetNext(0, &key, &record), 0u);
-    EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
-  }
-  EXPECT_EQ(handle.GetNext(0, &key, &record), 0u) << "a longer record is read whole";
-  EXPECT_EQ(std::string(record.Comment, 16), std::string(16, 'w'));
-  EXPECT_EQ(handle.GetNext(0, &key, &record), GENREG_RC_END);
-  EXPECT_EQ(handle.CloseScan(), 0u);
-}
-
-TEST_F(BinaryStoreTest, ARecordOfAnyLengthIsComparedAsTheEngineFillsIt) {
-  // Shorter than nominal, longer, without a terminator, and with the key as its beginning.
-  const std::pair<std::string, std::int32_t> rows[] = {
-      {frameBytes(3, "key"), 0},
-      {frameBytes(40, frame(variable("key", 5)).substr(4) + "rest"), 5},
-      {frameBytes(36, std::string(36, 'k')), 7},
-      {frame(variable("keys", 1)), 7}};
-  for (const auto& [stored, value] : rows) {
-    writeFile(registry(), frame(variable("other", 9)) + stored + frame(variable("key", 7)));
+TEST_F(BinaryStoreTest, ARecordOfAnyLengthIsFilledUpWithZerosAndComparedLikeThat) {
+  const std::string field(16, 'k');  // a name without a terminator
+  const std::string plain = frame(variable("key", 5)).substr(4);
+  const std::string behind = std::string(plain).replace(6, 1, "j");
+  const struct {
+    const char* name;
+    std::string stored, key, found;  // empty: the last record
+  } cases[] = {{"shorter", "key", "key", frame(variable("key")).substr(4)},
+               {"longer", plain + "rest", "key", plain},
+               {"more behind the terminator", behind, "key", behind},
+               {"beginning with the key", frame(variable("keys")).substr(4), "key", ""},
+               {"no terminator", std::string(50, 'k'), field, std::string(36, 'k')},
+               {"its last byte another", std::string(36, 'k'), std::string(15, 'k') + "j", ""}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.name);
+    BinVarValRecord key = variable("", 7);
+    row.key.copy(key.Variable, sizeof key.Variable);
+    // The first one leaves its bytes where the next is filled up.
+    writeFile(registry(),
+              frameBytes(35, std::string(35, 'z')) +
+                  frameBytes(static_cast<std::uint32_t>(row.stored.size()), row.stored) +
+                  frame(key));
     TestRegistry handle(registry());
     BinVarValRecord found;
-    ASSERT_EQ(getByName(handle, "key", found), 0u);
-    EXPECT_EQ(found.Value, value);
+    ASSERT_EQ(handle.Get(byName, &key, &found), 0u);
+    EXPECT_EQ(frame(found), row.found.empty() ? frame(key) : frameBytes(36, row.found));
   }
 }
 
@@ -153,7 +150,6 @@ void lengthOf(TestRegistry& handle) {
 
 TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   using Break = void (*)(TestRegistry&);
-  using Step = std::pair<Code (*)(TestRegistry&), Code>;
   const Break refuses = [](TestRegistry& h) {
     h.ValidateKey = [](std::uint64_t, void*) -> Code { return 7; };
   };
@@ -162,6 +158,7 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   const Break withoutCompare = [](TestRegistry& h) { h.compareHook() = nullptr; };
   const Break withoutLength = [](TestRegistry& h) { h.GetRecordLength = nullptr; };
   const Break packedOnly = [](TestRegistry& h) { (void)h.setFeature(GENREG_PACKED_RECORDS); };
+  Code (*const operations[])(TestRegistry&) = {add, change, remove, get, scan};
   constexpr Code tooSmall = GENREG_RC_RECORD_TOO_SMALL;
   constexpr Code tooLarge = GENREG_RC_RECORD_TOO_LARGE;
   constexpr Code unpack = GENREG_RC_NO_UNPACK_HOOK_PACKED;
@@ -169,33 +166,28 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   const struct {
     const char* name;
     Break breakHook;
-    Code add, change, remove, get, scan;
+    Code results[std::size(operations)];
   } cases[] = {
-      {"refused", refuses, rejected, rejected, rejected, rejected, rejected},
-      {"no ValidateKey", unchecked, hookMissing, noValidate, noValidate, noValidate, noValidate},
-      {"no GetRecordSize", withoutSize, hookMissing, noSize, noSize, noSize, noSize},
-      {"no CompareRecord", withoutCompare, verifying, noCompare, noCompare, noCompare, noCompare},
-      {"no GetRecordLength", withoutLength, copy, copy, copy, 0, 0},
-      {"packed without hooks", packedOnly, hookMissing, unpack, unpack, unpack, unpack},
-      {"size 2", sizeOf<2>, tooSmall, tooSmall, tooSmall, tooSmall, tooSmall},
-      {"size 0x100001", sizeOf<0x100001>, tooLarge, tooLarge, tooLarge, tooLarge, tooLarge},
-      {"length 2", lengthOf<2>, writeNewFailed, copy, 0, 0, 0},
-      {"length past the record", lengthOf<37>, writeNewFailed, copy, 0, 0, 0},
+      {"refused", refuses, {rejected, rejected, rejected, rejected, rejected}},
+      {"no ValidateKey", unchecked, {hookMissing, noValidate, noValidate, noValidate, noValidate}},
+      {"no GetRecordSize", withoutSize, {hookMissing, noSize, noSize, noSize, noSize}},
+      {"no CompareRecord", withoutCompare, {verifying, noCompare, noCompare, noCompare, noCompare}},
+      {"no GetRecordLength", withoutLength, {copy, copy, copy, 0, 0}},
+      {"packed without hooks", packedOnly, {hookMissing, unpack, unpack, unpack, unpack}},
+      {"size 2", sizeOf<2>, {tooSmall, tooSmall, tooSmall, tooSmall, tooSmall}},
+      {"size 0x100001", sizeOf<0x100001>, {tooLarge, tooLarge, tooLarge, tooLarge, tooLarge}},
+      {"length 2", lengthOf<2>, {writeNewFailed, copy, 0, 0, 0}},
+      {"length past the record", lengthOf<37>, {writeNewFailed, copy, 0, 0, 0}},
   };
   const std::string before = frame(variable("a", 1)) + frame(variable("b", 2));
   for (const auto& row : cases) {
-    const Step steps[] = {{add, row.add},
-                          {change, row.change},
-                          {remove, row.remove},
-                          {get, row.get},
-                          {scan, row.scan}};
-    for (const auto& [run, result] : steps) {
-      SCOPED_TRACE(std::string(row.name) + ", result " + std::to_string(result));
+    for (std::size_t i = 0; i < std::size(operations); ++i) {
+      SCOPED_TRACE(std::string(row.name) + ", operation " + std::to_string(i));
       writeFile(registry(), before);
       TestRegistry handle(registry());
       row.breakHook(handle);
-      EXPECT_EQ(run(handle), result);
-      EXPECT_TRUE(result == 0 || readFile(registry()) == before);
+      EXPECT_EQ(operations[i](handle), row.results[i]);
+      EXPECT_TRUE(row.results[i] == 0 || readFile(registry()) == before);
       (void)handle.CloseScan();
       EXPECT_EQ(handle.status & GENREG_STATUS_LOCKED, 0u);
     }
@@ -247,19 +239,38 @@ TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
   }
 }
 
-TEST_F(BinaryStoreTest, RecordsBelowEightBytesAreStoredButNotReturned) {
-  TestRegistry handle(registry(), verified);
-  sizeOf<4>(handle);
-  lengthOf<4>(handle);
-  handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
-    return std::memcmp(left, right, 4) == 0;
-  };
-  char record[] = "abc";
-  char found[8] = "untouch";
-  EXPECT_EQ(handle.Add(1, record), 0u);
-  EXPECT_EQ(readFile(registry()), frameBytes(4, std::string("abc\0", 4)));
-  EXPECT_EQ(handle.Get(1, record, found), GENREG_RC_RECORD_TOO_LARGE);
-  EXPECT_STREQ(found, "untouch");
+TEST_F(BinaryStoreTest, RecordsHaveThreeBytesToAMegabyteAndEightToBeReturned) {
+  for (const auto& sized : {sizeOf<3>, sizeOf<0x100000>}) {
+    writeFile(registry(), frame(variable("a", 1)));
+    TestRegistry handle(registry());
+    sized(handle);
+    EXPECT_EQ(remove(handle), 0u);
+  }
+  char record[] = "abc\0efg";
+  for (const auto& [sized, result] :
+       {std::pair(sizeOf<7>, Code{GENREG_RC_RECORD_TOO_LARGE}), std::pair(sizeOf<8>, Code{0})}) {
+    writeFile(registry(), "");
+    TestRegistry handle(registry(), verified);
+    sized(handle);
+    lengthOf<7>(handle);
+    handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
+      return std::memcmp(left, right, 7) == 0;
+    };
+    char found[8] = "untouch";
+    EXPECT_EQ(handle.Add(1, record), 0u);
+    EXPECT_EQ(readFile(registry()), frameBytes(7, std::string(record, 7)));
+    EXPECT_EQ(handle.Get(1, record, found), result);
+    EXPECT_STREQ(found, result == 0 ? "abc" : "untouch");
+  }
+}
+
+TEST_F(BinaryStoreTest, PackingWritesNoMoreThanMemoryThatIsNotTheEnginesIsKnownToHold) {
+  GlobalVariables::Handle handle(registry());
+  std::vector<GlobalRegRecord> memory(30);
+  GlobalVariables::fill(memory[0], "a", 1);
+  std::string previous = stored(4, 0x10, {entry(std::string(sizeof(GlobalRegRecord), 'u'))});
+  void* packed = memory.data();
+  EXPECT_EQ(handle.PackRecord.binary(&packed, previous.data()), GENREG_RC_PACK_LENGTH);
 }
 
 // --- verification ---
@@ -274,12 +285,14 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
   const std::string other = frame(variable("other", 3));
   std::string sameFields = a;
   sameFields[30] = 'c';  // the comment takes no part in matching
-  // The temporary file as somebody might have made it, and what the pass finds.
+  // The temporary file as somebody might have made it, what the pass finds, and the registry if
+  // somebody changed it as well.
   const struct {
     const char* name;
     Code (*run)(TestRegistry&);
     std::string forged;
     Code finding;
+    std::string meanwhile = {};
   } cases[] = {
       {"change of another record", change, a9 + b22, GENREG_RC_VERIFY_CHANGED_KEY},
       {"change to something else", change, a + b3, GENREG_RC_VERIFY_UNEXPECTED},
@@ -297,43 +310,28 @@ TEST_F(BinaryStoreTest, VerificationCommitsNothingButExactlyTheChange) {
       {"delete that added one", remove, b + other, GENREG_RC_VERIFY_OLD_ENDED},
       {"delete of nothing", remove, a + b, GENREG_RC_VERIFY_NOTHING_CHANGED},
       {"delete of all", remove, "", GENREG_RC_VERIFY_UNEXPECTED},
+      {"change of two", change, b22 + b22, GENREG_RC_VERIFY_MANY, b + b3},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.name);
+    const std::string meanwhile = row.meanwhile.empty() ? a + b : row.meanwhile;
     writeFile(registry(), a + b);
-    TestRegistry handle(registry(), verified);
-    // The temporary file is replaced at the moment it has been synced, before the pass opens it.
+    TestRegistry handle(registry(), row.meanwhile.empty() ? verified : unique);
+    // At the moment when the temporary file is synced, before the pass opens it.
     int syncs = 0;
     const FaultHook forger([&](const std::string& call) {
-      if (call == "malloc" && exists(temporary()) && syncs == 1) writeFile(temporary(), row.forged);
-      syncs += call == "fsync";
+      if (call != "fsync" || ++syncs != 1) return 0;
+      writeFile(registry(), meanwhile);
+      writeFile(temporary(), row.forged);
       return 0;
     });
     Diagnostics diagnostics;
     EXPECT_EQ(row.run(handle), verifying);
     EXPECT_EQ(diagnostics.logs(0x082A0022u, row.finding), 1u);
-    EXPECT_EQ(readFile(registry()), a + b);
+    EXPECT_EQ(readFile(registry()), meanwhile);
     EXPECT_EQ(readFile(temporary()), row.forged) << "what was refused stays to be looked at";
     (void)std::remove(temporary().c_str());
   }
-}
-
-TEST_F(BinaryStoreTest, VerificationCountsForItselfHowManyRecordsChanged) {
-  const std::string two = frame(variable("b", 2)) + frame(variable("b", 3));
-  writeFile(registry(), frame(variable("b", 2)));
-  TestRegistry handle(registry(), unique);
-  int syncs = 0;
-  const FaultHook growing([&](const std::string& call) {
-    if (call == "fsync" && ++syncs == 1) {
-      writeFile(registry(), two);
-      writeFile(temporary(), frame(variable("b", 22)) + frame(variable("b", 22)));
-    }
-    return 0;
-  });
-  Diagnostics diagnostics;
-  EXPECT_EQ(change(handle), verifying);
-  EXPECT_EQ(diagnostics.logs(0x082A0022u, GENREG_RC_VERIFY_MANY), 1u);
-  EXPECT_EQ(readFile(registry()), two);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <set>
 #include <thread>
 
-#include "support/registry_fixture.h"
+#include "support/flavours.h"
 #include "sysservices/file_system.h"
 
 namespace {
@@ -100,6 +100,13 @@ TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
   GenRegBinVarVal withoutOutcome("", nullptr);
+  // A global registry's constructor has its log alone to say why.
+  for (const auto& [length, logged] : {std::pair(260u, Code{GENREG_RC_PATH_TOO_LONG}),
+                                       std::pair(261u, Code{GENREG_RC_GLOBAL_PATH_SMALL})}) {
+    Diagnostics diagnostics;
+    const GlobalVariables::Handle global(std::string(length, 'x'));
+    EXPECT_EQ(diagnostics.logs(0x082A0055u, logged), global.isNamed ? 1u : 0u);
+  }
 }
 
 TEST(Handle, TracingIsAskedBeforeEachRecordAndFailuresAreLoggedWithoutIt) {

@@ -86,7 +86,7 @@ TYPED_TEST(LargeFileTest, VerificationSeesAnyBitOfAnyKeptRecord) {
 
 class LargeRecordTest : public RegistryTest {};
 
-TEST_F(LargeRecordTest, FailuresInTheMiddleAreToldApart) {
+TEST_F(LargeRecordTest, FailuresInTheMiddleAreDistinguished) {
   // Two frames that fill the buffer of 256 KiB exactly, and more behind them; the same behind a
   // small record, so that a record spans two reads and writes.
   const std::string half = frameBytes(131068, std::string(131068, 'x'));

@@ -68,7 +68,6 @@ TEST_F(ScanTest, APositionSetAgainBringsTheSameRecordBack) {
   EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
   EXPECT_EQ(handle.getRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
   EXPECT_EQ(handle.setRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
@@ -76,17 +75,12 @@ TEST_F(ScanTest, AnOpenScanKeepsItsSnapshotAndKeepsItsHandleFromUpdates) {
   TestRegistry writing(registry());
   ASSERT_EQ(scanning.OpenScan(), 0u);
   BinVarValRecord record = variable("new", 4);
-  EXPECT_EQ(scanning.Add(byName, &record), opening);
-  EXPECT_EQ(scanning.status & GENREG_STATUS_LOCKED, 0u);
   BinVarValRecord found;
+  EXPECT_EQ(scanning.Add(byName, &record), opening);
   EXPECT_EQ(scanning.Get(byName, &record, &found), opening);
-  for (std::int32_t value = 4; value < 7; ++value) {
-    record.Value = value;
-    EXPECT_EQ(writing.Add(byName, &record), 0u)
-        << "the file that the scan reads was deleted before";
-  }
-  EXPECT_EQ(next(scanning, "new"), -1);
-  EXPECT_EQ(code_, GENREG_RC_END);
+  EXPECT_EQ(scanning.status & GENREG_STATUS_LOCKED, 0u);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(writing.Add(byName, &record), 0u);
+  EXPECT_EQ(nextValues(scanning, 4), "1 2 3 -1");
   EXPECT_EQ(scanning.CloseScan(), 0u);
   EXPECT_EQ(files(), "r");
 }
@@ -103,7 +97,6 @@ TEST_F(ScanTest, GetInsideAScanFindsEarlierRecordsAndLeavesTheScanWhereItWas) {
   key = variable("absent");
   EXPECT_EQ(handle.Get(byName, &key, &record), notFound);
   EXPECT_EQ(next(handle), 3);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
@@ -113,7 +106,6 @@ TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
   ASSERT_EQ(handle.OpenScan(), 0u);
   EXPECT_EQ(nextValues(handle, 4), "1 -1 -1 -1");
   EXPECT_EQ(code_, readFailed);
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
@@ -128,7 +120,6 @@ TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
     EXPECT_EQ(code_, GENREG_RC_END);
     EXPECT_EQ(handle.Rewind(), 0u);
   }
-  EXPECT_EQ(handle.CloseScan(), 0u);
 }
 
 // --- the streams of a handle ---

@@ -114,26 +114,24 @@ TEST_F(ServicesTest, RenamesNeverReplaceAndDeletesReportWhatWasMissing) {
 TEST(Names, BaseAndDirectoryOfAPath) {
   const struct {
     const char *path, *base, *directory;
-  } cases[] = {{"r", "r", "."},         {"a/r", "r", "a"},  {"/r", "r", "/"},
-               {"/a/b/r", "r", "/a/b"}, {"a//r", "r", "a"}, {"a/b/", "b", "a"}};
+    bool hasDrives = false;
+  } cases[] = {{"r", "r", "."},
+               {"a/r", "r", "a"},
+               {"/r", "r", "/"},
+               {"/a/b/r", "r", "/a/b"},
+               {"a//r", "r", "a"},
+               {"a/b/", "b", "a"},
+               {"a\\r", "r", "a", true},
+               {"C:\\r", "r", "C:\\", true},
+               {"C:\\a/b\\r\\", "r", "C:\\a/b", true},
+               {"C:r", "r", "C:.", true}};
   char name[260];
   for (const auto& row : cases) {
+    if (row.hasDrives && ossPathSeparator != '\\') continue;
     EXPECT_EQ(ossBaseName(row.path, name, sizeof name), 0u);
     EXPECT_STREQ(name, row.base) << row.path;
     EXPECT_EQ(ossDirectoryName(row.path, name, sizeof name), 0u);
     EXPECT_STREQ(name, row.directory) << row.path;
-  }
-  if (ossPathSeparator == '\\') {
-    const char* const drives[][3] = {{"a\\r", "r", "a"},
-                                     {"C:\\r", "r", "C:\\"},
-                                     {"C:\\a/b\\r\\", "r", "C:\\a/b"},
-                                     {"C:r", "r", "C:."}};
-    for (const auto& row : drives) {
-      EXPECT_EQ(ossBaseName(row[0], name, sizeof name), 0u);
-      EXPECT_STREQ(name, row[1]) << row[0];
-      EXPECT_EQ(ossDirectoryName(row[0], name, sizeof name), 0u);
-      EXPECT_STREQ(name, row[2]) << row[0];
-    }
   }
   EXPECT_EQ(ossBaseName("/", name, sizeof name), OSS_RC_BAD_PARAMETER);
   EXPECT_EQ(ossBaseName("a/long", name, 4), OSS_RC_BUFFER_TOO_SMALL);

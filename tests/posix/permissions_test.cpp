@@ -21,6 +21,17 @@ class PermissionsTest : public RegistryTest {
     setPermissions(directory_, 0700);
     RegistryTest::TearDown();
   }
+  using Operation = Code (*)(TestRegistry&);
+  void expectDone(uid_t user, const std::vector<Operation>& operations,
+                  std::uint64_t features = verified) {
+    expectAs(user, [&] {
+      TestRegistry handle(registry(), features);
+      for (const Operation& operation : operations) {
+        if (operation(handle) != 0) return false;
+      }
+      return true;
+    });
+  }
   // In a child, as that user; as oneself where that is nobody's to choose.
   static void expectAs(uid_t user, const std::function<bool()>& body) {
     expectInChild([&] {
@@ -40,10 +51,7 @@ TEST_F(PermissionsTest, ReadersNeedNoRightToWrite) {
   writeFile(backup(), content);
   setPermissions(backup(), 0444);
   setPermissions(directory_, 0555);
-  expectAs(first, [&] {
-    TestRegistry handle(registry());
-    return get(handle) == 0 && scan(handle) == 0;
-  });
+  expectDone(first, {get, scan});
 }
 
 TEST_F(PermissionsTest, NoMaskOfTheProcessMakesTheFilesUnusable) {
@@ -73,10 +81,7 @@ TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
   give(registry(), first, 0666);
   setPermissions(directory_, 0777);
   for (const uid_t user : {first, second, first}) {
-    expectAs(user, [&] {
-      TestRegistry handle(registry(), verified);
-      return add(handle) == 0;
-    });
+    expectDone(user, {add});
     EXPECT_EQ(permissionsOf(registry()), 0666u);
   }
   // One user's update dies and leaves its lock file to the other's.
@@ -89,10 +94,7 @@ TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
              }) == -9;
     });
     EXPECT_TRUE(exists(lockFile()));
-    expectAs(second, [&] {
-      TestRegistry handle(registry(), features);
-      return add(handle) == 0;
-    });
+    expectDone(second, {add}, features);
     EXPECT_FALSE(exists(lockFile()));
   }
 }
@@ -102,19 +104,13 @@ TEST_F(PermissionsTest, AGroupThatCannotBeKeptGetsNoMoreThanEverybody) {
   writeFile(registry(), content);
   setPermissions(registry(), 0664);
   setPermissions(directory_, 0777);
-  expectAs(first, [&] {
-    TestRegistry handle(registry());
-    return change(handle) == 0;
-  });
+  expectDone(first, {change});
   EXPECT_EQ(permissionsOf(registry()), 0644u);
 }
 
 TEST_F(PermissionsTest, ADirectoryThatCannotBeReadIsEnough) {
   give(directory_, first, 0300);
-  expectAs(first, [&] {
-    TestRegistry handle(registry(), verified);
-    return add(handle) == 0 && add(handle) == 0 && scan(handle) == 0;
-  });
+  expectDone(first, {add, add, scan});
   EXPECT_EQ(readFile(registry()), frame(variable("new", 3)) + frame(variable("new", 3)));
 }
 
