@@ -267,7 +267,7 @@ TEST_F(BinaryStoreTest, RecordsHaveThreeBytesToAMegabyteAndEightToBeReturned) {
 TEST_F(BinaryStoreTest, PackingWritesNoMoreThanMemoryThatIsNotTheEnginesIsKnownToHold) {
   GlobalVariables::Handle handle(registry());
   std::vector<GlobalRegRecord> memory(30);
-  GlobalVariables::fill(memory[0], "a", 1);
+  GlobalVariables::fill(memory[0], {"a", 1});
   std::string previous = stored(4, 0x10, {entry(std::string(sizeof(GlobalRegRecord), 'u'))});
   void* packed = memory.data();
   EXPECT_EQ(handle.PackRecord.binary(&packed, previous.data()), GENREG_RC_PACK_LENGTH);
