@@ -30,15 +30,21 @@ class Sqlite final : public Subject {
   }
   std::size_t scan() override { return run("SELECT name, value, comment FROM entries", found_); }
   bool add(const Entry& entry) override { return run(insert, entry) == 1; }
-  bool change(const Entry& entry) override {
-    return run("UPDATE entries SET value = ?2, comment = ?3 WHERE name = ?1", entry) == 1;
-  }
-  bool remove(const Entry& key) override {
-    return run("DELETE FROM entries WHERE name = ?1", key) == 1;
+  bool change(const Entry& entry) override { return run(change_, entry) == 1; }
+  bool remove(const Entry& key) override { return run(deletion, key) == 1; }
+  bool many(Many kind, const std::vector<Entry>& entries) override {
+    constexpr const char* commands[] = {insert, change_, deletion};
+    const Connection connection(path_);
+    connection.execute("BEGIN IMMEDIATE");
+    const bool done = connection.runAll(commands[static_cast<std::size_t>(kind)], entries);
+    connection.execute(done ? "COMMIT" : "ROLLBACK");
+    return done;
   }
 
  private:
   static constexpr char insert[] = "INSERT INTO entries VALUES (?1, ?2, ?3)";
+  static constexpr char change_[] = "UPDATE entries SET value = ?2, comment = ?3 WHERE name = ?1";
+  static constexpr char deletion[] = "DELETE FROM entries WHERE name = ?1";
 
   class Connection {
    public:
@@ -55,10 +61,7 @@ class Sqlite final : public Subject {
     std::size_t run(const char* command, const Entry& entry, Entry& found) const {
       sqlite3_stmt* statement = nullptr;
       if (::sqlite3_prepare_v2(database_, command, -1, &statement, nullptr) != SQLITE_OK) return 0;
-      const int parameters = ::sqlite3_bind_parameter_count(statement);
-      if (parameters > 0) bindText(statement, 1, entry.name);
-      if (parameters > 1) (void)::sqlite3_bind_int(statement, 2, entry.value);
-      if (parameters > 2) bindText(statement, 3, entry.comment);
+      bind(statement, entry);
       std::size_t rows = 0;
       int outcome = 0;
       for (; (outcome = ::sqlite3_step(statement)) == SQLITE_ROW; ++rows) {
@@ -73,7 +76,26 @@ class Sqlite final : public Subject {
       return rows;
     }
 
+    // Whether the command, prepared once, changes one row for each entry.
+    bool runAll(const char* command, const std::vector<Entry>& entries) const {
+      sqlite3_stmt* statement = nullptr;
+      bool done = ::sqlite3_prepare_v2(database_, command, -1, &statement, nullptr) == SQLITE_OK;
+      for (std::size_t i = 0; done && i < entries.size(); ++i) {
+        bind(statement, entries[i]);
+        done = ::sqlite3_step(statement) == SQLITE_DONE && ::sqlite3_changes(database_) == 1;
+        (void)::sqlite3_reset(statement);
+      }
+      (void)::sqlite3_finalize(statement);
+      return done;
+    }
+
    private:
+    static void bind(sqlite3_stmt* statement, const Entry& entry) {
+      const int parameters = ::sqlite3_bind_parameter_count(statement);
+      if (parameters > 0) bindText(statement, 1, entry.name);
+      if (parameters > 1) (void)::sqlite3_bind_int(statement, 2, entry.value);
+      if (parameters > 2) bindText(statement, 3, entry.comment);
+    }
     static void bindText(sqlite3_stmt* statement, int position, const std::string& text) {
       (void)::sqlite3_bind_text(statement, position, text.data(), static_cast<int>(text.size()),
                                 SQLITE_STATIC);
@@ -125,6 +147,17 @@ class Tdb final : public Subject {
   bool remove(const Entry& key) override {
     return update(0, 0, [&](tdb_context* in) { return ::tdb_delete(in, view(key.name)) == 0; });
   }
+  bool many(Many kind, const std::vector<Entry>& entries) override {
+    return update(0, 0, [&](tdb_context* in) {
+      for (const Entry& entry : entries) {
+        const int how = kind == Many::Add ? TDB_INSERT : TDB_MODIFY;
+        const bool done =
+            kind == Many::Remove ? ::tdb_delete(in, view(entry.name)) == 0 : store(in, entry, how);
+        if (!done) return false;
+      }
+      return true;
+    });
+  }
 
  private:
   using Database = std::unique_ptr<tdb_context, int (*)(tdb_context*)>;
@@ -163,8 +196,8 @@ class Tdb final : public Subject {
 }  // namespace
 
 SubjectRows databaseSubjects() {
-  return {{"sqlite", make<Sqlite<true>>},
+  return {{"sqlite", make<Sqlite<true>>, anySize, true, true},
           {"sqlite-off", make<Sqlite<false>>, anySize, false},
-          {"tdb", make<Tdb<true>>},
+          {"tdb", make<Tdb<true>>, anySize, true, true},
           {"tdb-nosync", make<Tdb<false>>, anySize, false}};
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -146,13 +147,18 @@ void writeAll(const std::string& path, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) file << Flavour::stored(entryAt(i));
 }
 
-enum class Verb { Add, Change, Delete, Get, Scan };
+// Many: one update that changes the record "b" to 22, deletes "a" and adds as many as the entry's
+// value says.
+enum class Verb { Add, Change, Delete, Get, Scan, Many };
+inline Entry addedAt(int index) { return {"m" + std::to_string(index), 1 + index}; }
 
 // One handle of a registry of any flavour. Each operation gives its return code.
 class Handle {
  public:
   virtual ~Handle() = default;
   virtual unsigned int run(Verb verb, const Entry& entry) = 0;
+  // An update of many changes around what `work` does; abandoned when that fails.
+  virtual unsigned int inOneUpdate(const std::function<unsigned int()>& work) = 0;
   virtual unsigned int openScan() = 0;
   virtual unsigned int next() = 0;
   virtual unsigned int closeScan() = 0;
@@ -187,6 +193,7 @@ class HandleOf final : public Handle {
       std::size_t count = 0;
       return scan(&count);
     }
+    if (verb == Verb::Many) return changeMany(entry.value);
     Flavour::fill(record_, entry);
     switch (verb) {
       case Verb::Add:
@@ -199,6 +206,14 @@ class HandleOf final : public Handle {
         return handle_.Get(Flavour::mask, &record_, &found_);
     }
   }
+  unsigned int inOneUpdate(const std::function<unsigned int()>& work) override {
+    unsigned int code = handle_.BeginUpdate();
+    if (code != 0) return code;
+    code = work();
+    if (code == 0) return handle_.CommitUpdate();
+    (void)handle_.AbandonUpdate();
+    return code;
+  }
   unsigned int openScan() override {
     Flavour::fill(record_, any_);
     return handle_.OpenScan();
@@ -209,6 +224,15 @@ class HandleOf final : public Handle {
   Entry found() const override { return Flavour::entryOf(found_); }
 
  private:
+  unsigned int changeMany(int adds) {
+    return inOneUpdate([&] {
+      unsigned int code = run(Verb::Change, {"b", 22});
+      if (code == 0) code = run(Verb::Delete, {"a"});
+      for (int i = 0; code == 0 && i < adds; ++i) code = run(Verb::Add, addedAt(i));
+      return code;
+    });
+  }
+
   struct Access : Flavour::Handle {
     static auto field() { return &Access::features; }
   };

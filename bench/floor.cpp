@@ -184,7 +184,10 @@ class Floor final : public Subject {
     lock.askSize();
     askLinkStatus(lock_);
     const int claim = writeTemporary(added, dropped);
-    const bool committed = claim >= 0 && readBoth() && commit(lock, claim);
+    int old = -1;
+    const bool committed = claim >= 0 && readBoth(&old) && commit(lock, claim, old);
+    endLock(old);
+    (void)::close(old);
     endLock(claim);
     (void)::close(claim);
     (void)::flock(lock.descriptor, LOCK_UN);
@@ -230,7 +233,7 @@ class Floor final : public Subject {
     return durable ? claim : -1;
   }
 
-  bool readBoth() const {
+  bool readBoth(int* kept) const {
     askStatus(registry_);
     File old = openRegistry();
     askLinkStatus(registry_);
@@ -241,12 +244,13 @@ class Floor final : public Subject {
       const bool moreOld = old.read() > 0;
       more = made.read() > 0 || moreOld;
     }
+    *kept = ::fcntl(old.descriptor, F_DUPFD_CLOEXEC, 3);
     closeRegistry(old);
     made.close();
     return made.offset == made.size;
   }
 
-  bool commit(const File& lock, int claim) const {
+  bool commit(const File& lock, int claim, int old) const {
     askLinkStatus(registry_);
     askSameFile(claim, temporary_);
     askSameFile(lock.descriptor, lock_);
@@ -254,6 +258,7 @@ class Floor final : public Subject {
     (void)::pwrite(lock.descriptor, announcement.data(), announcement.size(), 0);
     (void)::geteuid();
     if (::link(registry_.c_str(), backup_.c_str()) != 0) return false;
+    (void)takeLock(old, LOCK_SH);
     constexpr unsigned int exchange = 2;  // RENAME_EXCHANGE
     if (::syscall(SYS_renameat2, AT_FDCWD, temporary_.c_str(), AT_FDCWD, registry_.c_str(),
                   exchange) != 0) {

@@ -29,9 +29,15 @@ const char* const places[] = {"memory", "disk"};  // in the order of the argumen
 struct Workload {
   std::unique_ptr<Subject> subject;
   std::size_t count;
-  Entry last;     // stands last in the store
-  Entry missing;  // does not stand there
-  Entry next;     // `last` with another value
+  Entry last;                // stands last in the store
+  Entry missing;             // does not stand there
+  Entry next;                // `last` with another value
+  std::vector<Entry> many;   // up to a thousand that stand there, with another value
+  std::vector<Entry> added;  // as many as stand there, and none of them
+
+  void turnBack() {
+    for (Entry& entry : many) entry.value ^= 1;
+  }
 };
 
 // Each operation leaves the store as it was: `undo` is not timed.
@@ -40,6 +46,7 @@ struct Operation {
   bool updates;
   bool (*run)(Workload& store);
   bool (*undo)(Workload& store);
+  bool isMany = false;
 };
 
 constexpr auto nothing = [](Workload&) { return true; };
@@ -57,6 +64,12 @@ constexpr Operation operations[] = {
      }},
     {"Delete", true, [](Workload& store) { return store.subject->remove(store.last); },
      [](Workload& store) { return store.subject->add(store.last); }},
+    {"ChangeMany", true,
+     [](Workload& store) { return store.subject->many(Subject::Many::Change, store.many); },
+     [](Workload& store) { return store.turnBack(), true; }, true},
+    {"Import", true,
+     [](Workload& store) { return store.subject->many(Subject::Many::Add, store.added); },
+     [](Workload& store) { return store.subject->many(Subject::Many::Remove, store.added); }, true},
 };
 
 struct Case {
@@ -74,9 +87,19 @@ struct Case {
     const auto home = directory / use / (subject.name + ("-" + std::to_string(entries)));
     std::filesystem::remove_all(home);
     std::filesystem::create_directories(home);
-    Workload store{subject.make(home, entries), entries, entryAt(entries - 1), entryAt(entries),
-                   entryAt(entries - 1)};
+    Workload store{subject.make(home, entries),
+                   entries,
+                   entryAt(entries - 1),
+                   entryAt(entries),
+                   entryAt(entries - 1),
+                   {},
+                   {}};
     store.next.value += 1;
+    for (std::size_t i = 0; i < std::min<std::size_t>(entries, 1000); ++i) {
+      store.many.push_back(entryAt(i));
+      store.many.back().value ^= 1;
+    }
+    for (std::size_t i = 0; i < entries; ++i) store.added.push_back(entryAt(entries + 1 + i));
     if (store.subject->scan() != entries) throw std::runtime_error("no store in " + home.string());
     return store;
   }
@@ -88,7 +111,8 @@ std::vector<Case> allCases(char** directories) {
        {registrySubjects(), floorSubjects(), databaseSubjects(), textPeerSubjects()}) {
     for (const SubjectRow& subject : rows) {
       for (const Operation& operation : operations) {
-        if (!operation.updates && !subject.reads) continue;
+        if (operation.isMany ? !subject.changesMany : !operation.updates && !subject.reads)
+          continue;
         for (const std::size_t count : sizes) {
           if (count > subject.largest) continue;
           for (std::size_t i = 0; i < std::size(places); ++i) {

@@ -18,6 +18,18 @@ class Registry final : public Subject {
   bool add(const Entry& entry) override { return run(Verb::Add, entry); }
   bool change(const Entry& entry) override { return run(Verb::Change, entry); }
   bool remove(const Entry& key) override { return run(Verb::Delete, key); }
+  bool many(Many kind, const std::vector<Entry>& entries) override {
+    constexpr Verb verbs[] = {Verb::Add, Verb::Change, Verb::Delete};
+    flavours::HandleOf<Flavour> handle(path_);
+    const Verb verb = verbs[static_cast<std::size_t>(kind)];
+    return handle.inOneUpdate([&] {
+      unsigned int code = 0;
+      for (std::size_t i = 0; code == 0 && i < entries.size(); ++i) {
+        code = handle.run(verb, entries[i]);
+      }
+      return code;
+    }) == 0;
+  }
 
  private:
   using Verb = flavours::Verb;
@@ -31,8 +43,8 @@ class Registry final : public Subject {
 }  // namespace
 
 SubjectRows registrySubjects() {
-  return {{"binary", make<Registry<flavours::BinaryVariables>>},
-          {"global", make<Registry<flavours::GlobalRegistry>>},
-          {"profile", make<Registry<flavours::ProfileVariables>>},
-          {"services", make<Registry<flavours::Services>>}};
+  return {{"binary", make<Registry<flavours::BinaryVariables>>, anySize, true, true},
+          {"global", make<Registry<flavours::GlobalRegistry>>, anySize, true, true},
+          {"profile", make<Registry<flavours::ProfileVariables>>, anySize, true, true},
+          {"services", make<Registry<flavours::Services>>, anySize, true, true}};
 }

@@ -41,6 +41,9 @@ class Subject {
   virtual bool add(const Entry& entry) = 0;
   virtual bool change(const Entry& entry) = 0;
   virtual bool remove(const Entry& key) = 0;
+  // Does the same to many entries, all or none.
+  enum class Many { Add, Change, Remove };
+  virtual bool many(Many, const std::vector<Entry>&) { return false; }
 };
 
 constexpr std::size_t anySize = 100000;
@@ -50,6 +53,7 @@ struct SubjectRow {
   std::unique_ptr<Subject> (*make)(const std::string& directory, std::size_t count);
   std::size_t largest = anySize;  // most entries that it is measured with
   bool reads = true;              // false where another row's reads are the same
+  bool changesMany = false;
 };
 
 template <typename Made>

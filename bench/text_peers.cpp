@@ -43,11 +43,17 @@ class KeyFile final : public Subject {
   bool add(const Entry& entry) override { return change(entry); }
   bool change(const Entry& entry) override {
     const Loaded file = load(G_KEY_FILE_KEEP_COMMENTS);
-    const char* name = entry.name.c_str();
-    ::g_key_file_set_value(file.get(), group, name, std::to_string(entry.value).c_str());
-    if (!entry.comment.empty()) {
-      const std::string comment = " " + entry.comment;
-      (void)::g_key_file_set_comment(file.get(), group, name, comment.c_str(), nullptr);
+    set(file.get(), entry);
+    return save(file.get());
+  }
+  bool many(Many kind, const std::vector<Entry>& entries) override {
+    const Loaded file = load(G_KEY_FILE_KEEP_COMMENTS);
+    for (const Entry& entry : entries) {
+      if (kind != Many::Remove) {
+        set(file.get(), entry);
+      } else if (::g_key_file_remove_key(file.get(), group, entry.name.c_str(), nullptr) == 0) {
+        return false;
+      }
     }
     return save(file.get());
   }
@@ -65,6 +71,13 @@ class KeyFile final : public Subject {
     Loaded file(::g_key_file_new(), ::g_key_file_free);
     (void)::g_key_file_load_from_file(file.get(), path_.c_str(), flags, nullptr);
     return file;
+  }
+  static void set(GKeyFile* file, const Entry& entry) {
+    const char* name = entry.name.c_str();
+    ::g_key_file_set_value(file, group, name, std::to_string(entry.value).c_str());
+    if (entry.comment.empty()) return;
+    const std::string comment = " " + entry.comment;
+    (void)::g_key_file_set_comment(file, group, name, comment.c_str(), nullptr);
   }
   static bool read(GKeyFile* file, const char* name) {
     return Text(::g_key_file_get_value(file, group, name, nullptr), ::g_free) != nullptr;
@@ -101,23 +114,19 @@ class Augeas final : public Subject {
     std::free(paths);
     return count;
   }
-  bool add(const Entry& entry) override {
+  bool add(const Entry& entry) override { return many(Many::Add, {entry}); }
+  bool change(const Entry& entry) override { return many(Many::Change, {entry}); }
+  bool remove(const Entry& key) override { return many(Many::Remove, {key}); }
+  bool many(Many kind, const std::vector<Entry>& entries) override {
     const Tree tree = load();
-    const std::string last = std::string(all) + "[last()]";
-    return set(tree.get(), std::string(all) + "[last() + 1]", entry.name) &&
-           set(tree.get(), last + "/port", std::to_string(entry.value)) &&
-           set(tree.get(), last + "/protocol", "tcp") &&
-           (entry.comment.empty() || set(tree.get(), last + "/#comment", entry.comment)) &&
-           ::aug_save(tree.get()) == 0;
-  }
-  bool change(const Entry& entry) override {
-    const Tree tree = load();
-    return set(tree.get(), pathOf(entry) + "/port", std::to_string(entry.value)) &&
-           ::aug_save(tree.get()) == 0;
-  }
-  bool remove(const Entry& key) override {
-    const Tree tree = load();
-    return ::aug_rm(tree.get(), pathOf(key).c_str()) > 0 && ::aug_save(tree.get()) == 0;
+    for (const Entry& entry : entries) {
+      if (!(kind == Many::Add      ? append(tree.get(), entry)
+            : kind == Many::Change ? set(tree.get(), pathOf(entry) + "/port", port(entry))
+                                   : ::aug_rm(tree.get(), pathOf(entry).c_str()) > 0)) {
+        return false;
+      }
+    }
+    return ::aug_save(tree.get()) == 0;
   }
 
  private:
@@ -126,6 +135,13 @@ class Augeas final : public Subject {
 
   static std::string pathOf(const Entry& entry) {
     return std::string(all) + "[. = '" + entry.name + "']";
+  }
+  static std::string port(const Entry& entry) { return std::to_string(entry.value); }
+  static bool append(augeas* tree, const Entry& entry) {
+    const std::string last = std::string(all) + "[last()]";
+    return set(tree, std::string(all) + "[last() + 1]", entry.name) &&
+           set(tree, last + "/port", port(entry)) && set(tree, last + "/protocol", "tcp") &&
+           (entry.comment.empty() || set(tree, last + "/#comment", entry.comment));
   }
   static bool set(augeas* tree, const std::string& path, const std::string& value) {
     return ::aug_set(tree, path.c_str(), value.c_str()) == 0;
@@ -152,5 +168,6 @@ constexpr std::size_t augeasLargest = 1000;  // with ten times as many an update
 }  // namespace
 
 SubjectRows textPeerSubjects() {
-  return {{"key-file", make<KeyFile>}, {"augeas", make<Augeas>, augeasLargest}};
+  return {{"key-file", make<KeyFile>, anySize, true, true},
+          {"augeas", make<Augeas>, augeasLargest, true, true}};
 }

@@ -264,18 +264,15 @@ bool BinaryStore::canKeepRuns() const noexcept {
          !(isPacked() && handle().packHook().binary == nullptr);
 }
 
-bool BinaryStore::keep(Routine& routine, File& to, const Frame& frame, std::uint64_t) noexcept {
+bool BinaryStore::mayKeep(Routine& routine, const Frame&, std::uint64_t,
+                          std::string_view*) const noexcept {
   if (isPacked() && handle().packHook().binary == nullptr) {
     return routine.fail(GENREG_RC_NO_PACK_HOOK_PACKED, 106);
   }
-  Routine writing(Function::binWriteRecord);
-  if (const Code missing = lengthHookMissing(); missing != 0) {
-    (void)writing.fail(missing, 10);
-  } else {
-    (void)writeFrames(writing, to, frame.bytes);
-  }
-  return writing.ok() ||
-         routine.failFrom(Function::binWriteRecord, writing.code(), GENREG_RC_COPY_FAILED, 108);
+  const Code missing = lengthHookMissing();
+  if (missing == 0) return true;
+  const Code code = Routine(Function::binWriteRecord).refuse(missing, 10);
+  return routine.failFrom(Function::binWriteRecord, code, GENREG_RC_COPY_FAILED, 108);
 }
 
 // A record behind damage would never be found again, so a file that does not end in a whole record

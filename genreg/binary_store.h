@@ -39,13 +39,16 @@ class BinaryStore final : public RecordStore {
   std::string_view unfinishedMark(std::string_view frame) noexcept override;
   bool write(Routine& routine, File& to, std::string_view frames, Code failed,
              unsigned int point) const noexcept override;
-  bool keep(Routine& routine, File& to, const Frame& frame,
-            std::uint64_t operation) noexcept override;
+  bool mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
+               std::string_view* gained) const noexcept override;
   bool canKeepRuns() const noexcept override;
   bool isKept(const Frame& before, const Frame& after) const noexcept override {
     return before.bytes == after.bytes;
   }
   bool mayTouch(Routine&, const Frame&) const noexcept override { return true; }
+  bool gapBehind(Routine&, std::string_view, std::string_view*) const noexcept override {
+    return true;
+  }
   bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept override;
 
   bool skipDamage(File& file, const RecordForm* form) const noexcept override;

@@ -1,6 +1,7 @@
 // The exported members of the two engines.
 #include "genreg.h"
 #include "genreg/binary_store.h"
+#include "genreg/core/many_changes.h"
 #include "genreg/core/repair.h"
 #include "genreg/core/search.h"
 #include "genreg/core/update.h"
@@ -8,6 +9,8 @@
 
 using genreg::BinaryStore;
 using genreg::Function;
+using genreg::ManyChanges;
+using genreg::Operation;
 using genreg::Routine;
 using genreg::TextStore;
 using genreg::Update;
@@ -18,26 +21,33 @@ namespace {
 
 template <typename Store>
 unsigned int add(GenRegFile& handle, std::uint64_t mask, void* record) {
+  const Operation operation(handle);
   Store store(handle);
-  return Update(store, store.kind.add, genreg::addUpdate, mask, record, nullptr).run();
+  return operation.end(
+      Update(store, store.kind.add, genreg::addUpdate, mask, record, nullptr).run());
 }
 
 template <typename Store>
 unsigned int change(GenRegFile& handle, std::uint64_t mask, void* key, void* newRecord) {
+  const Operation operation(handle);
   Store store(handle);
-  return Update(store, store.kind.change, genreg::changeUpdate, mask, newRecord, key).run();
+  return operation.end(
+      Update(store, store.kind.change, genreg::changeUpdate, mask, newRecord, key).run());
 }
 
 template <typename Store>
 unsigned int remove(GenRegFile& handle, std::uint64_t mask, void* key) {
+  const Operation operation(handle);
   Store store(handle);
-  return Update(store, store.kind.remove, genreg::deleteUpdate, mask, nullptr, key).run();
+  return operation.end(
+      Update(store, store.kind.remove, genreg::deleteUpdate, mask, nullptr, key).run());
 }
 
 template <typename Store>
 unsigned int get(GenRegFile& handle, std::uint64_t mask, void* key, void* record) {
+  const Operation operation(handle);
   Store store(handle);
-  return genreg::get(store, mask, key, record);
+  return operation.end(genreg::get(store, mask, key, record));
 }
 
 template <typename Store>
@@ -46,10 +56,16 @@ unsigned int getNext(GenRegFile& handle, std::uint64_t mask, void* key, void* re
   return genreg::getNext(store, mask, key, record);
 }
 
-template <typename Store>
-unsigned int repair(GenRegFile& handle, bool dropUnreadable, GenRegRepairReport& report) {
-  Store store(handle);
-  return genreg::Repair(store, dropUnreadable, report).run();
+// What both engines do alike.
+template <typename Work>
+unsigned int withStore(GenRegFile& handle, bool isText, Work work) {
+  const Operation operation(handle);
+  if (!isText) {
+    BinaryStore store(handle);
+    return operation.end(work(store));
+  }
+  TextStore store(handle);
+  return operation.end(work(store));
 }
 
 }  // namespace
@@ -99,6 +115,33 @@ unsigned int GenRegFile::RepairRegistry(bool dropUnreadable, GenRegRepairReport*
   GenRegRepairReport ignored{};
   GenRegRepairReport& filled = report == nullptr ? ignored : *report;
   filled = {};
-  return engineKind == GENREG_ENGINE_TEXT ? repair<TextStore>(*this, dropUnreadable, filled)
-                                          : repair<BinaryStore>(*this, dropUnreadable, filled);
+  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+    return genreg::Repair(store, dropUnreadable, filled).run();
+  });
+}
+
+unsigned int GenRegFile::BeginUpdate(std::uint64_t request) noexcept {
+  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+    return ManyChanges(store, Function::beginMany).begin(request);
+  });
+}
+
+unsigned int GenRegFile::CommitUpdate() noexcept {
+  return withStore(*this, engineKind == GENREG_ENGINE_TEXT,
+                   [&](auto& store) { return ManyChanges(store, Function::commitMany).commit(); });
+}
+
+unsigned int GenRegFile::AbandonUpdate() noexcept {
+  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+    return ManyChanges(store, Function::abandonMany).abandon();
+  });
+}
+
+unsigned int GenRegFile::setLockTimeout(std::uint64_t milliseconds) noexcept {
+  if (session != nullptr) session->setLockLimit(milliseconds);
+  return session == nullptr ? OSS_RC_NO_MEMORY : GENREG_RC_OK;
+}
+
+const char* GenRegFile::getLastCause() const noexcept {
+  return session == nullptr ? "memory cannot be allocated" : session->cause().text();
 }

@@ -16,6 +16,21 @@ enum class Match {
   Unclear,  // it takes unpacking to know, or unpacking would fail or log something
 };
 
+// A hash of the fields by which records are known (FNV-1a).
+class IdentityHash {
+ public:
+  // A text that ends at a NUL, or behind `most` bytes.
+  void addText(const char* text, std::size_t most = SIZE_MAX) noexcept {
+    for (std::size_t i = 0; i < most && text[i] != '\0'; ++i) add(text[i]);
+    add('\0');
+  }
+  void add(char byte) noexcept { value_ = (value_ ^ static_cast<unsigned char>(byte)) * 16777619u; }
+  std::uint32_t value() const noexcept { return value_; }
+
+ private:
+  std::uint32_t value_ = 2166136261u;
+};
+
 struct RecordForm {
   // The flavour's own hooks. Where a handle has others in their slots, every record is unpacked for
   // those to look at.
@@ -30,6 +45,10 @@ struct RecordForm {
   // Makes the record of stored bytes. False when it takes the hook: unpacking would fail or log
   // something. The record may hold anything then.
   bool (*fill)(const char* stored, std::size_t length, void* record) noexcept;
+  // The hash of a record's or key's identity. False when the mask does not select all of it, or the
+  // record has none. Records of different hashes differ under such a mask, and so does one without
+  // an identity from each that has one.
+  bool (*identity)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
 };
 
 }  // namespace genreg

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "genreg/line_reader.h"
 
@@ -73,7 +74,9 @@ bool TextStore::unpack(Routine& routine, const Frame& frame, Slot& slot, std::ui
   if (handle().unpackHook().text == nullptr) return routine.fail(GENREG_RC_NO_UNPACK_HOOK, point);
   makeText(frame.bytes, joins(), text_);
   std::memset(slot.record.data(), 0, size);  // what the hook leaves alone goes to the caller, too
+  Cause* const cause = std::exchange(Cause::active, nullptr);  // an odd line is no failure
   const Code code = handle().unpackHook().text(slot.record.data(), text_);
+  Cause::active = cause;
   slot.parsed = code == 0;
   if (!slot.parsed) {
     routine.note(GENREG_RC_UNPACK_LINE, point + 1, failureSeverity, number(code), text(text_));
@@ -131,11 +134,8 @@ bool TextStore::write(Routine& routine, File& to, std::string_view frames, Code 
 // A kept line is written as it was read. A last one without its newline gains one: behind it an Add
 // writes, and a Change leaves whole lines. One that only its missing newline keeps from being
 // continued has no end that could be given to it.
-bool TextStore::keep(Routine& routine, File& to, const Frame& frame,
-                     std::uint64_t operation) noexcept {
-  const auto put = [&](std::string_view bytes) {
-    return write(routine, to, bytes, GENREG_RC_COPY_FAILED, 108);
-  };
+bool TextStore::mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
+                        std::string_view* gained) const noexcept {
   const std::size_t length = frame.bytes.size();
   const bool hasNewline = length > 0 && frame.bytes.back() == '\n';
   if (operation == GENREG_OP_ADD && (frame.unended || !hasNewline)) {
@@ -147,11 +147,11 @@ bool TextStore::keep(Routine& routine, File& to, const Frame& frame,
       return routine.fail(OSS_RC_BUFFER_TOO_SMALL, 106, number(tooLong), number(frame.offset));
     }
     routine.trace(107, text("Added a newline"));
-    return put(frame.bytes) && put(lineEnd);
+    *gained = lineEnd;
+  } else if (operation == GENREG_OP_CHANGE && frame.unended && !hasNewline && length < longestRaw) {
+    *gained = lineEnd.substr(1);
   }
-  const bool gains =
-      operation == GENREG_OP_CHANGE && frame.unended && !hasNewline && length < longestRaw;
-  return put(frame.bytes) && (!gains || put("\n"));
+  return true;
 }
 
 // The same bytes, or those of a last line without its newline and the newline that an update gives
@@ -182,13 +182,17 @@ bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) 
     const std::int32_t error = file.error();
     return routine.fail(GENREG_RC_READ_FAILED, 98, number(error));
   }
-  std::string_view tail(file.window(), file.windowSize());
+  return gapBehind(routine, {file.window(), file.windowSize()}, before);
+}
+
+bool TextStore::gapBehind(Routine& routine, std::string_view tail,
+                          std::string_view* gap) const noexcept {
   const bool newline = tail.back() == '\n';
   if (newline) tail.remove_suffix(1);
   if (newline && !tail.empty() && tail.back() == '\r') tail.remove_suffix(1);
   const bool continues = joins() && endsInBackslash(tail);
   if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 99);
-  if (continues || !newline) *before = lineEnd;
+  if (continues || !newline) *gap = lineEnd;
   return true;
 }
 

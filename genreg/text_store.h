@@ -31,15 +31,19 @@ class TextStore final : public RecordStore {
   // The line of the record, with its newline; the hook may read the replaced line as a template.
   std::string_view pack(Routine& routine, const void* record, const Frame* replaced, Slot& slot,
                         std::uint64_t size, Code failed) noexcept override;
-  std::string_view storedOf(std::string_view frame) const noexcept override { return frame; }
+  std::string_view storedOf(std::string_view frame) const noexcept override {
+    return frame.substr(0, frame.empty() || frame.back() != '\n' ? frame.size() : frame.size() - 1);
+  }
   std::string_view unfinishedMark(std::string_view) noexcept override { return {"\0", 1}; }
   bool write(Routine& routine, File& to, std::string_view frames, Code failed,
              unsigned int point) const noexcept override;
-  bool keep(Routine& routine, File& to, const Frame& frame,
-            std::uint64_t operation) noexcept override;
+  bool mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
+               std::string_view* gained) const noexcept override;
   bool canKeepRuns() const noexcept override { return true; }
   bool isKept(const Frame& before, const Frame& after) const noexcept override;
   bool mayTouch(Routine& routine, const Frame& frame) const noexcept override;
+  bool gapBehind(Routine& routine, std::string_view last,
+                 std::string_view* gap) const noexcept override;
   bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept override;
 
   bool skipDamage(File&, const RecordForm*) const noexcept override { return false; }

@@ -173,6 +173,9 @@
   CODE(GENREG_RC_KEY_NOT_FOUND, 0x90000282u, "a registry key does not exist") \
   CODE(GENREG_RC_GETPOS_FAILED, 0x90000287u, "the file position cannot be read") \
   CODE(GENREG_RC_SETPOS_FAILED, 0x90000288u, "the file position cannot be set") \
+  CODE(GENREG_RC_UPDATE_OPEN, 0x900003E0u, "an update of many changes is open on this handle") \
+  CODE(GENREG_RC_NO_UPDATE, 0x900003E1u, "no update of many changes is open on this handle") \
+  CODE(GENREG_RC_UPDATE_IN_SCAN, 0x900003E2u, "an update of many changes cannot begin while a scan is open") \
   CODE(GENREG_RC_NO_POST_UPDATE_HOOK, 0x900003F2u, "GENREG_POST_UPDATE is set but there is no PostUpdate hook") \
   CODE(GENREG_RC_BACKUP_SET_ASIDE, 0x900003F4u, "a backup that is not the last commit's own was set aside (logged only)") \
   CODE(GENREG_RC_LOCK_DELETE_FAILED, 0x900003F5u, "the lock file cannot be deleted") \

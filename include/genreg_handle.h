@@ -254,8 +254,51 @@ class GenRegFile : public GenRegBase {
   GENREG_API unsigned int RepairRegistry(bool dropUnreadable = false,
                                          GenRegRepairReport* report = nullptr) noexcept;
 
-  // Whether the last update of this handle is committed: the answer that a failure code alone
-  // cannot give when only something behind the commit failed.
+  // --- many changes, one commit ---
+
+  // Takes the update lock and keeps it. Until CommitUpdate or AbandonUpdate this handle's Add,
+  // Change, Delete, Get, OpenScan and GetNext work on the pending content, which nobody else sees;
+  // they return what they would outside, and one that fails leaves the pending content as it was.
+  // `request`: GENREG_LOCK_WAIT or GENREG_LOCK_NOWAIT, and GENREG_LOCK_CREATE_DIR. It takes memory
+  // for the file's content, for the changes, and about 24 bytes a record. A scan has no stream, the
+  // session routines and RepairRegistry are refused (GENREG_RC_UPDATE_OPEN), and features that say
+  // how records are framed must not change. Returns 0; GENREG_RC_UPDATE_OPEN, also while the lock
+  // is held by hand; GENREG_RC_UPDATE_IN_SCAN; GENREG_RC_BUSY; GENREG_RC_LOCK_FAILED;
+  // GENREG_RC_OPEN_FOR_OPERATION; GENREG_RC_READ_FAILED; GENREG_RC_BUFFER_ALLOC. Damage in the file
+  // is met by the first operation that gets there.
+  //
+  //   if ((code = registry.BeginUpdate()) == 0) {
+  //     for (BinVarValRecord& record : records) {
+  //       if (code == 0) code = registry.Add(BINVARVAL_VARIABLE, &record);
+  //     }
+  //     code = code == 0 ? registry.CommitUpdate() : registry.AbandonUpdate();
+  //   }
+  GENREG_API unsigned int BeginUpdate(std::uint64_t request = GENREG_LOCK_WAIT |
+                                                              GENREG_LOCK_CREATE_DIR) noexcept;
+  // Commits everything that the operations since BeginUpdate have done, or nothing, and ends the
+  // update either way: one new file, also where an Add would append in place, one sync of it, with
+  // GENREG_VERIFY_UPDATES one comparison, one commit. Nothing is written when nothing changed.
+  // NotifyChange is called for each change, in order, then PostUpdate once, unless NotifyChange
+  // answered a Change or Delete with something else than 0. What a NotifyChange record points to
+  // must last until then. Returns 0; GENREG_RC_NO_UPDATE; and as a Change:
+  // GENREG_RC_OPEN_FOR_OPERATION, GENREG_RC_WRITE_NEW_FAILED, GENREG_RC_VERIFY_FAILED,
+  // GENREG_RC_CLOSE_AFTER_OPERATION, GENREG_RC_UNLOCK_FAILED, GENREG_RC_NO_POST_UPDATE_HOOK.
+  GENREG_API unsigned int CommitUpdate() noexcept;
+  // Ends the update; the registry is as it was. The destructor does that, too. Returns 0;
+  // GENREG_RC_NO_UPDATE; GENREG_RC_UNLOCK_FAILED.
+  GENREG_API unsigned int AbandonUpdate() noexcept;
+
+  // How long a wait for the update lock may last, in milliseconds; 0, as made: for ever. Whoever
+  // has waited so long returns GENREG_RC_BUSY; the log says for which file, how long, and who has
+  // it. Returns 0.
+  GENREG_API unsigned int setLockTimeout(std::uint64_t milliseconds) noexcept;
+
+  // The cause of the last failure on this handle in words, with the file's name: what happened
+  // first, and why. Empty when there was none. Valid until the handle's next operation.
+  GENREG_API const char* getLastCause() const noexcept;
+
+  // Whether the last update of this handle, an operation or CommitUpdate, is committed: the answer
+  // that a failure code alone cannot give when only something behind the commit failed.
   GENREG_API bool isUpdateCommitted() const noexcept;
 
  protected:
@@ -336,6 +379,8 @@ class GenRegFile : public GenRegBase {
  private:
   friend class genreg::HandleAccess;
   friend class genreg::Session;
+  unsigned int openScan() noexcept;
+
   const GenRegSessionRoutines* routines;
   genreg::Session* session;        // null when there was no memory: no operation works then
   const genreg::RecordForm* form;  // what the flavour knows of stored records, or null

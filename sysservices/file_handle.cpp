@@ -75,14 +75,14 @@ unsigned int OSSHFile::waitForLock(bool exclusive, std::uint64_t limit) noexcept
     const bool isFirst = oss::queueForLock(handle_, limit == 0);
     unsigned int code = isFirst ? takeLock(exclusive, false) : OSS_RC_LOCK_BUSY;
     const std::uint64_t waited = oss::steadyMilliseconds() - start;
-    if (code == OSS_RC_LOCK_BUSY && waited >= patience && !logged) {
+    const bool over = limit != 0 && waited >= limit;
+    if (code == OSS_RC_LOCK_BUSY && (over || (waited >= patience && !logged))) {
       const std::uint32_t holder = oss::lockHolder(handle_);
       ossLog(0, probe, OSS_RC_LOCK_BUSY, 10, 3, 3, path_, std::strlen(path_), OSS_LOG_STRING,
              &waited, sizeof waited, OSS_LOG_UINT64, &holder, sizeof holder, OSS_LOG_INT32);
       logged = true;
       if (limit == 0) code = takeLock(exclusive, true);
     }
-    const bool over = limit != 0 && waited >= limit;
     if (code != OSS_RC_LOCK_BUSY || over) {
       oss::leaveQueue(handle_);
       return code == OSS_RC_LOCK_BUSY ? fail(EWOULDBLOCK) : code;

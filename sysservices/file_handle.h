@@ -105,7 +105,8 @@ class ZOROSSE_API OSSHFile {
   // while it is open, one that its previous holder removed meanwhile is opened again and the lock
   // taken there (the code of the open when there is none any more), so that at most one holder
   // exists. A thread that already holds a conflicting lock through another handle waits for itself.
-  // A wait of more than two seconds is logged once, with the file and, where the system knows it,
+  // A wait of more than two seconds is logged once, and the end of one that `limit` ends, with the
+  // file and, where the system knows it,
   // the process that has the lock.
   // Returns 0; OSS_RC_LOCK_BUSY when another holder has it and wait is OSS_LOCK_NOWAIT, or still
   // has it after `limit`; OSS_RC_BAD_PARAMETER; or the mapped system error.

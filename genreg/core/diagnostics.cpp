@@ -1,6 +1,8 @@
 #include "genreg/core/diagnostics.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 
 #include "genreg_codes.h"
 
@@ -63,6 +65,36 @@ Code logFailure(Function function, Code code, unsigned int point) noexcept {
   return code;
 }
 
+thread_local Cause* Cause::active = nullptr;
+
+void Cause::explain(Code code, Code calleeCode, const char* more) noexcept {
+  if (text_[0] != '\0') return;
+  std::size_t length = 0;
+  const auto add = [&](const char* part) {
+    if (part == nullptr || *part == '\0' || length + 1 >= sizeof text_) return;
+    const int made =
+        std::snprintf(text_ + length, sizeof text_ - length, "%s%s", length == 0 ? "" : ": ", part);
+    length = std::min(length + static_cast<std::size_t>(made), sizeof text_ - 1);
+  };
+  const auto meaning = [](Code value) {
+    const GenRegReturnCode* row = value == 0 ? nullptr : genRegFindReturnCode(value);
+    return row == nullptr ? nullptr : row->meaning;
+  };
+  add(path_);
+  add(meaning(code));
+  if (calleeCode != code) add(meaning(calleeCode));
+  if (more != nullptr && std::strcmp(more, path_) != 0) add(more);
+}
+
+// The last text among the values says most.
+void Routine::explain(Code code, std::initializer_list<LogValue> values) noexcept {
+  const char* more = nullptr;
+  for (const LogValue& value : values) {
+    if (value.type == OSS_LOG_STRING) more = static_cast<const char*>(value.address);
+  }
+  Cause::active->explain(code, 0, more);
+}
+
 void Routine::traceEntry() const noexcept {
   handOverNames();
   _gtraceEntry(traceThread(), probe_);
@@ -95,6 +127,7 @@ bool Routine::failFrom(unsigned int calleeProbe, Code calleeCode, Code code, uns
                        unsigned int severity) noexcept {
   handOverNames();
   ossLogRC(0, probe_, calleeProbe, calleeCode, code, point, severity, 0);
+  if (Cause::active != nullptr) Cause::active->explain(code, calleeCode);
   return end(code);
 }
 
@@ -103,6 +136,7 @@ bool Routine::failSystem(int error, Code code, unsigned int point, const char* p
   handOverNames();
   const unsigned int mapped = ossErrorMapSystem(probe_, point, systemCall, error, 0);
   const std::int32_t errorNumber = error;
+  if (Cause::active != nullptr) Cause::active->explain(code, mapped, path);
   return fail(code, point + 1, text(path), number(errorNumber), number(mapped));
 }
 

@@ -45,6 +45,35 @@ LogValue flag(const std::uint8_t& value) noexcept;
 // Logs a failure of a routine that is not traced, and gives back `code`.
 Code logFailure(Function function, Code code, unsigned int point) noexcept;
 
+// What first went wrong in an operation on a handle, in words.
+class Cause {
+ public:
+  explicit Cause(const char* path) noexcept : path_(path) {}
+
+  const char* text() const noexcept { return text_; }
+  void clear() noexcept { text_[0] = '\0'; }
+  // A failure, made of what codes mean and of a text, unless there is one already.
+  void explain(Code code, Code calleeCode = 0, const char* more = nullptr) noexcept;
+
+  // The cause of this thread's operation, in which routines explain their failures; or null. Of the
+  // static model: every record that is read sets it.
+  [[gnu::tls_model("initial-exec")]] static thread_local Cause* active;
+
+ private:
+  const char* path_;
+  char text_[512] = "";
+};
+
+// While it lives, `cause` is the active one; null: nobody hears of failures. One operation within
+// another, as of a hook, leaves the outer one without.
+class CauseScope {
+ public:
+  explicit CauseScope(Cause* cause) noexcept { Cause::active = cause; }
+  ~CauseScope() { Cause::active = nullptr; }
+  CauseScope(const CauseScope&) = delete;
+  CauseScope& operator=(const CauseScope&) = delete;
+};
+
 class Routine {
  public:
   explicit Routine(Function function) noexcept : probe_(probeOf(function)) {
@@ -76,6 +105,7 @@ class Routine {
   template <typename... Values>
   bool fail(Code code, unsigned int point, const Values&... values) noexcept {
     log(code, point, failureSeverity, {values...});
+    if (Cause::active != nullptr) explain(code, {values...});
     return end(code);
   }
   // The same for a routine without steps: gives back the code.
@@ -142,6 +172,8 @@ class Routine {
   void traceExit() const noexcept;
   void log(Code code, unsigned int point, unsigned int severity,
            std::initializer_list<LogValue> values) const noexcept;
+
+  static void explain(Code code, std::initializer_list<LogValue> values) noexcept;
 
   unsigned int probe_;
   Code failure_ = 0;

@@ -52,6 +52,19 @@ class File final : private platform::StreamTarget {
   }
   bool atEnd() const noexcept { return windowSize() == 0 && offset_ >= size_; }
   void seek(std::uint64_t offset) noexcept;
+  // Back to the start of a file of which all that was read so far is still in memory.
+  void restart() noexcept {
+    offset_ -= begin_;
+    begin_ = 0;
+  }
+
+  // Gives the memory of the window away, to be freed by the caller. The window is empty then.
+  char* takeBuffer() noexcept {
+    char* const buffer = buffer_;
+    buffer_ = nullptr;
+    capacity_ = begin_ = end_ = 0;
+    return buffer;
+  }
 
   // --- writing ---
 

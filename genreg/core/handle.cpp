@@ -40,17 +40,22 @@ Session* makeSession(GenRegFile& handle) {
   return new (memory) Session(handle);
 }
 
+// In an update of many changes the files are its own.
+bool isManyOpen(Session* session) { return session != nullptr && session->pending() != nullptr; }
+
 unsigned int lockRegistry(GenRegFile& handle, std::uint64_t request) {
   return genreg::HandleAccess(handle).lock(request);
 }
 
 unsigned int unlockRegistry(GenRegFile& handle) {
   Session* session = genreg::HandleAccess(handle).session();
+  if (isManyOpen(session)) return GENREG_RC_UPDATE_OPEN;
   return session == nullptr ? GENREG_RC_UNLOCK_FILE_FAILED : session->unlock();
 }
 
 unsigned int openRegFile(GenRegFile& handle, std::uint64_t kind) {
   const genreg::HandleAccess access(handle);
+  if (isManyOpen(access.session())) return GENREG_RC_UPDATE_OPEN;
   const Code code = access.open(kind);
   if (code != 0 || access.session()->showStreams()) return code;
   (void)access.session()->close(GENREG_OP_READ);
@@ -59,6 +64,7 @@ unsigned int openRegFile(GenRegFile& handle, std::uint64_t kind) {
 
 unsigned int closeRegFile(GenRegFile& handle, std::uint64_t kind) {
   Session* session = genreg::HandleAccess(handle).session();
+  if (isManyOpen(session)) return GENREG_RC_UPDATE_OPEN;
   return session == nullptr ? GENREG_RC_OK : session->close(kind);
 }
 
@@ -138,6 +144,7 @@ GenRegFile::GenRegFile() noexcept
 
 GenRegFile::~GenRegFile() {
   Routine routine(Function::fileDestructor);
+  if (session != nullptr && session->pending() != nullptr) (void)AbandonUpdate();
   if ((status & GENREG_STATUS_LOCKED) != 0) {
     if (const Code code = lockFile.close(); code != 0) {
       (void)routine.failFrom(genreg::probeFileClose, code, GENREG_RC_CLOSE_LOCK_FAILED, 10);

@@ -57,6 +57,9 @@ class HandleAccess {
   bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
   bool hasStatus(std::uint64_t bits) const noexcept { return (handle_.status & bits) != 0; }
   void setStatus(std::uint64_t bits) const noexcept { handle_.status |= bits; }
+  void endScan() const noexcept {
+    handle_.status &= ~(GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END);
+  }
   void beginUpdate() const noexcept { handle_.committed = false; }
   bool isBinary() const noexcept { return handle_.engineKind == GENREG_ENGINE_BINARY; }
 
@@ -85,6 +88,27 @@ class HandleAccess {
 
  private:
   GenRegFile& handle_;
+};
+
+// While it lives, an operation runs whose failure the handle will be able to explain.
+class Operation {
+ public:
+  explicit Operation(GenRegFile& handle) noexcept : Operation(HandleAccess(handle).session()) {}
+
+  // The operation's result, which is given back.
+  Code end(Code code) const noexcept {
+    if (code != 0 && code != GENREG_RC_END && cause_ != nullptr) cause_->explain(code);
+    return code;
+  }
+
+ private:
+  explicit Operation(Session* session) noexcept
+      : cause_(session == nullptr ? nullptr : &session->cause()), scope_(cause_) {
+    if (cause_ != nullptr) cause_->clear();
+  }
+
+  Cause* cause_;
+  CauseScope scope_;
 };
 
 }  // namespace genreg

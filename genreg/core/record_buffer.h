@@ -14,7 +14,8 @@ namespace genreg {
 // twice as long as the C library's stores.
 template <typename Record>
 void clearRecord(Record& record) noexcept {
-  static const volatile std::size_t half = sizeof(Record) / 2;
+  static const volatile std::size_t half =
+      (sizeof(Record) / 2 + 63) / 64 * 64;  // whole cache lines
   auto* const bytes = reinterpret_cast<unsigned char*>(&record);
   const std::size_t first = half;
   std::memset(bytes, 0, first);

@@ -22,6 +22,14 @@ bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexce
   return true;
 }
 
+bool RecordStore::keep(Routine& routine, File& to, const Frame& frame,
+                       std::uint64_t operation) noexcept {
+  std::string_view gained;
+  return mayKeep(routine, frame, operation, &gained) &&
+         write(routine, to, frame.bytes, GENREG_RC_COPY_FAILED, 108) &&
+         (gained.empty() || write(routine, to, gained, GENREG_RC_COPY_FAILED, 108));
+}
+
 bool RecordStore::canCompare(Routine& routine, unsigned int point) const noexcept {
   return handle_.compareHook() != nullptr || routine.fail(GENREG_RC_NO_COMPARE_HOOK, point);
 }

@@ -70,6 +70,9 @@ class RecordStore {
   const HandleAccess& handle() const noexcept { return handle_; }
   Session& session() const noexcept { return *handle_.session(); }
   bool has(std::uint64_t feature) const noexcept { return handle_.has(feature); }
+  Pending* pending() const noexcept {
+    return handle_.session() == nullptr ? nullptr : handle_.session()->pending();
+  }
 
   // --- checks before an operation ---
 
@@ -132,15 +135,20 @@ class RecordStore {
   // Writes frames; `failed` is the operation's code.
   virtual bool write(Routine& routine, File& to, std::string_view frames, Code failed,
                      unsigned int point) const noexcept = 0;
+  // Whether an update of that kind can keep a frame, and the bytes that it then gains at its end.
+  virtual bool mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
+                       std::string_view* gained) const noexcept = 0;
   // Writes a frame that an update of that kind keeps.
-  virtual bool keep(Routine& routine, File& to, const Frame& frame,
-                    std::uint64_t operation) noexcept = 0;
+  bool keep(Routine& routine, File& to, const Frame& frame, std::uint64_t operation) noexcept;
   // Whether kept frames may be written as a run.
   virtual bool canKeepRuns() const noexcept = 0;
   // Whether the new file's frame is the old one's, untouched.
   virtual bool isKept(const Frame& before, const Frame& after) const noexcept = 0;
   // Whether a matching frame may be changed or deleted.
   virtual bool mayTouch(Routine& routine, const Frame& frame) const noexcept = 0;
+  // What has to stand between a file's last bytes and a record that is appended.
+  virtual bool gapBehind(Routine& routine, std::string_view last,
+                         std::string_view* gap) const noexcept = 0;
   // Before an append in place: cuts off an unfinished one, and sees that what is there ends where a
   // record ends. Bytes to be written in front of the new record are given out.
   virtual bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept = 0;

@@ -3,6 +3,7 @@
 namespace genreg {
 
 Code Repair::run() noexcept {
+  if (store_.pending() != nullptr) return routine_.refuse(GENREG_RC_UPDATE_OPEN, 10);
   store_.handle().beginUpdate();
   if (!store_.recordSize(routine_, &size_)) return routine_.code();
   constexpr std::uint64_t request = GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT;

@@ -104,7 +104,10 @@ constexpr unsigned int probeBase = 0x082A0000u;
   ROUTINE(serviceLookup, 143, "FindService")                                \
   ROUTINE(getCopyPath, 144, "ossGetCopyPath")                               \
   ROUTINE(readCopyVersion, 145, "ossReadCopyVersion")                       \
-  ROUTINE(copyHasZemProfiles, 146, "ossCopyHasZemProfiles")
+  ROUTINE(copyHasZemProfiles, 146, "ossCopyHasZemProfiles")                 \
+  ROUTINE(beginMany, 147, "GenRegFile::BeginUpdate")                        \
+  ROUTINE(commitMany, 148, "GenRegFile::CommitUpdate")                      \
+  ROUTINE(abandonMany, 149, "GenRegFile::AbandonUpdate")
 
 enum class Function : unsigned int {
 #define GENREG_FUNCTION(identifier, number, name) identifier = number,

@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "genreg/core/handle.h"
+#include "genreg/core/pending.h"
 
 using genreg::Function;
 using genreg::Routine;
@@ -18,8 +19,20 @@ void forgetStream(std::FILE* stream, genreg::Session& session) {
 }  // namespace
 
 unsigned int GenRegFile::OpenScan() noexcept {
+  const genreg::Operation operation(*this);
+  return operation.end(openScan());
+}
+
+unsigned int GenRegFile::openScan() noexcept {
   Routine routine(Function::openScan);
   if (session == nullptr) return routine.refuse(GENREG_RC_OPEN_FAILED, 5);
+  if (genreg::Pending* pending = session->pending(); pending != nullptr) {
+    status &= ~(GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END);
+    if (pending->isMissing()) return routine.refuse(GENREG_RC_OPEN_FAILED, 11);
+    pending->scanPlace = 0;
+    status |= GENREG_STATUS_SCAN_OPEN;
+    return GENREG_RC_OK;
+  }
   // A caller that opens a second scan over an open one gives the first one up.
   session->hideStreams();
   (void)session->main().close();
@@ -36,7 +49,8 @@ unsigned int GenRegFile::OpenScan() noexcept {
 
 unsigned int GenRegFile::CloseScan() noexcept {
   Routine routine(Function::closeScan);
-  const int error = session == nullptr ? 0 : session->main().close();
+  const bool ownsFile = session != nullptr && session->pending() == nullptr;
+  const int error = ownsFile ? session->main().close() : 0;
   if (error != 0) {
     (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 10, registryPath, OSS_SYSCALL_CLOSE);
   }
@@ -48,8 +62,12 @@ unsigned int GenRegFile::CloseScan() noexcept {
 unsigned int GenRegFile::Rewind() noexcept {
   Routine routine(Function::rewindScan);
   if ((status & GENREG_STATUS_SCAN_OPEN) == 0) return routine.refuse(GENREG_RC_NO_SCAN, 10);
-  session->main().seek(0);
-  forgetStream(mainStream, *session);
+  if (session->pending() != nullptr) {
+    session->pending()->scanPlace = 0;
+  } else {
+    session->main().seek(0);
+    forgetStream(mainStream, *session);
+  }
   status &= ~GENREG_STATUS_SCAN_END;
   return GENREG_RC_OK;
 }
@@ -58,6 +76,10 @@ unsigned int GenRegFile::getRegFilePosition(std::int64_t* position) noexcept {
   Routine routine(Function::getPosition);
   if ((status & GENREG_STATUS_SCAN_OPEN) == 0) return routine.refuse(GENREG_RC_NO_SCAN, 10);
   if (position == nullptr) return routine.refuse(OSS_RC_NULL_ARGUMENT, 20);
+  if (session->pending() != nullptr) {
+    *position = static_cast<std::int64_t>(session->pending()->scanPlace);
+    return GENREG_RC_OK;
+  }
   session->main().fetchPlace();
   *position = static_cast<std::int64_t>(session->main().offset());
   return GENREG_RC_OK;
@@ -71,7 +93,12 @@ unsigned int GenRegFile::setRegFilePosition(std::int64_t* position) noexcept {
     (void)routine.failSystem(EINVAL, GENREG_RC_SETPOS_FAILED, 30, registryPath);
     return routine.code();
   }
-  session->main().seek(static_cast<std::uint64_t>(*position));
+  const auto place = static_cast<std::uint64_t>(*position);
+  if (session->pending() != nullptr) {
+    session->pending()->scanPlace = place;
+    return GENREG_RC_OK;
+  }
+  session->main().seek(place);
   forgetStream(mainStream, *session);
   return GENREG_RC_OK;
 }

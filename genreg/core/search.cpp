@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "genreg/core/pending.h"
+
 namespace genreg {
 namespace {
 
@@ -16,14 +18,20 @@ class Search {
   Code getNext() noexcept;
 
  private:
+  void explainLate() noexcept;
+  void findPending() noexcept;
   bool check(bool asks) noexcept;
   bool open() noexcept;
+  bool openPending(bool isRefused) noexcept;
+  bool failToOpen(Code code) noexcept;
   void close() noexcept;
+  template <bool fromPending>
   void find() noexcept;
   bool judge(const Frame& frame, bool* found) noexcept;
   bool release() noexcept;
 
   RecordStore& store_;
+  Pending* const pending_{store_.pending()};  // the content, in an update of many changes
   Routine routine_;
   std::uint64_t mask_;
   void* key_;
@@ -32,13 +40,14 @@ class Search {
   Slot slot_{store_.kind.sourceFile, __LINE__};
   std::uint64_t place_ = 0;  // of the scan whose file a Get borrows
   bool borrows_ = false;
-  bool any_ = false;  // any line is asked for, without a key
+  Code readCode_ = 0;  // why no record could be read
+  bool any_ = false;   // any line is asked for, without a key
 };
 
 Code Search::get() noexcept {
   if (!check(true) || !store_.recordSize(routine_, &size_)) return routine_.code();
   if (open()) {
-    find();
+    pending_ != nullptr ? find<true>() : find<false>();
     close();
   }
   if (routine_.code() == GENREG_RC_END) {
@@ -62,10 +71,14 @@ Code Search::getNext() noexcept {
     return GENREG_RC_END;
   }
   if (!store_.recordSize(routine_, &size_)) return routine_.code();
-  File& file = store_.session().main();
-  file.fetchPlace();
-  find();
-  file.setPlace();
+  if (pending_ != nullptr) {
+    findPending();
+  } else {
+    File& file = store_.session().main();
+    file.fetchPlace();
+    find<false>();
+    file.setPlace();
+  }
   const Code result = routine_.code();
   if (result == GENREG_RC_END) store_.handle().setStatus(GENREG_STATUS_SCAN_END);
   if (result == GENREG_RC_END || result == GENREG_RC_NO_UNPACK_HOOK_PACKED ||
@@ -73,7 +86,23 @@ Code Search::getNext() noexcept {
     std::memset(record_, 0, size_);
   }
   if (!release() && store_.kind.isText) routine_.replace(GENREG_RC_BUFFER_FREE);
+  if (routine_.code() != 0) explainLate();
   return routine_.code();
+}
+
+// A scan reads too many records for each to say beforehand that failures are to be explained.
+[[gnu::noinline]] void Search::explainLate() noexcept {
+  if (routine_.code() == GENREG_RC_END) return;
+  Cause& cause = store_.session().cause();
+  cause.clear();
+  cause.explain(routine_.code(), readCode_);
+}
+
+// Apart, so that it is not in the way of the scans of files.
+[[gnu::noinline]] void Search::findPending() noexcept {
+  pending_->beginAt(pending_->scanPlace);
+  find<true>();
+  pending_->scanPlace = pending_->place();
 }
 
 bool Search::check(bool asks) noexcept {
@@ -86,6 +115,7 @@ bool Search::check(bool asks) noexcept {
 bool Search::open() noexcept {
   const bool scans = store_.handle().hasStatus(GENREG_STATUS_SCAN_OPEN);
   borrows_ = scans && store_.has(GENREG_GET_IN_SCAN);
+  if (pending_ != nullptr) return openPending(scans && !borrows_);
   if (borrows_) {
     File& file = store_.session().main();
     file.fetchPlace();
@@ -94,7 +124,17 @@ bool Search::open() noexcept {
     return true;
   }
   const Code code = store_.handle().open(GENREG_OP_READ);
-  if (code == 0) return true;
+  return code == 0 || failToOpen(code);
+}
+
+bool Search::openPending(bool isRefused) noexcept {
+  if (isRefused) return failToOpen(GENREG_RC_SCAN_OPEN);
+  if (pending_->isMissing()) return failToOpen(GENREG_RC_NO_FILE);
+  pending_->begin(store_.canKeepRuns() ? store_.form(key_, size_) : nullptr, mask_, key_);
+  return true;
+}
+
+bool Search::failToOpen(Code code) noexcept {
   const bool isText = store_.kind.isText;
   const bool noFile = code == GENREG_RC_NO_FILE && !isText;
   return routine_.failFrom(Function::openRegFile, code,
@@ -103,6 +143,7 @@ bool Search::open() noexcept {
 }
 
 void Search::close() noexcept {
+  if (pending_ != nullptr) return;
   Session& session = store_.session();
   if (borrows_) {
     session.main().seek(place_);
@@ -118,15 +159,23 @@ void Search::close() noexcept {
 // The first match from where the file stands, in the caller's record; GENREG_RC_END, or a failure.
 // What the flavour knows of stored bytes passes over what is not wanted and fills the record at
 // once; what it is not sure of goes through the hooks.
+template <bool fromPending>
 void Search::find() noexcept {
   File& file = store_.session().main();
   const RecordForm* form = store_.form(any_ ? record_ : key_, size_);
   Frame frame;
   for (;;) {
-    if (const Code code = store_.next(file, frame); code != 0) {
+    Code code = 0;
+    if constexpr (fromPending) {
+      code = pending_->next(frame);
+    } else {
+      code = store_.next(file, frame);
+    }
+    if (code != 0) {
       if (code == GENREG_RC_END) {
         (void)routine_.end(code);
       } else {
+        readCode_ = code;
         (void)routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 80);
       }
       return;
@@ -136,7 +185,7 @@ void Search::find() noexcept {
       const Match match =
           any_ ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
       if (match == Match::Differs) {
-        file.skip(store_.run(file, form, mask_, key_, false).size());
+        if (!fromPending) file.skip(store_.run(file, form, mask_, key_, false).size());
         continue;
       }
       if (match == Match::Matches && form->fill(stored, frame.stored.size(), record_)) return;

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <new>
 
+#include "genreg/core/pending.h"
 #include "genreg_codes.h"
 #include "sysservices/file_system.h"
 #include "sysservices/memory.h"
@@ -75,6 +77,7 @@ struct Announcement {
 }  // namespace
 
 Session::~Session() {
+  endMany();
   void* block = fullNames_;
   (void)_ossMemFree(&block, 0, 0, "session", __LINE__);
 }
@@ -112,7 +115,7 @@ bool Session::hasFeature(std::uint64_t feature) const noexcept {
 }
 
 bool Session::appendsInPlace(std::uint64_t kind) const noexcept {
-  return kind == GENREG_OP_ADD && hasFeature(GENREG_ALLOW_DUPLICATES) &&
+  return pending_ == nullptr && kind == GENREG_OP_ADD && hasFeature(GENREG_ALLOW_DUPLICATES) &&
          !hasFeature(GENREG_VERIFY_UPDATES);
 }
 
@@ -181,7 +184,7 @@ Code Session::lock(std::uint64_t request) noexcept {
   }
   const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
                                    exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
-                                   wait ? OSS_LOCK_WAIT : OSS_LOCK_NOWAIT};
+                                   wait ? OSS_LOCK_WAIT : OSS_LOCK_NOWAIT, lockLimit_};
   const Code code = handle_.lockFile.lock(&lockParam);
   if (code == 0) {
     handle_.status |= GENREG_STATUS_LOCKED;
@@ -191,7 +194,7 @@ Code Session::lock(std::uint64_t request) noexcept {
     return GENREG_RC_OK;
   }
   (void)handle_.lockFile.close();
-  const bool busy = code == OSS_RC_LOCK_BUSY && !wait;
+  const bool busy = code == OSS_RC_LOCK_BUSY;
   (void)routine.failFrom(probeFileLock, code, busy ? GENREG_RC_BUSY : code, busy ? 70 : 80);
   return routine.code();
 }
@@ -326,23 +329,59 @@ Code Session::open(std::uint64_t kind) noexcept {
   (void)main_.close();
   (void)second_.close();
   const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
-  bool opened = openRegistry(routine, kind);
-  if (opened && needsTemporary && kind != GENREG_OP_VERIFY) {
-    opened = dropCorrupt(routine);
-    bool waited = true;
-    while (opened && waited) {
-      waited = false;
-      opened = setLeftoverAside(routine, &waited);
-      // The other writer has committed, perhaps.
-      if (opened && waited) opened = openRegistry(routine, kind);
-    }
-  }
-  if (opened && needsTemporary) opened = openTemporary(routine, kind);
+  const bool makesTemporary = needsTemporary && kind != GENREG_OP_VERIFY;
+  const bool opened = openRegistry(routine, kind) &&
+                      (!makesTemporary || setLeftoversAside(routine, kind)) &&
+                      (!needsTemporary || openTemporary(routine, kind));
   if (!opened) {
     (void)main_.close();
     (void)second_.close();
   }
   return routine.code();
+}
+
+Code Session::openContent() noexcept {
+  Routine routine(Function::openRegFile);
+  hideStreams();
+  (void)main_.close();
+  (void)second_.close();
+  void* memory = nullptr;
+  if (_ossMemAlloc(&memory, 0, sizeof(Pending), 1, "session", __LINE__) != 0) {
+    return routine.refuse(GENREG_RC_BUFFER_ALLOC, 25);
+  }
+  pending_ = new (memory) Pending;
+  if (!recover(routine) || !ossPathExists(registryPath())) return routine.code();
+  if (openRegistry(routine, GENREG_OP_CHANGE) && setLeftoversAside(routine, GENREG_OP_CHANGE) &&
+      !main_.more(main_.size())) {
+    const bool noMemory = main_.error() == ENOMEM;
+    (void)routine.failSystem(main_.error(),
+                             noMemory ? GENREG_RC_BUFFER_ALLOC : GENREG_RC_READ_FAILED, 68,
+                             registryPath());
+  }
+  if (!routine.ok()) (void)main_.close();
+  return routine.code();
+}
+
+// A registry file that came into being since the update began is somebody else's (I4).
+Code Session::openForCommit() noexcept {
+  if (!main_.isOpen()) {
+    const Code code = open(GENREG_OP_ADD);
+    if (code != 0 || main_.size() == 0) return code;
+    return Routine(Function::openRegFile).refuse(GENREG_RC_OPEN_FAILED, 96, text(registryPath()));
+  }
+  Routine routine(Function::openRegFile);
+  (void)openTemporary(routine, GENREG_OP_CHANGE);
+  return routine.code();
+}
+
+void Session::endMany() noexcept {
+  if (pending_ == nullptr) return;
+  void* memory = pending_;
+  pending_->~Pending();
+  pending_ = nullptr;
+  (void)_ossMemFree(&memory, 0, 0, "session", __LINE__);
+  (void)main_.close();
+  (void)second_.close();
 }
 
 bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
@@ -428,11 +467,18 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
   return routine.code();
 }
 
-bool Session::dropCorrupt(Routine& routine) noexcept {
-  const Code code = deleteIfThere(corruptPath());
-  if (code == 0) return true;
-  return routine.failAbout(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70,
-                           text(corruptPath()));
+bool Session::setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept {
+  if (const Code code = deleteIfThere(corruptPath()); code != 0) {
+    return routine.failAbout(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70,
+                             text(corruptPath()));
+  }
+  for (bool waited = true; waited;) {
+    waited = false;
+    if (!setLeftoverAside(routine, &waited)) return false;
+    // The other writer has committed, perhaps.
+    if (waited && !openRegistry(routine, kind)) return false;
+  }
+  return true;
 }
 
 // The temporary file of an update that did not finish becomes the corrupt file, for people to look
@@ -560,8 +606,10 @@ Code Session::finish(std::uint64_t kind, bool commits) noexcept {
   Routine routine(Function::closeRegFile);
   if (isScanning()) return routine.refuse(GENREG_RC_SCAN_OPEN, 10);
   hideStreams();
+  if (commits) (void)old_.duplicate(main_.handle());
   finishFiles(routine, kind);
   if (routine.ok() && commits) commit(routine);
+  (void)old_.close();
   // Until it is in place, verified or deleted, the temporary file stays its writer's.
   const bool isInUse = !commits && hasStatus(GENREG_STATUS_LOCKED);
   if (!isInUse) (void)claim_.close();
@@ -696,11 +744,16 @@ bool Session::replaceRegistry(Routine& routine, bool* linked) noexcept {
 // should that fail, the new content stands, and the other's file is the next update's leftover.
 Code Session::exchangeRegistry() noexcept {
   const char* registry = registryPath();
-  const Code code = ossFileExchange(temporaryPath(), registry);
+  // The old file must be nobody's leftover for the moment that it has the temporary's name (I1).
+  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
+  Code code = old_.isOpen() ? old_.lock(&lockParam) : OSS_RC_OK;
+  if (code == OSS_RC_OK) code = ossFileExchange(temporaryPath(), registry);
   if (code == OSS_RC_NOT_SUPPORTED) return ossFileReplace(temporaryPath(), registry);
   if (code != OSS_RC_OK) return code;
   OSSFileInfo replaced{};
-  if (infoOf(temporaryPath(), &replaced) == OSS_RC_OK && replaced.isSameFile(opened_)) {
+  const Code asked = infoOf(temporaryPath(), &replaced);
+  if (asked == OSS_RC_FILE_NOT_FOUND) return OSS_RC_OK;
+  if (asked == OSS_RC_OK && replaced.isSameFile(opened_)) {
     (void)ossFileDelete(temporaryPath());
     return OSS_RC_OK;
   }

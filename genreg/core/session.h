@@ -53,6 +53,8 @@
 
 namespace genreg {
 
+class Pending;
+
 class Session {
  public:
   explicit Session(GenRegFile& handle) noexcept : handle_(handle) {}
@@ -74,6 +76,9 @@ class Session {
 
   // --- for the operations ---
 
+  Cause& cause() noexcept { return cause_; }
+  void setLockLimit(std::uint64_t milliseconds) noexcept { lockLimit_ = milliseconds; }
+
   // The registry file and the temporary file, while they are open.
   File& main() noexcept { return main_; }
   File& second() noexcept { return second_; }
@@ -90,6 +95,18 @@ class Session {
   // Deletes the temporary file of an update that has nothing to commit, unless close() has done so.
   // ossFileDelete's code.
   Code deleteTemporary() noexcept;
+  // An update of many changes, under the lock, in place of open(): opens the registry file, if
+  // there is one, with all of its content in the window of main(). Nothing is written but what an
+  // update finds to be put back or set aside. open()'s codes, and GENREG_RC_READ_FAILED.
+  Code openContent() noexcept;
+  // Creates the temporary file of its commit, and the registry file where there was none. The
+  // content stays. open()'s codes.
+  Code openForCommit() noexcept;
+  // Ends it: no operation works on the pending content any more.
+  void endMany() noexcept;
+  // The pending content, in an update of many changes.
+  Pending* pending() noexcept { return pending_; }
+
   // Closes the files of a repair and commits, the old registry file becoming the corrupt file.
   // close()'s code.
   Code replaceDamaged() noexcept;
@@ -125,7 +142,7 @@ class Session {
   bool isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept;
   Code setBackupAside() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
-  bool dropCorrupt(Routine& routine) noexcept;
+  bool setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoverAside(Routine& routine, bool* waited) noexcept;
   Code lockLeftover(OSSHFile& leftover, bool* waited) noexcept;
   bool openTemporary(Routine& routine, std::uint64_t kind) noexcept;
@@ -146,6 +163,7 @@ class Session {
   File main_;
   File second_;
   OSSHFile claim_;        // the temporary file again, with its writer's lock, until it is in place
+  OSSHFile old_;          // the registry file again, while a commit replaces it
   OSSFileInfo opened_{};  // the registry file as the update opened it
   char* fullNames_ = nullptr;  // of a registry that was named by a relative path
   std::size_t fullNameSize_ = 0;
@@ -153,7 +171,10 @@ class Session {
   bool temporaryDurable_ = false;
   bool temporaryDropped_ = false;  // there was no room for it
   bool keepsOldAsCorrupt_ = false;
-  bool isImpatient_ = false;  // whoever took the lock would not have waited for it
+  Cause cause_{handle_.registryPath};
+  Pending* pending_ = nullptr;
+  std::uint64_t lockLimit_ = 0;  // milliseconds of a wait for the update lock; 0: for ever
+  bool isImpatient_ = false;     // whoever took the lock would not have waited for it
 };
 
 }  // namespace genreg

@@ -7,11 +7,16 @@ namespace genreg {
 Code Update::run() noexcept {
   store_.handle().beginUpdate();
   if (!check()) return routine_.code();  // nothing is touched before every check has passed
-  if (lock()) {                          // one writer, whoever comes and goes
-    if (open()) {                        // a crashed commit put back, leftovers aside, a new file
-      rewrite();                         // unchanged runs as they are, the rest judged one by one
-      close();                           // synced; without verification this commits
-      if (toBeVerified_) verify();       // exactly this change is committed, or nothing
+  if (pending_ != nullptr) {             // one of many changes: the session has all it needs
+    runPending();
+    release();
+    return routine_.code();
+  }
+  if (lock()) {                     // one writer, whoever comes and goes
+    if (open()) {                   // a crashed commit put back, leftovers aside, a new file
+      rewrite();                    // unchanged runs as they are, the rest judged one by one
+      close();                      // synced; without verification this commits
+      if (toBeVerified_) verify();  // exactly this change is committed, or nothing
     }
     unlock();
   }
@@ -37,7 +42,8 @@ bool Update::check() noexcept {
 
 bool Update::lock() noexcept {
   const Code code = store_.handle().lock(kind_.lockRequest);
-  return code == 0 || routine_.failFrom(Function::lockRegistry, code, GENREG_RC_LOCK_FAILED, 62);
+  const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
+  return code == 0 || routine_.failFrom(Function::lockRegistry, code, failed, 62);
 }
 
 bool Update::open() noexcept {
@@ -46,15 +52,125 @@ bool Update::open() noexcept {
          routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
 }
 
+// --- in an update of many changes ---
+
+void Update::runPending() noexcept {
+  if (!openPending()) return;
+  void* const key = isAdd() ? record_ : key_;
+  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
+  // An Add that would append in place looks at the end alone.
+  const bool onlyEnd = !compares && !store_.has(GENREG_VERIFY_UPDATES);
+  if (onlyEnd) {
+    pending_->beginAtLast();
+  } else {
+    const RecordForm* form = store_.canKeepRuns() ? store_.form(key, size_) : nullptr;
+    compares ? pending_->begin(form, mask_, key) : pending_->beginOdd(form);
+  }
+  const bool read = onlyEnd ? endRecords() : copyRecords();
+  if (read && (isAdd() ? writeAdded() : findings()) && notePending()) {
+    pending_->accept(store_.form(key, size_));
+  } else {
+    pending_->drop();
+  }
+}
+
+bool Update::endRecords() noexcept {
+  Frame frame;
+  Code code = 0;
+  while ((code = pending_->next(frame)) == 0) {
+    std::string_view gap;
+    if (!store_.gapBehind(routine_, frame.bytes, &gap)) return false;
+    if (!gap.empty() && !pending_->end(gap)) return failPending();
+  }
+  return code == GENREG_RC_END ||
+         routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 96);
+}
+
+// What opening the registry file would say.
+bool Update::openPending() noexcept {
+  const bool scans = store_.handle().hasStatus(GENREG_STATUS_SCAN_OPEN);
+  if (!scans && (isAdd() || !pending_->isMissing())) return true;
+  return routine_.failFrom(Function::openRegFile, scans ? GENREG_RC_SCAN_OPEN : GENREG_RC_NO_FILE,
+                           GENREG_RC_OPEN_FOR_OPERATION, 64);
+}
+
+// Copies for the hook that hears of the change once it is committed.
+bool Update::notePending() noexcept {
+  if (store_.kind.isText || !store_.has(GENREG_NOTIFY_CHANGE) ||
+      store_.handle().notifyHook() == nullptr) {
+    return true;
+  }
+  void* const first = isAdd() ? record_ : key_;
+  Pending::Note note{kind_.operation, pending_->keepCopy(first, size_),
+                     isChange() ? pending_->keepCopy(record_, size_) : nullptr};
+  const bool kept = note.first != nullptr || first == nullptr;
+  return (kept && (!isChange() || note.second != nullptr) && pending_->add(note)) || failPending();
+}
+
+bool Update::failPending() noexcept {
+  return routine_.failFrom(probeMemAlloc, OSS_RC_NO_MEMORY, GENREG_RC_BUFFER_ALLOC, 116);
+}
+
+Code Update::next(Frame& frame) noexcept {
+  return pending_ != nullptr ? pending_->next(frame) : store_.next(store_.session().main(), frame);
+}
+
+bool Update::keep(const Frame& frame) noexcept {
+  if (pending_ == nullptr) {
+    return store_.keep(routine_, store_.session().second(), frame, kind_.operation);
+  }
+  // A last line without its end might be what an interrupted write has left.
+  if (kind_.operation == GENREG_OP_DELETE && frame.unended && store_.has(GENREG_VERIFY_UPDATES) &&
+      pending_->followsRemoved()) {
+    return routine_.failFrom(store_.kind.verifyUpdate, GENREG_RC_VERIFY_OLD_ENDED,
+                             GENREG_RC_VERIFY_FAILED, 118);
+  }
+  std::string_view gained;
+  if (!store_.mayKeep(routine_, frame, kind_.operation, &gained)) return false;
+  return gained.empty() || pending_->end(gained) || failPending();
+}
+
+bool Update::drop() noexcept { return pending_ == nullptr || pending_->remove() || failPending(); }
+
+// Writes a record that was made, in the place of the one read last or behind all.
+bool Update::put(std::string_view made, Code failed, unsigned int point) noexcept {
+  if (pending_ == nullptr) {
+    return store_.write(routine_, store_.session().second(), made, failed, point) && readBack(made);
+  }
+  if (!readBack(made) || !provesItself(made)) return false;
+  return (isAdd() ? pending_->add(made) : pending_->replace(made)) || failPending();
+}
+
+// The commit compares bytes alone, so that what cannot be read back is refused here, as the
+// verification of a single update does.
+bool Update::provesItself(std::string_view made) noexcept {
+  const bool repacked = !store_.kind.isText && store_.has(GENREG_PACKED_RECORDS);
+  if (!store_.has(GENREG_VERIFY_UPDATES) || repacked) return true;
+  Frame frame;
+  frame.bytes = made;
+  frame.stored = store_.storedOf(made);
+  if (const Code code = written_.record.reserve(size_); code != 0) return failPending();
+  if (!store_.unpack(routine_, frame, written_, size_, 115) || !store_.canCompare(routine_, 117)) {
+    return false;
+  }
+  const bool isOne = !store_.kind.isText || made.find('\n') + 1 == made.size();
+  return (isOne && written_.parsed && store_.isRecord(written_, record_)) ||
+         routine_.failFrom(store_.kind.verifyUpdate, GENREG_RC_VERIFY_UNEXPECTED,
+                           GENREG_RC_VERIFY_FAILED, 118);
+}
+
+// --- the work ---
+
+// What a Change or Delete has come to when all records are read.
+bool Update::findings() noexcept {
+  if (unchanged_) return routine_.fail(GENREG_RC_UNCHANGED, 120);
+  return count_ != 0 || routine_.fail(GENREG_RC_NOT_FOUND, 125);
+}
+
 // Reads the registry file and writes the new content.
 void Update::rewrite() noexcept {
   if (!isAdd()) {
-    if (!copyRecords()) return;
-    if (unchanged_) {
-      (void)routine_.fail(GENREG_RC_UNCHANGED, 120);
-    } else if (count_ == 0) {
-      (void)routine_.fail(GENREG_RC_NOT_FOUND, 125);
-    }
+    if (copyRecords()) (void)findings();
     return;
   }
   std::uint64_t fileSize = 0;
@@ -67,11 +183,10 @@ void Update::rewrite() noexcept {
 }
 
 bool Update::copyRecords() noexcept {
-  File& file = store_.session().main();
   Frame frame;
   for (;;) {
-    if (!frame.goesOn && !keepRun()) return false;
-    if (const Code code = store_.next(file, frame); code != 0) {
+    if (pending_ == nullptr && !frame.goesOn && !keepRun()) return false;
+    if (const Code code = next(frame); code != 0) {
       if (code == GENREG_RC_END) return true;
       return routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 70);
     }
@@ -108,44 +223,38 @@ bool Update::judge(const Frame& frame, bool* matching) noexcept {
 }
 
 bool Update::treat(const Frame& frame, bool matching) noexcept {
-  File& to = store_.session().second();
-  if (!matching) return store_.keep(routine_, to, frame, kind_.operation);
+  if (!matching) return keep(frame);
   if (isAdd()) {
     routine_.trace(79, text("Match found; duplicate record"));
     return routine_.fail(GENREG_RC_DUPLICATE, 80);
   }
   if (isChange() && store_.matches(GENREG_ALL_FIELDS, stored_, record_)) {
     unchanged_ = true;
-    return store_.keep(routine_, to, frame, kind_.operation);
+    return keep(frame);
   }
   if (count_ > 0 && !store_.has(GENREG_ALLOW_DUPLICATES)) {
     return routine_.fail(GENREG_RC_AMBIGUOUS, 82);
   }
   if (!store_.mayTouch(routine_, frame)) return false;
   ++count_;
-  return !isChange() || change(frame);
+  return isChange() ? change(frame) : drop();
 }
 
 bool Update::change(const Frame& frame) noexcept {
   const std::string_view made =
       store_.pack(routine_, record_, &frame, written_, size_, GENREG_RC_COPY_FAILED);
-  return !made.empty() &&
-         store_.write(routine_, store_.session().second(), made, GENREG_RC_COPY_FAILED, 112) &&
-         readBack(made);
+  return !made.empty() && put(made, GENREG_RC_COPY_FAILED, 112);
 }
 
 bool Update::writeAdded() noexcept {
   Session& session = store_.session();
-  const bool inPlace = session.appendsInPlace(kind_.operation);
+  const bool inPlace = session.appendsInPlace(kind_.operation);  // not in an update of many
   const std::string_view made =
       store_.pack(routine_, record_, nullptr, written_, size_, GENREG_RC_WRITE_NEW_FAILED);
   if (made.empty()) return false;
   std::string_view before;
   if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
-  if (!inPlace) {
-    return store_.write(routine_, session.second(), made, GENREG_RC_WRITE_NEW_FAILED, 100) &&
-           readBack(made);
-  }
+  if (!inPlace) return put(made, GENREG_RC_WRITE_NEW_FAILED, 100);
   // Readers look at this very file: until all of it is on the disk, it is no record.
   const std::string_view mark = store_.unfinishedMark(made);
   const int error =
@@ -232,11 +341,15 @@ void Update::notifyHooks() noexcept {
     // An Add ignores the answer; after the others it keeps PostUpdate from being called.
     if (answer != 0 && !isAdd()) return;
   }
-  if (!store_.has(GENREG_POST_UPDATE)) return;
-  if (handle.postUpdateHook() == nullptr) {
-    (void)routine_.fail(GENREG_RC_NO_POST_UPDATE_HOOK, 250);
-  } else if (const Code answer = handle.postUpdateHook()(); answer != 0) {
-    routine_.note(answer, 260, failureSeverity, number(answer));
+  callPostUpdate(store_, routine_);
+}
+
+void callPostUpdate(const RecordStore& store, Routine& routine) noexcept {
+  if (!store.has(GENREG_POST_UPDATE)) return;
+  if (store.handle().postUpdateHook() == nullptr) {
+    (void)routine.fail(GENREG_RC_NO_POST_UPDATE_HOOK, 250);
+  } else if (const Code answer = store.handle().postUpdateHook()(); answer != 0) {
+    routine.note(answer, 260, failureSeverity, number(answer));
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "genreg/core/pending.h"
 #include "genreg/core/record_store.h"
 
 namespace genreg {
@@ -20,6 +21,9 @@ constexpr UpdateKind addUpdate{
 constexpr UpdateKind changeUpdate{GENREG_OP_CHANGE, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
 constexpr UpdateKind deleteUpdate{GENREG_OP_DELETE, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
 
+// Calls the hook that is called after a successful update, if the handle's features say so.
+void callPostUpdate(const RecordStore& store, Routine& routine) noexcept;
+
 class Update {
  public:
   // `record` is the new record, null for a Delete; `key` is null for an Add. All must outlive it.
@@ -36,8 +40,19 @@ class Update {
   bool isChange() const noexcept { return kind_.operation == GENREG_OP_CHANGE; }
 
   bool check() noexcept;
+  void runPending() noexcept;
+  bool openPending() noexcept;
+  bool endRecords() noexcept;
+  bool notePending() noexcept;
+  Code next(Frame& frame) noexcept;
+  bool keep(const Frame& frame) noexcept;
+  bool drop() noexcept;
+  bool put(std::string_view made, Code failed, unsigned int point) noexcept;
+  bool provesItself(std::string_view made) noexcept;
+  bool failPending() noexcept;
   bool lock() noexcept;
   bool open() noexcept;
+  bool findings() noexcept;
   void rewrite() noexcept;
   bool copyRecords() noexcept;
   bool keepRun() noexcept;
@@ -53,6 +68,7 @@ class Update {
   void notifyHooks() noexcept;
 
   RecordStore& store_;
+  Pending* const pending_{store_.pending()};  // the content, in an update of many changes
   Routine routine_;
   const UpdateKind& kind_;
   std::uint64_t mask_;

@@ -62,10 +62,17 @@ bool fill(const char* stored, std::size_t length, void* record) noexcept {
   return true;
 }
 
+bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+  if ((mask & BINVARVAL_IDENTITY) != BINVARVAL_IDENTITY) return false;
+  const auto& fields = *static_cast<const BinVarValRecord*>(record);
+  hash->addText(fields.Variable, sizeof fields.Variable);
+  return true;
+}
+
 using Hook = genreg::FlavourHook<BinVarVal>;
 
-const genreg::RecordForm recordForm{Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,
-                                    fill};
+const genreg::RecordForm recordForm{
+    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match, fill, identity};
 
 }  // namespace
 

@@ -208,10 +208,21 @@ bool fill(const char* bytes, std::size_t length, void* record) noexcept {
   return fillRecord(line, filled);
 }
 
+bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+  const auto& fields = *static_cast<const ServiceEntryRecord*>(record);
+  if ((mask & SERVICES_IDENTITY) != SERVICES_IDENTITY || !has(fields, SERVICES_HAS_SERVICE) ||
+      fields.name == nullptr || fields.protocol == nullptr) {
+    return false;
+  }
+  hash->addText(fields.name);
+  hash->addText(fields.protocol);
+  return true;
+}
+
 using Hook = genreg::LineFlavourHook<Services>;
 
-const genreg::RecordForm recordForm{Hook::compareRecord, Hook::unpackRecord,
-                                    sizeof(ServiceEntryRecord), match, fill};
+const genreg::RecordForm recordForm{
+    Hook::compareRecord, Hook::unpackRecord, sizeof(ServiceEntryRecord), match, fill, identity};
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {

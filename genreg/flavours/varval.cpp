@@ -186,10 +186,20 @@ bool fill(const char* bytes, std::size_t length, void* record) noexcept {
   return true;
 }
 
+bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+  const auto& fields = *static_cast<const VarValRecord*>(record);
+  if ((mask & VARVAL_IDENTITY) != VARVAL_IDENTITY || !has(fields, VARVAL_HAS_VARIABLE) ||
+      fields.Variable == nullptr) {
+    return false;
+  }
+  hash->addText(fields.Variable);
+  return true;
+}
+
 using Hook = genreg::LineFlavourHook<VarVal>;
 
-const genreg::RecordForm recordForm{Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord),
-                                    match, fill};
+const genreg::RecordForm recordForm{
+    Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord), match, fill, identity};
 
 // Hands a number on when the conversion took the whole text.
 template <typename Number>

@@ -161,8 +161,9 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
       {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, "link"},
       {"unlink", 3, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
-      {"flock", 4, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
-      {"close", 5, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
+      {"flock", 4, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
+      {"flock", 5, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
+      {"close", 6, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
       {"unlink", 4, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
       {"none", 1, 0, 0, 0, true},
   };
