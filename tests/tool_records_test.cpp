@@ -103,13 +103,13 @@ TEST_F(RecordsTool, GlobalChangesWhatWasAskedForAndReportsNothingElseAsDone) {
   const std::string newer = framed(stored(4, 0x13, {text("ZOR"), text("NEW"), entry("??")}));
   const std::vector<ToolStep> steps{
       {"add --type instance Service=ZOR InstanceName=one VersionCode=9.1.0.2 Usage=x", 0},
-      {"add --type instance InstanceName=one", 3, "", "GENREG_RC_DUPLICATE (0x900001F1)"},
+      {"add --type instance InstanceName=one", 5, "", "GENREG_RC_DUPLICATE (0x900001F1)"},
       {"add --type instance InstanceName=two Usage=x", 0},
       {"add --type services Service=ZOR InstallPath=/opt/zor Byte1=255", 0},
       {"change --type variable Variable=NEW --to 'Value=a b'", 0},
       // One that matches is so already, another is not.
       {"change --type instance Usage=x --to Service=ZOR", 3, "", "GENREG_RC_AMBIGUOUS"},
-      {"change --type instance InstanceName=two --to InstanceName=one", 3, "",
+      {"change --type instance InstanceName=two --to InstanceName=one", 5, "",
        "holds another record that is instance InstanceName=one"},
       {"change --type instance InstanceName=two --to StartAtBoot=0", 0},
       {"change --type instance InstanceName=two --to Maintenance=1 InstanceName=2", 0},
@@ -122,7 +122,7 @@ TEST_F(RecordsTool, GlobalChangesWhatWasAskedForAndReportsNothingElseAsDone) {
       {"change --type instance InstanceName=one --to VersionCode=10 Usage=", 0},
       // Without its service a variable is another one.
       {"add --type variable Variable=NEW", 0},
-      {"add --type variable Variable=NEW Value=1", 3, "", "GENREG_RC_DUPLICATE"},
+      {"add --type variable Variable=NEW Value=1", 5, "", "GENREG_RC_DUPLICATE"},
       {"list", 0,
        "variable  Service=ZOR  Variable=NEW  Value=\"a b\"  unknown field 0x10\n"
        "instance  Service=ZOR  VersionCode=10.0.0.0  InstanceName=one\n"
@@ -200,7 +200,7 @@ TEST_F(RecordsTool, ServicesKeepsWhatItWasNotAskedToChange) {
       {"find 53", 0, "domain  53/tcp\ndomain  53/udp    names\n"},
       {"find nothing", 1, "", "GENREG_RC_NOT_FOUND"},
       {"add web 8080/tcp www http --comment text", 0},
-      {"add web 8081/tcp", 3, "", "GENREG_RC_DUPLICATE"},
+      {"add web 8081/tcp", 5, "", "GENREG_RC_DUPLICATE"},
       {"change web 80/tcp", 0},
       {"change web 80/tcp other", 0},
       {"find other", 0, "web  80/tcp  other  text\n"},
@@ -239,6 +239,67 @@ TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
   EXPECT_EQ(readFile(registry()), global36);
   expectOn("A = 1\nodd\n", "var", {{"repair --drop-unreadable --json", 0, json.str()}});
   EXPECT_EQ(readFile(registry()), "A = 1\n");
+}
+
+TEST_F(RecordsTool, ImportsAllLinesOrNone) {
+  const std::string bin = "bin " + registry() + " ";
+  const auto input = [](const std::string& text) {
+    ToolStep step{"import", 0};
+    step.input = text;
+    return step;
+  };
+  expectSteps(bin, {input("# c\n\nA 1\n B 2\r\n"),
+                    input("B 3\nC 4\nA 1"),
+                    {"import", 2, "", "line 2: 'x': a value is a whole number", "A 9\nA x\n"},
+                    {"import", 2, "", "line 1: more than NAME VALUE", "A 9 9\n"},
+                    {"get A", 0, "1\n"},
+                    {"get B", 0, "3\n"}});
+  EXPECT_EQ(readFile(registry()),
+            frame(variable("A", 1)) + frame(variable("B", 3)) + frame(variable("C", 4)));
+  const struct {
+    const char *kind, *before, *lines, *after, *wrong;
+  } cases[] = {
+      {"var", "# top\nA = 1 # old\n", "B=2\nA = x y # new\n", "# top\nA = x y # new\nB = 2\n",
+       "B 2\n"},
+      {"services", "web\t\t80/tcp\t\twww\n", "web 81/tcp\nftp 21/tcp f g # c\n",
+       "web\t\t81/tcp\t\twww\nftp\t\t21/tcp\t\tf g\t\t# c\n", "web 81\n"},
+  };
+  for (const auto& row : cases) {
+    writeFile(registry(), row.before);
+    const std::string command = row.kind + (" " + registry() + " ");
+    ToolStep wrong{"import", 2, "", "standard input, line 1"};
+    wrong.input = row.wrong;
+    expectSteps(command, {wrong, input(row.lines), input(row.lines)});
+    EXPECT_EQ(readFile(registry()), row.after);
+  }
+  writeFile(registry(), "");
+  expectSteps(
+      "global --file " + registry() + " ",
+      {input("instance InstanceName=I \"Comment=a b\"\nservices Service=S\n"),
+       input("instance InstanceName=I Usage=u\n"),
+       {"import", 2, "", "line 1: 'x'", "x Service=S\n"},
+       {"list", 0, "instance  InstanceName=I  Usage=u  Comment=\"a b\"\nservices  Service=S\n"}});
+}
+
+TEST_F(RecordsTool, ChangesOnlyWhatIsAsTheConditionSaysAndWaitsAsLongAsItIsTold) {
+  writeFile(registry(), frame(variable("A", 1)));
+  expectSteps("bin " + registry() + " ", {{"set A 2 --if-value 1", 0},
+                                          {"set A 3 --if-value 1", 5, "", "A is 2, not 1"},
+                                          {"set A 3 --if-absent", 5, "", "A is there already"},
+                                          {"set B 3 --if-present", 1, "", "NOT_FOUND"},
+                                          {"set B 3 --if-value 3", 1, "", "NOT_FOUND"},
+                                          {"set B 3 --if-absent", 0},
+                                          {"set B 4 --wait 2x", 2, "", "whole seconds"},
+                                          {"set B 4 --wait 2 --no-wait", 2, "", "are given"}});
+  const std::string before = readFile(registry());
+  TestRegistry holder(registry());
+  ASSERT_EQ(holder.BeginUpdate(), 0u);
+  expectSteps("bin " + registry() + " ", {{"unset A --no-wait", 4, "", "GENREG_RC_BUSY"},
+                                          {"set A 1 --wait 0", 4, "", "another holder"},
+                                          {"import --no-wait", 4, "", "GENREG_RC_BUSY"},
+                                          {"get A", 0, "2\n"}});
+  EXPECT_EQ(holder.AbandonUpdate(), 0u);
+  EXPECT_EQ(readFile(registry()), before);
 }
 
 }  // namespace

@@ -116,15 +116,24 @@ struct Contest {
     const bool isOpen = others == Others::Open;
     for (int round = 0; isOpen ? !board.stop : round < rounds; ++round) {
       const std::string name = nameOf(worker, round);
-      const bool added = handle.run(Verb::Add, {name, 1}) == 0;
-      if (!isOpen) board.added[worker][round] = added;
-      if (others == Others::RemoveLocks) continue;
-      if (!added || handle.run(Verb::Change, {name, 2 + round}) != 0) return false;
-      const bool goes = round % 2 != 0 || isOpen;
-      if (goes && handle.run(Verb::Delete, {name}) != 0) return false;
+      if (others == Others::RemoveLocks) {
+        board.added[worker][round] = handle.run(Verb::Add, {name, 1}) == 0;
+        continue;
+      }
+      const auto work = [&] {
+        unsigned int code = handle.run(Verb::Add, {name, 1});
+        if (code == 0) code = handle.run(Verb::Change, {name, 2 + round});
+        const bool goes = round % 2 != 0 || isOpen;
+        return code == 0 && goes ? handle.run(Verb::Delete, {name}) : code;
+      };
+      if ((isAtOnce(worker) ? handle.inOneUpdate(work) : work()) != 0) return false;
+      if (!isOpen) board.added[worker][round] = true;
     }
     return true;
   }
+
+  // Whether a worker's updates of one record are one, of which nobody sees a part.
+  static bool isAtOnce(int worker) { return worker % 2 != 0; }
 
   bool disturb() const {
     bool holds = true;
@@ -143,7 +152,10 @@ struct Contest {
     std::size_t count = 0;
     return scenario.open()->run(Verb::Get, fixed) == 0 &&
            scenario.open()->scan(&count, &found) == 0 && count > 0 && found.front() == fixed &&
-           valuesOf(found).size() == count;
+           valuesOf(found).size() == count &&
+           std::none_of(found.begin(), found.end(), [](const Entry& record) {
+             return record.value == 1 && record.name[0] == 'w' && isAtOnce(record.name[1] - '0');
+           });
   }
 
   void judge() {

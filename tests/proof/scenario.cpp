@@ -26,12 +26,10 @@ const Start starts[] = {
 
 namespace {
 
-const std::pair<Verb, Entry> steps[] = {{Verb::Add, {"new", 3}},
-                                        {Verb::Change, {"b", 22}},
-                                        {Verb::Delete, {"a"}},
-                                        {Verb::Get, {"b"}},
-                                        {Verb::Scan, {}}};
-const char* const verbNames[] = {"Add", "Change", "Delete", "Get", "Scan"};
+const std::pair<Verb, Entry> steps[] = {
+    {Verb::Add, {"new", 3}}, {Verb::Change, {"b", 22}}, {Verb::Delete, {"a"}},  {Verb::Get, {"b"}},
+    {Verb::Scan, {}},        {Verb::Many, {"", 1}},     {Verb::Many, {"", 198}}};
+const char* const verbNames[] = {"Add", "Change", "Delete", "Get", "Scan", "Many"};
 const Records stale{{"stale", 9}};
 
 // The report, by proof, flavour and operation.
@@ -49,6 +47,8 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   // The streams serve all flavours and all ways to commit alike.
   if (scenario.isLarge() && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
+  const bool isLong = scenario.verb == Verb::Many && scenario.entry.value > 1;
+  if (isLong && !(scenario.isClean() && scenario.features == 0 && scenario.links)) return false;
   if (!scenario.links && (scenario.reads() || scenario.inPlace() || isLinked)) return false;
   if (!isShort) return true;
   if (scenario.isClean()) return scenario.features != verified && (scenario.links || isBinary);
@@ -107,10 +107,14 @@ Records Scenario::recordsAfter() const {
   Records records;
   for (const Entry& record : before) {
     const bool isNamed = record.name == entry.name;
-    if (isNamed && verb == Verb::Delete) continue;
+    if (verb == Verb::Delete ? isNamed : verb == Verb::Many && record.name == "a") continue;
     records.push_back(isNamed && verb == Verb::Change ? entry : record);
+    if (verb == Verb::Many && record.name == "b") records.back().value = 22;
   }
   if (verb == Verb::Add) records.push_back(entry);
+  for (int i = 0; verb == Verb::Many && i < entry.value; ++i) {
+    records.push_back(flavours::addedAt(i));
+  }
   return records;
 }
 
