@@ -1,7 +1,6 @@
 // zorreg bin FILE ...: registries of binary variables.
 #include <charconv>
 #include <cstdio>
-#include <iostream>
 #include <sstream>
 
 #include "commands.h"
@@ -73,7 +72,7 @@ int get(Bin& registry, const Words& words) {
   BinVarValRecord key = keyOf(words.name);
   BinVarValRecord found;
   const unsigned int code = registry.Get(BINVARVAL_IDENTITY, &key, &found);
-  if (code != 0) return reportCode(code, words.file);
+  if (code != 0) return outcome(registry, code, words);
   if (words.json) {
     printJson(Bin::rowOf(found).json);
   } else {
@@ -82,52 +81,46 @@ int get(Bin& registry, const Words& words) {
   return exitDone;
 }
 
-int setChecked(Bin& registry, const std::string& file, const std::string& name,
-               const std::string& value, const std::optional<std::string>& comment) {
-  BinVarValRecord key = keyOf(name);
-  return setRecord(registry, file, BINVARVAL_IDENTITY, key, [&](const BinVarValRecord* found) {
-    BinVarValRecord record = found != nullptr ? *found : key;
-    (void)parseValue(value, record.Value);
-    if (comment) copyField(record.Comment, *comment);
-    return record;
-  });
+int setOne(Bin& registry, const Words& words, bool single) {
+  BinVarValRecord key = keyOf(words.name);
+  const auto valueOf = [](const BinVarValRecord& found) { return std::to_string(found.Value); };
+  return setRecord(registry, words, single, BINVARVAL_IDENTITY, key, valueOf,
+                   [&](const BinVarValRecord* found) {
+                     BinVarValRecord record = found != nullptr ? *found : key;
+                     (void)parseValue(words.value, record.Value);
+                     if (words.comment) copyField(record.Comment, *words.comment);
+                     return record;
+                   });
 }
 
-int set(Bin& registry, const Words& words) {
+int set(Bin& registry, const Words& words) { return setOne(registry, words, false); }
+
+int setChecked(Bin& registry, const Words& words) {
   const std::string wrong = complaint(words.name, &words.value, words.comment);
-  if (!wrong.empty()) return reportUsage(wrong);
-  return setChecked(registry, words.file, words.name, words.value, words.comment);
+  return wrong.empty() ? updating<Bin, set, true>(registry, words) : reportUsage(wrong);
 }
 
 int unset(Bin& registry, const Words& words) {
-  const std::string wrong = complaint(words.name, nullptr, {});
-  if (!wrong.empty()) return reportUsage(wrong);
   BinVarValRecord key = keyOf(words.name);
-  const unsigned int code = registry.Delete(BINVARVAL_IDENTITY, &key);
-  return code == 0 ? exitDone : reportCode(code, words.file);
+  return outcome(registry, registry.Delete(BINVARVAL_IDENTITY, &key), words);
 }
 
-int import(Bin& registry, const Words& words) {
-  std::string line;
-  for (unsigned long number = 1; std::getline(std::cin, line); ++number) {
+int unsetChecked(Bin& registry, const Words& words) {
+  const std::string wrong = complaint(words.name, nullptr, {});
+  return wrong.empty() ? updating<Bin, unset, false>(registry, words) : reportUsage(wrong);
+}
+
+int import(Bin& registry, const Words& given) {
+  const bool single = isWithoutRepeats(registry, [](const BinVarValRecord& record) {
+    return std::string(record.Variable, ::strnlen(record.Variable, sizeof record.Variable));
+  });
+  return importLines(given, [&](const std::string& line, Words& words, std::string& wrong) {
     std::istringstream parts(line);
-    std::string name;
-    std::string value;
     std::string rest;
-    if (!(parts >> name) || name[0] == '#') continue;
-    parts >> value;
-    const std::string wrong = parts >> rest ? "more than NAME VALUE" : complaint(name, &value, {});
-    std::string where = "standard input, line " + std::to_string(number);
-    if (!wrong.empty()) return reportUsage(where.append(": ").append(wrong));
-    if (const int status = setChecked(registry, words.file, name, value, {}); status != exitDone) {
-      (void)reportRefusal(where, "is not imported");
-      return status;
-    }
-  }
-  if (std::ferror(stdin) != 0 || std::cin.bad()) {
-    return reportFailure("standard input cannot be read");
-  }
-  return exitDone;
+    parts >> words.name >> words.value;
+    wrong = parts >> rest ? "more than NAME VALUE" : complaint(words.name, &words.value, {});
+    return wrong.empty() ? setOne(registry, words, single) : int{exitUsage};
+  });
 }
 
 constexpr Argument name{"NAME", "the variable's name", &Words::name, Need::MustFilled};
@@ -144,10 +137,15 @@ constexpr Verb verbs[] = {
      {&name, &jsonArgument}},
     {"set",
      "add a variable, or change every one of that name",
-     on<Bin, set>,
-     {&name, &value, &comment}},
-    {"unset", "delete every variable of that name", on<Bin, unset>, {&name}},
-    {"import", "set variables from lines of NAME VALUE on standard input", on<Bin, import>},
+     on<Bin, setChecked>,
+     {&name, &value, &comment, &ifValueArgument, &ifAbsentArgument, &ifPresentArgument},
+     true},
+    {"unset", "delete every variable of that name", on<Bin, unsetChecked>, {&name}, true},
+    {"import",
+     "set variables from lines of NAME VALUE on standard input, all or none",
+     on<Bin, updating<Bin, import, true>>,
+     {},
+     true},
     {"dump", "print every record, field by field", on<Bin, dump>},
     {"repair", repairHelp, on<Bin, repair>, {&dropArgument, &jsonArgument}},
 };

@@ -94,10 +94,15 @@ class Exact : public Outcome, public Flavour {
   explicit Exact(const std::string& file) : Flavour(file.c_str(), &opened) {
     if (opened != 0) return;
     plainCompare = this->GenRegFile::CompareRecord;
-    this->GenRegFile::CompareRecord = compare;
+    plainUnpack = this->GenRegFile::UnpackRecord;
+    compareExactly(true);
+  }
+
+  // The flavour's own comparison finds names by its index, but knows less of two records.
+  void compareExactly(bool exactly) {
+    this->GenRegFile::CompareRecord = exactly ? compare : plainCompare;
     if constexpr (std::is_base_of_v<GenRegText, Flavour>) {
-      plainUnpack = this->GenRegFile::UnpackRecord;
-      this->GenRegFile::UnpackRecord = GenRegUnpackHook(unpack);
+      this->GenRegFile::UnpackRecord = exactly ? GenRegUnpackHook(unpack) : plainUnpack;
     }
   }
 

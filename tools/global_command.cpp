@@ -17,6 +17,8 @@ class Global : public Exact<GlobalAt, GlobalRegRecord> {
   static Row rowOf(const Record& record) { return zorreg::rowOf(record); }
 };
 
+constexpr const char* typeHelp = "instance, services or variable";
+
 // As `on`, of the file that the environment names when the words name none.
 template <int (*work)(Global&, const Words&)>
 int onGlobal(const Words& given) {
@@ -38,7 +40,8 @@ int reportRejected(const Global& registry, const Words& words, unsigned int code
                    std::uint64_t mask, GlobalRegRecord& judged) {
   const unsigned int reason =
       code == GENREG_RC_KEY_REJECTED ? registry.validate(mask, judged) : code;
-  return reportCode(reason != 0 ? reason : code, words.file);
+  return reportCode(reason != 0 ? reason : code, words.file,
+                    reason == code ? registry.getLastCause() : "");
 }
 
 // Runs `work` with the record or key that the words describe, or reports what is wrong with them. A
@@ -85,8 +88,10 @@ int get(Global& registry, const Words& words) {
 
 int add(Global& registry, const Words& words) {
   return withRecord(words, [&](GlobalRegRecord& record) {
-    const unsigned int code = registry.Add(byIdentity, &record);
-    return code == 0 ? exitDone : reportRejected(registry, words, code, byIdentity, record);
+    return update(registry, words, true, [&] {
+      const unsigned int code = registry.Add(byIdentity, &record);
+      return code == 0 ? int{exitDone} : reportRejected(registry, words, code, byIdentity, record);
+    });
   });
 }
 
@@ -101,39 +106,97 @@ unsigned int checkIdentity(Global& registry, const GlobalRegRecord& found,
   return code == 0 || code == GENREG_RC_AMBIGUOUS ? GENREG_RC_DUPLICATE : code;
 }
 
+// In an update, gives the one record that matches `key` the new fields of the words.
+int changeFields(Global& registry, const Words& words, std::uint64_t mask, GlobalRegRecord& key) {
+  const GlobalRegType& type = *typeNamed(words.type);
+  GlobalRegRecord changed{};
+  const unsigned int code =
+      changeOnly(registry, mask, key, [&](const GlobalRegRecord& found, GlobalRegRecord& merged) {
+        merged = found;
+        (void)setFields(words.newFields, type, true, merged);
+        changed = merged;
+        return checkIdentity(registry, found, merged);
+      });
+  if (code == GENREG_RC_DUPLICATE) {
+    return reportConflict(printable(words.file) + " holds another record that is " +
+                          identityOf(changed));
+  }
+  return code == 0 ? int{exitDone} : reportRejected(registry, words, code, mask, changed);
+}
+
 int change(Global& registry, const Words& words) {
   return withRecord(words, [&](GlobalRegRecord& key) {
-    const GlobalRegType& type = *typeNamed(words.type);
     GlobalRegRecord changed{};
-    const std::string wrong = setFields(words.newFields, type, true, changed);
+    const std::string wrong = setFields(words.newFields, *typeNamed(words.type), true, changed);
     if (!wrong.empty()) return reportUsage(wrong);
-    const std::uint64_t mask = maskOf(registry, words, key);
-    const unsigned int code =
-        changeOnly(registry, mask, key, [&](const GlobalRegRecord& found, GlobalRegRecord& merged) {
-          merged = found;
-          (void)setFields(words.newFields, type, true, merged);
-          changed = merged;
-          return checkIdentity(registry, found, merged);
-        });
-    if (code == GENREG_RC_DUPLICATE) {
-      return reportRefusal(words.file, "holds another record that is " + identityOf(changed));
-    }
-    return code == 0 ? exitDone : reportRejected(registry, words, code, mask, changed);
+    return update(registry, words, false,
+                  [&] { return changeFields(registry, words, maskOf(registry, words, key), key); });
   });
 }
 
 int remove(Global& registry, const Words& words) {
   return withRecord(words, [&](GlobalRegRecord& key) {
-    const std::uint64_t mask = maskOf(registry, words, key);
-    const unsigned int code = registry.Delete(mask, &key);
-    return code == 0 ? exitDone : reportRejected(registry, words, code, mask, key);
+    return update(registry, words, false, [&] {
+      const std::uint64_t mask = maskOf(registry, words, key);
+      const unsigned int code = registry.Delete(mask, &key);
+      return code == 0 ? int{exitDone} : reportRejected(registry, words, code, mask, key);
+    });
+  });
+}
+
+// Words of a line; blanks between double quotes belong to a word.
+std::vector<std::string> wordsOf(const std::string& line) {
+  std::vector<std::string> words;
+  bool quoted = false;
+  bool inWord = false;
+  for (const char character : line) {
+    const bool ends = !quoted && (character == ' ' || character == '\t');
+    if (!ends && !inWord) words.emplace_back();
+    inWord = !ends;
+    if (character == '"') quoted = !quoted;
+    if (!ends && character != '"') words.back() += character;
+  }
+  return words;
+}
+
+// Adds the record of the words, or gives the one of its identity their fields.
+int set(Global& registry, const Words& words) {
+  return withRecord(words, [&](GlobalRegRecord& record) {
+    const GlobalRegType& type = *typeNamed(words.type);
+    if ((record.FieldMask & type.identity) == type.identity) {
+      return setRecord(
+          registry, words, true, type.identity, record,
+          [](const GlobalRegRecord&) { return std::string(); },
+          [&](const GlobalRegRecord* found) {
+            GlobalRegRecord merged = found == nullptr ? record : *found;
+            if (found != nullptr) (void)setFields(words.fields, type, true, merged);
+            return merged;
+          });
+    }
+    const unsigned int code = registry.Add(byIdentity, &record);
+    if (code == GENREG_RC_DUPLICATE) return changeFields(registry, words, byIdentity, record);
+    return code == 0 ? int{exitDone} : reportRejected(registry, words, code, byIdentity, record);
+  });
+}
+
+// Lines of TYPE FIELD=VALUE ...
+int import(Global& registry, const Words& given) {
+  return importLines(given, [&](const std::string& line, Words& words, std::string& wrong) {
+    words.fields = wordsOf(line);
+    words.type = words.fields.front();
+    words.fields.erase(words.fields.begin());
+    words.newFields = words.fields;
+    const GlobalRegType* type = typeNamed(words.type);
+    GlobalRegRecord record{};
+    wrong = type == nullptr ? "'" + printable(words.type) + "': " + typeHelp
+                            : setFields(words.fields, *type, false, record);
+    return wrong.empty() ? set(registry, words) : int{exitUsage};
   });
 }
 
 constexpr Argument file{"--file",
                         "the registry file; else $ZOR_GLOBAL_REG_PATHNAME, else global.reg",
                         &Words::file, Need::MayFilled};
-constexpr const char* typeHelp = "instance, services or variable";
 constexpr std::array<const char*, 5> types{"instance", "services", "variable"};
 constexpr Argument someType{"--type", typeHelp, &Words::type, Need::May, types};
 constexpr Argument type{"--type", typeHelp, &Words::type, Need::Must, types};
@@ -152,15 +215,26 @@ constexpr Verb verbs[] = {
      "print the first record that holds the given fields",
      onGlobal<get>,
      {&type, &keyFields, &jsonArgument}},
-    {"add", "add a record; one of its name must not be there", onGlobal<add>, {&type, &fields}},
+    {"add",
+     "add a record; one of its name must not be there",
+     onGlobal<add>,
+     {&type, &fields},
+     true},
     {"change",
      "give the one record that holds the given fields new values",
      onGlobal<change>,
-     {&type, &keyFields, &newFields}},
+     {&type, &keyFields, &newFields},
+     true},
     {"delete",
      "delete the one record that holds the given fields",
      onGlobal<remove>,
-     {&type, &keyFields}},
+     {&type, &keyFields},
+     true},
+    {"import",
+     "set records from lines of TYPE FIELD=VALUE ... on standard input, all or none",
+     onGlobal<updating<Global, import, true>>,
+     {},
+     true},
     {"dump", "print every record, field by field", onGlobal<dump<Global>>},
     {"repair", repairHelp, onGlobal<repair<Global>>, {&dropArgument, &jsonArgument}},
 };

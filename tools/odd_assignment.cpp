@@ -36,9 +36,10 @@ bool isCutInQuotes(const std::string& assigned) {
   return comment < end;
 }
 
-// What is odd about a line that assigns `name`; empty when nothing is, or when it does not.
+// What is odd about a line that assigns the variable `name`; empty when nothing is, or when it
+// assigns none.
 std::string oddity(const TextLine& line, const std::string& before, const std::string& next,
-                   const std::string& name) {
+                   std::string& name) {
   const std::size_t equals = line.bytes.find('=');
   std::string left = line.bytes.substr(0, equals);
   if (equals == std::string::npos || left.find('#') != std::string::npos) return {};
@@ -58,7 +59,7 @@ std::string oddity(const TextLine& line, const std::string& before, const std::s
   }
   // A prefix alone is a name.
   if (assigned.empty()) std::swap(assigned, prefix);
-  if (assigned != name) return {};
+  name = assigned;
   if (marked) return "a byte order mark stands before the name";
   if (!prefix.empty()) return "'" + prefix + "' stands before the name";
   if (line.holdsNul()) return "it holds a NUL byte";
@@ -72,17 +73,19 @@ std::string oddity(const TextLine& line, const std::string& before, const std::s
 
 }  // namespace
 
-std::string oddAssignment(const std::string& file, const std::string& name) {
+std::map<std::string, std::string> oddAssignments(const std::string& file) {
+  std::map<std::string, std::string> odd;
   std::string bytes;
-  if (!readContent(file, std::string::npos, bytes)) return {};
+  if (!readContent(file, std::string::npos, bytes)) return odd;
   std::vector<TextLine> lines;
   forEachLine(bytes, [&](const TextLine& line) { lines.push_back(line); });
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    const std::string odd = oddity(lines[i], i == 0 ? "" : lines[i - 1].bytes,
+    std::string name;
+    const std::string why = oddity(lines[i], i == 0 ? "" : lines[i - 1].bytes,
                                    i + 1 == lines.size() ? "" : lines[i + 1].bytes, name);
-    if (!odd.empty()) return "line " + std::to_string(lines[i].number) + ": " + odd;
+    if (!why.empty()) odd.emplace(name, "line " + std::to_string(lines[i].number) + ": " + why);
   }
-  return {};
+  return odd;
 }
 
 }  // namespace zorreg

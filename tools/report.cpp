@@ -15,17 +15,32 @@ int report(const std::string& message, int status) {
 
 }  // namespace
 
-int reportCode(unsigned int code, const std::string& file) {
+int reportCode(unsigned int code, const std::string& file, const std::string& cause) {
   const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
   std::error_code ignored;
   if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   std::fprintf(stderr, "zorreg: %s (0x%08X): %s\n", row == nullptr ? "unknown code" : row->name,
                code, row == nullptr ? "no meaning is known" : row->meaning);
-  std::fprintf(stderr, "zorreg: file %s\n", printable(file).c_str());
-  const bool notFound = code == GENREG_RC_NOT_FOUND || code == GENREG_RC_NO_FILE;
-  return notFound ? exitNotFound : exitFailed;
+  // A cause that says no more than the code is none.
+  const bool saysMore = row != nullptr && cause.size() > file.size() + 2 &&
+                        cause.compare(file.size() + 2, std::string::npos, row->meaning) != 0;
+  std::fprintf(stderr, "zorreg: %s\n",
+               saysMore ? printable(cause).c_str() : ("file " + printable(file)).c_str());
+  switch (code) {
+    case GENREG_RC_NOT_FOUND:
+    case GENREG_RC_NO_FILE:
+      return exitNotFound;
+    case GENREG_RC_BUSY:
+      return exitBusy;
+    case GENREG_RC_DUPLICATE:
+      return exitConflict;
+    default:
+      return exitFailed;
+  }
 }
+
+int reportConflict(const std::string& message) { return report(message, exitConflict); }
 
 int reportRefusal(const std::string& where, const std::string& reason) {
   return report(printable(where) + " " + reason, exitFailed);

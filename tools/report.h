@@ -7,12 +7,22 @@
 
 namespace zorreg {
 
-enum ExitStatus { exitDone = 0, exitNotFound = 1, exitUsage = 2, exitFailed = 3 };
+enum ExitStatus {
+  exitDone = 0,
+  exitNotFound = 1,
+  exitUsage = 2,
+  exitFailed = 3,
+  exitBusy = 4,      // another writer has the registry
+  exitConflict = 5,  // exists already, or does not hold what a condition asks for
+};
 
-// Prints "zorreg: <code's name> (0x...): <meaning>" and the file on standard error and gives the
-// exit status that the code stands for. A file that could not be opened because there is none is
-// told as missing.
-int reportCode(unsigned int code, const std::string& file);
+// Prints "zorreg: <code's name> (0x...): <meaning>" and on standard error the cause that the
+// library knows, else the file, and gives the exit status that the code stands for. A file that
+// could not be opened because there is none is reported as missing.
+int reportCode(unsigned int code, const std::string& file, const std::string& cause = "");
+
+// Prints "zorreg: <what>" on standard error and gives exitConflict.
+int reportConflict(const std::string& message);
 
 // Prints "zorreg: <where> <reason>" on standard error and gives exitFailed; `where` is a file, or a
 // file and what in it.

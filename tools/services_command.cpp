@@ -1,6 +1,7 @@
 // zorreg services FILE ...: text registries of network services.
 #include <algorithm>
 #include <charconv>
+#include <sstream>
 #include <utility>
 
 #include "commands.h"
@@ -140,38 +141,51 @@ ServiceEntryRecord entryOf(const Words& words, const Endpoint& endpoint,
   return record;
 }
 
-// Runs `update` with the entry that the words describe, or reports what is wrong with them.
-template <typename Update>
-int withEntry(const Words& words, Update update) {
+// Runs `work` with the entry that the words describe, or reports what is wrong with them.
+template <typename Work>
+int withEntry(const Words& words, Work work) {
   const std::optional<Endpoint> endpoint = parseEndpoint(words.port);
   if (const std::string wrong = complaint(words, endpoint); !wrong.empty()) {
     return reportUsage(wrong);
   }
   std::vector<const char*> aliases;
   ServiceEntryRecord record = entryOf(words, *endpoint, aliases);
-  const unsigned int code = update(record);
-  return code == 0 ? exitDone : reportCode(code, words.file);
+  return work(record);
 }
 
 int add(Services& registry, const Words& words) {
-  return withEntry(
-      words, [&](ServiceEntryRecord& record) { return registry.Add(SERVICES_IDENTITY, &record); });
+  return withEntry(words, [&](ServiceEntryRecord& record) {
+    return update(registry, words, true, [&] {
+      return outcome(registry, registry.Add(SERVICES_IDENTITY, &record), words);
+    });
+  });
 }
 
-// The one entry of that name and protocol gets the port, and the aliases and the comment that are
-// given.
+// What an entry is changed to: the port that is given, and the aliases and the comment, or what it
+// had. `comment` keeps the text of that.
+ServiceEntryRecord mergedWith(const Words& words, const ServiceEntryRecord& given,
+                              const ServiceEntryRecord& found, std::string& comment) {
+  ServiceEntryRecord merged = given;
+  if (words.aliases.empty()) merged.aliases = found.aliases;
+  if (!words.comment && found.comment != nullptr) {
+    comment = bareComment(found.comment);
+    merged.Contains |= SERVICES_HAS_COMMENT;
+    merged.comment = comment.c_str();
+  }
+  return merged;
+}
+
+// The one entry of that name and protocol.
 int change(Services& registry, const Words& words) {
   return withEntry(words, [&](ServiceEntryRecord& given) {
-    std::string comment;
-    return changeOnly(registry, SERVICES_IDENTITY, given, [&](const auto& found, auto& merged) {
-      merged = given;
-      if (words.aliases.empty()) merged.aliases = found.aliases;
-      if (!words.comment && found.comment != nullptr) {
-        comment = bareComment(found.comment);
-        merged.Contains |= SERVICES_HAS_COMMENT;
-        merged.comment = comment.c_str();
-      }
-      return 0U;
+    return update(registry, words, false, [&] {
+      std::string comment;
+      const unsigned int code =
+          changeOnly(registry, SERVICES_IDENTITY, given, [&](const auto& found, auto& merged) {
+            merged = mergedWith(words, given, found, comment);
+            return 0U;
+          });
+      return outcome(registry, code, words);
     });
   });
 }
@@ -192,8 +206,34 @@ int remove(Services& registry, const Words& words) {
       mask |= SERVICES_PROTOCOL;
     }
   }
-  const unsigned int code = registry.Delete(mask, &key);
-  return code == 0 ? exitDone : reportCode(code, words.file);
+  return update(registry, words, false,
+                [&] { return outcome(registry, registry.Delete(mask, &key), words); });
+}
+
+// Lines as they stand in such a file.
+int import(Services& registry, const Words& given) {
+  const bool single = isWithoutRepeats(registry, [](const ServiceEntryRecord& record) {
+    return std::string(record.name) + "/" + (record.protocol == nullptr ? "" : record.protocol);
+  });
+  return importLines(given, [&](const std::string& line, Words& words, std::string& wrong) {
+    const std::size_t hash = line.find('#');
+    std::istringstream parts(line.substr(0, hash));
+    parts >> words.name >> words.port;
+    for (std::string alias; parts >> alias;) words.aliases.push_back(alias);
+    if (hash != std::string::npos) words.comment = bareComment(line.substr(hash + 1).c_str());
+    const std::optional<Endpoint> endpoint = parseEndpoint(words.port);
+    wrong = complaint(words, endpoint);
+    if (!wrong.empty()) return int{exitUsage};
+    std::vector<const char*> aliases;
+    ServiceEntryRecord record = entryOf(words, *endpoint, aliases);
+    std::string comment;
+    return setRecord(
+        registry, words, single, SERVICES_IDENTITY, record,
+        [](const ServiceEntryRecord& found) { return std::to_string(portOf(found)); },
+        [&](const ServiceEntryRecord* found) {
+          return found == nullptr ? record : mergedWith(words, record, *found, comment);
+        });
+  });
 }
 
 constexpr Argument wanted{"NAME|PORT[/PROTOCOL]", "the service", &Words::name, Need::MustFilled};
@@ -217,15 +257,23 @@ constexpr Verb verbs[] = {
     {"add",
      "add a service; one of that name and protocol must not be there",
      on<Services, add>,
-     {&name, &port, &aliases, &comment}},
+     {&name, &port, &aliases, &comment},
+     true},
     {"change",
      "give the service of that name and protocol another port, aliases or comment",
      on<Services, change>,
-     {&name, &port, &aliases, &comment}},
+     {&name, &port, &aliases, &comment},
+     true},
     {"remove",
      "delete the one service of that name (and port and protocol)",
      on<Services, remove>,
-     {&name, &somePort}},
+     {&name, &somePort},
+     true},
+    {"import",
+     "set services from lines as they stand in such a file on standard input, all or none",
+     on<Services, updating<Services, import, true>>,
+     {},
+     true},
     {"dump", "print every line's record, field by field", on<Services, dump>},
     {"repair", repairHelp, on<Services, repair>, {&dropArgument, &jsonArgument}},
 };

@@ -83,7 +83,7 @@ int get(Var& registry, const Words& words) {
   VarValRecord key = keyOf(words.name);
   VarValRecord record;
   const unsigned int code = registry.Get(VARVAL_IDENTITY, &key, &record);
-  if (code != 0) return reportCode(code, words.file);
+  if (code != 0) return outcome(registry, code, words);
   const Json value = typedValue(registry, words);
   if (value.is_null()) {
     return reportFailure("'" + printable(record.Value) + "': the value of " + words.name +
@@ -98,39 +98,79 @@ int get(Var& registry, const Words& words) {
 }
 
 // Refuses a change of a variable that a line assigns in a way that cannot be changed as a whole.
-int refuseOdd(const Words& words) {
-  const std::string odd = oddAssignment(RegistryFiles(words.file).content(), words.name);
-  if (odd.empty()) return exitDone;
-  return reportRefusal(words.file + ",", odd + "; " + words.name + " is not changed");
+int refuseOdd(const Words& words, const std::map<std::string, std::string>& odd) {
+  const auto found = odd.find(words.name);
+  if (found == odd.end()) return exitDone;
+  return reportRefusal(words.file + ",", found->second + "; " + words.name + " is not changed");
 }
 
-int set(Var& registry, const Words& words) {
-  if (const std::string wrong = complaint(words); !wrong.empty()) return reportUsage(wrong);
-  if (const int status = refuseOdd(words); status != exitDone) return status;
+std::map<std::string, std::string> oddOf(const Words& words) {
+  return oddAssignments(RegistryFiles(words.file).content());
+}
+
+int setOne(Var& registry, const Words& words, bool single) {
   bCompactFormattedLine = words.compact;
   VarValRecord key = keyOf(words.name);
   std::string comment;
-  return setRecord(registry, words.file, VARVAL_IDENTITY, key, [&](const VarValRecord* found) {
-    VarValRecord record = key;
-    record.Value = words.value.c_str();
-    if (words.comment) {
-      comment = *words.comment;
-    } else if (found != nullptr) {
-      comment = bareComment(found->Comment);
-    }
-    if (words.comment || (found != nullptr && found->Comment != nullptr)) {
-      record.Contains |= VARVAL_HAS_COMMENT;
-      record.Comment = comment.c_str();
-    }
-    return record;
-  });
+  const auto valueOf = [](const VarValRecord& found) {
+    return std::string(found.Value == nullptr ? "" : found.Value);
+  };
+  return setRecord(registry, words, single, VARVAL_IDENTITY, key, valueOf,
+                   [&](const VarValRecord* found) {
+                     VarValRecord record = key;
+                     record.Value = words.value.c_str();
+                     if (words.comment) {
+                       comment = *words.comment;
+                     } else if (found != nullptr) {
+                       comment = bareComment(found->Comment);
+                     }
+                     if (words.comment || (found != nullptr && found->Comment != nullptr)) {
+                       record.Contains |= VARVAL_HAS_COMMENT;
+                       record.Comment = comment.c_str();
+                     }
+                     return record;
+                   });
+}
+
+int set(Var& registry, const Words& words) { return setOne(registry, words, false); }
+
+int setChecked(Var& registry, const Words& words) {
+  if (const std::string wrong = complaint(words); !wrong.empty()) return reportUsage(wrong);
+  if (const int status = refuseOdd(words, oddOf(words)); status != exitDone) return status;
+  return updating<Var, set, true>(registry, words);
 }
 
 int unset(Var& registry, const Words& words) {
-  if (const int status = refuseOdd(words); status != exitDone) return status;
   VarValRecord key = keyOf(words.name);
-  const unsigned int code = registry.Delete(VARVAL_IDENTITY, &key);
-  return code == 0 ? exitDone : reportCode(code, words.file);
+  return outcome(registry, registry.Delete(VARVAL_IDENTITY, &key), words);
+}
+
+int unsetChecked(Var& registry, const Words& words) {
+  if (const int status = refuseOdd(words, oddOf(words)); status != exitDone) return status;
+  return updating<Var, unset, false>(registry, words);
+}
+
+// Lines as they stand in such a file.
+int import(Var& registry, const Words& given) {
+  const std::map<std::string, std::string> odd = oddOf(given);
+  const bool single = isWithoutRepeats(
+      registry, [](const VarValRecord& record) { return std::string(record.Variable); });
+  return importLines(given, [&](const std::string& line, Words& words, std::string& wrong) {
+    const auto trimmed = [](std::string text) {
+      text.erase(0, text.find_first_not_of(" \t"));
+      return text.erase(text.find_last_not_of(" \t") + 1);
+    };
+    const std::size_t hash = line.find('#');
+    const std::string assignment = line.substr(0, hash);
+    const std::size_t equals = assignment.find('=');
+    words.name = trimmed(assignment.substr(0, equals));
+    if (equals != std::string::npos) words.value = trimmed(assignment.substr(equals + 1));
+    if (hash != std::string::npos) words.comment = trimmed(line.substr(hash + 1));
+    wrong = equals == std::string::npos || words.name.empty() ? "no NAME=VALUE" : complaint(words);
+    if (!wrong.empty()) return int{exitUsage};
+    const int status = refuseOdd(words, odd);
+    return status == exitDone ? setOne(registry, words, single) : status;
+  });
 }
 
 constexpr Argument name{"NAME", "the variable's name", &Words::name, Need::MustFilled};
@@ -153,9 +193,15 @@ constexpr Verb verbs[] = {
      {&name, &type, &jsonArgument}},
     {"set",
      "add a variable, or change every line that assigns it",
-     on<Var, set>,
-     {&name, &value, &comment, &compact}},
-    {"unset", "delete every line that assigns the name", on<Var, unset>, {&name}},
+     on<Var, setChecked>,
+     {&name, &value, &comment, &compact, &ifValueArgument, &ifAbsentArgument, &ifPresentArgument},
+     true},
+    {"unset", "delete every line that assigns the name", on<Var, unsetChecked>, {&name}, true},
+    {"import",
+     "set variables from lines of NAME=VALUE # comment on standard input, all or none",
+     on<Var, updating<Var, import, true>>,
+     {&compact},
+     true},
     {"dump", "print every line's record, field by field", on<Var, dump>},
     {"repair", repairHelp, on<Var, repair>, {&dropArgument, &jsonArgument}},
 };

@@ -22,6 +22,11 @@ struct Words {
   std::vector<std::string> aliases;
   std::vector<std::string> fields;     // FIELD=VALUE of a record or a key
   std::vector<std::string> newFields;  // of a change
+  std::optional<std::string> ifValue;  // what must be there before a change
+  bool ifAbsent = false;
+  bool ifPresent = false;
+  std::optional<std::string> wait;  // seconds
+  bool noWait = false;
   bool bigEndian = false;
   bool compact = false;
   bool dropUnreadable = false;
@@ -47,7 +52,8 @@ struct Verb {
   const char* name;
   const char* help;
   int (*run)(const Words& words);  // gives the exit status
-  std::array<const Argument*, 4> takes{};
+  std::array<const Argument*, 7> takes{};
+  bool updates = false;  // takes the update lock, and the words that say how long it waits for it
 };
 
 // The kind of registry `name` with its verbs; `takes` is what stands before the verb.
@@ -59,6 +65,15 @@ struct Group {
 
 inline constexpr Argument fileArgument{"FILE", "the registry file", &Words::file, Need::MustFilled};
 inline constexpr Argument jsonArgument{"--json", "print JSON", &Words::json};
+inline constexpr Argument waitArguments[] = {
+    {"--wait", "seconds to wait at most for another writer; else without end", &Words::wait},
+    {"--no-wait", "do not wait for another writer", &Words::noWait}};
+inline constexpr Argument ifAbsentArgument{"--if-absent", "only when there is none of that name",
+                                           &Words::ifAbsent};
+inline constexpr Argument ifPresentArgument{"--if-present", "only when there is one of that name",
+                                            &Words::ifPresent};
+inline constexpr Argument ifValueArgument{"--if-value", "only when the value is this one",
+                                          &Words::ifValue};
 inline constexpr Argument dropArgument{"--drop-unreadable",
                                        "leave out the records and lines that cannot be read, too",
                                        &Words::dropUnreadable};
@@ -82,6 +97,9 @@ void addGroup(CLI::App& app, int& status, const Group& row, const Verbs& verbs) 
   for (const Verb& verb : verbs) {
     CLI::App* command = group->add_subcommand(verb.name, verb.help);
     addAll(*command, verb.takes);
+    if (verb.updates) {
+      for (const Argument& argument : waitArguments) addArgument(*command, argument, *words);
+    }
     command->callback([&verb, words, &status] { status = verb.run(*words); });
   }
 }
