@@ -110,6 +110,22 @@ def fastest(medians, flavour, operation, size, place):
     return peer, found[peer] / medians[flavour, operation, size, place]
 
 
+def many(medians):
+    """Many changes with one commit, on disk, beside one change and beside SQLite's transaction."""
+    rows = []
+    for subject, name in {**FLAVOURS, **PEERS}.items():
+        changes = [medians.get((subject, op, 1000, "disk")) for op in ("Change", "ChangeMany")]
+        if None in changes:
+            continue
+        imports = [medians.get((subject, "Import", size, "disk")) for size in (1000, 10000)]
+        sqlite = [medians["sqlite", "Import", size, "disk"] for size in (1000, 10000)]
+        cells = ["" if own is None else f"{micros(own)}, {own / peer:.2f}"
+                 for own, peer in zip(imports, sqlite)]
+        rows.append([name, *map(micros, changes), f"{changes[1] / changes[0]:.1f}", *cells])
+    return table(["", "one change, µs", "1,000 changes, µs", "times one change",
+                  "1,000 imported, µs, times SQLite", "10,000 imported, µs, times SQLite"], rows)
+
+
 def verdicts(medians):
     promises = {
         "Every Get up to 1,000 records (global registry: 100) is faster than the fastest of them":
@@ -237,6 +253,9 @@ def page(medians, directory, path, disk):
              "### Beside what else one could use", verdicts(medians),
              "Who wins from 1,000 records on, on disk, among the ways that are as durable:\n",
              beyond(medians)]
+    parts += ["### Many changes, one commit, on disk",
+              "Changes of 1,000 among 1,000 records; 1,000 and 10,000 new records added to as many. "
+              "Each is one update, transaction or file written.", many(medians)]
     for place, title in PLACES.items():
         parts += [f"### {title}", f"![{title}]({base}/{place}.svg)", times(medians, place)]
     parts += ["### Heap memory of one operation, KiB", memory(directory)]
