@@ -49,6 +49,8 @@ struct RecordForm {
   // record has none. Records of different hashes differ under such a mask, and so does one without
   // an identity from each that has one.
   bool (*identity)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
+  // The flavour's own NotifyChange hook, where it is one that does nothing.
+  GenRegNotifyHook idleNotify = nullptr;
 };
 
 }  // namespace genreg

@@ -23,7 +23,7 @@ class GrowingArray {
   // Makes room for `count` values in all. False without memory.
   bool reserve(std::size_t count) noexcept {
     if (count <= capacity_) return true;
-    const std::size_t capacity = std::max(count, capacity_ + capacity_ / 2);
+    const std::size_t capacity = std::max(count, capacity_ + capacity_ / 4);
     void* larger = nullptr;
     if (_ossMemAlloc(&larger, 0, capacity * sizeof(Value), 1, "growing_array", __LINE__) != 0) {
       return false;

@@ -68,7 +68,11 @@ class HandleAccess {
   GenRegSizeHook sizeHook() const noexcept { return handle_.GetRecordSize; }
   GenRegLengthHook lengthHook() const noexcept { return handle_.GetRecordLength; }
   GenRegLengthHook packedLengthHook() const noexcept { return handle_.GetPackedLength; }
-  GenRegNotifyHook notifyHook() const noexcept { return handle_.NotifyChange; }
+  // Null, too, for the flavour's own one that does nothing.
+  GenRegNotifyHook notifyHook() const noexcept {
+    const bool idle = handle_.form != nullptr && handle_.NotifyChange == handle_.form->idleNotify;
+    return idle ? nullptr : handle_.NotifyChange;
+  }
   GenRegPostUpdateHook postUpdateHook() const noexcept { return handle_.PostUpdate; }
   const GenRegPackHook& packHook() const noexcept { return handle_.PackRecord; }
   const GenRegUnpackHook& unpackHook() const noexcept { return handle_.UnpackRecord; }

@@ -58,6 +58,7 @@ Code ManyChanges::commit() noexcept {
 void ManyChanges::replace() noexcept {
   Session& session = store_.session();
   store_.handle().endScan();
+  store_.pending()->dropIndex();
   if (const Code code = session.openForCommit(); code != 0) {
     (void)routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
     return;

@@ -78,6 +78,14 @@ class Pending {
 
   // --- for the commit ---
 
+  // Gives the memory of the index back; nothing is looked up any more.
+  void dropIndex() noexcept {
+    indexForm_ = nullptr;
+    slots_.release();
+    always_.release();
+    candidates_.release();
+  }
+
   // Hands the bytes of the content to `visit`(bytes, count) in as few pieces as there are; stops
   // and gives false when it does.
   template <typename Visit>

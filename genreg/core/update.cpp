@@ -69,8 +69,6 @@ void Update::runPending() noexcept {
   const bool read = onlyEnd ? endRecords() : copyRecords();
   if (read && (isAdd() ? writeAdded() : findings()) && notePending()) {
     pending_->accept(store_.form(key, size_));
-  } else {
-    pending_->drop();
   }
 }
 

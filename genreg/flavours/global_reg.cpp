@@ -223,7 +223,8 @@ bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash
 using Hook = genreg::FlavourHook<Global>;
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord), match, fill, identity};
+    Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord), match, fill, identity,
+    notifyChange};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   const Routine routine(Function::globalGetPackedLength);
