@@ -51,7 +51,7 @@ TYPED_TEST(ManyChangesTest, AnswersAsTheSameOperationsDoneOneByOne) {
     return std::string(1, static_cast<char>(97 + below(count)));
   };
   const std::string other = this->path("other");
-  for (int round = 0; round < 150; ++round) {
+  for (int round = 0; round < 180; ++round) {
     std::uint64_t features = std::vector<std::uint64_t>{unique, verified, unverified}[below(3)];
     if (TypeParam::isText && below(4) == 0) features |= GENREG_JOIN_CONTINUED_LINES;
     std::string before;
@@ -181,6 +181,13 @@ TYPED_TEST(ManyChangesTest, AFirstOneMakesTheRegistryAndOneWithoutAChangeMakesNo
   EXPECT_FALSE(exists(name));
   EXPECT_EQ(handle.CommitUpdate(), 0u);
   EXPECT_EQ(readFile(name), this->bytesOf("a"));
+  // What came into being meanwhile is somebody else's.
+  typename TestFixture::Handle late(this->registry(), unique);
+  ASSERT_EQ(late.BeginUpdate(), 0u);
+  EXPECT_EQ(TestFixture::Run::add(late, "a", 1), 0u);
+  writeFile(this->registry(), this->bytesOf("z"));
+  EXPECT_EQ(late.CommitUpdate(), opening);
+  EXPECT_EQ(readFile(this->registry()), this->bytesOf("z"));
   // There and back again.
   const FaultPlan syncs(0, 0, false, "fsync");
   ASSERT_EQ(handle.BeginUpdate(), 0u);

@@ -113,12 +113,16 @@ TEST_F(TextStoreTest, WhatCannotBeReadBackIsRefusedAndTheFileStaysAsItIs) {
       {"one character more", assignment("BB", longValue.c_str()), verified, packLineFailed},
   };
   for (const auto& row : cases) {
-    SCOPED_TRACE(row.name);
-    writeFile(registry(), before);
-    VarVal file(registry(), row.features);
-    VarValRecord record = row.record;
-    EXPECT_EQ(file.Add(VARVAL_VARIABLE, &record), row.result);
-    EXPECT_EQ(readFile(registry()) == before, row.result != 0);
+    for (const bool isOneOfMany : {false, true}) {
+      SCOPED_TRACE(row.name);
+      writeFile(registry(), before);
+      VarVal file(registry(), row.features);
+      VarValRecord record = row.record;
+      EXPECT_EQ(isOneOfMany ? file.BeginUpdate() : 0, 0u);
+      EXPECT_EQ(file.Add(VARVAL_VARIABLE, &record), row.result);
+      EXPECT_EQ(isOneOfMany ? file.CommitUpdate() : 0, 0u);
+      EXPECT_EQ(readFile(registry()) == before, row.result != 0);
+    }
   }
   VarVal file(registry(), unverified);
   EXPECT_EQ(file.Add(1, nullptr), rejected);
