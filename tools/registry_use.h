@@ -282,14 +282,14 @@ template <typename SetLine>
 int importLines(const Words& given, SetLine setLine) {
   std::string line;
   for (unsigned long number = 1; std::getline(std::cin, line); ++number) {
-    const std::string where = "standard input, line " + std::to_string(number);
+    std::string where = "standard input, line " + std::to_string(number);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     const std::size_t start = line.find_first_not_of(" \t");
     if (start == std::string::npos || line[start] == '#') continue;
     Words words = given;
     std::string wrong;
     const int status = setLine(line.substr(start), words, wrong);
-    if (!wrong.empty()) return reportUsage(where + ": " + wrong);
+    if (!wrong.empty()) return reportUsage(where.append(": ").append(wrong));
     if (status != exitDone) {
       (void)reportRefusal(where, "is not imported, nor is any other");
       return status;
