@@ -125,14 +125,16 @@ std::vector<Case> allCases(char** directories) {
   return cases;
 }
 
-// One store per subject, size and place serves all its operations and repetitions.
+// One store per subject, size and place serves all its operations and repetitions; operations on
+// many entries, which would change what the others expect, have another.
 Workload& storeOf(const Case& wanted) {
   static std::map<std::string, Workload> stores;
+  const char* const use = wanted.operation->isMany ? "many" : "measured";
   const std::string name =
-      wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place;
+      wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place + use;
   const auto found = stores.find(name);
   if (found != stores.end()) return found->second;
-  return stores.emplace(name, wanted.makeStore(wanted.count)).first->second;
+  return stores.emplace(name, wanted.makeStore(wanted.count, use)).first->second;
 }
 
 // The counter is the median of the single operations: a machine that is busy with something else
