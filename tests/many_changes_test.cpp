@@ -187,6 +187,7 @@ TYPED_TEST(ManyChangesTest, AFirstOneMakesTheRegistryAndOneWithoutAChangeMakesNo
   EXPECT_EQ(TestFixture::Run::add(late, "a", 1), 0u);
   writeFile(this->registry(), this->bytesOf("z"));
   EXPECT_EQ(late.CommitUpdate(), opening);
+  EXPECT_FALSE(exists(this->temporary()));
   EXPECT_EQ(readFile(this->registry()), this->bytesOf("z"));
   // There and back again.
   const FaultPlan syncs(0, 0, false, "fsync");

@@ -8,7 +8,8 @@ Code Repair::run() noexcept {
   if (!store_.recordSize(routine_, &size_)) return routine_.code();
   constexpr std::uint64_t request = GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT;
   if (const Code code = store_.handle().lock(request); code != 0) {
-    (void)routine_.failFrom(Function::lockRegistry, code, GENREG_RC_LOCK_FAILED, 62);
+    const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
+    (void)routine_.failFrom(Function::lockRegistry, code, failed, 62);
     return routine_.code();
   }
   // First to see whether there is anything to leave out: a repair that finds nothing leaves the

@@ -367,6 +367,7 @@ Code Session::openForCommit() noexcept {
   if (!main_.isOpen()) {
     const Code code = open(GENREG_OP_ADD);
     if (code != 0 || main_.size() == 0) return code;
+    (void)deleteTemporary();
     return Routine(Function::openRegFile).refuse(GENREG_RC_OPEN_FAILED, 96, text(registryPath()));
   }
   Routine routine(Function::openRegFile);
