@@ -261,6 +261,7 @@ TEST_F(RecordsTool, ImportsAllLinesOrNone) {
   } cases[] = {
       {"var", "# top\nA = 1 # old\n", "B=2\nA = x y # new\n", "# top\nA = x y # new\nB = 2\n",
        "B 2\n"},
+      {"var", "A = 1 # a\x01.\n", "A = 2\n", "A = 2 # a\x01.\n", "= 1\n"},
       {"services", "web\t\t80/tcp\t\twww\n", "web 81/tcp\nftp 21/tcp f g # c\n",
        "web\t\t81/tcp\t\twww\nftp\t\t21/tcp\t\tf g\t\t# c\n", "web 81\n"},
   };
@@ -297,6 +298,7 @@ TEST_F(RecordsTool, ChangesOnlyWhatIsAsTheConditionSaysAndWaitsAsLongAsItIsTold)
   expectSteps("bin " + registry() + " ", {{"unset A --no-wait", 4, "", "GENREG_RC_BUSY"},
                                           {"set A 1 --wait 0", 4, "", "another holder"},
                                           {"import --no-wait", 4, "", "GENREG_RC_BUSY"},
+                                          {"repair --no-wait", 4, "", "GENREG_RC_BUSY"},
                                           {"get A", 0, "2\n"}});
   EXPECT_EQ(holder.AbandonUpdate(), 0u);
   EXPECT_EQ(readFile(registry()), before);

@@ -147,7 +147,7 @@ constexpr Verb verbs[] = {
      {},
      true},
     {"dump", "print every record, field by field", on<Bin, dump>},
-    {"repair", repairHelp, on<Bin, repair>, {&dropArgument, &jsonArgument}},
+    {"repair", repairHelp, on<Bin, repair>, {&dropArgument, &jsonArgument}, true},
 };
 
 }  // namespace

@@ -20,6 +20,19 @@ constexpr std::uint64_t byIdentity = std::uint64_t{1} << 63;
 inline const char* commentOf(const VarValRecord& record) { return record.Comment; }
 inline const char* commentOf(const ServiceEntryRecord& record) { return record.comment; }
 
+// Whether a record that the flavour itself has read shows every byte of its comment: a "." may
+// stand for one that no terminal shows.
+template <typename Record>
+bool isWhollyShown(const Record& record) {
+  if constexpr (std::is_same_v<Record, VarValRecord> ||
+                std::is_same_v<Record, ServiceEntryRecord>) {
+    const char* comment = commentOf(record);
+    return comment == nullptr || std::strchr(comment, '.') == nullptr;
+  } else {
+    return true;
+  }
+}
+
 // A comment without the blank that stands between it and its "#".
 inline std::string bareComment(const char* comment) {
   if (comment == nullptr) return {};

@@ -236,7 +236,7 @@ constexpr Verb verbs[] = {
      {},
      true},
     {"dump", "print every record, field by field", onGlobal<dump<Global>>},
-    {"repair", repairHelp, onGlobal<repair<Global>>, {&dropArgument, &jsonArgument}},
+    {"repair", repairHelp, onGlobal<repair<Global>>, {&dropArgument, &jsonArgument}, true},
 };
 
 }  // namespace

@@ -68,8 +68,31 @@ int dump(Registry& registry, const Words& words) {
   return forEachRecord(registry, words.file, [&](auto& record) { registry.print(record); });
 }
 
+// How an update waits for the lock, as the words say. Empty when they say it well, else what is
+// wrong.
+template <typename Registry>
+std::string takeWait(Registry& registry, const Words& words, std::uint64_t* request) {
+  *request = words.noWait ? GENREG_LOCK_NOWAIT : GENREG_LOCK_WAIT;
+  if (!words.wait) return {};
+  if (words.noWait) return "--wait and --no-wait are given";
+  std::uint64_t seconds = 0;
+  const char* end = words.wait->data() + words.wait->size();
+  const auto [stop, error] = std::from_chars(words.wait->data(), end, seconds);
+  if (error != std::errc() || stop != end || seconds > UINT32_MAX) {
+    return "'" + printable(*words.wait) + "': --wait takes whole seconds";
+  }
+  if (seconds == 0) *request = GENREG_LOCK_NOWAIT;
+  (void)registry.setLockTimeout(1000 * seconds);
+  return {};
+}
+
 template <typename Registry>
 int repair(Registry& registry, const Words& words) {
+  std::uint64_t request = 0;
+  if (const std::string wrong = takeWait(registry, words, &request); !wrong.empty()) {
+    return reportUsage(wrong);
+  }
+  if (request == GENREG_LOCK_NOWAIT) (void)registry.setLockTimeout(1);
   GenRegRepairReport report{};
   const unsigned int code = registry.RepairRegistry(words.dropUnreadable, &report);
   if (code != 0) return reportCode(code, words.file, registry.getLastCause());
@@ -94,24 +117,6 @@ unsigned int findOnly(Registry& registry, std::uint64_t mask, typename Registry:
   }
   const unsigned int closed = registry.CloseScan();
   return code == 0 ? closed : code;
-}
-
-// How an update waits for the lock, as the words say. Empty when they say it well, else what is
-// wrong.
-template <typename Registry>
-std::string takeWait(Registry& registry, const Words& words, std::uint64_t* request) {
-  *request = words.noWait ? GENREG_LOCK_NOWAIT : GENREG_LOCK_WAIT;
-  if (!words.wait) return {};
-  if (words.noWait) return "--wait and --no-wait are given";
-  std::uint64_t seconds = 0;
-  const char* end = words.wait->data() + words.wait->size();
-  const auto [stop, error] = std::from_chars(words.wait->data(), end, seconds);
-  if (error != std::errc() || stop != end || seconds > UINT32_MAX) {
-    return "'" + printable(*words.wait) + "': --wait takes whole seconds";
-  }
-  if (seconds == 0) *request = GENREG_LOCK_NOWAIT;
-  (void)registry.setLockTimeout(1000 * seconds);
-  return {};
 }
 
 // Runs `work`, which gives an exit status, in one update: what it reads no other writer changes,
@@ -244,7 +249,7 @@ int setRecord(Registry& registry, const Words& words, bool single, std::uint64_t
   Record merged = merge(isThere ? &found : nullptr);
   if (!isThere)
     return outcome(registry, storeOnly<Registry>(registry, mask, nullptr, merged), words);
-  if (single) {
+  if (single && isWhollyShown(found)) {
     if (Registry::isSame(found, merged)) return exitDone;
     code = storeOnly<Registry>(registry, mask, &key, merged);
     if (code != GENREG_RC_UNCHANGED) return outcome(registry, code, words);

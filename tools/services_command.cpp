@@ -275,7 +275,7 @@ constexpr Verb verbs[] = {
      {},
      true},
     {"dump", "print every line's record, field by field", on<Services, dump>},
-    {"repair", repairHelp, on<Services, repair>, {&dropArgument, &jsonArgument}},
+    {"repair", repairHelp, on<Services, repair>, {&dropArgument, &jsonArgument}, true},
 };
 
 }  // namespace

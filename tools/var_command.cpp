@@ -203,7 +203,7 @@ constexpr Verb verbs[] = {
      {&compact},
      true},
     {"dump", "print every line's record, field by field", on<Var, dump>},
-    {"repair", repairHelp, on<Var, repair>, {&dropArgument, &jsonArgument}},
+    {"repair", repairHelp, on<Var, repair>, {&dropArgument, &jsonArgument}, true},
 };
 
 }  // namespace
