@@ -89,7 +89,7 @@ void BinaryStore::take(File& file, std::size_t length, Frame& frame) noexcept {
 Code BinaryStore::readNext(File& file, Frame& frame) const noexcept {
   Routine routine(Function::binReadRecord);
   const std::uint64_t start = file.offset();
-  if (!file.more(lengthWidth)) {
+  if (!file.learnSize() || !file.more(lengthWidth)) {
     const std::int32_t error = file.error();
     return routine.refuse(GENREG_RC_READ_LENGTH_FAILED, 10, text(session().registryPath()),
                           number(error));

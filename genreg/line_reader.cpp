@@ -80,7 +80,7 @@ Code nextLine(File& file, bool join, Frame& frame) noexcept {
   frame.stored = ended ? frame.bytes.substr(0, length - 1) : frame.bytes;
   frame.offset = file.offset();
   file.skip(length);
-  const bool isLast = file.windowSize() == 0 && file.offset() >= file.size();
+  const bool isLast = !ended && file.atEnd();
   frame.unended = !ended && isLast;
   frame.goesOn = !ended && !isLast;
   frame.isPiece = inside || frame.goesOn;

@@ -23,6 +23,9 @@ constexpr std::uint32_t OSS_OPEN_APPEND = 4;     // created when missing, stands
 
 constexpr std::uint32_t OSS_OPEN_NO_LINK = 1;       // option: not through a symbolic link
 constexpr std::uint32_t OSS_OPEN_AS_LOCK_FILE = 2;  // option: an existing lock file
+// Option of OSS_OPEN_EXISTING for whoever reads at once: that it is a plain file is left to the
+// caller, who asks getInfo unless the first read gave some bytes, but fewer than were asked for.
+constexpr std::uint32_t OSS_OPEN_CHECK_LATER = 4;
 
 constexpr std::uint32_t OSS_LOCK_EXCLUSIVE = 1;
 constexpr std::uint32_t OSS_LOCK_SHARED = 2;
@@ -35,7 +38,7 @@ struct OSSFileOpenParam {
   const char* path;     // must stay valid until the file is closed
   std::uint32_t access;
   std::uint32_t openMode;
-  std::uint32_t options;      // OSS_OPEN_NO_LINK and OSS_OPEN_AS_LOCK_FILE, or 0
+  std::uint32_t options;      // OSS_OPEN_NO_LINK, OSS_OPEN_AS_LOCK_FILE, OSS_OPEN_CHECK_LATER
   std::uint32_t permissions;  // of a file that the open creates, whatever the umask
   std::uint32_t reserved;
 };
@@ -119,6 +122,9 @@ class ZOROSSE_API OSSHFile {
   // of the file. Returns 0 or the mapped system error; what was read before it is in `done`.
   unsigned int readAt(void* bytes, std::size_t count, std::uint64_t offset,
                       std::size_t* done) noexcept;
+  // The same with one call to the system, which may give fewer bytes before the end, too.
+  unsigned int readSome(void* bytes, std::size_t count, std::uint64_t offset,
+                        std::size_t* done) noexcept;
   // Writes all of `count` bytes at `offset`. Returns 0 or the mapped system error.
   unsigned int writeAt(const void* bytes, std::size_t count, std::uint64_t offset) noexcept;
   // Waits until what was written is on stable storage. Returns 0 or the mapped system error.
@@ -144,6 +150,8 @@ class ZOROSSE_API OSSHFile {
 
  private:
   bool isLockFile() const noexcept;
+  bool isOnlyRead() const noexcept { return (options_ & OSS_OPEN_CHECK_LATER) != 0; }
+  int thisProcess() const noexcept;
   unsigned int reopen() noexcept;
   unsigned int takeLock(bool exclusive, bool wait) noexcept;
   unsigned int waitForLock(bool exclusive, std::uint64_t limit) noexcept;
@@ -155,7 +163,8 @@ class ZOROSSE_API OSSHFile {
   std::uint32_t permissions_;
   int error_;
   bool created_;
-  int lockOwner_;  // the process that took the lock: a child it forked must not end it
+  int lockOwner_;       // the process that took the lock: a child it forked must not end it
+  unsigned int forks_;  // of that process before it took it
   const char* path_;
 };
 

@@ -14,6 +14,10 @@ constexpr std::size_t smallestBuffer = 4096;
 constexpr std::size_t largestBuffer = std::size_t{256} * 1024;  // grows only for a longer record
 const char* const sourceFile = "file";
 
+std::size_t bufferFor(std::uint64_t bytes) noexcept {
+  return static_cast<std::size_t>(std::clamp<std::uint64_t>(bytes, smallestBuffer, largestBuffer));
+}
+
 }  // namespace
 
 int File::fail(int error) noexcept {
@@ -27,19 +31,35 @@ int File::write(const void* bytes, std::size_t count, std::uint64_t offset) noex
   return fail(handle_.lastError());
 }
 
-int File::begin(bool appends, std::uint64_t expectedSize) noexcept {
+void File::start(bool appends) noexcept {
   begin_ = end_ = pending_ = 0;
   offset_ = 0;
   error_ = 0;
   writeFailed_ = false;
   open_ = true;
   appends_ = appends;
+}
+
+int File::beginReading(unsigned int* unsuitable) noexcept {
+  start(false);
+  *unsuitable = OSS_RC_OK;
+  size_ = unknownSize;
+  const bool read = handle_.readSome(own_, ownSize_, 0, &end_) == OSS_RC_OK;
+  if (read && end_ > 0 && end_ < ownSize_) return 0;
+  *unsuitable = handle_.getInfo(&info_);
+  if (*unsuitable == OSS_RC_OK && !info_.isFile) *unsuitable = OSS_RC_NOT_A_FILE;
+  size_ = info_.size;
+  int error = 0;
+  if (*unsuitable == OSS_RC_OK && !reserve(bufferFor(size_))) error = error_;
+  if (*unsuitable != OSS_RC_OK || error != 0) (void)close();
+  return error;
+}
+
+int File::begin(bool appends, std::uint64_t expectedSize) noexcept {
+  start(appends);
   int error = handle_.getInfo(&info_) == OSS_RC_OK ? 0 : fail(handle_.lastError());
   size_ = base_ = info_.size;
-  const std::uint64_t bytes = std::max(expectedSize, size_);
-  const auto capacity =
-      static_cast<std::size_t>(std::clamp<std::uint64_t>(bytes, smallestBuffer, largestBuffer));
-  if (error == 0 && !reserve(capacity)) error = error_;
+  if (error == 0 && !reserve(bufferFor(std::max(expectedSize, size_)))) error = error_;
   if (error != 0) {
     (void)close();
     error_ = error;
@@ -54,8 +74,8 @@ bool File::reserve(std::size_t capacity) noexcept {
     (void)fail(ENOMEM);
     return false;
   }
-  void* old = buffer_;
-  if (old != nullptr) std::memcpy(larger, buffer_, std::max(end_, pending_));
+  void* old = buffer_ == own_ ? nullptr : buffer_;
+  if (buffer_ != nullptr) std::memcpy(larger, buffer_, std::max(end_, pending_));
   (void)_ossMemFree(&old, 0, 0, sourceFile, __LINE__);
   buffer_ = static_cast<char*>(larger);
   capacity_ = capacity;
@@ -64,6 +84,7 @@ bool File::reserve(std::size_t capacity) noexcept {
 
 bool File::readOn(std::size_t wanted) noexcept {
   if (pending_ != 0 && flush() != 0) return false;
+  if (!learnSize()) return false;
   const std::uint64_t left = size_ > offset_ ? size_ - offset_ : 0;
   const auto reachable = static_cast<std::size_t>(std::min<std::uint64_t>(left, wanted));
   if (windowSize() >= reachable) return true;
@@ -84,6 +105,16 @@ bool File::readOn(std::size_t wanted) noexcept {
   }
   end_ += done;
   if (done < room) size_ = offset_ + end_;  // somebody cut the file off
+  return true;
+}
+
+// What was read is there whatever the system says of the size.
+bool File::askSize() noexcept {
+  if (handle_.getInfo(&info_) != OSS_RC_OK) {
+    (void)fail(handle_.lastError());
+    return false;
+  }
+  size_ = std::max<std::uint64_t>(info_.size, offset_ + windowSize());
   return true;
 }
 
@@ -168,10 +199,9 @@ int File::flushAll() noexcept {
 int File::close() noexcept {
   int error = flushAll();
   face_.close();
-  void* block = buffer_;
+  void* block = buffer_ == own_ ? nullptr : buffer_;
   if (_ossMemFree(&block, 0, 0, sourceFile, __LINE__) != OSS_RC_OK && error == 0) error = EIO;
-  buffer_ = nullptr;
-  capacity_ = begin_ = end_ = 0;
+  forgetBuffer();
   if (const unsigned int code = handle_.close(); code != OSS_RC_OK && error == 0) {
     error = handle_.lastError();
   }
@@ -206,6 +236,10 @@ std::ptrdiff_t File::streamWrite(const char* bytes, std::size_t count) noexcept 
 }
 
 std::int64_t File::streamSeek(std::int64_t offset, bool fromEnd) noexcept {
+  if (fromEnd && !learnSize()) {
+    errno = error_;
+    return -1;
+  }
   const std::int64_t place = offset + (fromEnd ? static_cast<std::int64_t>(size_) : 0);
   if (place < 0) {
     errno = EINVAL;

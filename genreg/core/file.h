@@ -18,6 +18,9 @@ namespace genreg {
 class File final : private platform::StreamTarget {
  public:
   File() noexcept = default;
+  // With `size` bytes of memory for small files, which outlives this object.
+  File(char* memory, std::size_t size) noexcept
+      : own_(memory), ownSize_(size), buffer_(memory), capacity_(size) {}
   ~File() { (void)close(); }
   File(const File&) = delete;
   File& operator=(const File&) = delete;
@@ -31,10 +34,18 @@ class File final : private platform::StreamTarget {
   // 0 or the error number; nothing is open then.
   int begin(bool appends, std::uint64_t expectedSize) noexcept;
 
-  // What the file was when it was begun.
+  // Starts at the beginning of a file that is only read, and was opened with OSS_OPEN_CHECK_LATER:
+  // a small one is read at once, and asked for its size only if somebody wants more than that read
+  // gave. Returns as begin(); `unsuitable`: OSS_RC_NOT_A_FILE or the code of asking, and nothing is
+  // open then.
+  int beginReading(unsigned int* unsuitable) noexcept;
+
+  // What the file was when it was begun; after beginReading(), once its size is known.
   const OSSFileInfo& info() const noexcept { return info_; }
   // Bytes of the file; appends count.
   std::uint64_t size() const noexcept { return size_; }
+  // Before size(), after beginReading(). False, with error(), when it cannot be asked for.
+  bool learnSize() noexcept { return size_ != unknownSize || askSize(); }
 
   // --- reading ---
 
@@ -50,7 +61,7 @@ class File final : private platform::StreamTarget {
     begin_ += count;
     offset_ += count;
   }
-  bool atEnd() const noexcept { return windowSize() == 0 && offset_ >= size_; }
+  bool atEnd() noexcept { return windowSize() == 0 && learnSize() && offset_ >= size_; }
   void seek(std::uint64_t offset) noexcept;
   // Back to the start of a file of which all that was read so far is still in memory.
   void restart() noexcept {
@@ -58,11 +69,11 @@ class File final : private platform::StreamTarget {
     begin_ = 0;
   }
 
-  // Gives the memory of the window away, to be freed by the caller. The window is empty then.
+  // Gives the memory of the window away, to be freed by the caller. The window is empty then. Not
+  // after beginReading().
   char* takeBuffer() noexcept {
     char* const buffer = buffer_;
-    buffer_ = nullptr;
-    capacity_ = begin_ = end_ = 0;
+    forgetBuffer();
     return buffer;
   }
 
@@ -103,8 +114,17 @@ class File final : private platform::StreamTarget {
   void setPlace() const noexcept { face_.setPlace(*this); }
 
  private:
+  static constexpr std::uint64_t unknownSize = UINT64_MAX;
+
+  void start(bool appends) noexcept;
+  void forgetBuffer() noexcept {
+    buffer_ = own_;
+    capacity_ = ownSize_;
+    begin_ = end_ = 0;
+  }
   int flushAll() noexcept;
   bool readOn(std::size_t wanted) noexcept;
+  bool askSize() noexcept;
   bool reserve(std::size_t capacity) noexcept;
   int fail(int error) noexcept;
   int write(const void* bytes, std::size_t count, std::uint64_t offset) noexcept;
@@ -117,6 +137,8 @@ class File final : private platform::StreamTarget {
   OSSHFile handle_;
   OSSFileInfo info_{};
   platform::StreamFace face_;
+  char* const own_ = nullptr;
+  const std::size_t ownSize_ = 0;
   char* buffer_ = nullptr;
   std::size_t capacity_ = 0;
   std::size_t begin_ = 0;     // of the window in the buffer

@@ -433,39 +433,49 @@ bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
 // never did.
 Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point) noexcept {
   constexpr int rounds = 3;
-  OSSFileOpenParam param =
-      openParam(registryPath(), OSS_OPEN_EXISTING, handle_.registryPermissions);
-  Code code = main_.handle().open(&param);
+  appending_ = false;
+  Step failed = Step::Open;
+  Code code = openToRead(registryPath(), 0, &failed);
   for (int round = 0; isMissing(code) && round < rounds; ++round) {
-    param.path = backupPath();
-    param.options = OSS_OPEN_NO_LINK;
-    code = main_.handle().open(&param);
+    code = openToRead(backupPath(), OSS_OPEN_NO_LINK, &failed);
     if (!isMissing(code)) break;  // a backup that cannot be read is not "no registry"
-    param.path = registryPath();
-    param.options = 0;
-    code = main_.handle().open(&param);
+    code = openToRead(registryPath(), 0, &failed);
   }
+  if (code == 0) return GENREG_RC_OK;
   if (isMissing(code) && !mustExist) {
     (void)routine.end(GENREG_RC_NO_FILE);
     return GENREG_RC_NO_FILE;
   }
-  if (code != 0) {
-    (void)routine.failFrom(probeFileOpen, code, GENREG_RC_OPEN_FAILED, point);
-    return routine.refuse(GENREG_RC_OPEN_FAILED, point + 1, text(registryPath()));
+  if (failed == Step::Begin) {
+    (void)routine.failSystem(static_cast<int>(code), GENREG_RC_OPEN_FAILED, point + 20,
+                             registryPath());
+    return routine.code();
   }
+  const bool opened = failed == Step::Lock;
+  const Code result = opened ? GENREG_RC_FILE_LOCK : GENREG_RC_OPEN_FAILED;
+  if (opened) point += 10;
+  (void)routine.failFrom(opened ? probeFileLock : probeFileOpen, code, result, point);
+  return routine.refuse(result, point + 1, text(registryPath()));
+}
+
+// The code of opening or locking, or the error number of beginning to read.
+Code Session::openToRead(const char* path, std::uint32_t options, Step* failed) noexcept {
+  OSSFileOpenParam param = openParam(path, OSS_OPEN_EXISTING, handle_.registryPermissions);
+  param.options = options | OSS_OPEN_CHECK_LATER;
+  *failed = Step::Open;
+  if (const Code code = main_.handle().open(&param); code != 0) return code;
   const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
                                    g_bIsPlatformID_Win32On95 ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
                                    OSS_LOCK_WAIT};
-  if (code = main_.handle().lock(&lockParam); code != 0) {
+  if (const Code code = main_.handle().lock(&lockParam); code != 0) {
     (void)main_.handle().close();
-    (void)routine.failFrom(probeFileLock, code, GENREG_RC_FILE_LOCK, point + 10);
-    return routine.refuse(GENREG_RC_FILE_LOCK, point + 11, text(registryPath()));
+    *failed = Step::Lock;
+    return code;
   }
-  appending_ = false;
-  if (const int error = main_.begin(false, 0); error != 0) {
-    (void)routine.failSystem(error, GENREG_RC_OPEN_FAILED, point + 20, registryPath());
-  }
-  return routine.code();
+  Code unsuitable = 0;
+  const int error = main_.beginReading(&unsuitable);
+  if (error != 0) *failed = Step::Begin;
+  return error != 0 ? static_cast<Code>(error) : unsuitable;
 }
 
 bool Session::setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept {

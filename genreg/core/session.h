@@ -141,6 +141,8 @@ class Session {
   bool dropBackup(Routine& routine, const OSSFileInfo& backup) noexcept;
   bool isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept;
   Code setBackupAside() noexcept;
+  enum class Step { Open, Lock, Begin };
+  Code openToRead(const char* path, std::uint32_t options, Step* failed) noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoverAside(Routine& routine, bool* waited) noexcept;
@@ -160,7 +162,8 @@ class Session {
   void endOld(Routine& routine) noexcept;
 
   GenRegFile& handle_;
-  File main_;
+  char smallWindow_[4096];
+  File main_{smallWindow_, sizeof smallWindow_};
   File second_;
   OSSHFile claim_;        // the temporary file again, with its writer's lock, until it is in place
   OSSHFile old_;          // the registry file again, while a commit replaces it

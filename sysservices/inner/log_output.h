@@ -23,6 +23,14 @@ LogTime logTime() noexcept;
 
 int processNumber() noexcept;
 
+// The forks of this process, and those that led to it; a child has other numbers than its parent.
+// What is made past the C library is not counted.
+struct Forks {
+  unsigned int ofThisProcess;
+  unsigned int ofItsForebears;
+};
+Forks forks() noexcept;
+
 // Appends one line to the log: "stderr", or the file of that path, made for its owner alone when it
 // is missing. The line is one write to a file opened for appending, so that lines of several
 // processes do not mix.

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+#include "sysservices/inner/log_output.h"
 #include "sysservices/inner/waiting.h"
 #include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
@@ -98,6 +99,10 @@ unsigned int OSSHFile::reopen() noexcept {
   }
   if (descriptor < 0) return fail(errno);
   struct stat status;
+  if (isOnlyRead()) {
+    handle_ = descriptor;
+    return OSS_RC_OK;
+  }
   int failed = oss::systemCall("fstat", path_, [&] { return ::fstat(descriptor, &status); });
   if (failed == 0 && created_ && (status.st_mode & permissionBits) != permissions_) {
     const auto wanted = static_cast<mode_t>(permissions_);
@@ -214,20 +219,14 @@ unsigned int OSSHFile::unlock() noexcept {
   return OSS_RC_OK;
 }
 
-unsigned int OSSHFile::readAt(void* bytes, std::size_t count, std::uint64_t offset,
-                              std::size_t* done) noexcept {
-  *done = 0;
+unsigned int OSSHFile::readSome(void* bytes, std::size_t count, std::uint64_t offset,
+                                std::size_t* done) noexcept {
   const int descriptor = static_cast<int>(handle_);
-  while (*done < count) {
-    const ssize_t part = transfer("read", count - *done, [&](std::size_t asked) {
-      return ::pread(descriptor, static_cast<char*>(bytes) + *done, asked,
-                     static_cast<off_t>(offset + *done));
-    });
-    if (part < 0) return fail(errno);
-    if (part == 0) break;
-    *done += static_cast<std::size_t>(part);
-  }
-  return OSS_RC_OK;
+  const ssize_t part = transfer("read", count, [&](std::size_t asked) {
+    return ::pread(descriptor, bytes, asked, static_cast<off_t>(offset));
+  });
+  *done = part < 0 ? 0 : static_cast<std::size_t>(part);
+  return part < 0 ? fail(errno) : OSS_RC_OK;
 }
 
 unsigned int OSSHFile::writeAt(const void* bytes, std::size_t count,
@@ -277,8 +276,11 @@ unsigned int OSSHFile::close() noexcept {
   const int descriptor = static_cast<int>(handle_);
   handle_ = -1;
   // The lock would outlive the close in a process that was forked meanwhile; but that process's own
-  // close must not end it.
-  if (lockOwner_ != 0 && lockOwner_ == ::getpid()) (void)::flock(descriptor, LOCK_UN);
+  // close must not end it. A reader's that nobody has inherited ends with the close.
+  const bool endsByItself = isOnlyRead() && forks_ == oss::forks().ofThisProcess;
+  if (lockOwner_ != 0 && !endsByItself && lockOwner_ == thisProcess()) {
+    (void)::flock(descriptor, LOCK_UN);
+  }
   lockOwner_ = 0;
   const int error = oss::closeDescriptor(descriptor);
   return error == 0 ? OSS_RC_OK : fail(error);

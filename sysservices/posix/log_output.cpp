@@ -1,9 +1,11 @@
 #include "sysservices/inner/log_output.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <ctime>
 
@@ -31,6 +33,20 @@ namespace {
 }  // namespace
 
 namespace oss {
+namespace {
+
+std::atomic<unsigned int> forkedHere{0};
+std::atomic<unsigned int> forkedBefore{0};
+
+}  // namespace
+
+Forks forks() noexcept {
+  static const int watched = ::pthread_atfork(
+      nullptr, [] { ++forkedHere; }, [] { ++forkedHere, ++forkedBefore; });
+  // Where forks cannot be watched, each time is another one.
+  if (watched != 0) ++forkedHere;
+  return {forkedHere.load(std::memory_order_relaxed), forkedBefore.load(std::memory_order_relaxed)};
+}
 
 LogTime logTime() noexcept {
   timespec now{};

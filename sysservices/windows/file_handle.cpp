@@ -157,21 +157,16 @@ unsigned int OSSHFile::unlock() noexcept {
   return OSS_RC_OK;
 }
 
-unsigned int OSSHFile::readAt(void* bytes, std::size_t count, std::uint64_t offset,
-                              std::size_t* done) noexcept {
-  *done = 0;
+unsigned int OSSHFile::readSome(void* bytes, std::size_t count, std::uint64_t offset,
+                                std::size_t* done) noexcept {
   const HANDLE handle = systemHandle(handle_);
-  while (*done < count) {
-    DWORD part = 0;
-    OVERLAPPED place = placeAt(offset + *done);
-    const bool moved = transfer("read", count - *done, &part, [&](DWORD asked, DWORD* got) {
-      return ::ReadFile(handle, static_cast<char*>(bytes) + *done, asked, got, &place) != 0;
-    });
-    if (!moved) return fail(errno);
-    if (part == 0) break;
-    *done += part;
-  }
-  return OSS_RC_OK;
+  DWORD part = 0;
+  OVERLAPPED place = placeAt(offset);
+  const bool moved = transfer("read", count, &part, [&](DWORD asked, DWORD* got) {
+    return ::ReadFile(handle, bytes, asked, got, &place) != 0;
+  });
+  *done = moved ? part : 0;
+  return moved ? OSS_RC_OK : fail(errno);
 }
 
 unsigned int OSSHFile::writeAt(const void* bytes, std::size_t count,

@@ -24,6 +24,7 @@ LogTime logTime() noexcept {
 }
 
 int processNumber() noexcept { return static_cast<int>(::GetCurrentProcessId()); }
+Forks forks() noexcept { return {}; }
 
 void appendToLog(const char* target, const char* line, std::size_t length) noexcept {
   const DWORD saved = ::GetLastError();
