@@ -142,6 +142,10 @@ unsigned int GenRegFile::setLockTimeout(std::uint64_t milliseconds) noexcept {
   return session == nullptr ? OSS_RC_NO_MEMORY : GENREG_RC_OK;
 }
 
+void GenRegFile::setCachedReads(bool on) noexcept {
+  if (session != nullptr) session->setCachedReads(on);
+}
+
 const char* GenRegFile::getLastCause() const noexcept {
   return session == nullptr ? "memory cannot be allocated" : session->cause().text();
 }

@@ -24,6 +24,9 @@ class IdentityHash {
     for (std::size_t i = 0; i < most && text[i] != '\0'; ++i) add(text[i]);
     add('\0');
   }
+  void addBytes(const void* bytes, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) add(static_cast<const char*>(bytes)[i]);
+  }
   void add(char byte) noexcept { value_ = (value_ ^ static_cast<unsigned char>(byte)) * 16777619u; }
   std::uint32_t value() const noexcept { return value_; }
 
@@ -45,10 +48,12 @@ struct RecordForm {
   // Makes the record of stored bytes. False when it takes the hook: unpacking would fail or log
   // something. The record may hold anything then.
   bool (*fill)(const char* stored, std::size_t length, void* record) noexcept;
-  // The hash of a record's or key's identity. False when the mask does not select all of it, or the
-  // record has none. Records of different hashes differ under such a mask, and so does one without
-  // an identity from each that has one.
-  bool (*identity)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
+  // The hash of the fields of a record or key that the mask selects. False when it selects none
+  // that is compared, or the record lacks one. Records of different hashes differ under that mask,
+  // and so does one without a hash from each that has one.
+  bool (*hash)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
+  // The mask of the fields by which records such as this are known; 0: it has none.
+  std::uint64_t (*identity)(const void* record) noexcept;
   // The flavour's own NotifyChange hook, where it is one that does nothing.
   GenRegNotifyHook idleNotify = nullptr;
 };

@@ -293,6 +293,17 @@ class GenRegFile : public GenRegBase {
   // it. Returns 0.
   GENREG_API unsigned int setLockTimeout(std::uint64_t milliseconds) noexcept;
 
+  // Whether this handle keeps the registry's content and an index of what is asked for between its
+  // Gets and scans; off as made. Answers and codes are the same: before each of them the system is
+  // asked, by one call, whether the file at the registry's name is still the one that was read,
+  // unchanged in size and times, and if not it is read again. A Get that begins after an update has
+  // returned sees it, whoever made it, and so does one after another program has written to the
+  // file. Until a change of the file is older than a step of its clock (0.05 s; 2.1 s where times
+  // are whole seconds) each Get reads it anew. It takes memory for the content and at most 24 bytes
+  // a record; with hooks that are not the flavour's own, or while tracing is on, nothing is kept. A
+  // scan of kept content holds no lock. Content that cannot be kept is read as without.
+  GENREG_API void setCachedReads(bool on) noexcept;
+
   // The cause of the last failure on this handle in words, with the file's name: what happened
   // first, and why. Empty when there was none. Valid until the handle's next operation.
   GENREG_API const char* getLastCause() const noexcept;

@@ -88,6 +88,10 @@ struct OSSFileInfoRequest {
 // Information on the file that `path` leads to; OSS_RC_FILE_NOT_FOUND when there is none.
 ZOROSSE_API unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* info);
 
+// The time that a file changed now would have, in nanoseconds as OSSFileInfo counts them; it moves
+// in the steps of the system's clock.
+ZOROSSE_API std::int64_t ossFileClock();
+
 // An existing file as a binary stream for reading, to be closed by the caller. It keeps nobody from
 // renaming or deleting the file, and no child process inherits it. Null when it cannot be opened.
 ZOROSSE_API std::FILE* ossFileOpenToRead(const char* path);

@@ -43,8 +43,10 @@ void File::start(bool appends) noexcept {
 int File::beginReading(unsigned int* unsuitable) noexcept {
   start(false);
   *unsuitable = OSS_RC_OK;
+  buffer_ = own_;
+  capacity_ = ownSize_;
   size_ = unknownSize;
-  const bool read = handle_.readSome(own_, ownSize_, 0, &end_) == OSS_RC_OK;
+  const bool read = ownSize_ != 0 && handle_.readSome(own_, ownSize_, 0, &end_) == OSS_RC_OK;
   if (read && end_ > 0 && end_ < ownSize_) return 0;
   *unsuitable = handle_.getInfo(&info_);
   if (*unsuitable == OSS_RC_OK && !info_.isFile) *unsuitable = OSS_RC_NOT_A_FILE;
@@ -119,8 +121,11 @@ bool File::askSize() noexcept {
 }
 
 void File::seek(std::uint64_t offset) noexcept {
-  if (offset >= offset_ && offset - offset_ <= windowSize()) {
-    skip(static_cast<std::size_t>(offset - offset_));
+  // What was skipped is there until more is read.
+  const std::uint64_t first = offset_ - begin_;
+  if (offset >= first && offset - first <= end_) {
+    begin_ = static_cast<std::size_t>(offset - first);
+    offset_ = offset;
     return;
   }
   begin_ = end_ = 0;

@@ -18,9 +18,8 @@ namespace genreg {
 class File final : private platform::StreamTarget {
  public:
   File() noexcept = default;
-  // With `size` bytes of memory for small files, which outlives this object.
-  File(char* memory, std::size_t size) noexcept
-      : own_(memory), ownSize_(size), buffer_(memory), capacity_(size) {}
+  // With `size` bytes of memory for small files that are only read, which outlives this object.
+  File(char* memory, std::size_t size) noexcept : own_(memory), ownSize_(size) {}
   ~File() { (void)close(); }
   File(const File&) = delete;
   File& operator=(const File&) = delete;
@@ -62,12 +61,8 @@ class File final : private platform::StreamTarget {
     offset_ += count;
   }
   bool atEnd() noexcept { return windowSize() == 0 && learnSize() && offset_ >= size_; }
+  // Moves the window's start; no bytes are read again that are still in memory.
   void seek(std::uint64_t offset) noexcept;
-  // Back to the start of a file of which all that was read so far is still in memory.
-  void restart() noexcept {
-    offset_ -= begin_;
-    begin_ = 0;
-  }
 
   // Gives the memory of the window away, to be freed by the caller. The window is empty then. Not
   // after beginReading().
@@ -109,6 +104,8 @@ class File final : private platform::StreamTarget {
   // A stream of the C library that stands for this file; null with errno when there can be none.
   // Owned by this object, ends with close().
   std::FILE* stream() noexcept;
+  // Ends that stream; the file stays open.
+  void endStream() noexcept { face_.close(); }
   // To be called before and after the library reads on for a caller who may read from the stream.
   void fetchPlace() noexcept { face_.fetchPlace(*this); }
   void setPlace() const noexcept { face_.setPlace(*this); }
@@ -118,9 +115,8 @@ class File final : private platform::StreamTarget {
 
   void start(bool appends) noexcept;
   void forgetBuffer() noexcept {
-    buffer_ = own_;
-    capacity_ = ownSize_;
-    begin_ = end_ = 0;
+    buffer_ = nullptr;
+    capacity_ = begin_ = end_ = 0;
   }
   int flushAll() noexcept;
   bool readOn(std::size_t wanted) noexcept;

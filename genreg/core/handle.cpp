@@ -151,7 +151,7 @@ GenRegFile::~GenRegFile() {
     }
   }
   if (session != nullptr) {
-    if (const int error = session->main().close(); error != 0) {
+    if (const int error = session->endScan(); error != 0) {
       (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 20, registryPath, OSS_SYSCALL_CLOSE);
     }
     if (const int error = session->second().close(); error != 0) {

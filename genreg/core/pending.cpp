@@ -47,7 +47,7 @@ Code Pending::load(const RecordStore& store, File* file) noexcept {
   Frame frame;
   while ((end_ = store.next(*file, frame)) == 0) ++count;
   if (!records_.reserve(count + 1)) return OSS_RC_NO_MEMORY;
-  file->restart();
+  file->seek(0);
   frame = Frame();
   for (; count > 0; --count) {
     (void)store.next(*file, frame);
@@ -132,7 +132,9 @@ std::string_view Pending::storedOf(const Record& record) const noexcept {
 // Records of the key's hash, and those of which nothing is known, in the order of the file.
 bool Pending::findCandidates(const RecordForm* form, std::uint64_t mask, const void* key) noexcept {
   IdentityHash hash;
-  if (!form->identity(mask, key, &hash) || !findOdd(form)) return false;
+  const std::uint64_t identity = form->identity(key);
+  const bool isNamed = identity != 0 && (mask & identity) == identity;
+  if (!isNamed || !form->hash(identity, key, &hash) || !findOdd(form)) return false;
   for (std::size_t at = hash.value() % slots_.size(); slots_[at] != 0;) {
     const std::uint32_t number = slots_[at] - 1;
     const Record& record = records_[number];
@@ -189,7 +191,8 @@ void Pending::enter(std::uint32_t number) noexcept {
     return;
   }
   IdentityHash hash;
-  if (!form->identity(GENREG_ALL_FIELDS, scratch_.data(), &hash)) return;  // matches no such key
+  const std::uint64_t identity = form->identity(scratch_.data());
+  if (!form->hash(identity, scratch_.data(), &hash)) return;  // matches no such key
   if (++used_ > slots_.size() / 4 * 3) {
     indexForm_ = nullptr;
     return;

@@ -12,7 +12,7 @@ namespace {
 // A stream whose file was moved: what was put back into it, and that it met the end, is no more.
 void forgetStream(std::FILE* stream, genreg::Session& session) {
   (void)std::fseek(stream, 0, SEEK_CUR);
-  session.main().setPlace();
+  session.scanned().setPlace();
   std::clearerr(stream);
 }
 
@@ -35,12 +35,15 @@ unsigned int GenRegFile::openScan() noexcept {
   }
   // A caller that opens a second scan over an open one gives the first one up.
   session->hideStreams();
-  (void)session->main().close();
+  (void)session->endScan();
   status &= ~(GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END);
-  if (session->openReadable(routine, true, 10) != 0) return routine.code();
+  const bool isPlain = genreg::HandleAccess(*this).form() != nullptr;
+  if (!(isPlain && session->scanCached()) && session->openReadable(routine, true, 10) != 0) {
+    return routine.code();
+  }
   if (!session->showStreams()) {
     (void)routine.failSystem(errno, GENREG_RC_OPEN_FAILED, 40, registryPath);
-    (void)session->main().close();
+    (void)session->endScan();
     return routine.code();
   }
   status |= GENREG_STATUS_SCAN_OPEN;
@@ -50,7 +53,7 @@ unsigned int GenRegFile::openScan() noexcept {
 unsigned int GenRegFile::CloseScan() noexcept {
   Routine routine(Function::closeScan);
   const bool ownsFile = session != nullptr && session->pending() == nullptr;
-  const int error = ownsFile ? session->main().close() : 0;
+  const int error = ownsFile ? session->endScan() : 0;
   if (error != 0) {
     (void)routine.failSystem(error, GENREG_RC_CLOSE_FAILED, 10, registryPath, OSS_SYSCALL_CLOSE);
   }
@@ -65,7 +68,7 @@ unsigned int GenRegFile::Rewind() noexcept {
   if (session->pending() != nullptr) {
     session->pending()->scanPlace = 0;
   } else {
-    session->main().seek(0);
+    session->scanned().seek(0);
     forgetStream(mainStream, *session);
   }
   status &= ~GENREG_STATUS_SCAN_END;
@@ -80,8 +83,8 @@ unsigned int GenRegFile::getRegFilePosition(std::int64_t* position) noexcept {
     *position = static_cast<std::int64_t>(session->pending()->scanPlace);
     return GENREG_RC_OK;
   }
-  session->main().fetchPlace();
-  *position = static_cast<std::int64_t>(session->main().offset());
+  session->scanned().fetchPlace();
+  *position = static_cast<std::int64_t>(session->scanned().offset());
   return GENREG_RC_OK;
 }
 
@@ -98,7 +101,7 @@ unsigned int GenRegFile::setRegFilePosition(std::int64_t* position) noexcept {
     session->pending()->scanPlace = place;
     return GENREG_RC_OK;
   }
-  session->main().seek(place);
+  session->scanned().seek(place);
   forgetStream(mainStream, *session);
   return GENREG_RC_OK;
 }

@@ -2,12 +2,34 @@
 
 #include <cstring>
 
+#include "genreg/core/cached_reads.h"
 #include "genreg/core/pending.h"
 
 namespace genreg {
 namespace {
 
 constexpr unsigned int readOpenSeverity = 4;  // a binary registry that cannot be opened for Get
+
+// Where records come from, one after the other.
+struct FileRecords {
+  const RecordStore& store;
+  File& file;
+  Code next(Frame& frame) noexcept { return store.next(file, frame); }
+  void skipDiffering(const RecordForm* form, std::uint64_t mask, const void* key) noexcept {
+    file.skip(store.run(file, form, mask, key, false).size());
+  }
+};
+struct PendingRecords {
+  Pending& pending;
+  Code next(Frame& frame) noexcept { return pending.next(frame); }
+  void skipDiffering(const RecordForm*, std::uint64_t, const void*) noexcept {}
+};
+struct IndexedRecords {
+  const RecordStore& store;
+  RecordIndex& index;
+  Code next(Frame& frame) noexcept { return index.next(store, frame); }
+  void skipDiffering(const RecordForm*, std::uint64_t, const void*) noexcept {}
+};
 
 class Search {
  public:
@@ -25,13 +47,15 @@ class Search {
   bool openPending(bool isRefused) noexcept;
   bool failToOpen(Code code) noexcept;
   void close() noexcept;
-  template <bool fromPending>
-  void find() noexcept;
+  void search() noexcept;
+  template <typename Records>
+  void find(Records records) noexcept;
   bool judge(const Frame& frame, bool* found) noexcept;
   bool release() noexcept;
 
   RecordStore& store_;
   Pending* const pending_{store_.pending()};  // the content, in an update of many changes
+  CachedReads* cached_ = nullptr;             // the content, where it is kept between reads
   Routine routine_;
   std::uint64_t mask_;
   void* key_;
@@ -47,7 +71,7 @@ class Search {
 Code Search::get() noexcept {
   if (!check(true) || !store_.recordSize(routine_, &size_)) return routine_.code();
   if (open()) {
-    pending_ != nullptr ? find<true>() : find<false>();
+    search();
     close();
   }
   if (routine_.code() == GENREG_RC_END) {
@@ -74,9 +98,9 @@ Code Search::getNext() noexcept {
   if (pending_ != nullptr) {
     findPending();
   } else {
-    File& file = store_.session().main();
+    File& file = store_.session().scanned();
     file.fetchPlace();
-    find<false>();
+    find(FileRecords{store_, file});
     file.setPlace();
   }
   const Code result = routine_.code();
@@ -101,7 +125,7 @@ Code Search::getNext() noexcept {
 // Apart, so that it is not in the way of the scans of files.
 [[gnu::noinline]] void Search::findPending() noexcept {
   pending_->beginAt(pending_->scanPlace);
-  find<true>();
+  find(PendingRecords{*pending_});
   pending_->scanPlace = pending_->place();
 }
 
@@ -117,14 +141,30 @@ bool Search::open() noexcept {
   borrows_ = scans && store_.has(GENREG_GET_IN_SCAN);
   if (pending_ != nullptr) return openPending(scans && !borrows_);
   if (borrows_) {
-    File& file = store_.session().main();
+    File& file = store_.session().scanned();
     file.fetchPlace();
     place_ = file.offset();
     file.seek(0);
     return true;
   }
+  const RecordForm* form = store_.form(key_, size_);
+  if (form != nullptr && store_.handle().session() != nullptr) {
+    cached_ = store_.session().cachedReads();
+    if (cached_ != nullptr) return true;
+  }
   const Code code = store_.handle().open(GENREG_OP_READ);
   return code == 0 || failToOpen(code);
+}
+
+void Search::search() noexcept {
+  if (pending_ != nullptr) return find(PendingRecords{*pending_});
+  if (cached_ == nullptr) return find(FileRecords{store_, store_.session().scanned()});
+  const RecordForm* form = store_.form(key_, size_);
+  if (RecordIndex* index = cached_->find(store_, form, mask_, key_); index != nullptr) {
+    return find(IndexedRecords{store_, *index});
+  }
+  cached_->file().seek(0);
+  find(FileRecords{store_, cached_->file()});
 }
 
 bool Search::openPending(bool isRefused) noexcept {
@@ -143,11 +183,11 @@ bool Search::failToOpen(Code code) noexcept {
 }
 
 void Search::close() noexcept {
-  if (pending_ != nullptr) return;
+  if (pending_ != nullptr || cached_ != nullptr) return;
   Session& session = store_.session();
   if (borrows_) {
-    session.main().seek(place_);
-    session.main().setPlace();
+    session.scanned().seek(place_);
+    session.scanned().setPlace();
     return;
   }
   const Code code = session.close(GENREG_OP_READ);
@@ -159,19 +199,12 @@ void Search::close() noexcept {
 // The first match from where the file stands, in the caller's record; GENREG_RC_END, or a failure.
 // What the flavour knows of stored bytes passes over what is not wanted and fills the record at
 // once; what it is not sure of goes through the hooks.
-template <bool fromPending>
-void Search::find() noexcept {
-  File& file = store_.session().main();
+template <typename Records>
+void Search::find(Records records) noexcept {
   const RecordForm* form = store_.form(any_ ? record_ : key_, size_);
   Frame frame;
   for (;;) {
-    Code code = 0;
-    if constexpr (fromPending) {
-      code = pending_->next(frame);
-    } else {
-      code = store_.next(file, frame);
-    }
-    if (code != 0) {
+    if (const Code code = records.next(frame); code != 0) {
       if (code == GENREG_RC_END) {
         (void)routine_.end(code);
       } else {
@@ -185,7 +218,7 @@ void Search::find() noexcept {
       const Match match =
           any_ ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
       if (match == Match::Differs) {
-        if (!fromPending) file.skip(store_.run(file, form, mask_, key_, false).size());
+        records.skipDiffering(form, mask_, key_);
         continue;
       }
       if (match == Match::Matches && form->fill(stored, frame.stored.size(), record_)) return;

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <new>
 
+#include "genreg/core/cached_reads.h"
 #include "genreg/core/pending.h"
 #include "genreg_codes.h"
 #include "sysservices/file_system.h"
@@ -78,6 +79,7 @@ struct Announcement {
 
 Session::~Session() {
   endMany();
+  dropCache();
   void* block = fullNames_;
   (void)_ossMemFree(&block, 0, 0, "session", __LINE__);
 }
@@ -435,11 +437,11 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
   constexpr int rounds = 3;
   appending_ = false;
   Step failed = Step::Open;
-  Code code = openToRead(registryPath(), 0, &failed);
+  Code code = openToRead(main_, registryPath(), 0, &failed);
   for (int round = 0; isMissing(code) && round < rounds; ++round) {
-    code = openToRead(backupPath(), OSS_OPEN_NO_LINK, &failed);
+    code = openToRead(main_, backupPath(), OSS_OPEN_NO_LINK, &failed);
     if (!isMissing(code)) break;  // a backup that cannot be read is not "no registry"
-    code = openToRead(registryPath(), 0, &failed);
+    code = openToRead(main_, registryPath(), 0, &failed);
   }
   if (code == 0) return GENREG_RC_OK;
   if (isMissing(code) && !mustExist) {
@@ -459,23 +461,72 @@ Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point)
 }
 
 // The code of opening or locking, or the error number of beginning to read.
-Code Session::openToRead(const char* path, std::uint32_t options, Step* failed) noexcept {
+Code Session::openToRead(File& file, const char* path, std::uint32_t options,
+                         Step* failed) noexcept {
   OSSFileOpenParam param = openParam(path, OSS_OPEN_EXISTING, handle_.registryPermissions);
   param.options = options | OSS_OPEN_CHECK_LATER;
   *failed = Step::Open;
-  if (const Code code = main_.handle().open(&param); code != 0) return code;
+  if (const Code code = file.handle().open(&param); code != 0) return code;
   const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
                                    g_bIsPlatformID_Win32On95 ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
                                    OSS_LOCK_WAIT};
-  if (const Code code = main_.handle().lock(&lockParam); code != 0) {
-    (void)main_.handle().close();
+  if (const Code code = file.handle().lock(&lockParam); code != 0) {
+    (void)file.handle().close();
     *failed = Step::Lock;
     return code;
   }
   Code unsuitable = 0;
-  const int error = main_.beginReading(&unsuitable);
+  const int error = file.beginReading(&unsuitable);
   if (error != 0) *failed = Step::Begin;
   return error != 0 ? static_cast<Code>(error) : unsuitable;
+}
+
+// --- content that is kept between reads ---
+
+void Session::setCachedReads(bool on) noexcept {
+  caches_ = on;
+  if (!on && scanned_ == &main_) dropCache();
+}
+
+void Session::dropCache() noexcept {
+  if (cache_ == nullptr) return;
+  void* memory = cache_;
+  cache_->~CachedReads();
+  cache_ = nullptr;
+  (void)_ossMemFree(&memory, 0, 0, "session", __LINE__);
+}
+
+// What is not plainly the registry under its own name takes openReadable(), which also finds the
+// words for what is wrong.
+CachedReads* Session::cachedReads() noexcept {
+  if (!caches_ || main_.isOpen() || isScanning()) return nullptr;
+  if (cache_ == nullptr) {
+    void* memory = nullptr;
+    if (_ossMemAlloc(&memory, 0, sizeof(CachedReads), 1, "session", __LINE__) != 0) return nullptr;
+    cache_ = new (memory) CachedReads;
+  }
+  if (cache_->isCurrent(registryPath())) return cache_;
+  cache_->drop();
+  const std::int64_t start = ossFileClock();
+  Step failed = Step::Open;
+  const bool opened = openToRead(cache_->file(), registryPath(), 0, &failed) == 0;
+  return opened && cache_->load(start) ? cache_ : nullptr;
+}
+
+bool Session::scanCached() noexcept {
+  CachedReads* cache = cachedReads();
+  if (cache == nullptr) return false;
+  scanned_ = &cache->file();
+  scanned_->seek(0);
+  return true;
+}
+
+int Session::endScan() noexcept {
+  if (scanned_ == &main_) return main_.close();
+  scanned_->endStream();
+  scanned_ = &main_;
+  if (!caches_) dropCache();
+  return 0;
 }
 
 bool Session::setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept {
@@ -821,9 +872,9 @@ void Session::endOld(Routine& routine) noexcept {
 // --- the handle's streams ---
 
 bool Session::showStreams() noexcept {
-  handle_.mainStream = main_.isOpen() ? main_.stream() : nullptr;
+  handle_.mainStream = scanned_->isOpen() ? scanned_->stream() : nullptr;
   handle_.secondStream = second_.isOpen() ? second_.stream() : nullptr;
-  return (!main_.isOpen() || handle_.mainStream != nullptr) &&
+  return (!scanned_->isOpen() || handle_.mainStream != nullptr) &&
          (!second_.isOpen() || handle_.secondStream != nullptr);
 }
 

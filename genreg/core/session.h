@@ -53,6 +53,7 @@
 
 namespace genreg {
 
+class CachedReads;
 class Pending;
 
 class Session {
@@ -78,6 +79,17 @@ class Session {
 
   Cause& cause() noexcept { return cause_; }
   void setLockLimit(std::uint64_t milliseconds) noexcept { lockLimit_ = milliseconds; }
+
+  // Whether content is kept between reads; what is kept goes, unless an open scan reads it.
+  void setCachedReads(bool on) noexcept;
+  // The registry's content, kept from an earlier read or now, in place of opening the file; null
+  // when it is not to be kept, or cannot be read as simply as that.
+  CachedReads* cachedReads() noexcept;
+
+  // The file that a scan reads, and the end of that: File::close()'s error number.
+  File& scanned() noexcept { return *scanned_; }
+  bool scanCached() noexcept;
+  int endScan() noexcept;
 
   // The registry file and the temporary file, while they are open.
   File& main() noexcept { return main_; }
@@ -142,7 +154,8 @@ class Session {
   bool isOwnBackup(const OSSFileInfo& registry, const OSSFileInfo& backup) noexcept;
   Code setBackupAside() noexcept;
   enum class Step { Open, Lock, Begin };
-  Code openToRead(const char* path, std::uint32_t options, Step* failed) noexcept;
+  Code openToRead(File& file, const char* path, std::uint32_t options, Step* failed) noexcept;
+  void dropCache() noexcept;
   bool openRegistry(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept;
   bool setLeftoverAside(Routine& routine, bool* waited) noexcept;
@@ -165,6 +178,9 @@ class Session {
   char smallWindow_[4096];
   File main_{smallWindow_, sizeof smallWindow_};
   File second_;
+  File* scanned_ = &main_;
+  CachedReads* cache_ = nullptr;
+  bool caches_ = false;
   OSSHFile claim_;        // the temporary file again, with its writer's lock, until it is in place
   OSSHFile old_;          // the registry file again, while a commit replaces it
   OSSFileInfo opened_{};  // the registry file as the update opened it

@@ -62,17 +62,19 @@ bool fill(const char* stored, std::size_t length, void* record) noexcept {
   return true;
 }
 
-bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
-  if ((mask & BINVARVAL_IDENTITY) != BINVARVAL_IDENTITY) return false;
+bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
   const auto& fields = *static_cast<const BinVarValRecord*>(record);
-  hash->addText(fields.Variable, sizeof fields.Variable);
-  return true;
+  if ((mask & BINVARVAL_VARIABLE) != 0) hash->addText(fields.Variable, sizeof fields.Variable);
+  if ((mask & BINVARVAL_VALUE) != 0) hash->addBytes(&fields.Value, sizeof fields.Value);
+  return (mask & (BINVARVAL_VARIABLE | BINVARVAL_VALUE)) != 0;
 }
+
+std::uint64_t identityOf(const void*) noexcept { return BINVARVAL_IDENTITY; }
 
 using Hook = genreg::FlavourHook<BinVarVal>;
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match, fill, identity};
+    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match, fill, hashOf, identityOf};
 
 }  // namespace
 

@@ -202,29 +202,35 @@ bool fill(const char* stored, std::size_t length, void* record) noexcept {
   return genreg::unpackGlobal(stored, length, true, *static_cast<GlobalRegRecord*>(record)) == 0;
 }
 
-bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
   const auto& fields = *static_cast<const GlobalRegRecord*>(record);
   const GlobalRegType* type = globalRegFindType(fields.RecordType);
-  if (type == nullptr || (mask & type->identity) != type->identity) return false;
+  if (type == nullptr || (mask & type->knownMask) == 0) return false;
   hash->add(static_cast<char>(type->type));
   for (std::size_t i = 0; i < type->fieldCount; ++i) {
     const GlobalRegField& field = type->fields[i];
-    if ((type->identity & field.bit) == 0) continue;
-    const auto* memory = reinterpret_cast<const char*>(memoryOf(fields, field));
+    if ((mask & field.bit) == 0) continue;
+    const unsigned char* memory = memoryOf(fields, field);
     if (field.kind == GlobalRegFieldKind::Text) {
-      hash->addText(memory, field.width);
+      hash->addText(reinterpret_cast<const char*>(memory), field.width);
     } else {
-      for (std::size_t at = 0; at < field.width; ++at) hash->add(memory[at]);
+      hash->addBytes(memory, field.width);
     }
   }
   return true;
 }
 
+std::uint64_t identityOf(const void* record) noexcept {
+  const GlobalRegType* type =
+      globalRegFindType(static_cast<const GlobalRegRecord*>(record)->RecordType);
+  return type == nullptr ? 0 : type->identity;
+}
+
 using Hook = genreg::FlavourHook<Global>;
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord), match, fill, identity,
-    notifyChange};
+    Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord), match, fill, hashOf,
+    identityOf,          notifyChange};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   const Routine routine(Function::globalGetPackedLength);

@@ -208,21 +208,27 @@ bool fill(const char* bytes, std::size_t length, void* record) noexcept {
   return fillRecord(line, filled);
 }
 
-bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+  constexpr std::uint64_t compared = SERVICES_NAME | SERVICES_PORT | SERVICES_PROTOCOL;
   const auto& fields = *static_cast<const ServiceEntryRecord*>(record);
-  if ((mask & SERVICES_IDENTITY) != SERVICES_IDENTITY || !has(fields, SERVICES_HAS_SERVICE) ||
-      fields.name == nullptr || fields.protocol == nullptr) {
-    return false;
-  }
-  hash->addText(fields.name);
-  hash->addText(fields.protocol);
+  const bool byName = (mask & SERVICES_NAME) != 0;
+  const bool byProtocol = (mask & SERVICES_PROTOCOL) != 0;
+  const bool isThere = has(fields, SERVICES_HAS_SERVICE) && (!byName || fields.name != nullptr) &&
+                       (!byProtocol || fields.protocol != nullptr);
+  if (!isThere || (mask & compared) == 0) return false;
+  if (byName) hash->addText(fields.name);
+  if ((mask & SERVICES_PORT) != 0) hash->addBytes(&fields.port, sizeof fields.port);
+  if (byProtocol) hash->addText(fields.protocol);
   return true;
 }
+
+std::uint64_t identityOf(const void*) noexcept { return SERVICES_IDENTITY; }
 
 using Hook = genreg::LineFlavourHook<Services>;
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, Hook::unpackRecord, sizeof(ServiceEntryRecord), match, fill, identity};
+    Hook::compareRecord, Hook::unpackRecord, sizeof(ServiceEntryRecord), match, fill, hashOf,
+    identityOf};
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {

@@ -186,20 +186,25 @@ bool fill(const char* bytes, std::size_t length, void* record) noexcept {
   return true;
 }
 
-bool identity(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
   const auto& fields = *static_cast<const VarValRecord*>(record);
-  if ((mask & VARVAL_IDENTITY) != VARVAL_IDENTITY || !has(fields, VARVAL_HAS_VARIABLE) ||
-      fields.Variable == nullptr) {
-    return false;
-  }
-  hash->addText(fields.Variable);
+  const bool byName = (mask & VARVAL_VARIABLE) != 0;
+  const bool byValue = (mask & VARVAL_VALUE) != 0;
+  const bool isThere = has(fields, VARVAL_HAS_VARIABLE) &&
+                       (!byName || fields.Variable != nullptr) &&
+                       (!byValue || fields.Value != nullptr);
+  if (!isThere || !(byName || byValue)) return false;
+  if (byName) hash->addText(fields.Variable);
+  if (byValue) hash->addText(fields.Value);
   return true;
 }
+
+std::uint64_t identityOf(const void*) noexcept { return VARVAL_IDENTITY; }
 
 using Hook = genreg::LineFlavourHook<VarVal>;
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord), match, fill, identity};
+    Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord), match, fill, hashOf, identityOf};
 
 // Hands a number on when the conversion took the whole text.
 template <typename Number>

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -228,6 +229,13 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   oss::takeStatus(status, info);
   info->isSymbolicLink = isLink;
   return OSS_RC_OK;
+}
+
+std::int64_t ossFileClock() {
+  constexpr std::int64_t nanoseconds = 1000000000;
+  struct timespec now {};
+  (void)::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return now.tv_sec * nanoseconds + now.tv_nsec;
 }
 
 std::FILE* ossFileOpenToRead(const char* path) {

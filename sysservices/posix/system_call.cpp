@@ -52,6 +52,7 @@ void takeStatus(const struct stat& status, OSSFileInfo* info) noexcept {
   info->device = status.st_dev;
   info->file = status.st_ino;
   info->modified = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
+  info->changed = status.st_ctim.tv_sec * nanoseconds + status.st_ctim.tv_nsec;
 }
 
 // A directory that may be written and searched, but not read, cannot be opened: what stands at the

@@ -248,4 +248,10 @@ std::FILE* ossFileOpenToRead(const char* path) {
   return stream;
 }
 
+std::int64_t ossFileClock() {
+  FILETIME now{};
+  ::GetSystemTimeAsFileTime(&now);
+  return oss::nanosecondsOf(now);
+}
+
 int ossFileLastError() { return lastError; }

@@ -195,13 +195,15 @@ bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) 
   return patientCall("stat", path, [&] { return Inquiry(path, flags).answer(status); });
 }
 
-void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noexcept {
-  // The system counts tenths of microseconds from the beginning of 1601.
+// The system counts tenths of microseconds from the beginning of 1601.
+std::int64_t nanosecondsOf(const FILETIME& time) noexcept {
   constexpr std::int64_t nanosecondsOfTick = 100;
   constexpr std::int64_t beginningOf1970 = 116444736000000000;
-  const FILETIME& written = status.ftLastWriteTime;
-  const auto ticks =
-      static_cast<std::int64_t>(whole(written.dwHighDateTime, written.dwLowDateTime));
+  const auto ticks = static_cast<std::int64_t>(whole(time.dwHighDateTime, time.dwLowDateTime));
+  return (ticks - beginningOf1970) * nanosecondsOfTick;
+}
+
+void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noexcept {
   const bool readOnly = (status.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
   info->size = whole(status.nFileSizeHigh, status.nFileSizeLow);
   info->permissions = readOnly ? ownerRead : ownerRead | ownerWrite;
@@ -212,7 +214,8 @@ void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noe
   info->isSymbolicLink = false;
   info->device = status.dwVolumeSerialNumber;
   info->file = whole(status.nFileIndexHigh, status.nFileIndexLow);
-  info->modified = (ticks - beginningOf1970) * nanosecondsOfTick;
+  info->modified = nanosecondsOf(status.ftLastWriteTime);
+  info->changed = info->modified;
 }
 
 int syncDirectoryOf(const char* path) noexcept {

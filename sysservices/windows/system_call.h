@@ -80,6 +80,9 @@ bool unlockHandle(HANDLE handle) noexcept;
 // False with errno.
 bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept;
 
+// A time of the system, in nanoseconds from the beginning of 1970.
+std::int64_t nanosecondsOf(const FILETIME& time) noexcept;
+
 // What a file's status says, for a caller of the services.
 void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noexcept;
 
