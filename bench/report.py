@@ -166,6 +166,9 @@ def floor_check(directory):
 def page(medians, directory, path, disk):
     plots = os.path.splitext(path)[0]
     os.makedirs(plots, exist_ok=True)
+    for old in os.listdir(plots):
+        if old.endswith(".svg"):
+            os.remove(os.path.join(plots, old))
     import plots as drawing  # --ratios works without the plotting library
     drawing.draw_all(medians, plots)
     base = os.path.basename(plots)
