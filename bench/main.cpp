@@ -137,11 +137,13 @@ std::vector<Case> allCases(char** directories) {
   return cases;
 }
 
-// One store per subject, size and place serves all its operations and repetitions; operations on
-// many entries, which would change what the others expect, have another.
+// One store per subject, size and place serves all its operations and repetitions; but operations
+// on many entries, which would change what the others expect, and a Get by port, which expects what
+// a Change changes, have others.
 Workload& storeOf(const Case& wanted) {
   static std::map<std::string, Workload> stores;
-  const char* const use = wanted.operation->task == ManyChanges ? "many" : "measured";
+  const Task task = wanted.operation->task;
+  const char* const use = task == ManyChanges ? "many" : task == ByPort ? "ports" : "measured";
   const std::string name =
       wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place + use;
   const auto found = stores.find(name);
