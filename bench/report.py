@@ -195,7 +195,8 @@ def page(medians, directory, path, disk):
         "### Several writers, on disk",
         "Each writer changes a record of its own among 1,000, again and again for three seconds. "
         "Fairness is 1 when all got the same number of updates done, and one part in as many as "
-        "there are writers when one got them all.", contention(directory),
+        "there are writers when one got them all. The times are those of updates that were done: a "
+        "writer that waits to the end has one, its longest.", contention(directory),
         "### Beside the floor, in memory", floor_check(directory), ratios(medians),
         f"![times the floor]({base}/floor.svg)",
         "### Heap memory of one operation, KiB", memory(directory),
