@@ -38,8 +38,9 @@ struct BinaryVariables {
     record.Value = entry.value;
     copyText(record.Comment, entry.comment);
   }
+  static std::int32_t valueOf(const Record& record) { return record.Value; }
   static Entry entryOf(const Record& record) {
-    return {record.Variable, record.Value, record.Comment};
+    return {record.Variable, valueOf(record), record.Comment};
   }
   static std::string stored(const Entry& entry) {
     Record record{};
@@ -68,8 +69,9 @@ struct GlobalRegistry {
     copyText(record.Variable.Value, std::to_string(entry.value));
     copyText(record.Variable.Comment, entry.comment);
   }
+  static std::int32_t valueOf(const Record& record) { return std::atoi(record.Variable.Value); }
   static Entry entryOf(const Record& record) {
-    return {record.Variable.Variable, std::atoi(record.Variable.Value),
+    return {record.Variable.Variable, valueOf(record),
             (record.FieldMask & 0x8) != 0 ? record.Variable.Comment : ""};
   }
   static std::string stored(const Entry& entry) {
@@ -100,11 +102,12 @@ struct ProfileVariables {
     record.Value = value.c_str();
     record.Comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
   }
+  static std::int32_t valueOf(const Record& record) { return std::atoi(record.Value); }
   // Without a name where the line holds no variable.
   static Entry entryOf(const Record& record) {
     if ((record.Contains & VARVAL_HAS_VARIABLE) == 0) return {};
     const bool commented = (record.Contains & VARVAL_HAS_COMMENT) != 0;
-    return {record.Variable, std::atoi(record.Value), commented ? record.Comment : ""};
+    return {record.Variable, valueOf(record), commented ? record.Comment : ""};
   }
   static std::string stored(const Entry& entry) {
     return entry.name + " = " + std::to_string(entry.value) +
@@ -127,12 +130,14 @@ struct Services {
     record.port = static_cast<std::uint16_t>((port << 8) | (port >> 8));
     record.comment = entry.comment.empty() ? nullptr : entry.comment.c_str();
   }
+  static std::int32_t valueOf(const Record& record) {
+    return static_cast<std::uint16_t>((record.port << 8) | (record.port >> 8));
+  }
   // Without a name where the line holds no service.
   static Entry entryOf(const Record& record) {
     if ((record.Contains & SERVICES_HAS_SERVICE) == 0) return {};
     const bool commented = (record.Contains & SERVICES_HAS_COMMENT) != 0;
-    const auto port = static_cast<std::uint16_t>((record.port << 8) | (record.port >> 8));
-    return {record.name, port, commented ? record.comment : ""};
+    return {record.name, valueOf(record), commented ? record.comment : ""};
   }
   static std::string stored(const Entry& entry) {
     return entry.name + (entry.name.size() < 8 ? "\t\t" : "\t") + std::to_string(entry.value) +
@@ -178,7 +183,7 @@ class Handle {
 };
 
 template <typename Flavour>
-class HandleOf final : public Handle {
+class HandleOf : public Handle {
  public:
   // `features` 0: the flavour's own; else its duplicates and verification are those of `features`.
   explicit HandleOf(const std::string& path, std::uint64_t features = 0)
@@ -194,17 +199,21 @@ class HandleOf final : public Handle {
       return scan(&count);
     }
     if (verb == Verb::Many) return changeMany(entry.value);
+    if (verb == Verb::Get) return get(Flavour::mask, entry);
     Flavour::fill(record_, entry);
     switch (verb) {
       case Verb::Add:
         return handle_.Add(Flavour::mask, &record_);
       case Verb::Change:
         return handle_.Change(Flavour::mask, &record_, &record_);
-      case Verb::Delete:
-        return handle_.Delete(Flavour::mask, &record_);
       default:
-        return handle_.Get(Flavour::mask, &record_, &found_);
+        return handle_.Delete(Flavour::mask, &record_);
     }
+  }
+  // A record that equals the entry's in what the mask selects.
+  unsigned int get(std::uint64_t mask, const Entry& entry) {
+    Flavour::fill(record_, entry);
+    return handle_.Get(mask, &record_, &found_);
   }
   unsigned int inOneUpdate(const std::function<unsigned int()>& work) override {
     unsigned int code = handle_.BeginUpdate();
@@ -222,6 +231,7 @@ class HandleOf final : public Handle {
   unsigned int closeScan() override { return handle_.CloseScan(); }
   unsigned int repair() override { return handle_.RepairRegistry(); }
   Entry found() const override { return Flavour::entryOf(found_); }
+  std::int32_t value() const { return Flavour::valueOf(found_); }  // of what was found
 
  private:
   unsigned int changeMany(int adds) {

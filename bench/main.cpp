@@ -4,6 +4,9 @@
 // zorgenreg_bench MEMORY DISK --once NAME
 //   does one operation in this fresh process, between two getppid calls for whoever traces its
 //   system calls, and prints the bytes that it needed of the heap.
+// zorgenreg_bench MEMORY DISK --contention SECONDS
+//   lets several processes change one store on the disk and prints a line for each store and number
+//   of processes; bench/contention.h says which figures.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <malloc.h>
@@ -12,17 +15,20 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <utility>
 
+#include "bench/contention.h"
 #include "bench/subject.h"
 
 namespace {
 
 constexpr std::size_t sizes[] = {10, 100, 1000, 10000, anySize};
 constexpr std::size_t largestUpdated = 10000;
+constexpr std::size_t readsAtATime = 16;          // of a store that is kept open
 const char* const places[] = {"memory", "disk"};  // in the order of the arguments
 
 // One store and the entries that the operations use.
@@ -43,34 +49,45 @@ struct Workload {
 // Each operation leaves the store as it was: `undo` is not timed.
 struct Operation {
   const char* name;
-  bool updates;
+  Task task;
   bool (*run)(Workload& store);
   bool (*undo)(Workload& store);
-  bool isMany = false;
 };
 
 constexpr auto nothing = [](Workload&) { return true; };
 
 constexpr Operation operations[] = {
-    {"GetLast", false, [](Workload& store) { return store.subject->get(store.last); }, nothing},
-    {"GetMiss", false, [](Workload& store) { return !store.subject->get(store.missing); }, nothing},
-    {"Scan", false, [](Workload& store) { return store.subject->scan() == store.count; }, nothing},
-    {"Add", true, [](Workload& store) { return store.subject->add(store.missing); },
+    {"GetLast", Reads, [](Workload& store) { return store.subject->get(store.last); }, nothing},
+    {"GetMiss", Reads, [](Workload& store) { return !store.subject->get(store.missing); }, nothing},
+    {"GetPort", ByPort, [](Workload& store) { return store.subject->getByPort(store.last); },
+     nothing},
+    {"Scan", Reads, [](Workload& store) { return store.subject->scan() == store.count; }, nothing},
+    {"Add", Updates, [](Workload& store) { return store.subject->add(store.missing); },
      [](Workload& store) { return store.subject->remove(store.missing); }},
-    {"Change", true, [](Workload& store) { return store.subject->change(store.next); },
+    {"Change", Updates, [](Workload& store) { return store.subject->change(store.next); },
      [](Workload& store) {  // the next Change changes it back
        std::swap(store.last, store.next);
        return true;
      }},
-    {"Delete", true, [](Workload& store) { return store.subject->remove(store.last); },
+    {"Delete", Updates, [](Workload& store) { return store.subject->remove(store.last); },
      [](Workload& store) { return store.subject->add(store.last); }},
-    {"ChangeMany", true,
+    {"ChangeMany", ManyChanges,
      [](Workload& store) { return store.subject->many(Subject::Many::Change, store.many); },
-     [](Workload& store) { return store.turnBack(), true; }, true},
-    {"Import", true,
+     [](Workload& store) { return store.turnBack(), true; }},
+    {"Import", ManyChanges,
      [](Workload& store) { return store.subject->many(Subject::Many::Add, store.added); },
-     [](Workload& store) { return store.subject->many(Subject::Many::Remove, store.added); }, true},
+     [](Workload& store) { return store.subject->many(Subject::Many::Remove, store.added); }},
 };
+
+// The floor is for the library's comparison in memory. What is read stands in the system's cache at
+// either place, so that of the others only updates are measured at both.
+bool isMeasured(const SubjectRow& subject, const Operation& operation, const std::string& place) {
+  if ((subject.tasks & operation.task) == 0) return false;
+  const bool inMemory = place == places[0];
+  if (subject.role == Role::Floor) return inMemory;
+  if (operation.task == ManyChanges) return !inMemory;
+  return !inMemory || subject.role == Role::Registry || operation.task == Updates;
+}
 
 struct Case {
   SubjectRow subject;
@@ -83,7 +100,7 @@ struct Case {
     return std::string(subject.name) + "/" + operation->name + "/" + std::to_string(count) + "/" +
            place;
   }
-  Workload makeStore(std::size_t entries, const char* use = "measured") const {
+  Workload makeStore(std::size_t entries, const char* use) const {
     const auto home = directory / use / (subject.name + ("-" + std::to_string(entries)));
     std::filesystem::remove_all(home);
     std::filesystem::create_directories(home);
@@ -100,24 +117,19 @@ struct Case {
       store.many.back().value ^= 1;
     }
     for (std::size_t i = 0; i < entries; ++i) store.added.push_back(entryAt(entries + 1 + i));
-    if (store.subject->scan() != entries) throw std::runtime_error("no store in " + home.string());
     return store;
   }
 };
 
 std::vector<Case> allCases(char** directories) {
   std::vector<Case> cases;
-  for (const auto& rows :
-       {registrySubjects(), floorSubjects(), databaseSubjects(), textPeerSubjects()}) {
-    for (const SubjectRow& subject : rows) {
-      for (const Operation& operation : operations) {
-        if (operation.isMany ? !subject.changesMany : !operation.updates && !subject.reads)
-          continue;
-        for (const std::size_t count : sizes) {
-          if (count > subject.largest) continue;
-          for (std::size_t i = 0; i < std::size(places); ++i) {
-            cases.push_back({subject, &operation, count, places[i], directories[i]});
-          }
+  for (const SubjectRow& subject : allSubjects()) {
+    for (const Operation& operation : operations) {
+      for (const std::size_t count : sizes) {
+        if (count > subject.largest) continue;
+        for (std::size_t i = 0; i < std::size(places); ++i) {
+          if (!isMeasured(subject, operation, places[i])) continue;
+          cases.push_back({subject, &operation, count, places[i], directories[i]});
         }
       }
     }
@@ -125,30 +137,39 @@ std::vector<Case> allCases(char** directories) {
   return cases;
 }
 
-// One store per subject, size and place serves all its operations and repetitions; operations on
-// many entries, which would change what the others expect, have another.
+// One store per subject, size and place serves all its operations and repetitions; but operations
+// on many entries, which would change what the others expect, and a Get by port, which expects what
+// a Change changes, have others.
 Workload& storeOf(const Case& wanted) {
   static std::map<std::string, Workload> stores;
-  const char* const use = wanted.operation->isMany ? "many" : "measured";
+  const Task task = wanted.operation->task;
+  const char* const use = task == ManyChanges ? "many" : task == ByPort ? "ports" : "measured";
   const std::string name =
       wanted.subject.name + ("/" + std::to_string(wanted.count)) + wanted.place + use;
   const auto found = stores.find(name);
   if (found != stores.end()) return found->second;
-  return stores.emplace(name, wanted.makeStore(wanted.count, use)).first->second;
+  Workload& made = stores.emplace(name, wanted.makeStore(wanted.count, use)).first->second;
+  if (made.subject->scan() != wanted.count) throw std::runtime_error("no such store: " + name);
+  return made;
 }
 
 // The counter is the median of the single operations: a machine that is busy with something else
-// makes some of them many times as slow, which would hide the others in a mean.
-void measure(benchmark::State& state, const Operation& operation, Workload& store) {
+// makes some of them many times as slow, which would hide the others in a mean. What is kept open
+// reads in less than the clock costs several times; so several reads are timed as one.
+void measure(benchmark::State& state, const Case& wanted) {
   using Clock = std::chrono::steady_clock;
+  Workload& store = storeOf(wanted);
+  store.subject->prepare();
+  const std::size_t times = wanted.subject.role == Role::KeptOpen ? readsAtATime : 1;
   std::vector<double> all;
   for ([[maybe_unused]] auto iteration : state) {
+    bool done = true;
     const Clock::time_point start = Clock::now();
-    const bool done = operation.run(store);
+    for (std::size_t i = 0; i < times; ++i) done = wanted.operation->run(store) && done;
     const std::chrono::duration<double> taken = Clock::now() - start;
-    if (!done || !operation.undo(store)) return state.SkipWithError("the operation failed");
+    if (!done || !wanted.operation->undo(store)) return state.SkipWithError("the operation failed");
     state.SetIterationTime(taken.count());
-    all.push_back(taken.count());
+    all.push_back(taken.count() / static_cast<double>(times));
   }
   const auto middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
   std::nth_element(all.begin(), middle, all.end());
@@ -156,21 +177,22 @@ void measure(benchmark::State& state, const Operation& operation, Workload& stor
 }
 
 void registerCase(const Case& wanted) {
-  const auto measured = [wanted](benchmark::State& state) {
-    measure(state, *wanted.operation, storeOf(wanted));
-  };
+  const auto measured = [wanted](benchmark::State& state) { measure(state, wanted); };
   benchmark::RegisterBenchmark(wanted.name().c_str(), measured)
       ->Unit(benchmark::kMicrosecond)
       ->UseManualTime();
 }
 
 // The same operation on a small store comes first, so that what the process needs once for all does
-// not count. The peak is that of bench/heap_peak.cpp, 0 without it.
+// not count. What is kept open is opened by the operation, so that what it keeps counts, too. The
+// peak is that of bench/heap_peak.cpp, 0 without it.
 int runOnce(const Case& wanted) {
   Workload warming = wanted.makeStore(sizes[0], "warming");
-  Workload store = wanted.makeStore(wanted.count);
+  Workload store = wanted.makeStore(wanted.count, "measured");
   const auto heapPeak = reinterpret_cast<std::size_t (*)()>(::dlsym(RTLD_DEFAULT, "heapPeak"));
+  warming.subject->prepare();
   if (!wanted.operation->run(warming)) return 1;
+  store.subject->prepare();
   if (heapPeak != nullptr) (void)heapPeak();
   (void)::getppid();
   const bool done = wanted.operation->run(store);
@@ -180,6 +202,9 @@ int runOnce(const Case& wanted) {
 }
 
 int run(int count, char** arguments) {
+  if (count == 5 && arguments[3] == std::string("--contention")) {
+    return measureContention(arguments[2], std::atof(arguments[4]));
+  }
   const std::vector<Case> cases = allCases(arguments + 1);
   if (count == 5 && arguments[3] == std::string("--once")) {
     for (const Case& each : cases) {
@@ -189,7 +214,8 @@ int run(int count, char** arguments) {
     return 2;
   }
   for (const Case& each : cases) {
-    if (!each.operation->updates || each.count <= largestUpdated) registerCase(each);
+    const bool changes = (each.operation->task & (Updates | ManyChanges)) != 0;
+    if (!changes || each.count <= largestUpdated) registerCase(each);
   }
   count -= 2;
   arguments[2] = arguments[0];

@@ -2,52 +2,18 @@
 
 report.py RESULTS PAGE --disk DIR   rewrites PAGE behind its marker, and the plots beside it
 report.py RESULTS --ratios          prints the ratios to the floor
-RESULTS holds results.json, and for a page floor-check.txt and peaks.txt too.
+RESULTS holds results.json, and for a page floor-check.txt, peaks.txt and contention.txt too.
 """
-import json
 import os
 import platform
 import subprocess
 import sys
 
+import goals
+from results import (CACHED, FLAVOURS, KEPT, NAMES, OPERATIONS, PEERS, READS, SIZES, UPDATES,
+                     load_medians, operations_of, peers_of)
+
 MARKER = "<!-- scripts/bench writes everything below this line -->"
-FLAVOURS = {"binary": "binary variables", "global": "global registry",
-            "profile": "profile variables", "services": "services"}
-PEERS = {"sqlite": "SQLite", "sqlite-off": "SQLite, synchronous off", "tdb": "tdb",
-         "tdb-nosync": "tdb, no sync", "key-file": "GLib key file", "augeas": "Augeas"}
-OPERATIONS = {"GetLast": "Get of the last record", "GetMiss": "Get of a record that is not there",
-              "Scan": "Scan of all records", "Add": "Add", "Change": "Change", "Delete": "Delete"}
-UPDATES = ("Add", "Change", "Delete")
-SIZES = (10, 100, 1000, 10000, 100000)
-PLACES = {"disk": "On disk", "memory": "In memory"}
-
-# The ratio to the floor that each flavour must not exceed, at 10, 1,000 and 10,000 records.
-TARGET_SIZES = (10, 1000, 10000)
-TEXT_UPDATE = (1.5, 3.2, 5.2)
-TARGETS = {
-    "Get": {"binary": (1.2, 2.5, 2.7), "global": (1.4, 3.3, 3.4),
-            "profile": (1.3, 5.0, 6.0), "services": (1.3, 5.0, 6.0)},
-    "Scan": {"binary": (1.2, 4.5, 10), "global": (1.4, 7.0, 8.5),
-             "profile": (1.3, 8.5, 21), "services": (1.3, 8.5, 21)},
-    "Update": {"binary": (1.5, 1.9, 2.3), "global": (1.6, 2.6, 2.9),
-               "profile": TEXT_UPDATE, "services": TEXT_UPDATE},
-}
-TARGET_OF = {"GetLast": "Get", "Scan": "Scan", "Add": "Update", "Change": "Update",
-             "Delete": "Update"}
-
-
-def load_medians(directory):
-    """Microseconds by (subject, operation, size, place)."""
-    with open(os.path.join(directory, "results.json")) as file:
-        found = json.load(file)
-    medians = {}
-    for row in found["benchmarks"]:
-        if row.get("error_occurred"):
-            sys.exit(f"{row['name']}: {row['error_message']}")
-        if row.get("aggregate_name") == "median":
-            subject, operation, size, place = row["run_name"].split("/")[:4]
-            medians[subject, operation, int(size), place] = row["median_us"]
-    return medians
 
 
 def count(number):
@@ -55,7 +21,8 @@ def count(number):
 
 
 def micros(value):
-    return "" if value is None else f"{value:.1f}" if value < 100 else f"{value:,.0f}"
+    return ("" if value is None else f"{value:.2f}" if value < 10 else f"{value:.1f}"
+            if value < 100 else f"{value:,.0f}")
 
 
 def table(header, rows):
@@ -63,51 +30,68 @@ def table(header, rows):
     return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows]) + "\n"
 
 
-def ratio_rows(medians):
-    """Rows of the table of ratios, and how many targets were met."""
+def ratios(medians):
+    """The library's times in the floor's, in memory, and the targets."""
     rows, met, asked = [], 0, 0
-    for operation, group in TARGET_OF.items():
-        for flavour, name in FLAVOURS.items():
+    for operation, flavours in goals.TARGETS.items():
+        for flavour, targets in flavours.items():
             cells = []
-            for size, target in zip(TARGET_SIZES, TARGETS[group][flavour]):
+            for size, target in zip(goals.TARGET_SIZES, targets):
                 own = medians[flavour, operation, size, "memory"]
                 floor = medians[flavour + "-floor", operation, size, "memory"]
-                asked += 1
-                met += own / floor <= target
-                verdict = "met" if own / floor <= target else "**missed**"
-                cells.append(f"{own / floor:.2f}, target {target} {verdict} "
-                             f"({micros(own)} / {micros(floor)} µs)")
-            rows.append([OPERATIONS[operation], name] + cells)
-    return rows, f"{met} of {asked} targets are met."
+                cell = f"{own / floor:.2f}"
+                if target is not None:
+                    asked += 1
+                    met += own / floor <= target
+                    cell += f", target {target} "
+                    cell += "met" if own / floor <= target else "**missed**"
+                cells.append(f"{cell} ({micros(own)} / {micros(floor)} µs)")
+            rows.append([OPERATIONS[operation], FLAVOURS[flavour]] + cells)
+    header = ["operation", "flavour"] + [count(size) + " records" for size in goals.TARGET_SIZES]
+    return table(header, rows) + f"\n{met} of {asked} targets are met.\n"
 
 
-def ratios(medians):
-    rows, verdict = ratio_rows(medians)
-    header = ["operation", "flavour"] + [count(size) + " records" for size in TARGET_SIZES]
-    return table(header, rows) + "\n" + verdict + "\n"
-
-
-def times(medians, place):
+def reads(medians, subjects):
+    """A table for each operation that reads, of those subjects that have it."""
     text = ""
-    for operation, title in OPERATIONS.items():
-        sizes = [size for size in SIZES if ("binary", operation, size, place) in medians]
-        rows = []
-        floors = {flavour + "-floor": "floor of " + name for flavour, name in FLAVOURS.items()}
-        for subject, name in {**FLAVOURS, **floors, **PEERS}.items():
-            cells = [medians.get((subject, operation, size, place)) for size in sizes]
-            if any(cells):
-                rows.append([name] + [micros(cell) for cell in cells])
-        text += f"\n**{title}**, µs\n\n" + table([""] + [count(size) for size in sizes], rows)
+    for operation in READS:
+        rows = [[name] + [micros(medians.get((subject, operation, size, "disk")))
+                          for size in SIZES]
+                for subject, name in subjects.items()
+                if (subject, operation, SIZES[0], "disk") in medians]
+        text += f"\n**{OPERATIONS[operation]}**, µs\n\n" + table([""] + list(map(count, SIZES)), rows)
     return text
 
 
-def fastest(medians, flavour, operation, size, place):
-    """The fastest peer as safe as the library, and by how much it is slower than `flavour`."""
-    peers = ["sqlite", "tdb"] + {"profile": ["key-file"], "services": ["augeas"]}.get(flavour, [])
-    found = {peer: medians[peer, operation, size, place] for peer in peers
-             if (peer, operation, size, place) in medians}
-    peer = min(found, key=found.get)
-    return peer, found[peer] / medians[flavour, operation, size, place]
+def advantage(medians, kept):
+    """How many times as long as the library's the fastest other way takes."""
+    rows = []
+    for flavour, name in FLAVOURS.items():
+        own = flavour + "-cached" if kept else flavour
+        for operation in operations_of(flavour):
+            cells = []
+            for size in SIZES:
+                found = {peer: medians[peer, operation, size, "disk"]
+                         for peer in peers_of(flavour, kept)
+                         if (peer, operation, size, "disk") in medians}
+                peer = min(found, key=found.get)
+                ratio = found[peer] / medians[own, operation, size, "disk"]
+                cell = f"{ratio:.2f}, {NAMES[peer].removesuffix(', kept open')}"
+                cells.append(f"**{cell}**" if ratio < 1 else cell)
+            rows.append([name, OPERATIONS[operation]] + cells)
+    return table(["", "operation"] + list(map(count, SIZES)), rows)
+
+
+def updates(medians, place):
+    sizes = (10, 1000, 10000)
+    rows = []
+    for subject, name in {**FLAVOURS, **PEERS}.items():
+        cells = [medians.get((subject, operation, size, place))
+                 for operation in UPDATES for size in sizes]
+        if any(cells):
+            rows.append([name] + [micros(cell) for cell in cells])
+    header = [f"{operation}, {count(size)}" for operation in UPDATES for size in sizes]
+    return table([""] + header, rows)
 
 
 def many(medians):
@@ -126,101 +110,32 @@ def many(medians):
                   "1,000 imported, µs, times SQLite", "10,000 imported, µs, times SQLite"], rows)
 
 
-def verdicts(medians):
-    promises = {
-        "Every Get up to 1,000 records (global registry: 100) is faster than the fastest of them":
-            [(f, o, s, p) for f in FLAVOURS for o in ("GetLast", "GetMiss") for s in SIZES
-             for p in PLACES if s <= (100 if f == "global" else 1000)],
-        "Every scan is faster than the fastest of them":
-            [(f, "Scan", s, p) for f in FLAVOURS for s in SIZES for p in PLACES],
-    }
-    text = ""
-    for promise, cases in promises.items():
-        misses = []
-        for case in cases:
-            peer, factor = fastest(medians, *case)
-            if factor <= 1:
-                misses.append((case, peer, 1 / factor))
-        text += verdict(promise, len(cases), misses)
-    cases = [(f, o, s) for f in FLAVOURS for o in UPDATES for s in SIZES if s <= 1000]
-    misses = []
-    for case in cases:
-        factor = medians[(*case, "disk")] / medians[("sqlite", *case[1:], "disk")]
-        if factor >= 1:
-            misses.append(((*case, "disk"), "sqlite", factor))
-    return text + verdict("Every update on disk up to 1,000 records is faster than SQLite, full "
-                          "synchronous", len(cases), misses)
-
-
-def verdict(promise, asked, misses):
-    text = f"- {promise}: " + ("met" if not misses else "**missed**")
-    text += f" ({asked - len(misses)} of {asked} cases)\n"
-    for (flavour, operation, size, place), peer, factor in misses:
-        text += (f"  - {FLAVOURS[flavour]}, {operation}, {count(size)} records, {place}: "
-                 f"{PEERS[peer]} is {factor:.2f} times as fast\n")
-    return text
-
-
-def beyond(medians):
-    """Who wins where no promise is made."""
+def contention(directory):
+    names = {"binary": "binary variables", "sqlite-kept": "SQLite, rollback journal",
+             "sqlite-wal": "SQLite, write-ahead log", "tdb-kept": "tdb", "lmdb-kept": "LMDB"}
     rows = []
-    for operation in OPERATIONS:
-        for flavour in FLAVOURS:
-            cells = []
-            for size in SIZES[2:]:
-                if (flavour, operation, size, "disk") not in medians:
-                    cells.append("")
-                    continue
-                peer, factor = fastest(medians, flavour, operation, size, "disk")
-                cells.append(f"the library, {factor:.1f} times as fast as {PEERS[peer]}"
-                             if factor > 1 else f"{PEERS[peer]}, {1 / factor:.1f} times as fast")
-            rows.append([operation, FLAVOURS[flavour]] + cells)
-    return table(["operation", "flavour"] + [count(size) for size in SIZES[2:]], rows)
+    with open(os.path.join(directory, "contention.txt")) as file:
+        for subject, writers, rate, *times, fairness, failed in map(str.split, file):
+            rows.append([names[subject], writers, f"{float(rate):,.0f}",
+                         *(f"{float(each) / 1000:,.1f}" for each in times),
+                         f"{float(fairness):.2f}", failed])
+    return table(["", "writers", "updates a second", "median, ms", "99 of 100 within, ms",
+                  "longest, ms", "fairness", "failed"], rows)
 
 
 def memory(directory):
     with open(os.path.join(directory, "peaks.txt")) as file:
         peaks = {tuple(name.split("/")): int(size) for name, size in map(str.split, file)}
+    operations, sizes = ("GetLast", "Scan", "Change"), ("1000", "10000", "100000")
     rows = []
-    for subject, name in {**FLAVOURS, **PEERS}.items():
-        for operation in OPERATIONS:
-            cells = [peaks.get((subject, operation, str(size))) for size in SIZES[2:]]
-            if None not in cells:
-                rows.append([name, operation] + [f"{cell / 1024:,.1f}" for cell in cells])
-    return table(["", "operation"] + [count(size) for size in SIZES[2:]], rows)
-
-
-def plot(medians, directory):
-    import matplotlib
-    matplotlib.use("Agg")
-    matplotlib.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "bench", "font.size": 9})
-    from matplotlib import pyplot
-
-    def lines(file, subjects, operations, place, value, unit, scale="log"):
-        figure, axes = pyplot.subplots(len(operations) // 3, 3, squeeze=False,
-                                       figsize=(10, 2.9 * (len(operations) // 3) + 0.6))
-        for axis, operation in zip(axes.flat, operations):
-            for index, (subject, name) in enumerate(subjects.items()):
-                points = [(size, value(subject, operation, size, place)) for size in SIZES
-                          if (subject, operation, size, place) in medians]
-                style = "-o" if subject in FLAVOURS else "--x"
-                axis.plot(*zip(*points) if points else ([], []), style, color=f"C{index}",
-                          label=name, markersize=4)
-            axis.set(xscale="log", yscale=scale, title=OPERATIONS[operation], xlabel="records",
-                     ylabel=unit)
-            axis.minorticks_off()
-            axis.grid(alpha=0.3)
-        handles, labels = axes.flat[0].get_legend_handles_labels()
-        figure.legend(handles, labels, loc="lower center", ncol=5)
-        figure.tight_layout(rect=(0, 0.12 if len(operations) == 3 else 0.08, 1, 1))
-        figure.savefig(os.path.join(directory, file), metadata={"Date": None})
-
-    for place in PLACES:
-        lines(f"{place}.svg", {**FLAVOURS, **PEERS}, list(OPERATIONS), place,
-              lambda *key: medians[key], "µs")
-    lines("floor.svg", FLAVOURS, ["GetLast", "Scan", "Change"], "memory",
-          lambda subject, *key: medians[(subject, *key)] / medians[(subject + "-floor", *key)],
-          "times the floor", "linear")
+    for subject, name in NAMES.items():
+        cells = [peaks.get((subject, operation, size)) for operation in operations
+                 for size in sizes]
+        if any(cells):
+            rows.append([name] + ["" if cell is None else f"{cell / 1024:,.1f}" for cell in cells])
+    header = [f"{operation}, {count(int(size))}" for operation in ("Get", "Scan", "Change")
+              for size in sizes]
+    return table([""] + header, rows)
 
 
 def environment(disk):
@@ -231,38 +146,65 @@ def environment(disk):
         processor = next(line.split(":")[1].strip() for line in file if "model name" in line)
     kernel = ".".join(platform.release().split(".")[:2])
     versions = [f"{package} {output('dpkg-query', '-W', '-f', '${Version}', package)}" for package
-                in ("libsqlite3-0", "libtdb1", "libglib2.0-0", "libaugeas0")]
+                in ("libsqlite3-0", "libtdb1", "liblmdb0", "libc6", "libinih1", "libglib2.0-0",
+                    "libaugeas0")]
     return (f"{os.cpu_count()} processors {processor}, Linux {kernel}, disk: "
             f"{output('findmnt', '-n', '-o', 'FSTYPE', '-T', disk)}, "
             f"{output('c++', '--version').splitlines()[0]}; "
             + ", ".join(versions) + ".")
 
 
-def page(medians, directory, path, disk):
+def floor_check(directory):
     with open(os.path.join(directory, "floor-check.txt")) as file:
         differing = file.read().split()
-    check = ("The calls of floor and library were compared one by one before this run and are the "
-             "same." if not differing else
-             "**The calls of floor and library differ in: " + ", ".join(differing) + ".**")
+    if not differing:
+        return ("The calls of floor and library were compared one by one before this run and are "
+                "the same.")
+    return "**The calls of floor and library differ in: " + ", ".join(differing) + ".**"
+
+
+def page(medians, directory, path, disk):
     plots = os.path.splitext(path)[0]
     os.makedirs(plots, exist_ok=True)
-    plot(medians, plots)
+    for old in os.listdir(plots):
+        if old.endswith(".svg"):
+            os.remove(os.path.join(plots, old))
+    import plots as drawing  # --ratios works without the plotting library
+    drawing.draw_all(medians, plots)
     base = os.path.basename(plots)
-    parts = [MARKER, "\n## One run", environment(disk), "### Beside the floor, in memory", check,
-             ratios(medians), f"![times the floor]({base}/floor.svg)",
-             "### Beside what else one could use", verdicts(medians),
-             "Who wins from 1,000 records on, on disk, among the ways that are as durable:\n",
-             beyond(medians)]
-    parts += ["### Many changes, one commit, on disk",
-              "Changes of 1,000 among 1,000 records; 1,000 and 10,000 new records added to as many. "
-              "Each is one update, transaction or file written.", many(medians)]
-    for place, title in PLACES.items():
-        parts += [f"### {title}", f"![{title}]({base}/{place}.svg)", times(medians, place)]
-    parts += ["### Heap memory of one operation, KiB", memory(directory)]
+    fastest = ("How many times as long as the library's the fastest other way takes; bold where it "
+               "is faster:")
+    measured = {subject for subject, *_ in medians}
+    parts = [
+        MARKER, "## One run", environment(disk),
+        "### Goals", goals.reached(medians),
+        "### Reads, opened anew",
+        "" if "c-library" in measured else
+        "The C library was not measured: only root can mount a file of its own for it.",
+        f"![Reads, opened anew]({base}/cold.svg)", fastest, advantage(medians, kept=False),
+        reads(medians, {**FLAVOURS, **PEERS}),
+        "### Reads, kept open",
+        f"![Reads, kept open]({base}/kept.svg)", fastest, advantage(medians, kept=True),
+        reads(medians, {**CACHED, **KEPT}),
+        "### Updates", f"![Updates]({base}/updates.svg)",
+        "**On disk**, µs, at 10, 1,000 and 10,000 records", updates(medians, "disk"),
+        "**In memory**, µs, at 10, 1,000 and 10,000 records", updates(medians, "memory"),
+        "### Many changes, one commit, on disk",
+        "Changes of 1,000 among 1,000 records; 1,000 and 10,000 new records added to as many. "
+        "Each is one update, transaction or file written.", many(medians),
+        "### Several writers, on disk",
+        "Each writer changes a record of its own among 1,000, again and again for three seconds. "
+        "Fairness is 1 when all got the same number of updates done, and one part in as many as "
+        "there are writers when one got them all. The times are those of updates that were done: a "
+        "writer that waits to the end has one, its longest.", contention(directory),
+        "### Beside the floor, in memory", floor_check(directory), ratios(medians),
+        f"![times the floor]({base}/floor.svg)",
+        "### Heap memory of one operation, KiB", memory(directory),
+    ]
     with open(path) as file:
         written = file.read().split(MARKER)[0]
     with open(path, "w") as file:
-        file.write("\n\n".join(part.strip("\n") for part in [written] + parts) + "\n")
+        file.write("\n\n".join(part.strip("\n") for part in [written] + parts if part) + "\n")
 
 
 def main(arguments):

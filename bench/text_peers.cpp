@@ -1,6 +1,8 @@
-// What programs edit text files of settings with: GLib's key files, and Augeas for services files.
+// What programs read or edit text files of settings with: GLib's key files, inih, which only reads,
+// and Augeas for services files.
 #include <augeas.h>
 #include <glib.h>
+#include <ini.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -28,14 +30,15 @@ class KeyFile final : public Subject {
 
   // A reader does not ask for the comments, which spares loading them.
   bool get(const Entry& key) override {
-    return read(load(G_KEY_FILE_NONE).get(), key.name.c_str());
+    const Text value = valueOf(load(G_KEY_FILE_NONE).get(), key.name.c_str());
+    return value != nullptr && std::atoi(value.get()) == key.value;
   }
   std::size_t scan() override {
     const Loaded file = load(G_KEY_FILE_NONE);
     std::size_t count = 0;
     gchar** names = ::g_key_file_get_keys(file.get(), group, nullptr, nullptr);
     for (gchar** name = names; name != nullptr && *name != nullptr; ++name) {
-      if (read(file.get(), *name)) ++count;
+      if (valueOf(file.get(), *name) != nullptr) ++count;
     }
     ::g_strfreev(names);
     return count;
@@ -79,8 +82,8 @@ class KeyFile final : public Subject {
     const std::string comment = " " + entry.comment;
     (void)::g_key_file_set_comment(file, group, name, comment.c_str(), nullptr);
   }
-  static bool read(GKeyFile* file, const char* name) {
-    return Text(::g_key_file_get_value(file, group, name, nullptr), ::g_free) != nullptr;
+  static Text valueOf(GKeyFile* file, const char* name) {
+    return Text(::g_key_file_get_value(file, group, name, nullptr), ::g_free);
   }
   bool save(GKeyFile* file) const {
     gsize length = 0;
@@ -94,6 +97,44 @@ class KeyFile final : public Subject {
   std::string path_;
 };
 
+// Calls back for each variable of a file, to its end whatever was found. Reads without a lock.
+class Inih final : public Subject {
+ public:
+  Inih(const std::string& directory, std::size_t count) : path_(directory + "/entries.ini") {
+    std::ofstream file(path_);
+    for (std::size_t i = 0; i < count; ++i) {
+      const Entry entry = entryAt(i);
+      file << entry.name << " = " << entry.value;
+      if (!entry.comment.empty()) file << " ; " << entry.comment;
+      file << "\n";
+    }
+  }
+
+  bool get(const Entry& key) override {
+    Search search{&key, false};
+    const auto each = [](void* to, const char*, const char* name, const char* value) {
+      auto& wanted = *static_cast<Search*>(to);
+      if (wanted.key->name == name) wanted.found = std::atoi(value) == wanted.key->value;
+      return 1;
+    };
+    return ::ini_parse(path_.c_str(), each, &search) == 0 && search.found;
+  }
+  std::size_t scan() override {
+    std::size_t count = 0;
+    const auto each = [](void* counter, const char*, const char*, const char*) {
+      return static_cast<int>(++*static_cast<std::size_t*>(counter) > 0);
+    };
+    return ::ini_parse(path_.c_str(), each, &count) == 0 ? count : 0;
+  }
+
+ private:
+  struct Search {
+    const Entry* key;
+    bool found;
+  };
+  std::string path_;
+};
+
 // A tree of one services file below a root of its own, with its Services lens alone.
 class Augeas final : public Subject {
  public:
@@ -102,13 +143,17 @@ class Augeas final : public Subject {
     flavours::writeAll<flavours::Services>(root_ + "/etc/services", count);
   }
 
-  bool get(const Entry& key) override { return read(load().get(), pathOf(key)); }
+  bool get(const Entry& key) override {
+    const Tree tree = load();
+    const char* value = portOf(tree.get(), pathOf(key));
+    return value != nullptr && std::atoi(value) == key.value;
+  }
   std::size_t scan() override {
     const Tree tree = load();
     char** paths = nullptr;
     std::size_t count = 0;
     for (int i = ::aug_match(tree.get(), all, &paths); i-- > 0;) {
-      if (read(tree.get(), paths[i])) ++count;
+      if (portOf(tree.get(), paths[i]) != nullptr) ++count;
       std::free(paths[i]);
     }
     std::free(paths);
@@ -146,11 +191,13 @@ class Augeas final : public Subject {
   static bool set(augeas* tree, const std::string& path, const std::string& value) {
     return ::aug_set(tree, path.c_str(), value.c_str()) == 0;
   }
-  static bool read(const augeas* tree, const std::string& path) {
+  // The port of a service whose name is there; null else.
+  static const char* portOf(const augeas* tree, const std::string& path) {
     const char* name = nullptr;
     const char* port = nullptr;
-    return ::aug_get(tree, path.c_str(), &name) == 1 &&
-           ::aug_get(tree, (path + "/port").c_str(), &port) == 1;
+    const bool found = ::aug_get(tree, path.c_str(), &name) == 1 &&
+                       ::aug_get(tree, (path + "/port").c_str(), &port) == 1;
+    return found ? port : nullptr;
   }
   Tree load() const {
     Tree tree(::aug_init(root_.c_str(), nullptr, AUG_NO_LOAD | AUG_NO_MODL_AUTOLOAD), ::aug_close);
@@ -168,6 +215,8 @@ constexpr std::size_t augeasLargest = 1000;  // with ten times as many an update
 }  // namespace
 
 SubjectRows textPeerSubjects() {
-  return {{"key-file", make<KeyFile>, anySize, true, true},
-          {"augeas", make<Augeas>, augeasLargest, true, true}};
+  constexpr unsigned all = Reads | Updates | ManyChanges;
+  return {{"key-file", make<KeyFile>, Role::Peer, all},
+          {"inih", make<Inih>, Role::Peer, Reads},
+          {"augeas", make<Augeas>, Role::Peer, all, augeasLargest}};
 }
