@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "bench/flavours.h"
 
@@ -28,6 +29,8 @@ constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 // An open file, its size, and its buffer for reading or for appending.
 struct File {
+  // Opened to be read, without a look at what it is.
+  explicit File(const std::string& path) : descriptor(::open(path.c_str(), always | O_RDONLY)) {}
   File(const std::string& path, int flags, mode_t permissions = 0)
       : descriptor(::open(path.c_str(), flags, permissions)) {
     askSize();
@@ -41,8 +44,29 @@ struct File {
     capacity = std::clamp<std::size_t>(expected, 4096, std::size_t{256} * 1024);
     buffer.reset(new char[capacity]);
   }
+  // A first buffer's bytes, to be given out by read(). A file that fills it has its size asked for
+  // and a buffer of its own.
+  void readFirst() {
+    constexpr std::size_t small = 4096;
+    size = capacity = small;
+    buffer.reset(new char[small]);
+    first = read();
+    if (first < small) {
+      size = first;
+      return;
+    }
+    askSize();
+    const std::unique_ptr<char[]> old = std::move(buffer);
+    makeBuffer(size);
+    std::memcpy(buffer.get(), old.get(), first);
+    const std::size_t room = std::min(capacity, size) - first;
+    const ssize_t count = ::pread(descriptor, buffer.get() + first, room, small);
+    if (count > 0) first += static_cast<std::size_t>(count);
+    offset = first;
+  }
   // The next bytes of the file, in the buffer; 0 at its end.
   std::size_t read() {
+    if (first > 0) return std::exchange(first, 0);
     const std::size_t wanted = std::min(capacity, size - offset);
     if (wanted == 0) return 0;
     const ssize_t count = ::pread(descriptor, buffer.get(), wanted, static_cast<off_t>(offset));
@@ -78,6 +102,7 @@ struct File {
   std::unique_ptr<char[]> buffer;
   std::size_t capacity = 0;
   std::size_t offset = 0;   // of the next read
+  std::size_t first = 0;    // bytes that were read but not given out
   std::size_t pending = 0;  // bytes appended but not written
   std::size_t written = 0;
   bool failed = false;
@@ -127,7 +152,8 @@ class Floor final : public Subject {
   bool get(const Entry& key) override { return search(key.name); }
   bool getByPort(const Entry& key) override { return search(std::to_string(key.value) + "/tcp"); }
   std::size_t scan() override {
-    File file = openRegistry();
+    File file = openToRead();
+    if (file.size < 4096) file.askSize();
     std::size_t window = 0;
     const char* next = nullptr;
     for (const std::size_t length : lengths_) {
@@ -146,7 +172,7 @@ class Floor final : public Subject {
       }
       benchmark::DoNotOptimize(record);
     }
-    closeRegistry(file);
+    file.close();
     return lengths_.size();
   }
   bool add(const Entry& entry) override { return update(bytesOf(entry), 0); }
@@ -161,15 +187,17 @@ class Floor final : public Subject {
   // the last record's are not.
   bool search(const std::string& bytes) const {
     bool found = false;
-    File file = openRegistry();
+    File file = openToRead();
     while (!found) {
       const std::size_t count = file.read();
       if (count == 0) break;
       found = ::memmem(file.buffer.get(), count, bytes.data(), bytes.size()) != nullptr;
     }
-    closeRegistry(file);
+    if (!found && file.size < 4096) file.askSize();
+    file.close();
     return found;
   }
+  // For an update.
   File openRegistry() const {
     File file(registry_, always | O_RDONLY);
     (void)takeLock(file.descriptor, LOCK_SH);
@@ -180,6 +208,13 @@ class Floor final : public Subject {
   static void closeRegistry(File& file) {
     endLock(file.descriptor);
     file.close();
+  }
+  // For a read, which asks nothing about a file that its first buffer holds.
+  File openToRead() const {
+    File file(registry_);
+    (void)::flock(file.descriptor, LOCK_SH | LOCK_NB);
+    file.readFirst();
+    return file;
   }
 
   // Rewrites the file with `added` behind it or its last `dropped` bytes left out.

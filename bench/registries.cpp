@@ -54,7 +54,9 @@ class Registry final : public Subject {
 
  private:
   struct Handle final : flavours::HandleOf<Flavour> {
-    explicit Handle(const std::string& path) : flavours::HandleOf<Flavour>(path) {}
+    explicit Handle(const std::string& path) : flavours::HandleOf<Flavour>(path) {
+      if (Cached) this->keepReads();
+    }
   };
 
   bool run(Verb verb, const Entry& entry) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "sysservices/memory.h"
 #include "sysservices/return_codes.h"
@@ -34,7 +35,7 @@ int File::write(const void* bytes, std::size_t count, std::uint64_t offset) noex
 void File::start(bool appends) noexcept {
   begin_ = end_ = pending_ = 0;
   offset_ = 0;
-  error_ = 0;
+  error_ = firstError_ = 0;
   writeFailed_ = false;
   open_ = true;
   appends_ = appends;
@@ -46,8 +47,10 @@ int File::beginReading(unsigned int* unsuitable) noexcept {
   buffer_ = own_;
   capacity_ = ownSize_;
   size_ = unknownSize;
-  const bool read = ownSize_ != 0 && handle_.readSome(own_, ownSize_, 0, &end_) == OSS_RC_OK;
-  if (read && end_ > 0 && end_ < ownSize_) return 0;
+  const bool failed = ownSize_ != 0 && handle_.readSome(own_, ownSize_, 0, &end_) != OSS_RC_OK;
+  if (end_ > 0 && end_ < ownSize_) return 0;
+  // Whoever needs what that read was for fails by it, unless the file is none to be read.
+  firstError_ = failed ? handle_.lastError() : 0;
   *unsuitable = handle_.getInfo(&info_);
   if (*unsuitable == OSS_RC_OK && !info_.isFile) *unsuitable = OSS_RC_NOT_A_FILE;
   size_ = info_.size;
@@ -86,6 +89,10 @@ bool File::reserve(std::size_t capacity) noexcept {
 
 bool File::readOn(std::size_t wanted) noexcept {
   if (pending_ != 0 && flush() != 0) return false;
+  if (const int error = std::exchange(firstError_, 0); error != 0) {
+    (void)fail(error);
+    return false;
+  }
   if (!learnSize()) return false;
   const std::uint64_t left = size_ > offset_ ? size_ - offset_ : 0;
   const auto reachable = static_cast<std::size_t>(std::min<std::uint64_t>(left, wanted));

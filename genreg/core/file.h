@@ -144,6 +144,7 @@ class File final : private platform::StreamTarget {
   std::uint64_t size_ = 0;
   std::uint64_t base_ = 0;  // what takeBack() goes back to
   int error_ = 0;
+  int firstError_ = 0;  // of the read that a file began with
   bool writeFailed_ = false;
   bool open_ = false;
   bool appends_ = false;

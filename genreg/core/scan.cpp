@@ -41,8 +41,11 @@ unsigned int GenRegFile::openScan() noexcept {
   if (!(isPlain && session->scanCached()) && session->openReadable(routine, true, 10) != 0) {
     return routine.code();
   }
-  if (!session->showStreams()) {
-    (void)routine.failSystem(errno, GENREG_RC_OPEN_FAILED, 40, registryPath);
+  // What is written behind the end from now on is not of this scan.
+  const bool knows = session->scanned().learnSize();
+  if (!knows || !session->showStreams()) {
+    const int error = knows ? errno : session->scanned().error();
+    (void)routine.failSystem(error, GENREG_RC_OPEN_FAILED, knows ? 40 : 30, registryPath);
     (void)session->endScan();
     return routine.code();
   }
