@@ -67,16 +67,17 @@ std::uint32_t BinaryStore::readLength(const char* field) const noexcept {
   return decodeLength(field, true);
 }
 
+// A whole frame in the window is all there is to most reads.
 Code BinaryStore::next(File& file, Frame& frame) const noexcept {
-  // A whole frame in the window is all there is to most reads.
-  if (file.windowSize() > lengthWidth && !tracingOn()) {
-    const std::size_t length = decodeLength(file.window(), isBigEndian());
-    if (isLength(length) && length <= file.windowSize() - lengthWidth) {
-      take(file, length, frame);
-      return GENREG_RC_OK;
-    }
-  }
-  return readNext(file, frame);
+  return takePlain(file, frame) ? GENREG_RC_OK : readNext(file, frame);
+}
+
+bool BinaryStore::takePlain(File& file, Frame& frame) const noexcept {
+  if (file.windowSize() <= lengthWidth || tracingOn()) return false;
+  const std::size_t length = decodeLength(file.window(), isBigEndian());
+  if (!isLength(length) || length > file.windowSize() - lengthWidth) return false;
+  take(file, length, frame);
+  return true;
 }
 
 void BinaryStore::take(File& file, std::size_t length, Frame& frame) noexcept {

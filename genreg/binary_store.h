@@ -20,6 +20,7 @@ class BinaryStore final : public RecordStore {
   // there: GENREG_RC_RECORD_PAST_EOF for any damage, a length outside its limits or past the end,
   // or a torn length.
   Code next(File& file, Frame& frame) const noexcept override;
+  bool takePlain(File& file, Frame& frame) const noexcept override;
   std::size_t wholeFrames(const File& file, std::size_t count) const noexcept override;
   std::string_view run(const File& file, const RecordForm* form, std::uint64_t mask,
                        const void* key, bool alsoMatching) const noexcept override;

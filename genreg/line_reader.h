@@ -24,24 +24,28 @@ Code nextLine(File& file, bool join, Frame& frame) noexcept;
 // The logical line of a raw text, NUL-terminated; `out` needs no more room than `raw`.
 void makeText(std::string_view raw, bool join, char* out) noexcept;
 
+// The length, without its newline, of a line that is whole and alone; longestRaw where none is.
+inline std::size_t lengthOfPlainLine(const char* line, std::size_t count, bool join) noexcept {
+  const auto* newline = static_cast<const char*>(std::memchr(line, '\n', count));
+  if (newline == nullptr) return longestRaw;
+  const auto length = static_cast<std::size_t>(newline - line);
+  // A backslash at the end, or behind it a carriage return, may join the next line.
+  const std::size_t tail = std::min<std::size_t>(length, 2);
+  const bool mayContinue = join && std::memchr(newline - tail, '\\', tail) != nullptr;
+  return mayContinue ? longestRaw : std::min(length, longestRaw);
+}
+
 // Walks the lines of a file's window that are whole and alone, as long as `pass` is true of one: it
 // gets the bytes of a line without its newline. Returns the bytes passed.
 template <typename Pass>
 std::size_t walkLines(const char* bytes, std::size_t count, bool join, Pass pass) noexcept {
-  const char* const end = bytes + count;
-  const char* line = bytes;
-  while (line < end) {
-    const auto* newline =
-        static_cast<const char*>(std::memchr(line, '\n', static_cast<std::size_t>(end - line)));
-    if (newline == nullptr) break;
-    const auto length = static_cast<std::size_t>(newline - line);
-    // A backslash at the end, or behind it a carriage return, may join the next line.
-    const std::size_t tail = std::min<std::size_t>(length, 2);
-    const bool mayContinue = join && std::memchr(newline - tail, '\\', tail) != nullptr;
-    if (length >= longestRaw || mayContinue || !pass(line, length)) break;
-    line = newline + 1;
+  std::size_t at = 0;
+  while (at < count) {
+    const std::size_t length = lengthOfPlainLine(bytes + at, count - at, join);
+    if (length == longestRaw || !pass(bytes + at, length)) break;
+    at += length + 1;
   }
-  return static_cast<std::size_t>(line - bytes);
+  return at;
 }
 
 }  // namespace genreg

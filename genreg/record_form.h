@@ -54,8 +54,14 @@ struct RecordForm {
   bool (*hash)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
   // The mask of the fields by which records such as this are known; 0: it has none.
   std::uint64_t (*identity)(const void* record) noexcept;
-  // The flavour's own NotifyChange hook, where it is one that does nothing.
-  GenRegNotifyHook idleNotify = nullptr;
+  // The flavour's own NotifyChange hook, where it is one that does nothing; else null.
+  GenRegNotifyHook idleNotify;
+  // The flavour's own GetRecordSize hook, which gives `recordSize`, and its ValidateKey hook.
+  GenRegSizeHook size;
+  GenRegValidateHook validate;
+  // Whether a key under that mask is accepted and matches every record that can be filled; null
+  // where none does.
+  bool (*matchesAll)(std::uint64_t mask, const void* key) noexcept;
 };
 
 }  // namespace genreg

@@ -53,6 +53,17 @@ Code TextStore::next(File& file, Frame& frame) const noexcept {
       .refuse(code, 20, text(session().registryPath()), number(error), number(offset));
 }
 
+bool TextStore::takePlain(File& file, Frame& frame) const noexcept {
+  const std::size_t count = std::min(file.windowSize(), longestRaw);
+  const std::size_t length = lengthOfPlainLine(file.window(), count, joins());
+  if (length == longestRaw) return false;
+  frame.bytes = {file.window(), length + 1};
+  frame.stored = {file.window(), length};
+  frame.offset = file.offset();
+  file.skip(length + 1);
+  return true;
+}
+
 // Where lines are joined, a newline alone does not show that one ends.
 std::size_t TextStore::wholeFrames(const File& file, std::size_t count) const noexcept {
   if (joins()) return 0;

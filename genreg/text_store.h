@@ -16,6 +16,7 @@ class TextStore final : public RecordStore {
   Code checkHooks() const noexcept override;
 
   Code next(File& file, Frame& frame) const noexcept override;
+  bool takePlain(File& file, Frame& frame) const noexcept override;
   std::size_t wholeFrames(const File& file, std::size_t count) const noexcept override;
   std::string_view run(const File& file, const RecordForm* form, std::uint64_t mask,
                        const void* key, bool alsoMatching) const noexcept override;

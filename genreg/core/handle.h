@@ -56,6 +56,10 @@ class HandleAccess {
 
   bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
   bool hasStatus(std::uint64_t bits) const noexcept { return (handle_.status & bits) != 0; }
+  // Of those bits, the ones that are set are these.
+  bool isExactly(std::uint64_t bits, std::uint64_t set) const noexcept {
+    return (handle_.status & bits) == set;
+  }
   void setStatus(std::uint64_t bits) const noexcept { handle_.status |= bits; }
   void endScan() const noexcept {
     handle_.status &= ~(GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END);

@@ -12,8 +12,12 @@ bool RecordStore::validate(Routine& routine, std::uint64_t mask, void* keyOrReco
 }
 
 bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexcept {
-  *size = 0;
   const GenRegSizeHook hook = handle_.sizeHook();
+  if (const RecordForm* form = handle_.form(); form != nullptr && hook == form->size) {
+    *size = form->recordSize;
+    return true;
+  }
+  *size = 0;
   if (hook == nullptr) return routine.fail(GENREG_RC_NO_SIZE_HOOK, 30);
   (void)hook(size);
   *size = static_cast<std::uint32_t>(*size);

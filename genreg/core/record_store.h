@@ -86,9 +86,11 @@ class RecordStore {
   // What the flavour knows of stored records of that size, or null.
   const RecordForm* form(const void* key, std::uint64_t size) const noexcept {
     const RecordForm* form = key == nullptr ? nullptr : handle_.form();
-    if (form == nullptr || size != form->recordSize) return nullptr;
-    if (kind.isText) return form;
-    return has(GENREG_PACKED_RECORDS) == (form->unpack.binary != nullptr) ? form : nullptr;
+    return form != nullptr && size == form->recordSize && suits(*form) ? form : nullptr;
+  }
+  // Whether records are stored as that form knows them.
+  bool suits(const RecordForm& form) const noexcept {
+    return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpack.binary != nullptr);
   }
 
   // --- framing ---
@@ -97,6 +99,9 @@ class RecordStore {
   // for reading a record. The file then stands before it again. `frame` is the record before it, or
   // empty at the start.
   virtual Code next(File& file, Frame& frame) const noexcept = 0;
+  // The same, where the window holds it whole and it is plain; else false, and nothing has
+  // happened.
+  virtual bool takePlain(File& file, Frame& frame) const noexcept = 0;
   // The frames at the start of the file's window, each whole, as long as `form` is sure that they
   // differ from the key or, with `alsoMatching`, match it; without a form, whatever they are. Stops
   // before what takes more to know.

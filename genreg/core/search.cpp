@@ -202,6 +202,8 @@ void Search::close() noexcept {
 template <typename Records>
 void Search::find(Records records) noexcept {
   const RecordForm* form = store_.form(any_ ? record_ : key_, size_);
+  const bool all =
+      any_ || (form != nullptr && form->matchesAll != nullptr && form->matchesAll(mask_, key_));
   Frame frame;
   for (;;) {
     if (const Code code = records.next(frame); code != 0) {
@@ -216,7 +218,7 @@ void Search::find(Records records) noexcept {
     if (form != nullptr && frame.isPlain()) {
       const char* stored = frame.stored.data();
       const Match match =
-          any_ ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
+          all ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
       if (match == Match::Differs) {
         records.skipDiffering(form, mask_, key_);
         continue;
@@ -260,7 +262,38 @@ Code get(RecordStore& store, std::uint64_t mask, void* key, void* record) noexce
   return Search(store, store.kind.get, mask, key, record).get();
 }
 
+namespace {
+
+// The next record of a scan of all records, where it stands whole in the window and the flavour
+// fills it at once: that is most of them. Else false, and nothing has happened.
+bool takeNext(RecordStore& store, std::uint64_t mask, const void* key, void* record) noexcept {
+  const HandleAccess& handle = store.handle();
+  constexpr std::uint64_t scanBits = GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END;
+  if (!handle.isExactly(scanBits, GENREG_STATUS_SCAN_OPEN) || record == nullptr) return false;
+  const RecordForm* form = handle.form();
+  if (form == nullptr || store.pending() != nullptr || handle.sizeHook() != form->size ||
+      handle.validateHook() != form->validate || !store.suits(*form)) {
+    return false;
+  }
+  const bool all = store.kind.isText ? mask == 0
+                                     : form->matchesAll != nullptr && key != nullptr &&
+                                           form->matchesAll(mask, key);
+  if (!all) return false;
+  File& file = store.session().scanned();
+  file.fetchPlace();
+  Frame frame;
+  const std::uint64_t place = file.offset();
+  const bool taken =
+      store.takePlain(file, frame) && form->fill(frame.stored.data(), frame.stored.size(), record);
+  if (!taken) file.seek(place);
+  file.setPlace();
+  return taken;
+}
+
+}  // namespace
+
 Code getNext(RecordStore& store, std::uint64_t mask, void* key, void* record) noexcept {
+  if (takeNext(store, mask, key, record)) return GENREG_RC_OK;
   return Search(store, store.kind.getNext, mask, key, record).getNext();
 }
 

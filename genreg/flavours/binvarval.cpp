@@ -73,8 +73,13 @@ std::uint64_t identityOf(const void*) noexcept { return BINVARVAL_IDENTITY; }
 
 using Hook = genreg::FlavourHook<BinVarVal>;
 
+bool matchesAll(std::uint64_t mask, const void*) noexcept {
+  return (mask & (BINVARVAL_VARIABLE | BINVARVAL_VALUE)) == 0;
+}
+
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match, fill, hashOf, identityOf};
+    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,       fill,      hashOf,
+    identityOf,          nullptr, Hook::getRecordSize,     validateKey, matchesAll};
 
 }  // namespace
 

@@ -228,9 +228,21 @@ std::uint64_t identityOf(const void* record) noexcept {
 
 using Hook = genreg::FlavourHook<Global>;
 
-const genreg::RecordForm recordForm{
-    Hook::compareRecord, unpackRecord, sizeof(GlobalRegRecord), match, fill, hashOf,
-    identityOf,          notifyChange};
+bool matchesAll(std::uint64_t mask, const void* key) noexcept {
+  return mask == 0 && static_cast<const GlobalRegRecord*>(key)->RecordType == 0;
+}
+
+const genreg::RecordForm recordForm{Hook::compareRecord,
+                                    unpackRecord,
+                                    sizeof(GlobalRegRecord),
+                                    match,
+                                    fill,
+                                    hashOf,
+                                    identityOf,
+                                    notifyChange,
+                                    Hook::getRecordSize,
+                                    Hook::validateKey,
+                                    matchesAll};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   const Routine routine(Function::globalGetPackedLength);

@@ -226,9 +226,17 @@ std::uint64_t identityOf(const void*) noexcept { return SERVICES_IDENTITY; }
 
 using Hook = genreg::LineFlavourHook<Services>;
 
-const genreg::RecordForm recordForm{
-    Hook::compareRecord, Hook::unpackRecord, sizeof(ServiceEntryRecord), match, fill, hashOf,
-    identityOf};
+const genreg::RecordForm recordForm{Hook::compareRecord,
+                                    Hook::unpackRecord,
+                                    sizeof(ServiceEntryRecord),
+                                    match,
+                                    fill,
+                                    hashOf,
+                                    identityOf,
+                                    nullptr,
+                                    Hook::getRecordSize,
+                                    Hook::validateKey,
+                                    nullptr};
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {

@@ -203,8 +203,17 @@ std::uint64_t identityOf(const void*) noexcept { return VARVAL_IDENTITY; }
 
 using Hook = genreg::LineFlavourHook<VarVal>;
 
-const genreg::RecordForm recordForm{
-    Hook::compareRecord, Hook::unpackRecord, sizeof(VarValRecord), match, fill, hashOf, identityOf};
+const genreg::RecordForm recordForm{Hook::compareRecord,
+                                    Hook::unpackRecord,
+                                    sizeof(VarValRecord),
+                                    match,
+                                    fill,
+                                    hashOf,
+                                    identityOf,
+                                    nullptr,
+                                    Hook::getRecordSize,
+                                    Hook::validateKey,
+                                    nullptr};
 
 // Hands a number on when the conversion took the whole text.
 template <typename Number>
