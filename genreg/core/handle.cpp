@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "genreg_codes.h"
 #include "sysservices/file_system.h"
@@ -24,11 +25,11 @@ bool isFeatureValue(std::uint64_t feature) { return feature != 0 && feature <= G
 // Joins the parts of a name. GENREG_PATH_MAX leaves room for the longest: the lock file's is six
 // characters longer than the path.
 template <std::size_t Size>
-void setName(char (&name)[Size], std::initializer_list<const char*> parts) {
+void setName(char (&name)[Size], std::initializer_list<std::string_view> parts) {
   std::size_t length = 0;
-  for (const char* part : parts) {
-    const std::size_t count = std::min(std::strlen(part), Size - 1 - length);
-    std::memcpy(name + length, part, count);
+  for (const std::string_view part : parts) {
+    const std::size_t count = std::min(part.size(), Size - 1 - length);
+    std::memcpy(name + length, part.data(), count);
     length += count;
   }
   name[length] = '\0';
@@ -210,15 +211,17 @@ Code HandleAccess::nameFiles(GenRegFile& handle, Routine& routine, const char* p
   if (ossDirectoryName(path, directory, sizeof directory) != 0) {
     return routine.refuse(GENREG_RC_DIRECTORY_NAME, 20, text(path));
   }
-  setName(handle.registryPath, {path});
-  setName(handle.temporaryPath, {path, ".tmp"});
-  setName(handle.corruptPath, {path, ".cor"});
-  const char separator[] = {ossPathSeparator, '\0'};
+  const std::string_view whole(path);
+  setName(handle.registryPath, {whole});
+  setName(handle.temporaryPath, {whole, ".tmp"});
+  setName(handle.corruptPath, {whole, ".cor"});
+  const char separator = ossPathSeparator;
   const bool bareName = std::strcmp(directory, ".") == 0;
-  const char* before = bareName ? "" : directory;
-  const char* joint = bareName ? "" : separator;
-  setName(handle.lockPath, {before, joint, ".", base, ".lock"});
-  setName(handle.backupPath, {before, joint, ".", base, ".bkp"});
+  const std::string_view before(bareName ? "" : directory);
+  const std::string_view joint(&separator, bareName ? 0 : 1);
+  const std::string_view name(base);
+  setName(handle.lockPath, {before, joint, ".", name, ".lock"});
+  setName(handle.backupPath, {before, joint, ".", name, ".bkp"});
   if (handle.session->resolveNames() != 0) return routine.refuse(OSS_RC_NO_MEMORY, 30, text(path));
   handle.status |= GENREG_STATUS_READY;
   return GENREG_RC_OK;

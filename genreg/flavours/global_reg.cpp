@@ -28,7 +28,9 @@ unsigned int getGlobalRegPath(char* path, unsigned short* size) {
   const char* named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
   if (path == nullptr) return GENREG_RC_GLOBAL_PATH_NULL;
   char standard[16];
-  (void)std::snprintf(standard, sizeof standard, "%s%c%s", ".", ossPathSeparator, "global.reg");
+  if (named == nullptr) {
+    (void)std::snprintf(standard, sizeof standard, "%s%c%s", ".", ossPathSeparator, "global.reg");
+  }
   const char* chosen = named == nullptr ? standard : named;
   const std::size_t needed = std::strlen(chosen) + 1;
   const bool fits = needed <= *size;
