@@ -59,9 +59,11 @@ struct RecordForm {
   // The flavour's own GetRecordSize hook, which gives `recordSize`, and its ValidateKey hook.
   GenRegSizeHook size;
   GenRegValidateHook validate;
-  // Whether a key under that mask is accepted and matches every record that can be filled; null
-  // where none does.
-  bool (*matchesAll)(std::uint64_t mask, const void* key) noexcept;
+  // Whether ValidateKey accepts every key under that mask; null where it never does.
+  bool (*accepts)(std::uint64_t mask) noexcept;
+  // As match(), for whoever fills the record next: whether it can be filled at all is left to that.
+  Match (*matchToFill)(std::uint64_t mask, const char* stored, std::size_t length,
+                       const void* key) noexcept;
 };
 
 }  // namespace genreg

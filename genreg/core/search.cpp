@@ -202,8 +202,6 @@ void Search::close() noexcept {
 template <typename Records>
 void Search::find(Records records) noexcept {
   const RecordForm* form = store_.form(any_ ? record_ : key_, size_);
-  const bool all =
-      any_ || (form != nullptr && form->matchesAll != nullptr && form->matchesAll(mask_, key_));
   Frame frame;
   for (;;) {
     if (const Code code = records.next(frame); code != 0) {
@@ -218,7 +216,7 @@ void Search::find(Records records) noexcept {
     if (form != nullptr && frame.isPlain()) {
       const char* stored = frame.stored.data();
       const Match match =
-          all ? Match::Matches : form->match(mask_, stored, frame.stored.size(), key_);
+          any_ ? Match::Matches : form->matchToFill(mask_, stored, frame.stored.size(), key_);
       if (match == Match::Differs) {
         records.skipDiffering(form, mask_, key_);
         continue;
@@ -264,8 +262,8 @@ Code get(RecordStore& store, std::uint64_t mask, void* key, void* record) noexce
 
 namespace {
 
-// The next record of a scan of all records, where it stands whole in the window and the flavour
-// fills it at once: that is most of them. Else false, and nothing has happened.
+// The next record of a scan, where all up to it stand whole in the window, and the flavour knows
+// them as they stand: that is so for most. Else false, and only records that differ are passed.
 bool takeNext(RecordStore& store, std::uint64_t mask, const void* key, void* record) noexcept {
   const HandleAccess& handle = store.handle();
   constexpr std::uint64_t scanBits = GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END;
@@ -275,17 +273,21 @@ bool takeNext(RecordStore& store, std::uint64_t mask, const void* key, void* rec
       handle.validateHook() != form->validate || !store.suits(*form)) {
     return false;
   }
-  const bool all = store.kind.isText ? mask == 0
-                                     : form->matchesAll != nullptr && key != nullptr &&
-                                           form->matchesAll(mask, key);
-  if (!all) return false;
+  const bool any = store.kind.isText && mask == 0;
+  if (!any && (key == nullptr || form->accepts == nullptr || !form->accepts(mask))) return false;
   File& file = store.session().scanned();
   file.fetchPlace();
-  Frame frame;
-  const std::uint64_t place = file.offset();
-  const bool taken =
-      store.takePlain(file, frame) && form->fill(frame.stored.data(), frame.stored.size(), record);
-  if (!taken) file.seek(place);
+  bool taken = false;
+  for (Frame frame; !taken && store.takePlain(file, frame);) {
+    const std::string_view stored = frame.stored;
+    const Match match =
+        any ? Match::Matches : form->matchToFill(mask, stored.data(), stored.size(), key);
+    if (match == Match::Differs) continue;
+    taken = match == Match::Matches && form->fill(stored.data(), stored.size(), record);
+    if (taken) continue;
+    file.seek(frame.offset);
+    break;
+  }
   file.setPlace();
   return taken;
 }

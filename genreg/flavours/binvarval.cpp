@@ -73,13 +73,11 @@ std::uint64_t identityOf(const void*) noexcept { return BINVARVAL_IDENTITY; }
 
 using Hook = genreg::FlavourHook<BinVarVal>;
 
-bool matchesAll(std::uint64_t mask, const void*) noexcept {
-  return (mask & (BINVARVAL_VARIABLE | BINVARVAL_VALUE)) == 0;
-}
+bool accepts(std::uint64_t) noexcept { return true; }
 
 const genreg::RecordForm recordForm{
-    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,       fill,      hashOf,
-    identityOf,          nullptr, Hook::getRecordSize,     validateKey, matchesAll};
+    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,       fill,    hashOf,
+    identityOf,          nullptr, Hook::getRecordSize,     validateKey, accepts, match};
 
 }  // namespace
 

@@ -230,8 +230,15 @@ std::uint64_t identityOf(const void* record) noexcept {
 
 using Hook = genreg::FlavourHook<Global>;
 
-bool matchesAll(std::uint64_t mask, const void* key) noexcept {
-  return mask == 0 && static_cast<const GlobalRegRecord*>(key)->RecordType == 0;
+bool accepts(std::uint64_t mask) noexcept { return mask == 0; }
+
+// Without a field to compare, the type decides.
+Match matchToFill(std::uint64_t mask, const char* stored, std::size_t length,
+                  const void* key) noexcept {
+  const std::uint32_t wanted = static_cast<const GlobalRegRecord*>(key)->RecordType;
+  const bool decides =
+      mask == 0 && (wanted == 0 || genreg::GlobalStoredReader(stored, length).type() == wanted);
+  return decides ? Match::Matches : match(mask, stored, length, key);
 }
 
 const genreg::RecordForm recordForm{Hook::compareRecord,
@@ -244,7 +251,8 @@ const genreg::RecordForm recordForm{Hook::compareRecord,
                                     notifyChange,
                                     Hook::getRecordSize,
                                     Hook::validateKey,
-                                    matchesAll};
+                                    accepts,
+                                    matchToFill};
 
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   const Routine routine(Function::globalGetPackedLength);

@@ -236,7 +236,8 @@ const genreg::RecordForm recordForm{Hook::compareRecord,
                                     nullptr,
                                     Hook::getRecordSize,
                                     Hook::validateKey,
-                                    nullptr};
+                                    nullptr,
+                                    match};
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {

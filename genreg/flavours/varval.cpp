@@ -213,7 +213,8 @@ const genreg::RecordForm recordForm{Hook::compareRecord,
                                     nullptr,
                                     Hook::getRecordSize,
                                     Hook::validateKey,
-                                    nullptr};
+                                    nullptr,
+                                    match};
 
 // Hands a number on when the conversion took the whole text.
 template <typename Number>
