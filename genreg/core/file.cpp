@@ -209,6 +209,7 @@ int File::flushAll() noexcept {
 }
 
 int File::close() noexcept {
+  if (!open_ && !handle_.isOpen()) return 0;
   int error = flushAll();
   face_.close();
   void* block = buffer_ == own_ ? nullptr : buffer_;
