@@ -64,6 +64,10 @@ TEST_F(ScanTest, APositionSetAgainBringsTheSameRecordBack) {
     EXPECT_EQ(nextValues(handle, static_cast<int>(std::string(values).size() + 1) / 2), values);
     EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
   }
+  handle.ValidateKey = [](std::uint64_t, void*) { return 1u; };
+  EXPECT_EQ(handle.Rewind(), 0u);
+  EXPECT_EQ(next(handle), -1);
+  EXPECT_EQ(code_, GENREG_RC_KEY_REJECTED);
   position = -5;
   EXPECT_EQ(handle.setRegFilePosition(&position), GENREG_RC_SETPOS_FAILED);
   EXPECT_EQ(handle.getRegFilePosition(nullptr), OSS_RC_NULL_ARGUMENT);
@@ -111,9 +115,10 @@ TEST_F(ScanTest, WhatFollowsADamagedRecordIsNeverTakenForOne) {
 TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
   TestRegistry handle(registry());
   ASSERT_EQ(handle.OpenScan(), 0u);
-  const std::string grown = readFile(registry()) + frame(variable("a", 4));
+  const std::string before = readFile(registry());
+  const std::string grown = before + frame(variable("a", 4));
   writeFile(registry(), grown + grown);
-  for (const std::size_t behind : {grown.size(), std::size_t{130}, std::size_t{5000}}) {
+  for (const std::size_t behind : {before.size() + 1, grown.size(), std::size_t{5000}}) {
     auto position = static_cast<std::int64_t>(behind);
     EXPECT_EQ(handle.setRegFilePosition(&position), 0u);
     EXPECT_EQ(next(handle), -1);
