@@ -11,7 +11,6 @@
 
 #include "bench/subject.h"
 #include "genreg.h"
-#include "sysservices/environment.h"
 
 namespace flavours {
 
@@ -54,13 +53,7 @@ struct GlobalRegistry {
   using Record = GlobalRegRecord;
   static constexpr std::uint64_t mask = 0x3;  // service and variable
 
-  // The path comes from the environment, which a program sets once.
-  static Handle open(const std::string& path) {
-    static const std::string* named = nullptr;
-    if (named != &path) (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path.c_str());
-    named = &path;
-    return Handle();
-  }
+  static Handle open(const std::string& path) { return Handle(path.c_str(), nullptr); }
   static void fill(Record& record, const Entry& entry) {
     record.RecordType = GLOBALREG_RECORD_VARIABLE;
     record.FieldMask = entry.comment.empty() ? 0x7 : 0xF;

@@ -172,5 +172,7 @@ class GlobalReg : public GenRegBin {
   // Opens nothing. When the variable is set but empty, or the path is longer than 253 characters,
   // every operation of the object fails.
   GENREG_API GlobalReg() noexcept;
+  // At a path of the caller's, whatever the environment says; as GenRegVarVal's constructor.
+  GENREG_API GlobalReg(const char* path, unsigned int* rc) noexcept;
   GENREG_API ~GlobalReg();
 };

@@ -100,6 +100,9 @@ TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
   GenRegBinVarVal withoutOutcome("", nullptr);
+  Code code = 0;
+  const GlobalReg nowhere("", &code);
+  EXPECT_EQ(code, GENREG_RC_NO_ARGUMENT);
   // A global registry's constructor has its log alone to say why.
   for (const auto& [length, logged] : {std::pair(260u, Code{GENREG_RC_PATH_TOO_LONG}),
                                        std::pair(261u, Code{GENREG_RC_GLOBAL_PATH_SMALL})}) {

@@ -311,22 +311,22 @@ unsigned int packRecord(void** record, void* previous) {
   return routine.code();
 }
 
+const genreg::FlavourHooks globalHooks{
+    Hook::compareRecord, Hook::validateKey,   printRecord,           notifyChange,    unpackRecord,
+    packRecord,          Hook::getRecordSize, Hook::getRecordLength, getPackedLength, &recordForm};
+
+void setFeatures(GlobalReg& handle) {
+  (void)handle.unsetFeature(GENREG_ALLOW_DUPLICATES);
+  (void)handle.setFeature(GENREG_VERIFY_UPDATES);
+  (void)handle.setFeature(GENREG_PACKED_RECORDS);
+  (void)handle.setFeature(GENREG_NOTIFY_CHANGE);
+}
+
 }  // namespace
 
 GlobalReg::GlobalReg() noexcept {
   Routine routine(Function::globalConstructor);
-  genreg::FlavourHooks hooks{};
-  hooks.compareRecord = Hook::compareRecord;
-  hooks.validateKey = Hook::validateKey;
-  hooks.printRecord = printRecord;
-  hooks.notifyChange = notifyChange;
-  hooks.unpackRecord = unpackRecord;
-  hooks.packRecord = packRecord;
-  hooks.getRecordSize = Hook::getRecordSize;
-  hooks.getRecordLength = Hook::getRecordLength;
-  hooks.getPackedLength = getPackedLength;
-  hooks.form = &recordForm;
-  genreg::HandleAccess::install(*this, hooks);
+  genreg::HandleAccess::install(*this, globalHooks);
   char path[pathBufferSize];
   unsigned short size = sizeof path;
   unsigned int code = getGlobalRegPath(path, &size);
@@ -337,11 +337,12 @@ GlobalReg::GlobalReg() noexcept {
     (void)routine.fail(code, 10, genreg::number(needed));
     return;
   }
-  if (genreg::HandleAccess::nameFiles(*this, routine, path) != 0) return;
-  (void)unsetFeature(GENREG_ALLOW_DUPLICATES);
-  (void)setFeature(GENREG_VERIFY_UPDATES);
-  (void)setFeature(GENREG_PACKED_RECORDS);
-  (void)setFeature(GENREG_NOTIFY_CHANGE);
+  if (genreg::HandleAccess::nameFiles(*this, routine, path) == 0) setFeatures(*this);
+}
+
+GlobalReg::GlobalReg(const char* path, unsigned int* rc) noexcept {
+  Routine routine(Function::globalConstructor);
+  if (genreg::HandleAccess::setUp(*this, routine, path, globalHooks, rc) == 0) setFeatures(*this);
 }
 
 GlobalReg::~GlobalReg() = default;
