@@ -240,6 +240,11 @@ TEST_F(SessionTest, AReadersLockEndsWithItThoughAChildLives) {
   const OSSFileLockParam wanted{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
   ASSERT_EQ(file.open(&opened), 0u);
   EXPECT_EQ(file.lock(&wanted), 0u);
+  EXPECT_EQ(file.unlock(), 0u);
+  // And it does not end when the child closes what it has inherited.
+  ASSERT_EQ(reader.OpenScan(), 0u);
+  expectInChild([&] { return reader.CloseScan() == 0; });
+  EXPECT_EQ(file.lock(&wanted), OSS_RC_LOCK_BUSY);
 }
 
 }  // namespace
