@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "versions.h"
+#include "faces/versions.h"
 
 namespace zorreg {
 namespace {
@@ -44,7 +44,7 @@ std::string setField(const std::string& value, const GlobalRegField& field,
                                                      : (std::uint64_t{1} << (8 * field.width)) - 1;
     std::uint64_t number = 0;
     const bool ok = isVersion(field)
-                        ? parseDotted(value, number)
+                        ? faces::parseDotted(value, number)
                         : parseNumber(value.data(), value.data() + value.size(), largest, number);
     if (!ok) {
       return "'" + printable(value) + "': " + field.name +
@@ -93,7 +93,7 @@ std::string fieldText(const GlobalRegField& field, const GlobalRegRecord& record
     return {text, ::strnlen(text, field.width)};
   }
   const std::uint64_t number = numberOf(field, record);
-  return isVersion(field) ? versionText(number) : std::to_string(number);
+  return isVersion(field) ? faces::versionText(number) : std::to_string(number);
 }
 
 }  // namespace
