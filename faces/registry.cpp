@@ -296,9 +296,10 @@ class RegistryOf final : public Registry {
     if (judge(read(wanted, found)) != 0) return code_;
     Made<Record> merged;
     if (!merge(given, found, merged)) return code_;
+    // By its whole identity a record is found at once, and is mostly the only one.
     const std::uint64_t identity = identityOfKind(found);
-    const bool isQuick =
-        !wanted.isExact() && isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
+    const bool isQuick = (wanted.mask & identity) == identity && !wanted.isExact() &&
+                         isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
     if (!isQuick) return changeEach(wanted, given);
     const unsigned int code = changeOnly(wanted, merged.record);
     // Equal in what the flavour compares, or not the only one.
