@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "commands.h"
+#include "faces/versions.h"
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
-#include "faces/versions.h"
 
 namespace zorreg {
 namespace {
@@ -97,8 +97,8 @@ const Line& headings(const OSSInstanceInfo_t*) {
 }
 
 Line lineOf(const OSSServiceInfo_t& record) {
-  return {field(record.service), faces::versionText(record.versionCode), orDash(field(record.copyName)),
-          orDash(field(record.installPath))};
+  return {field(record.service), faces::versionText(record.versionCode),
+          orDash(field(record.copyName)), orDash(field(record.installPath))};
 }
 Line lineOf(const OSSInstanceInfo_t& record) {
   std::string flags;
