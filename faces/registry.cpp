@@ -301,10 +301,24 @@ class RegistryOf final : public Registry {
     const bool isQuick = (wanted.mask & identity) == identity && !wanted.isExact() &&
                          isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
     if (!isQuick) return changeEach(wanted, given);
+    if (file_.isSame(found, merged.record) && isOnly(wanted)) {
+      return fail(GENREG_RC_UNCHANGED, "the record is so already");
+    }
+    if (code_ != 0) return code_;
     const unsigned int code = changeOnly(wanted, merged.record);
     // Equal in what the flavour compares, or not the only one.
     const bool isUnclear = code == GENREG_RC_UNCHANGED || code == GENREG_RC_AMBIGUOUS;
     return isUnclear ? changeEach(wanted, given) : code;
+  }
+
+  // Whether one record alone matches, as the flavour compares, which skips the others fast.
+  bool isOnly(Key& wanted) {
+    Record found;
+    std::size_t count = 0;
+    const auto isFirst = [&] { return ++count == 1; };
+    if (forEachMatch(wanted, found, isFirst, false) != GENREG_RC_END) return false;
+    code_ = 0;
+    return count == 1;
   }
 
   // With the flavour's comparison, changes the record that matches, which must be the only one.
@@ -375,8 +389,8 @@ class RegistryOf final : public Registry {
   // In an update, reads each record that matches into `record` and calls `visit` until that is
   // false. Gives 0, or visit's own failure, then; GENREG_RC_END behind the last; or what failed.
   template <typename Visit>
-  unsigned int forEachMatch(Key& wanted, Record& record, Visit visit) {
-    file_.compareExactly(true);
+  unsigned int forEachMatch(Key& wanted, Record& record, Visit visit, bool exactly = true) {
+    file_.compareExactly(exactly);
     if (judge(file_.OpenScan()) != 0) return code_;
     struct Closed {
       Exact<Flavour, Record>& file;

@@ -39,10 +39,11 @@ std::string typeName(const GlobalRegRecord& record) {
   return type == nullptr ? std::to_string(record.RecordType) : type->name;
 }
 
-std::string setField(const std::string& value, const GlobalRegField& field,
-                     GlobalRegRecord& record) {
+std::string setField(const std::string& value, const GlobalRegType& type,
+                     const GlobalRegField& field, GlobalRegRecord& record) {
   faces::NamedFields given;
   faces::Made<GlobalRegRecord> made;
+  given.set("Type", type.name);
   given.set(field.name, value);
   if (const faces::Complaint wrong = faces::makeRecord(given, &record, made)) {
     return "'" + printable(value) + "': " + wrong.cause;
@@ -72,7 +73,7 @@ std::string setFields(const std::vector<std::string>& words, const GlobalRegType
     if (value.empty() && !mayTakeAway) return name + " has no value";
     if ((given & field->bit) != 0) return name + " is given twice";
     given |= field->bit;
-    std::string wrong = setField(value, *field, record);
+    std::string wrong = setField(value, type, *field, record);
     if (!wrong.empty()) return wrong;
   }
   return {};
