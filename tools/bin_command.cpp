@@ -5,6 +5,8 @@
 
 #include "commands.h"
 #include "exact_registry.h"
+#include "faces/record_fields.h"
+#include "field_json.h"
 #include "registry_use.h"
 
 namespace zorreg {
@@ -18,22 +20,22 @@ void copyField(char (&field)[Size], const std::string& text) {
   std::memcpy(field, text.data(), std::min(text.size(), Size - 1));
 }
 
+constexpr JsonMember members[] = {{"name", "Variable", JsonMember::Text, true},
+                                  {"value", "Value", JsonMember::Number, true},
+                                  {"comment", "Comment", JsonMember::Text, false}};
+
 class Bin : public Exact<GenRegBinVarVal, BinVarValRecord> {
  public:
   static constexpr Kind kind = Kind::Bin;
   using Exact::Exact;
   static bool holdsEntry(const Record&) { return true; }
   static Row rowOf(const Record& record) {
-    const auto text = [](const char(&field)[sizeof record.Variable]) {
-      return std::string(field, ::strnlen(field, sizeof field));
-    };
-    const std::string comment = text(record.Comment);
+    const faces::NamedFields fields = faces::fieldsOf(record);
+    const std::string* const comment = fields.find("Comment");
     char line[64];
-    (void)std::snprintf(line, sizeof line, "%-15s %11d  ", printable(text(record.Variable)).c_str(),
-                        record.Value);
-    Json json{{"name", text(record.Variable)}, {"value", record.Value}};
-    if (!comment.empty()) json["comment"] = comment;
-    return {{line + printable(comment)}, json};
+    (void)std::snprintf(line, sizeof line, "%-15s %11s  ",
+                        printable(*fields.find("Variable")).c_str(), fields.find("Value")->c_str());
+    return {{line + (comment == nullptr ? "" : printable(*comment))}, jsonOf(fields, members)};
   }
 };
 

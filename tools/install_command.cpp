@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "commands.h"
+#include "faces/versions.h"
 #include "ossinstall.h"
 #include "output.h"
 #include "report.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
-#include "versions.h"
 
 namespace zorreg {
 namespace {
@@ -44,7 +44,7 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   if (text.empty()) return false;
   const bool hexadecimal = text.compare(0, 2, "0x") == 0;
   const bool packed = text.size() > mostPartDigits && text.find('.') == std::string::npos;
-  if (!hexadecimal && !packed) return parseDotted(text, code);
+  if (!hexadecimal && !packed) return faces::parseDotted(text, code);
   const std::string digits = hexadecimal ? text.substr(2) : text;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) return false;
@@ -97,15 +97,15 @@ const Line& headings(const OSSInstanceInfo_t*) {
 }
 
 Line lineOf(const OSSServiceInfo_t& record) {
-  return {field(record.service), versionText(record.versionCode), orDash(field(record.copyName)),
-          orDash(field(record.installPath))};
+  return {field(record.service), faces::versionText(record.versionCode),
+          orDash(field(record.copyName)), orDash(field(record.installPath))};
 }
 Line lineOf(const OSSInstanceInfo_t& record) {
   std::string flags;
   for (const std::string& flag : flagsOf(record)) flags += (flags.empty() ? "" : ",") + flag;
   return {field(record.service),
           field(record.instanceName),
-          versionText(record.versionCode),
+          faces::versionText(record.versionCode),
           orDash(field(record.copyName)),
           orDash(flags),
           orDash(field(record.hostName)),
@@ -114,7 +114,7 @@ Line lineOf(const OSSInstanceInfo_t& record) {
 
 Json jsonOf(const OSSServiceInfo_t& record) {
   return {{"service", record.service},
-          {"version", versionText(record.versionCode)},
+          {"version", faces::versionText(record.versionCode)},
           {"versionCode", versionHexadecimal(record.versionCode)},
           {"level", record.level},
           {"copyName", record.copyName},
@@ -123,7 +123,7 @@ Json jsonOf(const OSSServiceInfo_t& record) {
 Json jsonOf(const OSSInstanceInfo_t& record) {
   return {{"kind", record.service},
           {"instanceName", record.instanceName},
-          {"version", versionText(record.versionCode)},
+          {"version", faces::versionText(record.versionCode)},
           {"versionCode", versionHexadecimal(record.versionCode)},
           {"copyName", record.copyName},
           {"installPath", record.installPath},
@@ -265,7 +265,7 @@ int findInstance(const Arguments& arguments) {
 int showVersion(const Arguments& arguments) {
   std::uint64_t code = 0;
   if (!parseVersion(arguments.version, code)) return reportVersion(arguments.version);
-  const std::string text = versionText(code);
+  const std::string text = faces::versionText(code);
   const int packed = ossVersionCodeServiceToZOR(code);
   if (arguments.json) {
     printJson({{"version", text}, {"versionCode", versionHexadecimal(code)}, {"packed", packed}});

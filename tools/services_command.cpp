@@ -6,6 +6,8 @@
 
 #include "commands.h"
 #include "exact_registry.h"
+#include "faces/record_fields.h"
+#include "field_json.h"
 #include "registry_use.h"
 
 namespace zorreg {
@@ -37,6 +39,12 @@ std::vector<std::string> aliasesOf(const ServiceEntryRecord& record) {
   return aliases;
 }
 
+constexpr JsonMember members[] = {{"name", "Name", JsonMember::Text, true},
+                                  {"port", "Port", JsonMember::Number, true},
+                                  {"protocol", "Protocol", JsonMember::Text, true},
+                                  {"aliases", "Aliases", JsonMember::Words, true},
+                                  {"comment", "Comment", JsonMember::Text, false}};
+
 class Services : public Exact<GenRegServices, ServiceEntryRecord> {
  public:
   static constexpr Kind kind = Kind::Services;
@@ -47,17 +55,13 @@ class Services : public Exact<GenRegServices, ServiceEntryRecord> {
   static Row rowOf(const Record& record) {
     const bool odd = (record.Contains & SERVICES_BAD_PORT) != 0 || record.protocol == nullptr;
     const std::string protocol = record.protocol == nullptr ? "" : record.protocol;
-    const std::string comment = bareComment(record.comment);
-    const std::vector<std::string> aliases = aliasesOf(record);
-    std::string joined;
-    for (const std::string& alias : aliases) joined += (joined.empty() ? "" : " ") + alias;
-    Json json{{"name", record.name}, {"port", portOf(record)}, {"protocol", protocol}};
-    json["aliases"] = aliases;
-    if (record.comment != nullptr) json["comment"] = comment;
+    const faces::NamedFields fields = faces::fieldsOf(record);
+    const std::string* const aliases = fields.find("Aliases");
+    Json json = jsonOf(fields, members);
     if (odd) json["understood"] = false;
     return {{printable(record.name),
              std::to_string(portOf(record)) + "/" + printable(protocol) + (odd ? " ?" : ""),
-             printable(joined), printable(comment)},
+             aliases == nullptr ? "" : printable(*aliases), printable(bareComment(record.comment))},
             json};
   }
 };

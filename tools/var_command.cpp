@@ -4,11 +4,17 @@
 
 #include "commands.h"
 #include "exact_registry.h"
+#include "faces/record_fields.h"
+#include "field_json.h"
 #include "odd_assignment.h"
 #include "registry_use.h"
 
 namespace zorreg {
 namespace {
+
+constexpr JsonMember members[] = {{"name", "Variable", JsonMember::Text, true},
+                                  {"value", "Value", JsonMember::Text, true},
+                                  {"comment", "Comment", JsonMember::Text, false}};
 
 class Var : public Exact<GenRegVarVal, VarValRecord> {
  public:
@@ -18,10 +24,9 @@ class Var : public Exact<GenRegVarVal, VarValRecord> {
     return (record.Contains & VARVAL_HAS_VARIABLE) != 0;
   }
   static Row rowOf(const Record& record) {
-    const std::string comment = bareComment(record.Comment);
-    Json json{{"name", record.Variable}, {"value", record.Value}};
-    if (record.Comment != nullptr) json["comment"] = comment;
-    return {{printable(record.Variable), printable(record.Value), printable(comment)}, json};
+    return {{printable(record.Variable), printable(record.Value),
+             printable(bareComment(record.Comment))},
+            jsonOf(faces::fieldsOf(record), members)};
   }
 };
 

@@ -1,10 +1,10 @@
-#include "versions.h"
+#include "faces/versions.h"
 
 #include <algorithm>
 
 #include "ossinstall.h"
 
-namespace zorreg {
+namespace faces {
 
 // The library takes empty and larger parts, too.
 bool parseDotted(const std::string& text, std::uint64_t& code) {
@@ -26,4 +26,4 @@ std::string versionText(std::uint64_t code) {
   return text;
 }
 
-}  // namespace zorreg
+}  // namespace faces

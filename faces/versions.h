@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
-namespace zorreg {
+namespace faces {
 
 bool parseDotted(const std::string& text, std::uint64_t& code);
 std::string versionText(std::uint64_t code);
 
-}  // namespace zorreg
+}  // namespace faces

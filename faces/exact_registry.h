@@ -1,0 +1,197 @@
+// The flavours with a comparison that knows every field: two records that differ in anything that a
+// person can set are not equal, so that a change of it is a change, and what is written back is
+// what was there. The flavour's own comparison finds names by its index, but knows less; one call
+// switches between the two.
+#pragma once
+
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <type_traits>
+
+#include "faces/record_fields.h"
+#include "genreg.h"
+#include "genreg/core/handle.h"
+#include "sysservices/file_system.h"
+
+namespace faces {
+
+inline const char* commentOf(const VarValRecord& record) noexcept { return record.Comment; }
+inline const char* commentOf(const ServiceEntryRecord& record) noexcept { return record.comment; }
+
+template <typename Record>
+constexpr bool isLine =
+    std::is_same_v<Record, VarValRecord> || std::is_same_v<Record, ServiceEntryRecord>;
+
+inline bool equalTexts(const char* left, const char* right) noexcept {
+  return std::strcmp(left == nullptr ? "" : left, right == nullptr ? "" : right) == 0;
+}
+
+// A comment that is given is written behind a blank, which one that was found has.
+template <typename Record>
+bool sameComment(std::uint64_t mask, const Record& stored, const Record& given) noexcept {
+  const char* comment = commentOf(given);
+  if ((mask & asFound) != 0) comment = bareComment(comment);
+  return equalTexts(bareComment(commentOf(stored)), comment);
+}
+inline bool sameComment(std::uint64_t, const BinVarValRecord& stored,
+                        const BinVarValRecord& given) noexcept {
+  return std::strncmp(stored.Comment, given.Comment, sizeof stored.Comment) == 0;
+}
+inline bool sameComment(std::uint64_t, const GlobalRegRecord&, const GlobalRegRecord&) noexcept {
+  return true;  // the flavour compares it
+}
+
+template <typename Record>
+bool sameAliases(const Record&, const Record&) noexcept {
+  return true;
+}
+inline bool sameAliases(const ServiceEntryRecord& stored,
+                        const ServiceEntryRecord& given) noexcept {
+  const char* none[] = {nullptr};
+  const char** left = stored.aliases == nullptr ? none : stored.aliases;
+  const char** right = given.aliases == nullptr ? none : given.aliases;
+  while (*left != nullptr && *right != nullptr && std::strcmp(*left, *right) == 0) ++left, ++right;
+  return *left == *right;
+}
+
+// What a mask asks for beyond what the flavour compares. A number that is absent is not 0.
+template <typename Record>
+bool sameBeyond(std::uint64_t, const Record&, const Record&) noexcept {
+  return true;
+}
+inline bool sameBeyond(std::uint64_t mask, const GlobalRegRecord& stored,
+                       const GlobalRegRecord& given) noexcept {
+  const GlobalRegType* const type = globalRegFindType(stored.RecordType);
+  const std::uint64_t known = type == nullptr ? 0 : type->knownMask;
+  const std::uint64_t compared = ((mask & byUnknownFields) != 0 ? ~known : 0) | (mask & known);
+  return ((stored.FieldMask ^ given.FieldMask) & compared) == 0 &&
+         ((mask & byCheckSum) == 0 || stored.CheckSum == given.CheckSum);
+}
+
+// The global registry with the constructor of the other flavours; of null, where it itself is.
+class GlobalAt : public GlobalReg {
+ public:
+  GlobalAt(const char* path, unsigned int* code) noexcept {
+    if (path != nullptr) {
+      genreg::Routine routine(genreg::Function::globalConstructor);
+      *code = genreg::HandleAccess::checkPath(path);
+      if (*code == 0) *code = genreg::HandleAccess::nameFiles(*this, routine, path);
+      if (*code != 0) return;
+      features = GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS | GENREG_NOTIFY_CHANGE;
+      return;
+    }
+    *code = (status & GENREG_STATUS_READY) != 0 ? 0 : GENREG_RC_NO_ARGUMENT;
+  }
+};
+
+template <typename Flavour, typename Stored>
+class Exact : public Flavour {
+ public:
+  using Record = Stored;
+
+  // *code: that of the construction.
+  Exact(const char* path, unsigned int* code) noexcept : Flavour(path, code) {
+    if (*code != 0) return;
+    plainCompare.store(this->GenRegFile::CompareRecord, std::memory_order_relaxed);
+    plainValidate.store(this->GenRegFile::ValidateKey, std::memory_order_relaxed);
+    plainUnpack.store(this->GenRegFile::UnpackRecord.text, std::memory_order_relaxed);
+    unpackHook_ = this->GenRegFile::UnpackRecord;
+  }
+
+  void compareExactly(bool exactly) noexcept {
+    this->GenRegFile::CompareRecord =
+        exactly ? compare : plainCompare.load(std::memory_order_relaxed);
+    this->GenRegFile::ValidateKey =
+        exactly ? validate : plainValidate.load(std::memory_order_relaxed);
+    if constexpr (isLine<Record>) {
+      this->GenRegFile::UnpackRecord = exactly ? GenRegUnpackHook(unpack) : unpackHook_;
+    }
+  }
+
+  bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
+  bool isMissing() const noexcept {
+    return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
+  }
+
+  static bool isSame(Record& stored, Record& given) noexcept {
+    return compare(GENREG_ALL_FIELDS, &stored, &given) == 1;
+  }
+  static bool isSameBy(std::uint64_t mask, Record& stored, Record& given) noexcept {
+    return compare(mask, &stored, &given) == 1;
+  }
+
+  // Why a record's line would not be read back as the record is, or could not be changed later;
+  // nothing where records are no lines.
+  Complaint judgeLine(Record& record) const {
+    if constexpr (isLine<Record>) {
+      char line[GENREG_LINE_SIZE] = "";
+      // The second line is written over the first one, as a change does it.
+      for (int i = 0; i < 2; ++i) {
+        const unsigned int code = this->PackRecord.text(&record, line);
+        if (code == 0) continue;
+        const GenRegReturnCode* const row = genRegFindReturnCode(code);
+        return {OSS_RC_BAD_PARAMETER, std::string("the line cannot be written: ") +
+                                          (row == nullptr ? "unknown code" : row->meaning)};
+      }
+      Record read;
+      if (unpack(&read, line) == 0 && isSame(read, record)) return {};
+      return {OSS_RC_BAD_PARAMETER,
+              "the line would be read back as another record: a \"#\", a quote, "
+              "blanks or an unknown word stand where they must not"};
+    } else {
+      return {};
+    }
+  }
+
+ private:
+  static unsigned int compare(std::uint64_t mask, void* stored, void* given) noexcept {
+    const auto& left = *static_cast<const Record*>(stored);
+    const auto& right = *static_cast<const Record*>(given);
+    const bool wholly = mask == GENREG_ALL_FIELDS || mask == asFound;
+    // All bits are set in the mask of all fields.
+    if (wholly) mask = mask == asFound ? mask | everything : everything;
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      if (!wholly && (mask & byIdentity) != 0) {
+        if (left.RecordType != right.RecordType || identityOf(left) != identityOf(right)) return 0;
+        mask = identityOf(right);
+      }
+    }
+    const GenRegCompareHook plain = plainCompare.load(std::memory_order_relaxed);
+    const std::uint64_t flavours = wholly ? GENREG_ALL_FIELDS : mask & ~beyondFlavours;
+    if (plain(flavours, stored, given) != 1) return 0;
+    const bool same = ((mask & byComment) == 0 || sameComment(mask, left, right)) &&
+                      ((mask & byAliases) == 0 || sameAliases(left, right)) &&
+                      sameBeyond(mask, left, right);
+    return same ? 1 : 0;
+  }
+  static constexpr std::uint64_t everything = ~(asFound | byIdentity | isMade);
+
+  static unsigned int validate(std::uint64_t mask, void* keyOrRecord) noexcept {
+    if (keyOrRecord != nullptr && (mask & isMade) != 0) return 0;
+    return plainValidate.load(std::memory_order_relaxed)(mask, keyOrRecord);
+  }
+
+  // A text flavour shows every byte of a comment that no terminal shows as a "."; what is written
+  // back must be what was there. The texts have the same length.
+  static unsigned int unpack(void* record, char* line) noexcept {
+    const unsigned int code = plainUnpack.load(std::memory_order_relaxed)(record, line);
+    if constexpr (isLine<Record>) {
+      if (const char* comment = commentOf(*static_cast<const Record*>(record));
+          comment != nullptr && code == 0) {
+        if (const char* const hash = std::strchr(line, '#'); hash != nullptr) {
+          std::memcpy(const_cast<char*>(comment), hash + 1, std::strlen(comment));
+        }
+      }
+    }
+    return code;
+  }
+
+  // The same for every object.
+  static inline std::atomic<GenRegCompareHook> plainCompare{nullptr};
+  static inline std::atomic<GenRegValidateHook> plainValidate{nullptr};
+  static inline std::atomic<unsigned int (*)(void*, char*)> plainUnpack{nullptr};
+  GenRegUnpackHook unpackHook_;
+};
+
+}  // namespace faces

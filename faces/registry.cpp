@@ -1,0 +1,436 @@
+#include "faces/registry.h"
+
+#include <optional>
+
+#include "faces/exact_registry.h"
+
+namespace faces {
+namespace {
+
+template <typename Flavour, typename Record>
+class RegistryOf final : public Registry {
+ public:
+  RegistryOf(const char* path, unsigned int* code) : file_(path, code) {}
+
+  unsigned int get(const NamedFields& key, NamedFields& found) override {
+    Key wanted;
+    if (!start() || !readKey(key, wanted)) return code_;
+    Record record;
+    if (judge(read(wanted, record)) == 0) found = fieldsOf(record);
+    return code_;
+  }
+
+  unsigned int add(const NamedFields& given) override {
+    isRefused_ = true;
+    return start() ? addRecord(given) : code_;
+  }
+
+  unsigned int change(const NamedFields& key, const NamedFields& given) override {
+    Key wanted;
+    isRefused_ = true;
+    if (!start() || !readKey(key, wanted) || !readGiven(key, given)) return code_;
+    return update(GENREG_LOCK_WAIT, [&] { return changeMatching(wanted, given); });
+  }
+
+  unsigned int set(const NamedFields& given) override {
+    Key wanted;
+    isRefused_ = true;
+    if (!start() || !readIdentity(given, wanted)) return code_;
+    return update(GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR, [&] {
+      const unsigned int code = changeMatching(wanted, given);
+      if (code == GENREG_RC_UNCHANGED) return succeed();
+      const bool isThere = code != GENREG_RC_NOT_FOUND && code != GENREG_RC_NO_FILE;
+      return isThere ? code : addRecord(given);
+    });
+  }
+
+  unsigned int remove(const NamedFields& key) override {
+    Key wanted;
+    isRefused_ = true;
+    if (!start() || !readKey(key, wanted)) return code_;
+    return update(GENREG_LOCK_WAIT, [&] {
+      file_.compareExactly(wanted.isExact());
+      if (judge(file_.Delete(wanted.mask, &wanted.made.record)) != GENREG_RC_AMBIGUOUS ||
+          !narrow(wanted)) {
+        return code_;
+      }
+      return judge(file_.Delete(wanted.mask, &wanted.made.record));
+    });
+  }
+
+  unsigned int scan() override {
+    file_.compareExactly(isLine<Record>);
+    return judge(file_.OpenScan());
+  }
+
+  unsigned int next(NamedFields& found) override {
+    file_.compareExactly(isLine<Record>);
+    Record key{};
+    Record record;
+    unsigned int code = file_.GetNext(0, &key, &record);
+    while (code == 0 && !isEntry(record)) code = file_.GetNext(0, &key, &record);
+    if (judge(code) == 0) found = fieldsOf(record);
+    return code_;
+  }
+
+  unsigned int endScan() override { return judge(file_.CloseScan()); }
+  unsigned int begin() override {
+    const unsigned int code = file_.BeginUpdate();
+    if (code == 0) {
+      isRefused_ = false;
+      isUpdating_ = true;
+    }
+    return judge(code);
+  }
+  unsigned int commit() override {
+    isUpdating_ = false;
+    isRefused_ = false;
+    return judge(file_.CommitUpdate());
+  }
+  unsigned int abandon() override {
+    isUpdating_ = false;
+    return judge(file_.AbandonUpdate());
+  }
+  void setLockTimeout(std::uint64_t milliseconds) override {
+    (void)file_.setLockTimeout(milliseconds);
+  }
+  bool isCommitted() const override { return !isRefused_ && file_.isUpdateCommitted(); }
+
+ private:
+  struct Key {
+    Made<Record> made;
+    std::uint64_t mask = 0;
+    bool isNamed = true;  // nothing but identifying fields
+    bool isExact() const noexcept { return (mask & beyondFlavours) != 0; }
+  };
+
+  // --- how it went ---
+
+  unsigned int succeed() noexcept {
+    cause_.clear();
+    return code_ = 0;
+  }
+  unsigned int fail(unsigned int code, std::string cause) noexcept {
+    cause_ = std::move(cause);
+    return code_ = code;
+  }
+  bool isFine(Complaint wrong) noexcept {
+    if (!wrong) return true;
+    (void)fail(wrong.code, std::move(wrong.cause));
+    return false;
+  }
+
+  // What an operation on the file has returned, with its cause.
+  unsigned int judge(unsigned int code) {
+    const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
+    if (notOpened && file_.isMissing()) code = GENREG_RC_NO_FILE;
+    if (code == 0 || code == GENREG_RC_END) {
+      cause_.clear();
+      return code_ = code;
+    }
+    const char* const cause = file_.getLastCause();
+    const GenRegReturnCode* const row = genRegFindReturnCode(code);
+    return fail(code, *cause != '\0' || row == nullptr ? cause : row->meaning);
+  }
+
+  bool start() {
+    if (!file_.isScanning()) return true;
+    (void)fail(GENREG_RC_SCAN_OPEN, "a scan is open");
+    return false;
+  }
+
+  // --- keys and records ---
+
+  static bool isEntry(const Record& record) noexcept {
+    if constexpr (std::is_same_v<Record, VarValRecord>) {
+      return (record.Contains & VARVAL_HAS_VARIABLE) != 0;
+    } else if constexpr (std::is_same_v<Record, ServiceEntryRecord>) {
+      return (record.Contains & SERVICES_HAS_SERVICE) != 0;
+    } else {
+      return true;
+    }
+  }
+
+  static std::uint64_t identityOfKind(const Record& record) noexcept {
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      const GlobalRegType* const type = globalRegFindType(record.RecordType);
+      const bool isWhole = type != nullptr && (record.FieldMask & type->identity) == type->identity;
+      return isWhole ? type->identity : byIdentity;
+    } else {
+      return KindOf<Record>::identity;
+    }
+  }
+
+  bool readKey(const NamedFields& key, Key& wanted) {
+    if (key.all().empty()) {
+      (void)fail(GENREG_RC_KEY_EMPTY, "the key holds no fields");
+      return false;
+    }
+    if (!isFine(makeRecord(key, nullptr, wanted.made))) return false;
+    wanted.mask = maskOf(key, wanted.made);
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      const GlobalRegType* const type = globalRegFindType(wanted.made.record.RecordType);
+      wanted.isNamed = wanted.mask != 0 && (wanted.mask & ~type->identity) == 0;
+    }
+    return true;
+  }
+
+  // Whether the fields to change a record to are such, before the lock is taken for them.
+  bool readGiven(const NamedFields& key, NamedFields given) {
+    const std::string* const type = key.find("Type");
+    if (type != nullptr && !given.has("Type") && std::is_same_v<Record, GlobalRegRecord>) {
+      given.set("Type", *type);
+    }
+    Made<Record> alone;
+    return isFine(makeRecord(given, nullptr, alone));
+  }
+
+  bool readIdentity(const NamedFields& given, Key& wanted) {
+    if (!isFine(makeRecord(given, nullptr, wanted.made))) return false;
+    wanted.mask = identityOfKind(wanted.made.record);
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      return isFine(judgeContent(wanted.made.record));
+    } else {
+      for (const FieldRow& row : KindOf<Record>::fields) {
+        if ((row.mask & wanted.mask) != 0 && !isGiven(given, row.name)) return false;
+      }
+      return true;
+    }
+  }
+
+  // A name that is empty is one that a program forgot to fill.
+  bool isGiven(const NamedFields& given, const char* name) {
+    const std::string* const value = given.find(name);
+    if (value != nullptr && !value->empty()) return true;
+    (void)fail(value == nullptr ? GENREG_RC_BAD_ARGUMENT : OSS_RC_BAD_PARAMETER,
+               std::string(name) + (value == nullptr ? " is missing" : " is empty"));
+    return false;
+  }
+
+  static Complaint judgeContent(const GlobalRegRecord& record) {
+    if (record.FieldMask != 0) return {};
+    return {GENREG_RC_BAD_ARGUMENT, "a record has at least one field beside its Type"};
+  }
+
+  // Whether a record can be stored and read back as it is.
+  bool isStorable(Record& record) {
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      return isFine(judgeContent(record));
+    } else {
+      return isFine(file_.judgeLine(record));
+    }
+  }
+
+  // What `found` becomes.
+  bool merge(const NamedFields& given, const Record& found, Made<Record>& merged) {
+    for (const FieldRow& row : KindOf<Record>::fields) {
+      const bool isIdentity = (row.mask & identityOfKind(found)) != 0;
+      if (isIdentity && given.has(row.name) && !isGiven(given, row.name)) return false;
+    }
+    return isFine(makeRecord(given, &found, merged)) && isStorable(merged.record);
+  }
+
+  // --- reading ---
+
+  // The first record that matches.
+  unsigned int read(Key& wanted, Record& record) {
+    file_.compareExactly(wanted.isExact());
+    const unsigned int code = file_.Get(wanted.mask, &wanted.made.record, &record);
+    if (code != 0 || wanted.isExact() || isWhollyShown(record)) return code;
+    file_.compareExactly(true);
+    return file_.Get(wanted.mask, &wanted.made.record, &record);
+  }
+
+  // Whether a record that the flavour itself has read shows every byte of its comment: a "." may
+  // stand for one that no terminal shows.
+  static bool isWhollyShown(const Record& record) noexcept {
+    if constexpr (isLine<Record>) {
+      const char* const comment = commentOf(record);
+      return comment == nullptr || std::strchr(comment, '.') == nullptr;
+    } else {
+      return true;
+    }
+  }
+
+  // --- updates ---
+
+  // Runs `work`, which gives a code, in the update that is open, or in one of its own: what it
+  // reads no other writer changes, and it is committed as a whole or not at all.
+  template <typename Work>
+  unsigned int update(std::uint64_t request, Work work) {
+    if (isUpdating_) return work();
+    if (judge(file_.BeginUpdate(request)) != 0) return code_;
+    struct Abandoned {
+      Exact<Flavour, Record>* file;
+      ~Abandoned() {
+        if (file != nullptr) (void)file->AbandonUpdate();
+      }
+    } abandoned{&file_};
+    isRefused_ = false;
+    if (work() != 0) return code_;
+    abandoned.file = nullptr;
+    return judge(file_.CommitUpdate());
+  }
+
+  unsigned int addRecord(const NamedFields& given) {
+    if (const char* const name = lackedBy<Record>(given); name != nullptr) {
+      return fail(GENREG_RC_BAD_ARGUMENT, std::string(name) + " is missing");
+    }
+    Made<Record> made;
+    if (!isFine(makeRecord(given, nullptr, made)) || !isStorable(made.record)) return code_;
+    const std::uint64_t mask = identityOfKind(made.record);
+    for (const FieldRow& row : KindOf<Record>::fields) {
+      if ((row.mask & mask) != 0 && !isGiven(given, row.name)) return code_;
+    }
+    if (given.has("UnknownFields") && !given.find("UnknownFields")->empty()) {
+      return fail(OSS_RC_BAD_PARAMETER, "UnknownFields of another record cannot be stored");
+    }
+    file_.compareExactly((mask & beyondFlavours) != 0);
+    isRefused_ = false;
+    return judge(file_.Add(mask, &made.record));
+  }
+
+  // In an update, gives every record that matches its new form.
+  unsigned int changeMatching(Key& wanted, const NamedFields& given) {
+    Record found;
+    if (judge(read(wanted, found)) != 0) return code_;
+    Made<Record> merged;
+    if (!merge(given, found, merged)) return code_;
+    // By its whole identity a record is found at once, and is mostly the only one.
+    const std::uint64_t identity = identityOfKind(found);
+    const bool isQuick = (wanted.mask & identity) == identity && !wanted.isExact() &&
+                         isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
+    if (!isQuick) return changeEach(wanted, given);
+    if (file_.isSame(found, merged.record) && isOnly(wanted)) {
+      return fail(GENREG_RC_UNCHANGED, "the record is so already");
+    }
+    if (code_ != 0) return code_;
+    const unsigned int code = changeOnly(wanted, merged.record);
+    // Equal in what the flavour compares, or not the only one.
+    const bool isUnclear = code == GENREG_RC_UNCHANGED || code == GENREG_RC_AMBIGUOUS;
+    return isUnclear ? changeEach(wanted, given) : code;
+  }
+
+  // Whether one record alone matches, as the flavour compares, which skips the others fast.
+  bool isOnly(Key& wanted) {
+    Record found;
+    std::size_t count = 0;
+    const auto isFirst = [&] { return ++count == 1; };
+    if (forEachMatch(wanted, found, isFirst, false) != GENREG_RC_END) return false;
+    code_ = 0;
+    return count == 1;
+  }
+
+  // With the flavour's comparison, changes the record that matches, which must be the only one.
+  unsigned int changeOnly(Key& wanted, Record& record) {
+    file_.compareExactly(false);
+    if (KindOf<Record>::mayRepeat) (void)file_.unsetFeature(GENREG_ALLOW_DUPLICATES);
+    const unsigned int code = judge(file_.Change(wanted.mask, &wanted.made.record, &record));
+    if (KindOf<Record>::mayRepeat) (void)file_.setFeature(GENREG_ALLOW_DUPLICATES);
+    return code;
+  }
+
+  // The same for any key and any number of records; nothing is changed before all of them can be.
+  unsigned int changeEach(Key& wanted, const NamedFields& given) {
+    Record found;
+    std::size_t count = 0;
+    const unsigned int judged = forEachMatch(wanted, found, [&] {
+      Made<Record> merged;
+      ++count;
+      return merge(given, found, merged);
+    });
+    if (judged != GENREG_RC_END) return code_;
+    if (count == 0) return fail(GENREG_RC_NOT_FOUND, "no record matches the key");
+    if (count > 1 && !KindOf<Record>::mayRepeat && !narrow(wanted)) return code_;
+    bool isChanged = false;
+    for (; count > 0 && changeNext(wanted, given) == 0; --count) isChanged = true;
+    return code_ == GENREG_RC_UNCHANGED && isChanged ? succeed() : code_;
+  }
+
+  // Changes the first record that matches and is not yet as it should be.
+  unsigned int changeNext(Key& wanted, const NamedFields& given) {
+    Record found;
+    std::optional<Made<Record>> merged;
+    const unsigned int code = forEachMatch(wanted, found, [&] {
+      merged.emplace();
+      return merge(given, found, *merged) && file_.isSame(found, merged->record);
+    });
+    if (code == GENREG_RC_END) return fail(GENREG_RC_UNCHANGED, "the record is so already");
+    if (code != 0 || !isFree(found, merged->record)) return code_;
+    return judge(file_.Change(asFound, &found, &merged->record));
+  }
+
+  // Whether no other record is what `found` is to become: neither could be found any more.
+  bool isFree(Record& found, Record& merged) {
+    if (KindOf<Record>::mayRepeat || file_.isSameBy(identityOfKind(found), found, merged)) {
+      return true;
+    }
+    Record other;
+    const unsigned int code = judge(file_.Get(identityOfKind(merged), &merged, &other));
+    if (code == 0) (void)fail(GENREG_RC_DUPLICATE, "another record has the new identity");
+    return code == GENREG_RC_NOT_FOUND;
+  }
+
+  // Of several global records that hold what a key names, one may be just that, the others more.
+  bool narrow(Key& wanted) {
+    if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
+      Record found;
+      std::size_t count = 0;
+      if (wanted.isNamed) {
+        wanted.mask = byIdentity;
+        if (forEachMatch(wanted, found, [&] { return ++count > 0; }) != GENREG_RC_END) return false;
+      }
+      if (count == 1) return true;
+    }
+    (void)fail(GENREG_RC_AMBIGUOUS, "more than one record matches the key");
+    return false;
+  }
+
+  // In an update, reads each record that matches into `record` and calls `visit` until that is
+  // false. Gives 0, or visit's own failure, then; GENREG_RC_END behind the last; or what failed.
+  template <typename Visit>
+  unsigned int forEachMatch(Key& wanted, Record& record, Visit visit, bool exactly = true) {
+    file_.compareExactly(exactly);
+    if (judge(file_.OpenScan()) != 0) return code_;
+    struct Closed {
+      Exact<Flavour, Record>& file;
+      ~Closed() { (void)file.CloseScan(); }
+    } const closed{file_};
+    do {
+      if (judge(file_.GetNext(wanted.mask, &wanted.made.record, &record)) != 0) return code_;
+    } while (visit());
+    return code_;
+  }
+
+  Exact<Flavour, Record> file_;
+  unsigned int code_ = 0;
+  bool isUpdating_ = false;  // by begin
+  bool isRefused_ = false;   // the last update, before the file was asked
+};
+
+template <typename Flavour, typename Record>
+std::unique_ptr<Registry> open(const char* path, unsigned int* code) {
+  auto registry = std::make_unique<RegistryOf<Flavour, Record>>(path, code);
+  if (*code != 0) return nullptr;
+  return registry;
+}
+
+constexpr struct {
+  const char* name;
+  std::unique_ptr<Registry> (*open)(const char* path, unsigned int* code);
+} kinds[] = {{KindOf<BinVarValRecord>::name, open<GenRegBinVarVal, BinVarValRecord>},
+             {KindOf<VarValRecord>::name, open<GenRegVarVal, VarValRecord>},
+             {KindOf<ServiceEntryRecord>::name, open<GenRegServices, ServiceEntryRecord>},
+             {KindOf<GlobalRegRecord>::name, open<GlobalAt, GlobalRegRecord>}};
+
+}  // namespace
+
+std::unique_ptr<Registry> openRegistry(const char* kind, const char* path, unsigned int* code) {
+  for (const auto& row : kinds) {
+    if (std::strcmp(kind, row.name) == 0) return row.open(path, code);
+  }
+  *code = GENREG_RC_BAD_ARGUMENT;
+  return nullptr;
+}
+
+}  // namespace faces
