@@ -4,7 +4,22 @@
 // A flavour object (for instance GenRegBinVarVal) is one registry handle: construct it on a path,
 // then Add, Change, Delete and Get records, or walk them with OpenScan, GetNext and CloseScan. A
 // handle serves one thread at a time; handles, threads and processes coordinate through file locks.
-// No operation throws.
+// No operation throws; each returns a code of genreg_codes.h, 0 is success. For example:
+//
+//   unsigned int code = 0;
+//   GenRegBinVarVal registry("settings.reg", &code);  // opens nothing yet
+//   BinVarValRecord record{"Timeout", 30, "seconds"};
+//   if (code == 0) code = registry.Add(BINVARVAL_VARIABLE, &record);  // is on the disk then
+//   if (code != 0) std::fprintf(stderr, "%s\n", registry.getLastCause());
+//
+//   if (registry.OpenScan() == 0) {
+//     BinVarValRecord found{};
+//     while (registry.GetNext(0, &record, &found) == 0) std::puts(found.Variable);
+//     (void)registry.CloseScan();
+//   }
+//
+// What the operations return, and what they leave behind then, is said at GenRegFile; many changes
+// with one commit are GenRegFile::BeginUpdate.
 #pragma once
 
 #include "genreg_binary.h"

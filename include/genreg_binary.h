@@ -1,8 +1,26 @@
 // The engine of binary registries: length-prefixed records in a file.
+//
+// A program uses it through a flavour (GenRegBinVarVal, GlobalReg): construct one, look at its
+// code, call the operations in any order. A flavour of one's own derives from GenRegBin and fills
+// the hooks. What depends on the old record is read and written under one lock:
+//
+//   unsigned int raise(GenRegBin& registry, std::uint64_t mask, BinVarValRecord& key) {
+//     unsigned int code = registry.BeginUpdate();
+//     if (code != 0) return code;
+//     BinVarValRecord record{};
+//     code = registry.Get(mask, &key, &record);
+//     ++record.Value;
+//     if (code == 0) code = registry.Change(mask, &key, &record);
+//     if (code == 0) return registry.CommitUpdate();
+//     (void)registry.AbandonUpdate();
+//     return code;
+//   }
 #pragma once
 
 #include "genreg_handle.h"
 
+// The binary engine's operations on records.
+//
 // A record buffer is GetRecordSize bytes and belongs to the caller throughout; keys and records
 // must stay valid during the call only. `mask` goes unchanged to ValidateKey and CompareRecord; its
 // bits are the flavour's.
@@ -23,7 +41,9 @@
 // a verification buffer.
 class GenRegBin : public GenRegFile {
  public:
+  // A handle without hooks and file names; a flavour's constructor fills them.
   GENREG_API GenRegBin() noexcept;
+  // As GenRegFile's.
   GENREG_API ~GenRegBin();
 
   // Appends `record`. Creates the registry file and its directory when missing. Without

@@ -3,6 +3,10 @@
 // Every operation returns an unsigned 32-bit code; 0 is success. This table is the only place where
 // a code is spelled out: the constants, the log's names and the tool's messages come from it. The
 // codes shared with the system services stand in sysservices/return_codes.h.
+//
+//   if (const GenRegReturnCode* row = genRegFindReturnCode(code)) {
+//     std::fprintf(stderr, "%s: %s\n", row->name, row->meaning);
+//   }
 #pragma once
 
 #include "sysservices/return_codes.h"
@@ -194,15 +198,17 @@
 GENREG_RETURN_CODES(GENREG_DEFINE_CODE)
 #undef GENREG_DEFINE_CODE
 
-constexpr unsigned int GENREG_RC_OK = 0;
+constexpr unsigned int GENREG_RC_OK = 0;  // success
 
+// A code with its name and what it means; the texts are static.
 struct GenRegReturnCode {
-  unsigned int value;
-  const char* name;
+  unsigned int value;   // what an operation returns
+  const char* name;     // of its constant
   const char* meaning;  // one line, without a full stop
 };
 
 #define GENREG_CODE_ROW(name, value, meaning) {value, #name, meaning},
+// Every code, those of the system services first.
 inline constexpr GenRegReturnCode genRegReturnCodes[] = {OSS_RETURN_CODES(GENREG_CODE_ROW)
                                                              GENREG_RETURN_CODES(GENREG_CODE_ROW)};
 #undef GENREG_CODE_ROW

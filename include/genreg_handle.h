@@ -23,35 +23,35 @@ constexpr std::uint64_t GENREG_GET_IN_SCAN = 16;            // Get may run while
 constexpr std::uint64_t GENREG_NOTIFY_CHANGE = 32;          // call NotifyChange (binary engine)
 constexpr std::uint64_t GENREG_POST_UPDATE = 64;            // call PostUpdate
 constexpr std::uint64_t GENREG_JOIN_CONTINUED_LINES = 128;  // text engine: join "\" lines
-constexpr std::uint64_t GENREG_FEATURE_MAX = 128;
+constexpr std::uint64_t GENREG_FEATURE_MAX = 128;           // no larger value is a feature
 
 // Bits of the status word.
-constexpr std::uint64_t GENREG_STATUS_IDLE = 0x1;
+constexpr std::uint64_t GENREG_STATUS_IDLE = 0x1;        // the handle is made
 constexpr std::uint64_t GENREG_STATUS_LOCKED = 0x10;     // the update lock is held
 constexpr std::uint64_t GENREG_STATUS_SCAN_OPEN = 0x40;  // OpenScan succeeded
 constexpr std::uint64_t GENREG_STATUS_SCAN_END = 0x80;   // GetNext met the end
 constexpr std::uint64_t GENREG_STATUS_READY = 0x100;     // all file names are set
 
 // Operation kinds, as OpenRegFile, CloseRegFile and NotifyChange take them.
-constexpr std::uint64_t GENREG_OP_READ = 1;
-constexpr std::uint64_t GENREG_OP_CHANGE = 2;
-constexpr std::uint64_t GENREG_OP_ADD = 4;
-constexpr std::uint64_t GENREG_OP_DELETE = 8;
-constexpr std::uint64_t GENREG_OP_VERIFY = 16;
+constexpr std::uint64_t GENREG_OP_READ = 1;     // Get, GetNext, a scan
+constexpr std::uint64_t GENREG_OP_CHANGE = 2;   // Change
+constexpr std::uint64_t GENREG_OP_ADD = 4;      // Add
+constexpr std::uint64_t GENREG_OP_DELETE = 8;   // Delete
+constexpr std::uint64_t GENREG_OP_VERIFY = 16;  // reads old and new file; its close commits
 
 // Bits of a request to LockRegistry.
-constexpr std::uint64_t GENREG_LOCK_EXCLUSIVE = 1;
-constexpr std::uint64_t GENREG_LOCK_SHARED = 2;
-constexpr std::uint64_t GENREG_LOCK_WAIT = 4;
-constexpr std::uint64_t GENREG_LOCK_NOWAIT = 8;
-constexpr std::uint64_t GENREG_LOCK_CREATE_DIR = 16;
+constexpr std::uint64_t GENREG_LOCK_EXCLUSIVE = 1;    // a writer's: at most one holder
+constexpr std::uint64_t GENREG_LOCK_SHARED = 2;       // any number, while there is no writer
+constexpr std::uint64_t GENREG_LOCK_WAIT = 4;         // waits, at most as setLockTimeout says
+constexpr std::uint64_t GENREG_LOCK_NOWAIT = 8;       // GENREG_RC_BUSY instead of waiting
+constexpr std::uint64_t GENREG_LOCK_CREATE_DIR = 16;  // makes the registry's directory when missing
 
 // The mask that asks CompareRecord whether two records are equal in every field.
 constexpr std::uint64_t GENREG_ALL_FIELDS = 0xFFFFFFFFFFFFFFFFu;
 
 // Which engine a handle belongs to.
-constexpr std::uint64_t GENREG_ENGINE_BINARY = 1;
-constexpr std::uint64_t GENREG_ENGINE_TEXT = 2;
+constexpr std::uint64_t GENREG_ENGINE_BINARY = 1;  // GenRegBin
+constexpr std::uint64_t GENREG_ENGINE_TEXT = 2;    // GenRegText
 
 constexpr std::size_t GENREG_PATH_SIZE = 260;  // bytes of a file name, terminator included
 constexpr std::size_t GENREG_PATH_MAX = 253;   // characters a registry path may have
@@ -77,6 +77,8 @@ using GenRegPrintHook = unsigned int (*)(void* record);
 // Called after a successful update; `kind` is a GENREG_OP_... value.
 using GenRegNotifyHook = unsigned int (*)(GenRegBase* handle, std::uint64_t kind, void* recordOrKey,
                                           void* newRecord);
+// Called after a successful update, behind NotifyChange, with GENREG_POST_UPDATE set; an answer
+// other than 0 is logged only.
 using GenRegPostUpdateHook = unsigned int (*)();
 // Stored length in bytes of an unpacked (GetRecordLength, at most GetRecordSize) or packed
 // (GetPackedLength) record; taken as a 32-bit number.
@@ -89,6 +91,7 @@ using GenRegSizeHook = unsigned int (*)(std::uint64_t* size);
 template <typename BinaryForm, typename TextForm>
 class GenRegFormHook {
  public:
+  // None, when null.
   GenRegFormHook(std::nullptr_t = nullptr) noexcept : binary(nullptr), text(nullptr) {}
   // A function, or a lambda that captures nothing.
   template <typename Hook, std::enable_if_t<std::is_convertible_v<Hook, BinaryForm>, int> = 0>
@@ -96,8 +99,11 @@ class GenRegFormHook {
   template <typename Hook, std::enable_if_t<std::is_convertible_v<Hook, TextForm>, int> = 0,
             typename = void>
   GenRegFormHook(Hook hook) noexcept : binary(nullptr), text(hook) {}
+  // Whether one of the two forms is filled.
   explicit operator bool() const noexcept { return binary != nullptr || text != nullptr; }
+  // Whether neither of the two forms is filled.
   friend bool operator==(const GenRegFormHook& hook, std::nullptr_t) noexcept { return !hook; }
+  // Whether one of the two forms is filled.
   friend bool operator!=(const GenRegFormHook& hook, std::nullptr_t) noexcept { return bool{hook}; }
   // Calls the hook in the form that the arguments have; that form must be filled.
   template <typename... Arguments>
@@ -109,8 +115,8 @@ class GenRegFormHook {
     }
   }
 
-  BinaryForm binary;
-  TextForm text;
+  BinaryForm binary;  // null, or what the binary engine calls
+  TextForm text;      // null, or what the text engine calls
 };
 
 // Binary: the record at *record becomes its stored form in the same buffer, which must hold it (the
@@ -123,8 +129,10 @@ using GenRegPackHook = GenRegFormHook<unsigned int (*)(void** record, void* stor
 using GenRegUnpackHook =
     GenRegFormHook<unsigned int (*)(void** record), unsigned int (*)(void* record, char* line)>;
 
+// The features of a handle and the hooks that both engines have.
 class GenRegBase {
  public:
+  // A handle without hooks, features and files.
   GENREG_API GenRegBase() noexcept;
 
   // Sets every bit of `feature`. Returns 0, or GENREG_RC_BAD_FEATURE for 0 or a value above 128
@@ -139,13 +147,13 @@ class GenRegBase {
   GENREG_API bool isFeatureSet(std::uint64_t feature) const noexcept;
 
  protected:
-  GenRegCompareHook CompareRecord;
-  GenRegValidateHook ValidateKey;
-  GenRegPrintHook PrintRecord;
-  GenRegNotifyHook NotifyChange;
-  GenRegPostUpdateHook PostUpdate;
-  std::uint64_t status;    // GENREG_STATUS_... bits
-  std::uint64_t features;  // GENREG_... feature bits
+  GenRegCompareHook CompareRecord;  // which records an operation means
+  GenRegValidateHook ValidateKey;   // before an operation touches anything
+  GenRegPrintHook PrintRecord;      // for the caller's use; the engines do not call it
+  GenRegNotifyHook NotifyChange;    // with GENREG_NOTIFY_CHANGE
+  GenRegPostUpdateHook PostUpdate;  // with GENREG_POST_UPDATE
+  std::uint64_t status;             // GENREG_STATUS_... bits
+  std::uint64_t features;           // GENREG_... feature bits
 };
 
 // What RepairRegistry found and did.
@@ -159,10 +167,15 @@ struct GenRegRepairReport {
 // The session routines of a handle. They are reached through this table so that a derived class can
 // call them although the library exports none of their names.
 struct GenRegSessionRoutines {
+  // LockRegistry.
   unsigned int (*lockRegistry)(GenRegFile& handle, std::uint64_t request);
+  // UnlockRegistry.
   unsigned int (*unlockRegistry)(GenRegFile& handle);
+  // OpenRegFile.
   unsigned int (*openRegFile)(GenRegFile& handle, std::uint64_t kind);
+  // CloseRegFile.
   unsigned int (*closeRegFile)(GenRegFile& handle, std::uint64_t kind);
+  // Copies one of the five names: 0 registry, 1 temporary, 2 corrupt, 3 lock, 4 backup file.
   unsigned int (*getPath)(const GenRegFile& handle, unsigned int which, char* buffer,
                           std::uint64_t size);
 };
@@ -216,11 +229,15 @@ struct GenRegSessionRoutines {
 //   GENREG_RC_NO_POST_UPDATE_HOOK GENREG_POST_UPDATE is set, but there is no hook
 class GenRegFile : public GenRegBase {
  public:
+  // A handle without file names: a flavour's constructor sets them, and without them every
+  // operation fails.
   GENREG_API GenRegFile() noexcept;
   // Closes what is still open. The update lock, if held, ends with its handle; the lock file stays
   // behind, which is harmless. Failures are logged.
   GENREG_API ~GenRegFile();
+  // A handle owns its locks and streams and is not copied.
   GenRegFile(const GenRegFile&) = delete;
+  // As above.
   GenRegFile& operator=(const GenRegFile&) = delete;
 
   // Opens a scan of all records under a shared lock, waiting for it. The scan sees the registry as
@@ -366,16 +383,16 @@ class GenRegFile : public GenRegBase {
     return routines->getPath(*this, 4, buffer, size);
   }
 
-  std::uint64_t engineKind;  // GENREG_ENGINE_...
-  GenRegLengthHook GetRecordLength;
-  GenRegSizeHook GetRecordSize;
-  char registryPath[GENREG_PATH_SIZE];
-  char backupPath[GENREG_PATH_SIZE];
-  char temporaryPath[GENREG_PATH_SIZE];
-  char corruptPath[GENREG_PATH_SIZE];
-  char lockPath[GENREG_PATH_SIZE];
-  OSSHFile lockFile;
-  OSSFileOpenParam lockFileOpenParam;
+  std::uint64_t engineKind;              // GENREG_ENGINE_...
+  GenRegLengthHook GetRecordLength;      // stored length of a record that is not packed
+  GenRegSizeHook GetRecordSize;          // bytes of a record in memory
+  char registryPath[GENREG_PATH_SIZE];   // the registry file, NAME
+  char backupPath[GENREG_PATH_SIZE];     // .NAME.bkp
+  char temporaryPath[GENREG_PATH_SIZE];  // NAME.tmp
+  char corruptPath[GENREG_PATH_SIZE];    // NAME.cor
+  char lockPath[GENREG_PATH_SIZE];       // .NAME.lock
+  OSSHFile lockFile;                     // open while the update lock is held
+  OSSFileOpenParam lockFileOpenParam;    // how LockRegistry has opened it
   // Streams of the registry file and the temporary file, while a scan is open or between
   // OpenRegFile and CloseRegFile; the handle's own. What is read from mainStream is gone for
   // GetNext.
@@ -383,9 +400,9 @@ class GenRegFile : public GenRegBase {
   std::FILE* secondStream;
   std::uint64_t registryPermissions;  // 0 means octal 0600
   std::uint64_t lockPermissions;      // 0 means octal 0600
-  GenRegPackHook PackRecord;
-  GenRegUnpackHook UnpackRecord;
-  GenRegLengthHook GetPackedLength;
+  GenRegPackHook PackRecord;          // binary: with GENREG_PACKED_RECORDS
+  GenRegUnpackHook UnpackRecord;      // binary: with GENREG_PACKED_RECORDS
+  GenRegLengthHook GetPackedLength;   // stored length of a packed record
 
  private:
   friend class genreg::HandleAccess;

@@ -1,4 +1,13 @@
 // The engine of text registries: one record per logical line; and the line routines.
+//
+// A program uses the engine through a flavour (GenRegVarVal, GenRegServices): construct one, look
+// at its code, call the operations in any order. The line routines need no registry:
+//
+//   char raw[GENREG_LINE_SIZE];   // the line as it stands in the file
+//   char line[GENREG_LINE_SIZE];  // without the backslashes that join
+//   while (GenRegReadLine(raw, line, sizeof line, stream, nullptr, true) != nullptr) {
+//     std::fputs(line, stdout);
+//   }
 #pragma once
 
 #include <cstdio>
@@ -31,6 +40,8 @@ GENREG_API char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, st
 GENREG_API unsigned int GenRegWriteLine(char* line, std::uint64_t width,
                                         std::FILE* stream) noexcept;
 
+// The text engine's operations on records.
+//
 // A record buffer is GetRecordSize bytes and belongs to the caller; keys and records must stay
 // valid during the call only. `mask` goes unchanged to ValidateKey and CompareRecord.
 //
@@ -56,7 +67,9 @@ GENREG_API unsigned int GenRegWriteLine(char* line, std::uint64_t width,
 // a verification buffer.
 class GenRegText : public GenRegFile {
  public:
+  // A handle without hooks and file names; a flavour's constructor fills them.
   GENREG_API GenRegText() noexcept;
+  // As GenRegFile's.
   GENREG_API ~GenRegText();
 
   // Appends the line of `record` behind everything else. Creates the registry file and its

@@ -1,27 +1,38 @@
 // A text registry of profile variables: lines of NAME = VALUE # comment.
+//
+//   unsigned int code = 0;
+//   GenRegVarVal profile("os-release", &code);
+//   VarValRecord record{};
+//   record.Contains = VARVAL_HAS_VARIABLE;
+//   record.Variable = "VERSION_ID";
+//   record.Value = "\"13\"";
+//   if (code == 0) code = profile.Change(VARVAL_VARIABLE, &record, &record);
+//
+//   const char* name = nullptr;
+//   if (profile.GetStringValue("NAME", &name)) std::puts(name);
 #pragma once
 
 #include "genreg_text.h"
 
 // Bits of VarValRecord::Contains; 0 is a blank line.
-constexpr std::uint8_t VARVAL_HAS_COMMENT = 1;
-constexpr std::uint8_t VARVAL_HAS_VARIABLE = 2;
+constexpr std::uint8_t VARVAL_HAS_COMMENT = 1;   // Comment is filled
+constexpr std::uint8_t VARVAL_HAS_VARIABLE = 2;  // Variable and Value are filled
 
-// One line. After Get and GetNext the three texts point into `text` of the same record, so a record
-// that is copied must not be used beyond the life of the one it was copied from. A record that a
-// caller builds may point anywhere; its `text` is not used.
+// A profile's line. After Get and GetNext the three texts point into `text` of the same record, so
+// a record that is copied must not be used beyond the life of the one it was copied from. A record
+// that a caller builds may point anywhere; its `text` is not used.
 struct VarValRecord {
-  std::uint8_t Contains;  // VARVAL_HAS_... bits
-  const char* Comment;    // the text after the line's first "#", or null
-  const char* Variable;   // the name, or null
-  const char* Value;      // the value, double quotes included when it is quoted, or null
-  char text[GENREG_LINE_SIZE];
+  std::uint8_t Contains;        // VARVAL_HAS_... bits
+  const char* Comment;          // the text after the line's first "#", or null
+  const char* Variable;         // the name, or null
+  const char* Value;            // the value, double quotes included when it is quoted, or null
+  char text[GENREG_LINE_SIZE];  // what the three point into after a read
 };
 
 // Mask bits; the comment is never compared, mask 0 matches every line that assigns a variable
 // (GetNext with mask 0: every line).
-constexpr std::uint64_t VARVAL_VARIABLE = 0x1;
-constexpr std::uint64_t VARVAL_VALUE = 0x2;
+constexpr std::uint64_t VARVAL_VARIABLE = 0x1;  // the names are equal
+constexpr std::uint64_t VARVAL_VALUE = 0x2;     // the values are equal
 // The fields by which two records are the same thing.
 constexpr std::uint64_t VARVAL_IDENTITY = VARVAL_VARIABLE;
 
@@ -30,9 +41,9 @@ constexpr std::uint64_t VARVAL_IDENTITY = VARVAL_VARIABLE;
 // makes it false. Not to be written while another thread adds a variable.
 GENREG_API extern bool bCompactFormattedLine;
 
-// A change keeps the line's indentation and the blanks around its "="; its old comment goes unless
-// the new record carries one. Duplicates are allowed: Add never refuses, Change and Delete act on
-// every line that matches.
+// A handle of a profile. A change keeps the line's indentation and the blanks around its "="; its
+// old comment goes unless the new record carries one. Duplicates are allowed: Add never refuses,
+// Change and Delete act on every line that matches.
 //
 // Add and Change refuse a record (GENREG_RC_PACK_LINE_FAILED, the log names the cause) that is
 // marked as holding a variable without a name or a value, that holds a newline, or whose line would
@@ -46,6 +57,7 @@ class GenRegVarVal : public GenRegText {
   // operation fails. One registry has one spelling: its lock is found by the path as given, so use
   // the same path everywhere.
   GENREG_API GenRegVarVal(const char* path, unsigned int* rc) noexcept;
+  // As GenRegFile's. What GetStringValue handed out ends with it.
   GENREG_API ~GenRegVarVal();
 
   // Prints a VarValRecord, which must not be null, on standard output. Returns 0.
@@ -56,13 +68,13 @@ class GenRegVarVal : public GenRegText {
   // untouched, when there is none or it cannot be read.
   GENREG_API bool GetStringValue(const char* variable, const char** value) noexcept;
 
-  // The value as a decimal number or truth value. False, with *value untouched, also when it is not
+  // The value as a decimal number. False, with *value untouched, also when it is not
   // wholly one (empty, quoted, with a rest) or out of range; a "-" makes no unsigned number.
   GENREG_API bool GetUintValue(const char* variable, std::uint64_t* value) noexcept;
   GENREG_API bool GetSintValue(const char* variable, std::int64_t* value) noexcept;
-  // As strtod reads it.
+  // The value as strtod reads it. False, with *value untouched, as GetUintValue.
   GENREG_API bool GetDoubleValue(const char* variable, double* value) noexcept;
-  // true, yes, on, 1 and false, no, off, 0, in any case of letters.
+  // The value as a truth value: true, yes, on, 1 and false, no, off, 0, in any case of letters.
   GENREG_API bool GetBooleanValue(const char* variable, bool* value) noexcept;
 
  private:

@@ -6,7 +6,7 @@
 //   void* list = nullptr;
 //   if (ossOpenServiceList(&list) == 0) {
 //     OSSServiceInfo_t copy;
-//     while (ossGetNextService(list, &copy) == 0) ...
+//     while (ossGetNextService(list, &copy) == 0) std::puts(copy.installPath);
 //     (void)ossCloseServiceList(list);
 //   }
 //
@@ -28,18 +28,18 @@
 
 // One installed copy. All text is NUL-terminated.
 struct OSSServiceInfo_t {
-  std::uint64_t flags;  // 0
-  std::uint64_t versionCode;
-  char service[64];  // "ZOR", or "ZEM" for the one copy that provides it
-  char installPath[1024];
-  char text2[1024];     // empty
-  char text3[256];      // empty
-  std::uint32_t level;  // the modification part of versionCode
-  std::uint32_t number1;
-  std::uint8_t byte1;
-  std::uint32_t number2;
-  std::uint32_t number3;
-  char copyName[129];  // empty for the copy of the older layout, which has no name
+  std::uint64_t flags;        // 0
+  std::uint64_t versionCode;  // as ossVersionStringToCode makes it
+  char service[64];           // "ZOR", or "ZEM" for the one copy that provides it
+  char installPath[1024];     // its directory, at most 259 bytes
+  char text2[1024];           // empty
+  char text3[256];            // empty
+  std::uint32_t level;        // the modification part of versionCode
+  std::uint32_t number1;      // 0
+  std::uint8_t byte1;         // 0
+  std::uint32_t number2;      // 0
+  std::uint32_t number3;      // 0
+  char copyName[129];         // empty for the copy of the older layout, which has no name
 };
 
 // Bits of OSSInstanceInfo_t::flags.
