@@ -69,22 +69,6 @@ inline bool sameBeyond(std::uint64_t mask, const GlobalRegRecord& stored,
          ((mask & byCheckSum) == 0 || stored.CheckSum == given.CheckSum);
 }
 
-// The global registry with the constructor of the other flavours; of null, where it itself is.
-class GlobalAt : public GlobalReg {
- public:
-  GlobalAt(const char* path, unsigned int* code) noexcept {
-    if (path != nullptr) {
-      genreg::Routine routine(genreg::Function::globalConstructor);
-      *code = genreg::HandleAccess::checkPath(path);
-      if (*code == 0) *code = genreg::HandleAccess::nameFiles(*this, routine, path);
-      if (*code != 0) return;
-      features = GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS | GENREG_NOTIFY_CHANGE;
-      return;
-    }
-    *code = (status & GENREG_STATUS_READY) != 0 ? 0 : GENREG_RC_NO_ARGUMENT;
-  }
-};
-
 template <typename Flavour, typename Stored>
 class Exact : public Flavour {
  public:

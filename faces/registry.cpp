@@ -421,7 +421,7 @@ constexpr struct {
 } kinds[] = {{KindOf<BinVarValRecord>::name, open<GenRegBinVarVal, BinVarValRecord>},
              {KindOf<VarValRecord>::name, open<GenRegVarVal, VarValRecord>},
              {KindOf<ServiceEntryRecord>::name, open<GenRegServices, ServiceEntryRecord>},
-             {KindOf<GlobalRegRecord>::name, open<GlobalAt, GlobalRegRecord>}};
+             {KindOf<GlobalRegRecord>::name, open<GlobalReg, GlobalRegRecord>}};
 
 }  // namespace
 

@@ -197,7 +197,9 @@ class GlobalReg : public GenRegBin {
   // Opens nothing. When the variable is set but empty, or the path is longer than 253 characters,
   // every operation of the object fails.
   GENREG_API GlobalReg() noexcept;
-  // At a path of the caller's, whatever the environment says; as GenRegVarVal's constructor.
+  // At a path of the caller's, whatever the environment says; null: as above. Stores 0 at `rc`, or
+  // why every operation fails; it may be null. Codes as GenRegVarVal's constructor, and
+  // GENREG_RC_GLOBAL_PATH_SMALL for what the environment names.
   GENREG_API GlobalReg(const char* path, unsigned int* rc) noexcept;
   // As GenRegFile's.
   GENREG_API ~GlobalReg();

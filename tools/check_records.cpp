@@ -112,7 +112,7 @@ std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings
             duplicates.met(std::string(record.Variable, length), where);
           });
     case Kind::Global:
-      return checkBinary<Exact<GlobalAt, GlobalRegRecord>>(
+      return checkBinary<Exact<GlobalReg, GlobalRegRecord>>(
           file, false, findings, [&](const GlobalRegRecord& record, const std::string& where) {
             duplicates.met(identityOf(record), where);
           });

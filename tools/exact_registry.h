@@ -83,18 +83,6 @@ inline bool holdsFields(std::uint64_t mask, const GlobalRegRecord& stored,
 
 constexpr const char* globalPathVariable = "ZOR_GLOBAL_REG_PATHNAME";
 
-struct GlobalPath {
-  explicit GlobalPath(const char* file) { (void)ossEnvironmentSet(globalPathVariable, file); }
-};
-
-// The global registry with the constructor of the other flavours.
-class GlobalAt : private GlobalPath, public GlobalReg {
- public:
-  GlobalAt(const char* file, unsigned int* code) : GlobalPath(file) {
-    *code = *file != '\0' && (status & GENREG_STATUS_READY) != 0 ? 0 : GENREG_RC_NOT_READY;
-  }
-};
-
 struct Outcome {
   unsigned int opened = 0;  // the code of the construction
 };

@@ -9,7 +9,7 @@
 namespace zorreg {
 namespace {
 
-class Global : public Exact<GlobalAt, GlobalRegRecord> {
+class Global : public Exact<GlobalReg, GlobalRegRecord> {
  public:
   static constexpr Kind kind = Kind::Global;
   using Exact::Exact;

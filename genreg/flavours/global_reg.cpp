@@ -315,34 +315,32 @@ const genreg::FlavourHooks globalHooks{
     Hook::compareRecord, Hook::validateKey,   printRecord,           notifyChange,    unpackRecord,
     packRecord,          Hook::getRecordSize, Hook::getRecordLength, getPackedLength, &recordForm};
 
-void setFeatures(GlobalReg& handle) {
-  (void)handle.unsetFeature(GENREG_ALLOW_DUPLICATES);
-  (void)handle.setFeature(GENREG_VERIFY_UPDATES);
-  (void)handle.setFeature(GENREG_PACKED_RECORDS);
-  (void)handle.setFeature(GENREG_NOTIFY_CHANGE);
-}
-
 }  // namespace
 
-GlobalReg::GlobalReg() noexcept {
+GlobalReg::GlobalReg() noexcept : GlobalReg(nullptr, nullptr) {}
+
+GlobalReg::GlobalReg(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::globalConstructor);
   genreg::HandleAccess::install(*this, globalHooks);
-  char path[pathBufferSize];
-  unsigned short size = sizeof path;
-  unsigned int code = getGlobalRegPath(path, &size);
+  char own[pathBufferSize];
+  unsigned short size = sizeof own;
+  unsigned int code = 0;
+  if (path == nullptr) {
+    code = getGlobalRegPath(own, &size);
+    path = own;
+  }
   if (code == 0) code = genreg::HandleAccess::checkPath(path);
   if (code != 0) {
     // Without a path there are no names, and without names no operation.
     const std::uint64_t needed = size;
     (void)routine.fail(code, 10, genreg::number(needed));
-    return;
+  } else if (genreg::HandleAccess::nameFiles(*this, routine, path) == 0) {
+    (void)unsetFeature(GENREG_ALLOW_DUPLICATES);
+    (void)setFeature(GENREG_VERIFY_UPDATES);
+    (void)setFeature(GENREG_PACKED_RECORDS);
+    (void)setFeature(GENREG_NOTIFY_CHANGE);
   }
-  if (genreg::HandleAccess::nameFiles(*this, routine, path) == 0) setFeatures(*this);
-}
-
-GlobalReg::GlobalReg(const char* path, unsigned int* rc) noexcept {
-  Routine routine(Function::globalConstructor);
-  if (genreg::HandleAccess::setUp(*this, routine, path, globalHooks, rc) == 0) setFeatures(*this);
+  if (rc != nullptr) *rc = routine.code();
 }
 
 GlobalReg::~GlobalReg() = default;
