@@ -314,10 +314,13 @@ class GenRegFile : public GenRegBase {
   // Gets and scans; off as made. Answers and codes are the same: before each of them the system is
   // asked, by one call, whether the file at the registry's name is still the one that was read,
   // unchanged in size and times, and if not it is read again. A Get that begins after an update has
-  // returned sees it, whoever made it, and so does one after another program has written to the
-  // file. Until a change of the file is older than a step of its clock (0.05 s; 2.1 s where times
-  // are whole seconds) each Get reads it anew. It takes memory for the content and at most 24 bytes
-  // a record; with hooks that are not the flavour's own, or while tracing is on, nothing is kept. A
+  // returned sees it, whoever made it; of what a program writes into the file past this library,
+  // only that may be missed which leaves size and times as they are: into a mapped file, or by one
+  // write of the same size that takes longer than a step of the clock. For local file systems.
+  // Rights are asked for when the file is read: a process that gives some up makes new handles.
+  // Until a change of the file is older than a step of its clock (0.05 s; 2.1 s where times are
+  // whole seconds) each Get reads it anew. It takes memory for the content and at most 24 bytes a
+  // record; with hooks that are not the flavour's own, or while tracing is on, nothing is kept. A
   // scan of kept content holds no lock. Content that cannot be kept is read as without.
   GENREG_API void setCachedReads(bool on) noexcept;
 

@@ -61,8 +61,7 @@ struct OSSFileInfo {
   std::uint64_t device;  // with `file`: which file it is, whatever its names
   std::uint64_t file;
   std::int64_t modified;  // when its bytes last changed, in nanoseconds of the system's clock
-  // When anything of it last changed, which nobody can set; where the system does not keep that,
-  // when its bytes did.
+  // When anything of it last changed, which nobody can set; on Windows, when its bytes did.
   std::int64_t changed;
 
   bool isSameFile(const OSSFileInfo& other) const noexcept {

@@ -91,9 +91,9 @@ TYPED_TEST(CachedReadsTest, AnswerAndLogAsOthersDo) {
   for (int file = 0; file < files; ++file) {
     const std::string path = this->path(numbered("f", file));
     const bool joins = TypeParam::isText && file % 2 != 0;
-    const std::uint64_t features = unique | (joins ? GENREG_JOIN_CONTINUED_LINES : 0);
-    typename TestFixture::Handle cached(path, features);
-    typename TestFixture::Handle plain(path, features);
+    std::uint64_t framing = unique | TypeParam::always | (joins ? GENREG_JOIN_CONTINUED_LINES : 0);
+    typename TestFixture::Handle cached(path, framing);
+    typename TestFixture::Handle plain(path, framing);
     cached.setCachedReads(true);
     for (int i = 0; i < 100; ++i) {
       const auto mask = static_cast<std::uint64_t>(below(8));
@@ -103,6 +103,17 @@ TYPED_TEST(CachedReadsTest, AnswerAndLogAsOthersDo) {
           << path << ": " << wanted.name << " " << wanted.value << ", mask " << mask;
       EXPECT_EQ(seen.calls.find("open") != std::string::npos, i == 0) << seen.calls;
       EXPECT_EQ(this->scan(cached), this->scan(plain));
+      // A scan that was far behind its end, and features that say where records end.
+      if (i % 20 == 0) {
+        std::int64_t position = 1000000;
+        EXPECT_EQ(cached.OpenScan(), 0u);
+        EXPECT_EQ(cached.setRegFilePosition(&position), 0u);
+        EXPECT_EQ(cached.CloseScan(), 0u);
+      } else if (i % 30 == 15) {
+        framing ^= TypeParam::isText ? GENREG_JOIN_CONTINUED_LINES : GENREG_BIG_ENDIAN_LENGTH;
+        cached.useFeatures(framing);
+        plain.useFeatures(framing);
+      }
     }
   }
 }

@@ -35,6 +35,7 @@ bool CachedReads::load(std::int64_t start) noexcept {
                       file_.windowSize() == info_.size && file_.handle().unlock() == OSS_RC_OK;
   isSettled_ = loaded && info_.changed + stepOf(info_.changed) < start;
   if (!loaded) drop();
+  file_.keepWhole();
   return loaded;
 }
 
@@ -53,7 +54,7 @@ RecordIndex* CachedReads::find(const RecordStore& store, const RecordForm* form,
   if (!isWorthIt || !form->hash(mask, key, &hash)) return nullptr;
   RecordIndex* index = nullptr;
   for (RecordIndex& each : indexes_) {
-    if (each.isFor(form, mask)) index = &each;
+    if (each.isFor(form, mask, store.framing())) index = &each;
   }
   if (index == nullptr) {
     index = &indexes_[oldest_];
@@ -77,6 +78,7 @@ void RecordIndex::build(const RecordStore& store, File& file, const RecordForm* 
   clear();
   form_ = form;
   mask_ = mask;
+  framing_ = store.framing();
   file_ = &file;
   file.seek(0);
   const std::size_t size = file.windowSize();
@@ -122,6 +124,7 @@ bool RecordIndex::repeats(const RecordStore& store, const Slot& earlier) noexcep
   return form_->match(mask_, stored.data(), stored.size(), scratch_.data()) == Match::Matches;
 }
 
+// All of the file is in memory, and framed as it was.
 void RecordIndex::frameAt(const RecordStore& store, std::uint32_t place, Frame& frame) noexcept {
   frame = Frame();
   file_->seek(place - 1);

@@ -18,8 +18,8 @@ namespace genreg {
 // The records of a content by the fields of one mask: of those that are equal in them, the first.
 class RecordIndex {
  public:
-  bool isFor(const RecordForm* form, std::uint64_t mask) const noexcept {
-    return form_ == form && mask_ == mask;
+  bool isFor(const RecordForm* form, std::uint64_t mask, std::uint64_t framing) const noexcept {
+    return form_ == form && mask_ == mask && framing_ == framing;
   }
   // Of all of the content that the file holds in its window. There may be none to be had: without
   // memory, behind damage, of too much that the form cannot fill. Nothing is logged.
@@ -49,6 +49,7 @@ class RecordIndex {
 
   const RecordForm* form_ = nullptr;
   std::uint64_t mask_ = 0;
+  std::uint64_t framing_ = 0;  // the features that say where records end
   File* file_ = nullptr;
   GrowingArray<Slot> slots_;
   GrowingArray<Frame> odd_;

@@ -36,7 +36,7 @@ void File::start(bool appends) noexcept {
   begin_ = end_ = pending_ = 0;
   offset_ = 0;
   error_ = firstError_ = 0;
-  writeFailed_ = false;
+  writeFailed_ = isWhole_ = false;
   open_ = true;
   appends_ = appends;
 }
@@ -54,6 +54,7 @@ int File::beginReading(unsigned int* unsuitable) noexcept {
   *unsuitable = handle_.getInfo(&info_);
   if (*unsuitable == OSS_RC_OK && !info_.isFile) *unsuitable = OSS_RC_NOT_A_FILE;
   size_ = info_.size;
+  if (size_ < end_) end_ = 0;  // it has been cut off, within a record perhaps
   int error = 0;
   if (*unsuitable == OSS_RC_OK && !reserve(bufferFor(size_))) error = error_;
   if (*unsuitable != OSS_RC_OK || error != 0) (void)close();
@@ -128,6 +129,11 @@ bool File::askSize() noexcept {
 }
 
 void File::seek(std::uint64_t offset) noexcept {
+  if (isWhole_) {
+    begin_ = static_cast<std::size_t>(std::min<std::uint64_t>(offset, end_));
+    offset_ = offset;
+    return;
+  }
   // What was skipped is there until more is read.
   const std::uint64_t first = offset_ - begin_;
   if (offset >= first && offset - first <= end_) {

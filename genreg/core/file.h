@@ -63,6 +63,8 @@ class File final : private platform::StreamTarget {
   bool atEnd() noexcept { return windowSize() == 0 && learnSize() && offset_ >= size_; }
   // Moves the window's start; no bytes are read again that are still in memory.
   void seek(std::uint64_t offset) noexcept;
+  // Says that the window holds all of the file, which is not read any more from now on.
+  void keepWhole() noexcept { isWhole_ = true; }
 
   // Gives the memory of the window away, to be freed by the caller. The window is empty then. Not
   // after beginReading().
@@ -147,6 +149,7 @@ class File final : private platform::StreamTarget {
   int firstError_ = 0;  // of the read that a file began with
   bool writeFailed_ = false;
   bool open_ = false;
+  bool isWhole_ = false;
   bool appends_ = false;
 };
 

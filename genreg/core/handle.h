@@ -54,6 +54,7 @@ class HandleAccess {
     return handle_.session == nullptr ? GENREG_RC_NOT_READY : handle_.session->lock(request);
   }
 
+  std::uint64_t features() const noexcept { return handle_.features; }
   bool has(std::uint64_t feature) const noexcept { return (handle_.features & feature) != 0; }
   bool hasStatus(std::uint64_t bits) const noexcept { return (handle_.status & bits) != 0; }
   // Of those bits, the ones that are set are these.

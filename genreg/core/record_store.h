@@ -70,6 +70,11 @@ class RecordStore {
   const HandleAccess& handle() const noexcept { return handle_; }
   Session& session() const noexcept { return *handle_.session(); }
   bool has(std::uint64_t feature) const noexcept { return handle_.has(feature); }
+  // The features that say where a record ends and what stands in it.
+  std::uint64_t framing() const noexcept {
+    return handle_.features() &
+           (GENREG_PACKED_RECORDS | GENREG_BIG_ENDIAN_LENGTH | GENREG_JOIN_CONTINUED_LINES);
+  }
   Pending* pending() const noexcept {
     return handle_.session() == nullptr ? nullptr : handle_.session()->pending();
   }

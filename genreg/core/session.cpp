@@ -499,7 +499,8 @@ void Session::dropCache() noexcept {
 // What is not plainly the registry under its own name takes openReadable(), which also finds the
 // words for what is wrong.
 CachedReads* Session::cachedReads() noexcept {
-  if (!caches_ || main_.isOpen() || isScanning()) return nullptr;
+  const bool isBusy = main_.isOpen() || second_.isOpen() || isScanning();
+  if (!caches_ || isBusy) return nullptr;
   if (cache_ == nullptr) {
     void* memory = nullptr;
     if (_ossMemAlloc(&memory, 0, sizeof(CachedReads), 1, "session", __LINE__) != 0) return nullptr;

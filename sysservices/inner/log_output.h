@@ -25,11 +25,23 @@ int processNumber() noexcept;
 
 // The forks of this process, and those that led to it; a child has other numbers than its parent.
 // What is made past the C library is not counted.
+constexpr unsigned int forkUnderWay = 0xFFFFFFFFu;
 struct Forks {
-  unsigned int ofThisProcess;
+  unsigned int ofThisProcess;  // forkUnderWay while another thread forks
   unsigned int ofItsForebears;
 };
 Forks forks() noexcept;
+
+// While it lives, a fork that begins waits, for a moment at most.
+class ForkPause {
+ public:
+  ForkPause() noexcept;
+  ~ForkPause();
+  ForkPause(const ForkPause&) = delete;
+  ForkPause& operator=(const ForkPause&) = delete;
+  // The forks of this process.
+  unsigned int forks() const noexcept { return oss::forks().ofThisProcess; }
+};
 
 // Appends one line to the log: "stderr", or the file of that path, made for its owner alone when it
 // is missing. The line is one write to a file opened for appending, so that lines of several

@@ -277,7 +277,8 @@ unsigned int OSSHFile::close() noexcept {
   handle_ = -1;
   // The lock would outlive the close in a process that was forked meanwhile; but that process's own
   // close must not end it. A reader's that nobody has inherited ends with the close.
-  const bool endsByItself = isOnlyRead() && forks_ == oss::forks().ofThisProcess;
+  const oss::ForkPause pause;
+  const bool endsByItself = isOnlyRead() && forks_ == pause.forks() && forks_ != oss::forkUnderWay;
   if (lockOwner_ != 0 && !endsByItself && lockOwner_ == thisProcess()) {
     (void)::flock(descriptor, LOCK_UN);
   }

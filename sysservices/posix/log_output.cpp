@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -36,17 +37,34 @@ namespace oss {
 namespace {
 
 std::atomic<unsigned int> forkedHere{0};
+std::atomic<unsigned int> forking{0};  // threads that are about to, or do
 std::atomic<unsigned int> forkedBefore{0};
+std::atomic<unsigned int> pauses{0};
+
+// A thread that forks in a signal, in the midst of a pause of its own, would wait for itself.
+void beforeFork() {
+  constexpr int longest = 1000;
+  ++forking;
+  ++forkedHere;
+  for (int i = 0; pauses != 0 && i < longest; ++i) (void)::sched_yield();
+}
+
+void inChild() {
+  forking = pauses = 0;
+  ++forkedBefore;
+}
 
 }  // namespace
 
 Forks forks() noexcept {
   static const int watched = ::pthread_atfork(
-      nullptr, [] { ++forkedHere; }, [] { ++forkedHere, ++forkedBefore; });
-  // Where forks cannot be watched, each time is another one.
-  if (watched != 0) ++forkedHere;
-  return {forkedHere.load(std::memory_order_relaxed), forkedBefore.load(std::memory_order_relaxed)};
+      beforeFork, [] { --forking; }, inChild);
+  const bool isKnown = watched == 0 && forking == 0;
+  return {isKnown ? forkedHere.load() : forkUnderWay, forkedBefore.load()};
 }
+
+ForkPause::ForkPause() noexcept { ++pauses; }
+ForkPause::~ForkPause() { --pauses; }
 
 LogTime logTime() noexcept {
   timespec now{};

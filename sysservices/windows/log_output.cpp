@@ -25,6 +25,8 @@ LogTime logTime() noexcept {
 
 int processNumber() noexcept { return static_cast<int>(::GetCurrentProcessId()); }
 Forks forks() noexcept { return {}; }
+ForkPause::ForkPause() noexcept = default;
+ForkPause::~ForkPause() = default;
 
 void appendToLog(const char* target, const char* line, std::size_t length) noexcept {
   const DWORD saved = ::GetLastError();
