@@ -69,20 +69,27 @@ inline bool sameBeyond(std::uint64_t mask, const GlobalRegRecord& stored,
          ((mask & byCheckSum) == 0 || stored.CheckSum == given.CheckSum);
 }
 
-// The global registry with the constructor of the other flavours; of null, where it itself is.
-class GlobalAt : public GlobalReg {
+// The global registry with the constructor of the other flavours; of null, where it itself is. A
+// handle is named once, so this one takes the hooks of another.
+class GlobalAt : public GenRegBin {
  public:
   GlobalAt(const char* path, unsigned int* code) noexcept {
-    if (path != nullptr) {
-      genreg::Routine routine(genreg::Function::globalConstructor);
-      *code = genreg::HandleAccess::checkPath(path);
-      if (*code == 0) *code = genreg::HandleAccess::nameFiles(*this, routine, path);
-      if (*code != 0) return;
-      features = GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS | GENREG_NOTIFY_CHANGE;
-      return;
-    }
-    *code = (status & GENREG_STATUS_READY) != 0 ? 0 : GENREG_RC_NO_ARGUMENT;
+    genreg::Routine routine(genreg::Function::globalConstructor);
+    Named global;
+    if (path == nullptr) path = global.path();
+    if (genreg::HandleAccess::setUp(*this, routine, path, global.hooks(), code) != 0) return;
+    features = GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS | GENREG_NOTIFY_CHANGE;
   }
+
+ private:
+  struct Named : GlobalReg {
+    const char* path() const noexcept { return registryPath; }
+    genreg::FlavourHooks hooks() noexcept {
+      return {CompareRecord, ValidateKey,   PrintRecord,     NotifyChange,    UnpackRecord,
+              PackRecord,    GetRecordSize, GetRecordLength, GetPackedLength, form()};
+    }
+    const genreg::RecordForm* form() noexcept { return genreg::HandleAccess(*this).form(); }
+  };
 };
 
 template <typename Flavour, typename Stored>
