@@ -41,7 +41,7 @@ Complaint takeText(const char* field, const std::string& text, char* memory, std
     return unsuitable(std::string(field) + " holds at most " + std::to_string(size - 1) + " bytes");
   }
   std::memset(memory, 0, size);
-  std::memcpy(memory, text.data(), text.size());
+  (void)text.copy(memory, text.size());
   return {};
 }
 
@@ -337,7 +337,7 @@ Complaint makeRecord(const NamedFields& given, const GlobalRegRecord* found,
   GlobalRegRecord& record = made.record;
   if (found != nullptr) record = *found;
   const GlobalRegType* type = nullptr;
-  if (Complaint wrong = findType(given, found, &type)) return wrong;
+  if (Complaint wrong = findType(given, found, &type); wrong || type == nullptr) return wrong;
   record.RecordType = type->type;
   for (const auto& [name, value] : given.all()) {
     const GlobalRegField* const field = fieldNamed(*type, name);

@@ -110,7 +110,7 @@ class RegistryOf final : public Registry {
     cause_.clear();
     return code_ = 0;
   }
-  unsigned int fail(unsigned int code, std::string cause) noexcept {
+  unsigned int fail(unsigned int code, std::string&& cause) noexcept {
     cause_ = std::move(cause);
     return code_ = code;
   }
@@ -292,7 +292,7 @@ class RegistryOf final : public Registry {
 
   // In an update, gives every record that matches its new form.
   unsigned int changeMatching(Key& wanted, const NamedFields& given) {
-    Record found;
+    Record found{};
     if (judge(read(wanted, found)) != 0) return code_;
     Made<Record> merged;
     if (!merge(given, found, merged)) return code_;
@@ -349,7 +349,7 @@ class RegistryOf final : public Registry {
 
   // Changes the first record that matches and is not yet as it should be.
   unsigned int changeNext(Key& wanted, const NamedFields& given) {
-    Record found;
+    Record found{};
     std::optional<Made<Record>> merged;
     const unsigned int code = forEachMatch(wanted, found, [&] {
       merged.emplace();

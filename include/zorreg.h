@@ -104,8 +104,7 @@ extern "C" {
 #define GENREG_RC_NOT_FOUND 0x900001F6u      /* no record matches the key */
 #define GENREG_RC_UNCHANGED 0x900001F7u      /* zorreg_change: it is so already */
 #define GENREG_RC_AMBIGUOUS 0x900001F8u      /* more than one record matches the key */
-#define GENREG_RC_UNPACK_FAILED 0x90000254u  /* a global record is malformed, or of no known type \
-                                              */
+#define GENREG_RC_UNPACK_FAILED 0x90000254u  /* a global record is malformed, or of a new type */
 #define GENREG_RC_NO_SCAN 0x9000025Au        /* no scan is open */
 #define GENREG_RC_SCAN_OPEN 0x9000025Bu      /* not while a scan is open */
 #define GENREG_RC_UPDATE_OPEN 0x900003E0u    /* zorreg_begin: an update is open */
