@@ -75,9 +75,9 @@ struct GlobalRegRecord {
   std::uint64_t FieldMask;         // one bit per field present; bits of unknown fields as read
   std::uint64_t MissingFieldMask;  // known fields that the stored record did not carry
   union {
-    InstanceRecord Instance;  // of type GLOBALREG_RECORD_INSTANCE
-    ServicesRecord Services;  // of type GLOBALREG_RECORD_SERVICES
-    VariableRecord Variable;  // of type GLOBALREG_RECORD_VARIABLE
+    InstanceRecord Instance;  // of type GLOBALREG_RECORD_INSTANCE; the three share their bytes
+    ServicesRecord Services;  // of type GLOBALREG_RECORD_SERVICES; as Instance
+    VariableRecord Variable;  // of type GLOBALREG_RECORD_VARIABLE; as Instance
   };
   std::int32_t CheckSum;  // carried unchanged, neither computed nor verified
 };

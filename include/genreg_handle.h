@@ -305,6 +305,8 @@ class GenRegFile : public GenRegBase {
   // GENREG_RC_NO_UPDATE; GENREG_RC_UNLOCK_FAILED.
   GENREG_API unsigned int AbandonUpdate() noexcept;
 
+  // --- how it waits and reads, and how it went ---
+
   // How long a wait for the update lock may last, in milliseconds; 0, as made: for ever. Whoever
   // has waited so long returns GENREG_RC_BUSY; the log says for which file, how long, and who has
   // it. Returns 0.
