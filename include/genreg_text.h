@@ -57,6 +57,9 @@ GENREG_API unsigned int GenRegWriteLine(char* line, std::uint64_t width,
 class GenRegText : public GenRegFile {
  public:
   GENREG_API GenRegText() noexcept;
+  // As GenRegBin's; the hooks to fill are CompareRecord, ValidateKey, GetRecordSize,
+  // GetRecordLength, PackRecord and UnpackRecord.
+  GENREG_API GenRegText(const char* path, unsigned int* rc) noexcept;
   GENREG_API ~GenRegText();
 
   // Appends the line of `record` behind everything else. Creates the registry file and its
