@@ -20,7 +20,7 @@
 //
 // Each operation has two forms, as in std::filesystem. One throws zor::Error. The other takes a
 // std::error_code last, clears it or stores what failed there, and returns the value of "nothing";
-// registry.cause() has the words then. std::bad_alloc may come from either. Codes are those of
+// registry.cause() has the words then. Either may throw std::bad_alloc. Codes are those of
 // genreg_codes.h in zor::category(); they compare equal to std::errc where there is a like one:
 // busy, no such file (also: no such record), exists, no memory, permission denied.
 //
@@ -63,7 +63,7 @@ inline const std::error_category& category() noexcept {
     const char* name() const noexcept override { return "zorgenreg"; }
     std::string message(int value) const override {
       const GenRegReturnCode* row = genRegFindReturnCode(static_cast<unsigned int>(value));
-      return row == nullptr ? "unknown code" : std::string(row->name) + ": " + row->meaning;
+      return row == nullptr ? "unknown code" : row->meaning;
     }
     std::error_condition default_error_condition(int value) const noexcept override {
       switch (static_cast<unsigned int>(value)) {
@@ -121,24 +121,28 @@ inline unsigned int codeOf(const std::error_code& error) noexcept {
   return error.category() == category() ? static_cast<unsigned int>(error.value()) : 0;
 }
 
-// What an operation throws. what() has the cause, with the file's name, and the code's meaning.
+// What an operation throws.
 class Error : public std::system_error {
  public:
   Error(const std::error_code& code, std::string file, std::string cause, bool committed)
-      : std::system_error(code, cause.empty() ? file : cause),
-        details_(std::make_shared<const Details>(
-            Details{std::move(file), std::move(cause), committed})) {}
+      : std::system_error(code) {
+    std::string text = cause.empty() ? file + ": " + code.message() : cause;
+    details_ = std::make_shared<const Details>(
+        Details{std::move(file), std::move(cause), std::move(text), committed});
+  }
 
+  // The cause, or the file and what the code means.
+  const char* what() const noexcept override { return details_->text.c_str(); }
   // The registry's path as it was given; of copies() and instances() the entry that is not read.
   const std::string& file() const noexcept { return details_->file; }
-  // What happened first, and why, in words; may be empty.
+  // What happened first, and why, in words, with the file's name; may be empty.
   const std::string& cause() const noexcept { return details_->cause; }
   // Whether the change is on the disk all the same: only something behind the commit failed.
   bool committed() const noexcept { return details_->committed; }
 
  private:
   struct Details {
-    std::string file, cause;
+    std::string file, cause, text;
     bool committed;
   };
   std::shared_ptr<const Details> details_;  // so that a copy cannot throw
@@ -1417,58 +1421,46 @@ std::vector<Entry> readAll(void* list, unsigned int (*next)(void*, Info*),
   }
 }
 
-inline std::vector<Copy> readCopies(unsigned int* code, std::string* which) {
-  void* list = nullptr;
-  *code = ossOpenServiceList(&list);
-  if (*code != 0) return {};
-  return readAll<Copy, OSSServiceInfo_t>(list, ossGetNextService, ossCloseServiceList, code, which);
+// `error` null: what fails is thrown.
+template <typename Entry, typename Info>
+std::vector<Entry> readList(unsigned int code, void* list, unsigned int (*next)(void*, Info*),
+                            unsigned int (*close)(void*), std::error_code* error) {
+  std::string which;
+  std::vector<Entry> entries;
+  if (list != nullptr) entries = readAll<Entry, Info>(list, next, close, &code, &which);
+  if (error != nullptr) *error = errorCode(code);
+  if (code != 0 && error == nullptr) throw Error(errorCode(code), which, {}, false);
+  return entries;
 }
-inline std::vector<Instance> readInstances(const std::string& kind, unsigned int* code,
-                                           std::string* which) {
+
+inline std::vector<Copy> readCopies(std::error_code* error) {
   void* list = nullptr;
-  *code = ossOpenInstanceList(kind.c_str(), &list);
-  if (*code == GENREG_RC_KEY_NOT_FOUND) *code = 0;
-  if (list == nullptr) return {};
-  return readAll<Instance, OSSInstanceInfo_t>(list, ossGetNextInstance, ossCloseInstanceList, code,
-                                              which);
+  const unsigned int code = ossOpenServiceList(&list);
+  return readList<Copy, OSSServiceInfo_t>(code, list, ossGetNextService, ossCloseServiceList,
+                                          error);
+}
+inline std::vector<Instance> readInstances(const std::string& kind, std::error_code* error) {
+  void* list = nullptr;
+  unsigned int code = ossOpenInstanceList(kind.c_str(), &list);
+  if (code == GENREG_RC_KEY_NOT_FOUND) code = 0;  // no copy has any
+  return readList<Instance, OSSInstanceInfo_t>(code, list, ossGetNextInstance, ossCloseInstanceList,
+                                               error);
 }
 
 }  // namespace detail
 
-// The copies of the product that this machine has. `error` is the first failure; the copies that
-// can be read are there all the same.
-inline std::vector<Copy> copies(std::error_code& error) {
-  unsigned int code = 0;
-  std::string which;
-  std::vector<Copy> all = detail::readCopies(&code, &which);
-  error = errorCode(code);
-  return all;
-}
-// The same; throws when one cannot be read.
-inline std::vector<Copy> copies() {
-  unsigned int code = 0;
-  std::string which;
-  std::vector<Copy> all = detail::readCopies(&code, &which);
-  if (code != 0) throw Error(errorCode(code), which, {}, false);
-  return all;
-}
+// The copies of the product that this machine has. What cannot be read is thrown, or `error` is the
+// first failure and the copies that can be read are given all the same.
+inline std::vector<Copy> copies() { return detail::readCopies(nullptr); }
+inline std::vector<Copy> copies(std::error_code& error) { return detail::readCopies(&error); }
 
 // The instances of kind "ZOR" or "ZEM". Reading one may ask the service control manager or another
-// machine. `error` is the first failure; the instances that can be read are there all the same.
-inline std::vector<Instance> instances(const std::string& kind, std::error_code& error) {
-  unsigned int code = 0;
-  std::string which;
-  std::vector<Instance> all = detail::readInstances(kind, &code, &which);
-  error = errorCode(code);
-  return all;
-}
-// The same; throws when one cannot be read.
+// machine. Errors as copies'.
 inline std::vector<Instance> instances(const std::string& kind = "ZOR") {
-  unsigned int code = 0;
-  std::string which;
-  std::vector<Instance> all = detail::readInstances(kind, &code, &which);
-  if (code != 0) throw Error(errorCode(code), which, {}, false);
-  return all;
+  return detail::readInstances(kind, nullptr);
+}
+inline std::vector<Instance> instances(const std::string& kind, std::error_code& error) {
+  return detail::readInstances(kind, &error);
 }
 
 // A version code as people write it: "9.1.0.0".
