@@ -463,8 +463,15 @@ using Stored = std::conditional_t<std::is_same_v<Value, bool>, std::uint32_t, Va
 class GlobalAt : public GenRegBin {
  public:
   GlobalAt(const char* path, unsigned int* rc) noexcept : GenRegBin(path, rc) {
-    static const Lender lender;
-    lender.lend(*this);
+    static const Hooks hooks = Lender().hooks();
+    GenRegBase::CompareRecord = hooks.compare;
+    GenRegBase::ValidateKey = hooks.validate;
+    GenRegBase::PrintRecord = hooks.print;
+    GenRegFile::PackRecord = hooks.pack;
+    GenRegFile::UnpackRecord = hooks.unpack;
+    GenRegFile::GetRecordSize = hooks.size;
+    GenRegFile::GetRecordLength = hooks.length;
+    GenRegFile::GetPackedLength = hooks.packedLength;
     (void)setFeature(GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS);
   }
   // The global registry's own path now; empty when there is none.
@@ -475,17 +482,22 @@ class GlobalAt : public GenRegBin {
   }
 
  private:
+  struct Hooks {
+    GenRegCompareHook compare;
+    GenRegValidateHook validate;
+    GenRegPrintHook print;
+    GenRegPackHook pack;
+    GenRegUnpackHook unpack;
+    GenRegSizeHook size;
+    GenRegLengthHook length;
+    GenRegLengthHook packedLength;
+  };
   struct Lender : GlobalReg {
     using GlobalReg::getRegFilePath;
-    void lend(GlobalAt& to) const noexcept {
-      to.GenRegBase::CompareRecord = GenRegBase::CompareRecord;
-      to.GenRegBase::ValidateKey = GenRegBase::ValidateKey;
-      to.GenRegBase::PrintRecord = GenRegBase::PrintRecord;
-      to.GenRegFile::PackRecord = GenRegFile::PackRecord;
-      to.GenRegFile::UnpackRecord = GenRegFile::UnpackRecord;
-      to.GenRegFile::GetRecordSize = GenRegFile::GetRecordSize;
-      to.GenRegFile::GetRecordLength = GenRegFile::GetRecordLength;
-      to.GenRegFile::GetPackedLength = GenRegFile::GetPackedLength;
+    Hooks hooks() const noexcept {
+      return {GenRegBase::CompareRecord,   GenRegBase::ValidateKey,    GenRegBase::PrintRecord,
+              GenRegFile::PackRecord,      GenRegFile::UnpackRecord,   GenRegFile::GetRecordSize,
+              GenRegFile::GetRecordLength, GenRegFile::GetPackedLength};
     }
   };
 };
@@ -576,13 +588,13 @@ struct Handle {
   unsigned int note(unsigned int code, bool isUpdate) {
     if (code == 0) return code;
     cause = engine().getLastCause();
-    committed = isUpdate && engine().isUpdateCommitted();
+    isCommitted = isUpdate && engine().isUpdateCommitted();
     return code;
   }
   unsigned int note(const Complaint& complaint) {
     if (complaint.code == 0) return 0;
     cause = file + ": " + complaint.words;
-    committed = false;
+    isCommitted = false;
     return complaint.code;
   }
   unsigned int begin(std::uint64_t request) {
@@ -601,7 +613,7 @@ struct Handle {
 
   std::string file;
   std::string cause{};
-  bool committed = false;  // what failed last is
+  bool isCommitted = false;  // what failed last is
   bool updating = false;
 };
 
@@ -836,7 +848,7 @@ class HandleOf : public Handle, private Kind::Flavour {
 
 [[noreturn]] inline void fail(const std::error_code& error, const Handle* handle) {
   if (handle == nullptr) throw Error(error, {}, {}, false);
-  throw Error(error, handle->file, handle->cause, handle->committed);
+  throw Error(error, handle->file, handle->cause, handle->isCommitted);
 }
 
 }  // namespace detail
@@ -991,7 +1003,7 @@ class Registry {
   }
   // Of the last failure, as Error's members of that name.
   std::string cause() const { return handle_ == nullptr ? std::string() : handle_->cause; }
-  bool committed() const noexcept { return handle_ != nullptr && handle_->committed; }
+  bool committed() const noexcept { return handle_ != nullptr && handle_->isCommitted; }
 
  protected:
   using Handle = detail::HandleOf<Kind>;
