@@ -126,7 +126,8 @@ class Error : public std::system_error {
  public:
   Error(const std::error_code& code, std::string file, std::string cause, bool committed)
       : std::system_error(code) {
-    std::string text = cause.empty() ? file + ": " + code.message() : cause;
+    std::string text = cause;
+    if (text.empty()) text = file + (file.empty() ? "" : ": ") + code.message();
     details_ = std::make_shared<const Details>(
         Details{std::move(file), std::move(cause), std::move(text), committed});
   }
