@@ -43,6 +43,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -226,6 +227,46 @@ struct GlobalVariable {
 };
 
 using GlobalRecord = std::variant<GlobalInstance, GlobalServices, GlobalVariable>;
+
+// The fields of a record in their order, for comparing and walking them; without checkSum.
+template <typename Record>
+auto fieldsOf(Record& r) {
+  using Type = std::remove_const_t<Record>;
+  if constexpr (std::is_same_v<Type, Variable> || std::is_same_v<Type, Assignment>) {
+    return std::tie(r.name, r.value, r.comment);
+  } else if constexpr (std::is_same_v<Type, Service>) {
+    return std::tie(r.name, r.port, r.protocol, r.aliases, r.comment);
+  } else if constexpr (std::is_same_v<Type, GlobalInstance>) {
+    return std::tie(r.service, r.versionCode, r.instanceName, r.instancePath, r.usage,
+                    r.startAtBoot, r.maintenance, r.installPath, r.hostName, r.comment);
+  } else if constexpr (std::is_same_v<Type, GlobalServices>) {
+    return std::tie(r.service, r.versionCode, r.installPath, r.text2, r.text3, r.level, r.number1,
+                    r.byte1, r.number2, r.number3);
+  } else {
+    static_assert(std::is_same_v<Type, GlobalVariable>, "of records only");
+    return std::tie(r.service, r.variable, r.value, r.comment);
+  }
+}
+
+template <typename Type>
+constexpr bool isGlobalRecord =
+    std::is_same_v<Type, GlobalInstance> || std::is_same_v<Type, GlobalServices> ||
+    std::is_same_v<Type, GlobalVariable>;
+template <typename Type>
+constexpr bool isRecord = std::is_same_v<Type, Variable> || std::is_same_v<Type, Assignment> ||
+                          std::is_same_v<Type, Service> || isGlobalRecord<Type>;
+
+// Two records are equal when all of both is.
+template <typename Type, std::enable_if_t<isRecord<Type>, int> = 0>
+bool operator==(const Type& left, const Type& right) {
+  bool same = fieldsOf(left) == fieldsOf(right);
+  if constexpr (isGlobalRecord<Type>) same = same && left.checkSum == right.checkSum;
+  return same;
+}
+template <typename Type, std::enable_if_t<isRecord<Type>, int> = 0>
+bool operator!=(const Type& left, const Type& right) {
+  return !(left == right);
+}
 
 class Update;
 
@@ -428,32 +469,19 @@ struct ServicesKind {
   }
 };
 
-// The fields of a global record, in the order of its table in genreg_global.h.
-template <typename Record, typename Visit,
-          std::enable_if_t<std::is_same_v<std::remove_const_t<Record>, GlobalInstance>, int> = 0>
-void visitFields(Record& r, Visit visit) {
-  visit(r.service), visit(r.versionCode), visit(r.instanceName), visit(r.instancePath);
-  visit(r.usage), visit(r.startAtBoot), visit(r.maintenance), visit(r.installPath);
-  visit(r.hostName), visit(r.comment);
-}
-template <typename Record, typename Visit,
-          std::enable_if_t<std::is_same_v<std::remove_const_t<Record>, GlobalServices>, int> = 0>
-void visitFields(Record& r, Visit visit) {
-  visit(r.service), visit(r.versionCode), visit(r.installPath), visit(r.text2), visit(r.text3);
-  visit(r.level), visit(r.number1), visit(r.byte1), visit(r.number2), visit(r.number3);
-}
-template <typename Record, typename Visit,
-          std::enable_if_t<std::is_same_v<std::remove_const_t<Record>, GlobalVariable>, int> = 0>
-void visitFields(Record& r, Visit visit) {
-  visit(r.service), visit(r.variable), visit(r.value), visit(r.comment);
-}
-
 template <typename Record>
 constexpr std::uint32_t globalType = std::is_same_v<Record, GlobalInstance>
                                          ? GLOBALREG_RECORD_INSTANCE
                                          : (std::is_same_v<Record, GlobalServices>
                                                 ? GLOBALREG_RECORD_SERVICES
                                                 : GLOBALREG_RECORD_VARIABLE);
+
+// Hands the fields of a global record to `take`, in the order of its table in genreg_global.h.
+template <typename Record, typename Take>
+void walk(Record& record, const Take& take) {
+  const auto each = [&](auto&... fields) { (take(fields), ...); };
+  std::apply(each, fieldsOf(record));
+}
 
 // A field as the classes store it: a truth value is a number of four bytes.
 template <typename Value>
@@ -517,7 +545,7 @@ struct GlobalKind {
     native.RecordType = type.type;
     native.CheckSum = fields.checkSum;
     const GlobalRegField* field = type.fields;
-    visitFields(fields, [&](const auto& value) {
+    const auto take = [&](const auto& value) {
       const GlobalRegField& row = *field++;
       if (!value) return;
       using Value = std::decay_t<decltype(*value)>;
@@ -529,7 +557,8 @@ struct GlobalKind {
         const Stored<Value> number = *value;
         std::memcpy(memory, &number, sizeof number);
       }
-    });
+    };
+    walk(fields, take);
   }
   static void fill(const Record& record, Native& native, Memory&, Complaint& complaint) {
     std::visit([&](const auto& fields) { fillFields(fields, native, complaint); }, record);
@@ -539,7 +568,7 @@ struct GlobalKind {
     Fields fields{};
     fields.checkSum = native.CheckSum;
     const GlobalRegField* field = globalRegFindType(globalType<Fields>)->fields;
-    visitFields(fields, [&](auto& value) {
+    const auto take = [&](auto& value) {
       const GlobalRegField& row = *field++;
       if ((native.FieldMask & row.bit) == 0) return;
       using Value = std::decay_t<decltype(*value)>;
@@ -551,7 +580,8 @@ struct GlobalKind {
         std::memcpy(&number, memory, sizeof number);
         value = static_cast<Value>(number);
       }
-    });
+    };
+    walk(fields, take);
     return fields;
   }
   static Record read(const Native& native) {
