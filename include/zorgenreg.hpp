@@ -16,7 +16,8 @@
 // get, set, add, change, remove and loop over it as you like. The file is created by the first
 // change; until then the registry is empty. An Update makes several calls one change, and what is
 // read in between nobody else changes. While a loop over a registry runs, that registry can be read
-// by get, but not changed, and has no second loop; in an Update a loop shuts out get, too.
+// by get, but not changed (GENREG_RC_UPDATE_IN_SCAN, GENREG_RC_OPEN_FOR_OPERATION), and has no
+// second loop.
 //
 // Each operation has two forms, as in std::filesystem. One throws zor::Error. The other takes a
 // std::error_code last, clears it or stores what failed there, and returns the value of "nothing";
@@ -114,6 +115,7 @@ inline const std::error_category& category() noexcept {
 
 // A code of genreg_codes.h as an error_code; 0 is success.
 inline std::error_code errorCode(unsigned int code) noexcept {
+  if (code == 0) return {};
   return {static_cast<int>(code), category()};
 }
 
@@ -1435,8 +1437,8 @@ inline std::string entryOf(const OSSInstanceInfo_t& info) {
   return textOf(info.instanceName) + " of copy " + textOf(info.copyName);
 }
 
-// All entries that can be read; the first failure, and of which entry. An entry that fails again
-// would do so for ever.
+// All entries that can be read; the first failure, and of which entry. An instance may fail for
+// ever; three times in a row the same one does.
 template <typename Entry, typename Info>
 std::vector<Entry> readAll(void* list, unsigned int (*next)(void*, Info*),
                            unsigned int (*close)(void*), unsigned int* failed, std::string* which) {
@@ -1447,21 +1449,25 @@ std::vector<Entry> readAll(void* list, unsigned int (*next)(void*, Info*),
   } const closing{list, close};
   std::vector<Entry> entries;
   const auto info = std::make_unique<Info>();
+  constexpr bool mayStick = std::is_same_v<Info, OSSInstanceInfo_t>;
   std::string before;
-  for (bool hasFailed = false;;) {
-    const unsigned int code = next(list, info.get());
-    if (code == GENREG_RC_END) return entries;
+  unsigned int code = 0;
+  for (int row = 0; (code = next(list, info.get())) != GENREG_RC_END;) {
     if (code == 0) {
       entries.push_back(read(*info));
-      hasFailed = false;
+      row = 0;
       continue;
     }
-    const std::string entry = entryOf(*info);
-    if (*failed == 0) *failed = code, *which = entry;
-    if (hasFailed && entry == before) return entries;
-    hasFailed = true;
-    before = entry;
+    std::string entry = entryOf(*info);
+    if (*failed == 0) {
+      *failed = code;
+      *which = entry;
+    }
+    row = row > 0 && entry == before ? row + 1 : 1;
+    if (mayStick && row == 3) break;
+    before = std::move(entry);
   }
+  return entries;
 }
 
 // `error` null: what fails is thrown.

@@ -1,8 +1,10 @@
 // zorgenreg.hpp as a user meets it: records, loops, updates and errors of each kind of registry.
+#include <cerrno>
 #include <filesystem>
 
 #include "support/registry_fixture.h"
 #include "support/stored_record.h"
+#include "sysservices/environment.h"
 #include "zorgenreg.hpp"
 
 namespace {
@@ -194,12 +196,14 @@ TEST_F(CppFaceCases, ANameThatStandsTwiceIsSetInBothPlaces) {
   EXPECT_EQ(readFile(registry()), "# text\n");
 }
 
-TEST_F(CppFaceCases, FieldsOfALaterVersionSurviveAChange) {
+TEST_F(CppFaceCases, FieldsOfALaterVersionSurviveAChangeOfTheGlobalRegistry) {
   const auto bytes = [](const char* value) {
     return framed(stored(4, 0x17, {text("S"), text("V"), text(value), text("later")}));
   };
   writeFile(registry(), bytes("old"));
-  zor::Global global(registry());
+  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", registry().c_str());
+  zor::Global global;
+  (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
   EXPECT_TRUE(global.set(zor::GlobalVariable{"S", "V", "new"}));
   EXPECT_EQ(readFile(registry()), bytes("new"));
 }
