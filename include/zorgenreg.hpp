@@ -2,22 +2,23 @@
 // registry is a range, and what fails throws or is stored in a std::error_code. Header-only, above
 // the classes of genreg.h and without a rule of its own.
 //
-//   zor::Variables settings("settings.reg");              // opens nothing yet
-//   settings.set({"Timeout", 30, "seconds"});             // is so from now on, on the disk
+//   zor::Variables settings("settings.reg");   // opens nothing yet
+//   settings.set({"Timeout", 30, "seconds"});  // is so from now on, on the disk
 //   if (auto found = settings.get("Timeout")) use(found->value);
 //   for (const auto& setting : settings) use(setting.name);
 //
-//   zor::Update update(settings);                         // many changes, one commit
-//   settings.set({"Retries", settings.get("Retries").value_or(zor::Variable{"Retries"}).value +
-//   1}); settings.remove("Timeout"); update.commit();                                      //
-//   without it nothing has happened
+//   zor::Update update(settings);  // many changes, one commit
+//   const auto retries = settings.get("Retries");
+//   settings.set({"Retries", retries ? retries->value + 1 : 1});
+//   settings.remove("Timeout");
+//   update.commit();  // without it nothing has happened
 //
 // The order of calls: make a registry (Variables, Profile, Services, Global) from a path; then call
 // get, set, add, change, remove and loop over it as you like. The file is created by the first
 // change; until then the registry is empty. An Update makes several calls one change, and what is
 // read in between nobody else changes. While a loop over a registry runs, that registry can be read
 // by get, but not changed (GENREG_RC_UPDATE_IN_SCAN, GENREG_RC_OPEN_FOR_OPERATION), and has no
-// second loop.
+// second loop (GENREG_RC_SCAN_OPEN).
 //
 // Each operation has two forms, as in std::filesystem. One throws zor::Error. The other takes a
 // std::error_code last, clears it or stores what failed there, and returns the value of "nothing";
@@ -712,9 +713,12 @@ class HandleOf : public Handle, private Kind::Flavour {
 
   // A scan of a text registry shows comments as they are.
   unsigned int openScan(bool* isEmpty) {
+    *isEmpty = false;
+    if (scans_) return note({GENREG_RC_SCAN_OPEN, "a loop over the registry runs"});
     if (Kind::isText) useHooks(true);
     const unsigned int code = this->OpenScan();
-    if (code != 0 && Kind::isText) useHooks(false);
+    scans_ = code == 0;
+    if (!scans_ && Kind::isText) useHooks(false);
     *isEmpty = isAbsence(code);
     return *isEmpty ? 0 : note(code, false);
   }
@@ -729,6 +733,7 @@ class HandleOf : public Handle, private Kind::Flavour {
   }
   unsigned int closeScan() noexcept {
     const unsigned int code = this->CloseScan();
+    scans_ = false;
     if (Kind::isText) useHooks(false);
     return code;
   }
@@ -877,6 +882,7 @@ class HandleOf : public Handle, private Kind::Flavour {
 
   std::string absolute_;
   std::string backup_;
+  bool scans_ = false;
 };
 
 [[noreturn]] inline void fail(const std::error_code& error, const Handle* handle) {

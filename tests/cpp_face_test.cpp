@@ -125,6 +125,7 @@ TYPED_TEST(CppFace, ALoopThatIsLeftEarlyLetsTheRegistryBeChanged) {
   for (const auto& record : registry.scan(error)) {
     EXPECT_TRUE(registry.find() == record);
     EXPECT_EQ(thrown([&] { registry.set(record); }), GENREG_RC_UPDATE_IN_SCAN);
+    EXPECT_EQ(thrown([&] { registry.begin(); }), GENREG_RC_SCAN_OPEN);
     break;
   }
   EXPECT_TRUE(!error && registry.set(TypeParam::record(true)));
