@@ -1,6 +1,7 @@
 // The exported members of the two engines.
 #include "genreg.h"
 #include "genreg/binary_store.h"
+#include "genreg/core/handle.h"
 #include "genreg/core/many_changes.h"
 #include "genreg/core/repair.h"
 #include "genreg/core/search.h"
@@ -68,9 +69,18 @@ unsigned int withStore(GenRegFile& handle, bool isText, Work work) {
   return operation.end(work(store));
 }
 
+// For a flavour of somebody else's, which fills its hooks itself.
+void nameFiles(GenRegFile& handle, Function name, const char* path, unsigned int* rc) {
+  Routine routine(name);
+  (void)genreg::HandleAccess::setUp(handle, routine, path, {}, rc);
+}
+
 }  // namespace
 
 GenRegBin::GenRegBin() noexcept { engineKind = GENREG_ENGINE_BINARY; }
+GenRegBin::GenRegBin(const char* path, unsigned int* rc) noexcept : GenRegBin() {
+  nameFiles(*this, Function::fileConstructor, path, rc);
+}
 GenRegBin::~GenRegBin() = default;
 
 unsigned int GenRegBin::Add(std::uint64_t mask, void* record) noexcept {
@@ -92,6 +102,9 @@ unsigned int GenRegBin::GetNext(std::uint64_t mask, void* key, void* record) noe
 GenRegText::GenRegText() noexcept {
   const Routine routine(Function::textConstructor);
   engineKind = GENREG_ENGINE_TEXT;
+}
+GenRegText::GenRegText(const char* path, unsigned int* rc) noexcept : GenRegText() {
+  nameFiles(*this, Function::textConstructor, path, rc);
 }
 GenRegText::~GenRegText() { const Routine routine(Function::textDestructor); }
 

@@ -43,6 +43,11 @@ class GenRegBin : public GenRegFile {
  public:
   // A handle without hooks and file names; a flavour's constructor fills them.
   GENREG_API GenRegBin() noexcept;
+  // For a flavour of one's own: names the files of the registry at `path` as GenRegBinVarVal does,
+  // and stores the same codes at `rc` (may be null); after a failure every operation fails. The
+  // class that derives fills the hooks CompareRecord, ValidateKey, GetRecordSize and
+  // GetRecordLength, and sets its features, of which GENREG_VERIFY_UPDATES is one to set.
+  GENREG_API GenRegBin(const char* path, unsigned int* rc) noexcept;
   // As GenRegFile's.
   GENREG_API ~GenRegBin();
 

@@ -69,6 +69,9 @@ class GenRegText : public GenRegFile {
  public:
   // A handle without hooks and file names; a flavour's constructor fills them.
   GENREG_API GenRegText() noexcept;
+  // As GenRegBin's; the hooks to fill are CompareRecord, ValidateKey, GetRecordSize,
+  // GetRecordLength, PackRecord and UnpackRecord.
+  GENREG_API GenRegText(const char* path, unsigned int* rc) noexcept;
   // As GenRegFile's.
   GENREG_API ~GenRegText();
 
