@@ -490,48 +490,19 @@ void walk(Record& record, const Take& take) {
 template <typename Value>
 using Stored = std::conditional_t<std::is_same_v<Value, bool>, std::uint32_t, Value>;
 
-// The global registry at a path of the caller's. GlobalReg takes its path from the environment
-// alone, so its hooks are lent to an engine that takes one.
-class GlobalAt : public GenRegBin {
+// The global registry, which also knows its own path.
+class GlobalAt : public GlobalReg {
  public:
-  GlobalAt(const char* path, unsigned int* rc) noexcept : GenRegBin(path, rc) {
-    static const Hooks hooks = Lender().hooks();
-    GenRegBase::CompareRecord = hooks.compare;
-    GenRegBase::ValidateKey = hooks.validate;
-    GenRegBase::PrintRecord = hooks.print;
-    GenRegFile::PackRecord = hooks.pack;
-    GenRegFile::UnpackRecord = hooks.unpack;
-    GenRegFile::GetRecordSize = hooks.size;
-    GenRegFile::GetRecordLength = hooks.length;
-    GenRegFile::GetPackedLength = hooks.packedLength;
-    (void)setFeature(GENREG_VERIFY_UPDATES | GENREG_PACKED_RECORDS);
-  }
+  GlobalAt(const char* path, unsigned int* rc) noexcept : GlobalReg(path, rc) {}
   // The global registry's own path now; empty when there is none.
   static std::string ownPath() {
+    struct Named : GlobalReg {
+      using GlobalReg::getRegFilePath;
+    };
     char path[GENREG_PATH_SIZE] = "";
-    (void)Lender().getRegFilePath(path, sizeof path);
+    (void)Named().getRegFilePath(path, sizeof path);
     return path;
   }
-
- private:
-  struct Hooks {
-    GenRegCompareHook compare;
-    GenRegValidateHook validate;
-    GenRegPrintHook print;
-    GenRegPackHook pack;
-    GenRegUnpackHook unpack;
-    GenRegSizeHook size;
-    GenRegLengthHook length;
-    GenRegLengthHook packedLength;
-  };
-  struct Lender : GlobalReg {
-    using GlobalReg::getRegFilePath;
-    Hooks hooks() const noexcept {
-      return {GenRegBase::CompareRecord,   GenRegBase::ValidateKey,    GenRegBase::PrintRecord,
-              GenRegFile::PackRecord,      GenRegFile::UnpackRecord,   GenRegFile::GetRecordSize,
-              GenRegFile::GetRecordLength, GenRegFile::GetPackedLength};
-    }
-  };
 };
 
 struct GlobalKind {
