@@ -128,6 +128,7 @@ inline unsigned int codeOf(const std::error_code& error) noexcept {
 // What an operation throws.
 class Error : public std::system_error {
  public:
+  // A code with the registry's path, the cause in words, and whether the change is committed.
   Error(const std::error_code& code, std::string file, std::string cause, bool committed)
       : std::system_error(code) {
     std::string text = cause;
@@ -156,10 +157,11 @@ class Error : public std::system_error {
 // Where a registry is: text in the system's 8-bit encoding, as the classes take it; of a
 // std::filesystem::path what its string() gives.
 struct Path {
+  // A path; null is the empty one.
   Path(const char* path) : text(path == nullptr ? "" : path) {}
   Path(std::string path) : text(std::move(path)) {}
   Path(const std::filesystem::path& path) : text(path.string()) {}
-  std::string text;
+  std::string text;  // the path
 };
 
 // --- records ---
@@ -167,23 +169,23 @@ struct Path {
 // A variable of a binary registry; its name is what identifies it.
 struct Variable {
   std::string name;        // at most 15 bytes
-  std::int32_t value = 0;  //
+  std::int32_t value = 0;  // any number
   std::string comment{};   // at most 15 bytes
 };
 
 // An assignment in a profile; its name is what identifies it.
 struct Assignment {
-  std::string name;
+  std::string name;                      // not empty
   std::string value{};                   // as it stands in the line, double quotes included
   std::optional<std::string> comment{};  // without the "#" and a blank behind it
 };
 
 // An entry of a services file; name and protocol are what identifies it.
 struct Service {
-  std::string name;
+  std::string name;        // not empty, without blanks
   std::uint16_t port = 0;  // host byte order; 0 in a line that is not understood
   std::string protocol{};  // "tcp", "udp", "ddp" or "divert"; empty in a line that has none
-  std::vector<std::string> aliases{};
+  std::vector<std::string> aliases{};    // in the line's order
   std::optional<std::string> comment{};  // without the "#" and a blank behind it
 };
 
@@ -192,43 +194,44 @@ struct Service {
 
 // Identified by instanceName.
 struct GlobalInstance {
-  std::optional<std::string> service{};
-  std::optional<std::uint64_t> versionCode{};
-  std::optional<std::string> instanceName{};
-  std::optional<std::string> instancePath{};
-  std::optional<std::string> usage{};
-  std::optional<bool> startAtBoot{};
-  std::optional<bool> maintenance{};
-  std::optional<std::string> installPath{};
-  std::optional<std::string> hostName{};
-  std::optional<std::string> comment{};
-  std::int32_t checkSum = 0;
+  std::optional<std::string> service{};        // InstanceRecord::Service
+  std::optional<std::uint64_t> versionCode{};  // InstanceRecord::VersionCode
+  std::optional<std::string> instanceName{};   // InstanceRecord::InstanceName
+  std::optional<std::string> instancePath{};   // InstanceRecord::InstancePath
+  std::optional<std::string> usage{};          // InstanceRecord::Usage
+  std::optional<bool> startAtBoot{};           // InstanceRecord::StartAtBoot
+  std::optional<bool> maintenance{};           // InstanceRecord::Maintenance
+  std::optional<std::string> installPath{};    // InstanceRecord::InstallPath
+  std::optional<std::string> hostName{};       // InstanceRecord::HostName
+  std::optional<std::string> comment{};        // InstanceRecord::Comment
+  std::int32_t checkSum = 0;                   // carried unchanged
 };
 
 // Identified by service.
 struct GlobalServices {
-  std::optional<std::string> service{};
-  std::optional<std::uint64_t> versionCode{};
-  std::optional<std::string> installPath{};
-  std::optional<std::string> text2{};
-  std::optional<std::string> text3{};
-  std::optional<std::uint32_t> level{};
-  std::optional<std::uint32_t> number1{};
-  std::optional<std::uint8_t> byte1{};
-  std::optional<std::uint32_t> number2{};
-  std::optional<std::uint32_t> number3{};
-  std::int32_t checkSum = 0;
+  std::optional<std::string> service{};        // ServicesRecord::Service
+  std::optional<std::uint64_t> versionCode{};  // ServicesRecord::VersionCode
+  std::optional<std::string> installPath{};    // ServicesRecord::InstallPath
+  std::optional<std::string> text2{};          // ServicesRecord::Text2
+  std::optional<std::string> text3{};          // ServicesRecord::Text3
+  std::optional<std::uint32_t> level{};        // ServicesRecord::Level
+  std::optional<std::uint32_t> number1{};      // ServicesRecord::Number1
+  std::optional<std::uint8_t> byte1{};         // ServicesRecord::Byte1
+  std::optional<std::uint32_t> number2{};      // ServicesRecord::Number2
+  std::optional<std::uint32_t> number3{};      // ServicesRecord::Number3
+  std::int32_t checkSum = 0;                   // carried unchanged
 };
 
 // Identified by service and variable.
 struct GlobalVariable {
-  std::optional<std::string> service{};
-  std::optional<std::string> variable{};
-  std::optional<std::string> value{};
-  std::optional<std::string> comment{};
-  std::int32_t checkSum = 0;
+  std::optional<std::string> service{};   // VariableRecord::Service
+  std::optional<std::string> variable{};  // VariableRecord::Variable
+  std::optional<std::string> value{};     // VariableRecord::Value
+  std::optional<std::string> comment{};   // VariableRecord::Comment
+  std::int32_t checkSum = 0;              // carried unchanged
 };
 
+// A record of one of the three types.
 using GlobalRecord = std::variant<GlobalInstance, GlobalServices, GlobalVariable>;
 
 // The fields of a record in their order, for comparing and walking them; without checkSum.
@@ -251,10 +254,12 @@ auto fieldsOf(Record& r) {
   }
 }
 
+// Whether a type is one of the global registry's records.
 template <typename Type>
 constexpr bool isGlobalRecord =
     std::is_same_v<Type, GlobalInstance> || std::is_same_v<Type, GlobalServices> ||
     std::is_same_v<Type, GlobalVariable>;
+// Whether a type is a registry's record.
 template <typename Type>
 constexpr bool isRecord = std::is_same_v<Type, Variable> || std::is_same_v<Type, Assignment> ||
                           std::is_same_v<Type, Service> || isGlobalRecord<Type>;
@@ -870,8 +875,10 @@ class Scan {
   struct State;
 
  public:
+  // An input iterator over the records.
   class iterator {
    public:
+    // What std::iterator_traits asks for.
     using iterator_category = std::input_iterator_tag;
     using value_type = typename Kind::Record;
     using difference_type = std::ptrdiff_t;
@@ -879,6 +886,7 @@ class Scan {
     using reference = const value_type&;
 
     iterator() = default;
+    // The record; valid until the iterator moves on.
     reference operator*() const noexcept { return state_->record; }
     pointer operator->() const noexcept { return &state_->record; }
     // The next record; throws Error, or stores the error and ends the loop in scan(error).
@@ -957,6 +965,7 @@ class Scan {
 template <typename Kind>
 class Registry {
  public:
+  // The record of this kind of registry, and the iterator of its records.
   using Record = typename Kind::Record;
   using iterator = typename Scan<Kind>::iterator;
 
@@ -1016,9 +1025,11 @@ class Registry {
   bool committed() const noexcept { return handle_ != nullptr && handle_->isCommitted; }
 
  protected:
+  // The handle and the record beneath.
   using Handle = detail::HandleOf<Kind>;
   using Native = typename Kind::Native;
 
+  // Makes the handle; throws when `error` is null, else stores the outcome there.
   Registry(const Path& path, std::error_code* error) {
     unsigned int code = GENREG_RC_BAD_ARGUMENT;
     const bool isName = path.text.find('\0') == std::string::npos;
@@ -1028,6 +1039,7 @@ class Registry {
     if (code != 0 && error == nullptr) throw Error(errorCode(code), path.text, {}, false);
   }
   ~Registry() = default;
+  // What was moved from fails with GENREG_RC_NOT_READY.
   Registry(Registry&&) noexcept = default;
   Registry& operator=(Registry&&) noexcept = default;
 
@@ -1056,6 +1068,7 @@ class Registry {
     return result;
   }
 
+  // Removes the record that matches the key of `fill`(native, complaint); whether there was one.
   template <typename Fill>
   bool removeWhere(std::uint64_t mask, Fill fill, std::error_code& error) {
     bool removed = false;
@@ -1323,11 +1336,13 @@ class Global : public Registry<detail::GlobalKind> {
 // (GENREG_RC_UPDATE_IN_SCAN), and in another Update of it (GENREG_RC_UPDATE_OPEN).
 class Update {
  public:
+  // Begins the update; throws, or stores what failed, when it cannot.
   template <typename Kind>
   explicit Update(Registry<Kind>& registry) : handle_(registry.handle_) {
     const std::error_code error = begin();
     if (error) detail::fail(error, registry.handle_.get());
   }
+  // As above, without a throw.
   template <typename Kind>
   Update(Registry<Kind>& registry, std::error_code& error) : handle_(registry.handle_) {
     error = begin();
@@ -1374,22 +1389,22 @@ class Update {
 
 // An installed copy; what ossinstall.h says of the fields of OSSServiceInfo_t.
 struct Copy {
-  std::string name;     // empty for the copy of the older layout
-  std::string service;  // "ZOR" or "ZEM"
-  std::uint64_t versionCode = 0;
-  std::string installPath;
+  std::string name;               // empty for the copy of the older layout
+  std::string service;            // "ZOR" or "ZEM"
+  std::uint64_t versionCode = 0;  // as ossVersionStringToCode makes it
+  std::string installPath;        // its directory
 };
 
 // An instance; what ossinstall.h says of the fields of OSSInstanceInfo_t.
 struct Instance {
-  std::string name;
-  std::string service;  // "ZOR" or "ZEM"
-  std::uint64_t versionCode = 0;
-  std::string instancePath;
-  std::string installPath;
-  std::string hostName;     // the machine or cluster that holds the profile, else empty
-  std::string copyName;     // of the copy it was made from
-  std::uint64_t flags = 0;  // OSS_INSTANCE_... bits
+  std::string name;               // as stored
+  std::string service;            // "ZOR" or "ZEM"
+  std::uint64_t versionCode = 0;  // of its copy
+  std::string instancePath;       // its profile's directory
+  std::string installPath;        // of its copy
+  std::string hostName;           // the machine or cluster that holds the profile, else empty
+  std::string copyName;           // of the copy it was made from
+  std::uint64_t flags = 0;        // OSS_INSTANCE_... bits
 };
 
 namespace detail {
