@@ -35,6 +35,7 @@
 // uses it; what was moved from fails with GENREG_RC_NOT_READY.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -437,6 +438,10 @@ struct ServicesKind {
     fillName(record.name, native, complaint);
     fillPort(record.port, native, complaint);
     fillProtocol(record.protocol, native, complaint);
+    const char* const known[] = {"tcp", "udp", "ddp", "divert"};
+    if (std::find(std::begin(known), std::end(known), record.protocol) == std::end(known)) {
+      complaint.add(GENREG_RC_SERVICES_BAD_PROTOCOL, "Protocol is not tcp, udp, ddp or divert");
+    }
     for (const std::string& alias : record.aliases) {
       complaint.checkName("Aliases", alias, noWord);
       aliases.push_back(alias.c_str());

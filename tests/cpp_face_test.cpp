@@ -156,6 +156,7 @@ TEST_F(CppFaceCases, WhatCannotBeStoredAsItIsFailsInBothForms) {
   expect(var, Var{"a", "b#c"}, verifying, "");
   expect(var, Var{"a", std::string(3000, 'x')}, packLineFailed, "");
   expect(services, Entry{"a", 0, "tcp"}, GENREG_RC_SERVICES_PACK_NO_PORT, "Port");
+  expect(services, Entry{"a", 1, "xyz"}, GENREG_RC_SERVICES_BAD_PROTOCOL, "Protocol");
   expect(services, Entry{"a", 1, "tcp", {"b c"}}, GENREG_RC_BAD_ARGUMENT, "Aliases");
   expect(services, Entry{"a", 1, "tcp", std::vector<std::string>(128, "b")},
          OSS_RC_BUFFER_TOO_SMALL, "127");
