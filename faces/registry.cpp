@@ -1,5 +1,6 @@
 #include "faces/registry.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "faces/exact_registry.h"
@@ -212,11 +213,31 @@ class RegistryOf final : public Registry {
     return {GENREG_RC_BAD_ARGUMENT, "a record has at least one field beside its Type"};
   }
 
+  template <typename Other>
+  static bool hasKnownProtocol(const Other&) {
+    return true;
+  }
+  static bool hasKnownProtocol(const ServiceEntryRecord& record) {
+    const char* const known[] = {"tcp", "udp", "ddp", "divert"};
+    return record.protocol == nullptr || std::find(std::begin(known), std::end(known),
+                                                   std::string(record.protocol)) != std::end(known);
+  }
+  template <typename Other>
+  static bool isNotUnderstood(const Other&) {
+    return false;
+  }
+  static bool isNotUnderstood(const ServiceEntryRecord& record) {
+    return (record.Contains & SERVICES_BAD_PORT) != 0;
+  }
+
   // Whether a record can be stored and read back as it is.
   bool isStorable(Record& record) {
     if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
       return isFine(judgeContent(record));
     } else {
+      if (!hasKnownProtocol(record)) {
+        return isFine({OSS_RC_BAD_PARAMETER, "Protocol is tcp, udp, ddp or divert"});
+      }
       return isFine(file_.judgeLine(record));
     }
   }
@@ -226,6 +247,12 @@ class RegistryOf final : public Registry {
     for (const FieldRow& row : KindOf<Record>::fields) {
       const bool isIdentity = (row.mask & identityOfKind(found)) != 0;
       if (isIdentity && given.has(row.name) && !isGiven(given, row.name)) return false;
+    }
+    if (isNotUnderstood(found) && !given.has("Aliases")) {
+      return isFine(
+          {OSS_RC_BAD_PARAMETER,
+           "what stands behind a port and protocol that are not understood would be lost: "
+           "Aliases is missing"});
     }
     return isFine(makeRecord(given, &found, merged)) && isStorable(merged.record);
   }

@@ -57,7 +57,8 @@
  * a scan passes over them and every change leaves them as they are. The Comment is the text behind
  * the line's "#", without the blank that follows it. A services line whose port and protocol are
  * not understood is a record with what could be read, Port "0" where that is no number; it may be
- * deleted, and changed to an understood Port and Protocol.
+ * deleted, and changed to an understood Port and Protocol where its Aliases are given, too, since
+ * what stands behind those is not understood either. Protocol is tcp, udp, ddp or divert.
  *
  * Codes. Every function that returns an unsigned returns 0 for success, or a code of which
  * zorreg_code_name, zorreg_code_meaning and zorreg_cause say more. Any function below may return
