@@ -98,7 +98,7 @@ void RecordIndex::build(const RecordStore& store, File& file, const RecordForm* 
 // False when the index would not be worth its memory or its time.
 bool RecordIndex::enter(const RecordStore& store, const Frame& frame) noexcept {
   constexpr std::size_t mostSteps = 1000;  // clusters of good hashes have a few hundred
-  constexpr std::size_t oddRoom = 16 * 1024;
+  constexpr std::size_t oddRoom = std::size_t{16} * 1024;  // bytes
   const std::string_view stored = frame.stored;
   if (!frame.isPlain() || !form_->fill(stored.data(), stored.size(), scratch_.data())) {
     return odd_.size() * sizeof frame < oddRoom && odd_.add(frame);
