@@ -34,8 +34,7 @@ bool CachedReads::load(std::int64_t start) noexcept {
                       file_.more(static_cast<std::size_t>(info_.size)) &&
                       file_.windowSize() == info_.size && file_.handle().unlock() == OSS_RC_OK;
   isSettled_ = loaded && info_.changed + stepOf(info_.changed) < start;
-  if (!loaded) drop();
-  file_.keepWhole();
+  loaded ? file_.keepWhole() : drop();
   return loaded;
 }
 
