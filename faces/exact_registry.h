@@ -6,9 +6,11 @@
 
 #include <atomic>
 #include <cstring>
+#include <new>
 #include <string>
 #include <type_traits>
 
+#include "faces/line_layout.h"
 #include "faces/record_fields.h"
 #include "genreg.h"
 #include "genreg/core/handle.h"
@@ -93,6 +95,14 @@ class Exact : public Flavour {
     }
   }
 
+  // From now on a text's lines are written so; for every object.
+  void setLayout(const LineLayout& layout) {
+    static_assert(isLine<Record>);
+    chosenLayout = layout;
+    if (plainPack == nullptr) plainPack = this->GenRegFile::PackRecord.text;
+    this->GenRegFile::PackRecord = GenRegPackHook(packLaidOut);
+  }
+
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
   bool isMissing() const noexcept {
     return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
@@ -103,6 +113,14 @@ class Exact : public Flavour {
   }
   static bool isSameBy(std::uint64_t mask, Record& stored, Record& given) noexcept {
     return compare(mask, &stored, &given) == 1;
+  }
+
+  // A line's hooks, called without a file.
+  unsigned int readLine(Record& record, char* line) const {
+    return this->UnpackRecord.text(&record, line);
+  }
+  unsigned int writeLine(Record& record, char* line) const {
+    return this->PackRecord.text(&record, line);
   }
 
   // Why a record's line would not be read back as the record is, or could not be changed later;
@@ -170,6 +188,30 @@ class Exact : public Flavour {
     }
     return code;
   }
+
+  static std::string withoutEnd(const char* line) {
+    const std::string_view text(line);
+    return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
+  }
+  static unsigned int packLaidOut(void* record, char* line) noexcept try {
+    const std::string replaced = withoutEnd(line);
+    if (const unsigned int code = plainPack(record, line); code != 0) return code;
+    const std::string shaped = reshaped(replaced, withoutEnd(line)) + '\n';
+    // A layout that makes the line too long is left out.
+    if (shaped.size() < GENREG_LINE_SIZE) std::memcpy(line, shaped.c_str(), shaped.size() + 1);
+    return 0;
+  } catch (const std::bad_alloc&) {
+    return OSS_RC_NO_MEMORY;
+  }
+  static std::string reshaped(const std::string& replaced, std::string_view written) {
+    if constexpr (std::is_same_v<Record, ServiceEntryRecord>) {
+      return reshapedServices(chosenLayout, replaced, written);
+    } else {
+      return reshapedProfile(chosenLayout, replaced, written);
+    }
+  }
+  static inline LineLayout chosenLayout;
+  static inline unsigned int (*plainPack)(void*, char*) = nullptr;
 
   // The same for every object.
   static inline std::atomic<GenRegCompareHook> plainCompare{nullptr};

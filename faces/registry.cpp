@@ -96,6 +96,10 @@ class RegistryOf final : public Registry {
     (void)file_.setLockTimeout(milliseconds);
   }
   bool isCommitted() const override { return !isRefused_ && file_.isUpdateCommitted(); }
+  void setLayout(const LineLayout& layout) override {
+    if constexpr (isLine<Record>) file_.setLayout(layout);
+  }
+  GenRegFile& file() noexcept override { return file_; }
 
  private:
   struct Key {

@@ -5,7 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "faces/line_layout.h"
 #include "faces/named_fields.h"
+#include "genreg_handle.h"
 
 namespace faces {
 
@@ -28,6 +30,11 @@ class Registry {
   virtual unsigned int abandon() = 0;
   virtual void setLockTimeout(std::uint64_t milliseconds) = 0;
   virtual bool isCommitted() const = 0;
+  // Of a text registry: the lines that it writes look like this. One layout for all registries of a
+  // kind, for the programs that have one at a time.
+  virtual void setLayout(const LineLayout& layout) = 0;
+  // The handle beneath, for what fields do not say: features, repair, a flavour's own functions.
+  virtual GenRegFile& file() noexcept = 0;
 
   const std::string& cause() const noexcept { return cause_; }
   // What the caller knows of a failure that is not the registry's.

@@ -3,8 +3,11 @@
 #include <map>
 
 #include "check_findings.h"
-#include "exact_registry.h"
+#include "faces/line_parser.h"
+#include "faces/record_fields.h"
 #include "file_content.h"
+#include "genreg.h"
+#include "record_words.h"
 
 namespace zorreg {
 namespace {
@@ -28,12 +31,13 @@ class Duplicates {
 
 // Walks a binary registry; a record that cannot be unpacked is reported and passed over, one that
 // cannot be read ends the walk.
-template <typename Registry, typename Visit>
+template <typename Flavour, typename Record, typename Visit>
 std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& findings,
                           Visit visit) {
-  Registry registry(file);
+  unsigned int opened = 0;
+  Flavour registry(file.c_str(), &opened);
   if (bigEndian) (void)registry.setFeature(GENREG_BIG_ENDIAN_LENGTH);
-  const unsigned int opened = registry.opened != 0 ? registry.opened : registry.OpenScan();
+  if (opened == 0) opened = registry.OpenScan();
   if (opened != 0) {
     findings.addCode("registry file", opened);
     return 0;
@@ -42,8 +46,8 @@ std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& fin
   for (;;) {
     std::int64_t offset = 0;
     (void)registry.getRegFilePosition(&offset);
-    typename Registry::Record key{};
-    typename Registry::Record record;
+    Record key{};
+    Record record;
     const unsigned int code = registry.GetNext(0, &key, &record);
     if (code == GENREG_RC_END) break;
     if (code == 0) {
@@ -58,23 +62,15 @@ std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& fin
   return whole;
 }
 
-// A flavour that shows how it parses a line.
-template <typename Flavour, typename Record>
-class LineParser : public Flavour {
- public:
-  LineParser() : Flavour("check", nullptr) {}
-  unsigned int parse(Record& record, char* line) { return this->UnpackRecord(&record, line); }
-};
-
 // Walks the lines of a text registry.
-template <typename Flavour, typename Record, typename Visit>
-std::uint64_t checkLines(const std::string& file, Findings& findings, Visit visit) {
+template <typename Visit>
+std::uint64_t checkLines(const std::string& file, Kind kind, Findings& findings, Visit visit) {
   std::string text;
   if (!readContent(file, std::string::npos, text)) {
     findings.addCode("registry file", GENREG_RC_OPEN_FAILED);
     return 0;
   }
-  LineParser<Flavour, Record> parser;
+  const faces::LineParser parser(nameOf(kind));
   std::uint64_t records = 0;
   forEachLine(text, [&](const TextLine& line) {
     const std::string where = "line " + std::to_string(line.number);
@@ -82,18 +78,34 @@ std::uint64_t checkLines(const std::string& file, Findings& findings, Visit visi
     if (line.isTooLong()) return odd("longer than 2,046 characters: updates keep it as it is");
     if (line.holdsNul()) odd("holds NUL bytes: updates keep it as it is");
     if (!line.ended) odd("the last line lacks its newline: the next Add ends it");
-    Record record;
-    std::string content = line.bytes + '\n';
-    const unsigned int code = parser.parse(record, content.data());
-    if (code == 0) {
-      records += visit(record, where) ? 1 : 0;
-    } else {
-      const GenRegReturnCode* row = genRegFindReturnCode(code);
+    const faces::LineParser::Line parsed = parser.parse(line.bytes.c_str());
+    if (parsed.code != 0) {
+      const GenRegReturnCode* row = genRegFindReturnCode(parsed.code);
       odd(std::string(row == nullptr ? "does not parse" : row->meaning) +
           ": updates keep it as it is");
+    } else if (parsed.isEntry) {
+      ++records;
+      if (parsed.isOdd) return odd("the port and protocol are not understood");
+      visit(parsed.fields, where);
     }
   });
   return records;
+}
+
+// What a global record is: its type and the fields by which two records are the same thing.
+std::string identityOf(const GlobalRegRecord& record) {
+  const GlobalRegType* type = globalRegFindType(record.RecordType);
+  const std::uint64_t identity = faces::identityOf(record);
+  const faces::NamedFields fields = faces::fieldsOf(record);
+  faces::NamedFields shown;
+  if (type == nullptr) return std::to_string(record.RecordType);
+  shown.set("Type", type->name);
+  for (std::size_t i = 0; i < type->fieldCount; ++i) {
+    const GlobalRegField& field = type->fields[i];
+    const std::string* value = fields.find(field.name);
+    if (value != nullptr && (field.bit & identity) != 0) shown.set(field.name, *value);
+  }
+  return cellsOf(Kind::Global, shown).front();
 }
 
 }  // namespace
@@ -102,7 +114,7 @@ std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings
   Duplicates duplicates(findings);
   switch (guess.kind) {
     case Kind::Bin:
-      return checkBinary<Exact<GenRegBinVarVal, BinVarValRecord>>(
+      return checkBinary<GenRegBinVarVal, BinVarValRecord>(
           file, guess.bigEndian, findings,
           [&](const BinVarValRecord& record, const std::string& where) {
             const std::size_t length = ::strnlen(record.Variable, sizeof record.Variable);
@@ -112,28 +124,23 @@ std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings
             duplicates.met(std::string(record.Variable, length), where);
           });
     case Kind::Global:
-      return checkBinary<Exact<GlobalReg, GlobalRegRecord>>(
+      return checkBinary<GlobalReg, GlobalRegRecord>(
           file, false, findings, [&](const GlobalRegRecord& record, const std::string& where) {
             duplicates.met(identityOf(record), where);
           });
     case Kind::Var:
-      return checkLines<GenRegVarVal, VarValRecord>(
-          file, findings, [&](const VarValRecord& record, const std::string& where) {
-            if ((record.Contains & VARVAL_HAS_VARIABLE) == 0) return false;
-            duplicates.met(record.Variable, where);
-            return true;
-          });
+      return checkLines(file, guess.kind, findings,
+                        [&](const faces::NamedFields& record, const std::string& where) {
+                          duplicates.met(*record.find("Variable"), where);
+                        });
     default:
-      return checkLines<GenRegServices, ServiceEntryRecord>(
-          file, findings, [&](const ServiceEntryRecord& record, const std::string& where) {
-            if ((record.Contains & SERVICES_HAS_SERVICE) == 0) return false;
-            if ((record.Contains & SERVICES_BAD_PORT) != 0) {
-              findings.add(Severity::Odd, where, "the port and protocol are not understood");
-              return true;
-            }
-            duplicates.met(std::string(record.name) + "/" + record.protocol, where);
-            return true;
-          });
+      return checkLines(file, guess.kind, findings,
+                        [&](const faces::NamedFields& record, const std::string& where) {
+                          const std::string* protocol = record.find("Protocol");
+                          duplicates.met(*record.find("Name") + "/" +
+                                             (protocol == nullptr ? "" : *protocol),
+                                         where);
+                        });
   }
 }
 

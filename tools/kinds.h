@@ -7,6 +7,7 @@ namespace zorreg {
 
 enum class Kind { Bin, Global, Var, Services };
 constexpr const char* kindNames[] = {"bin", "global", "var", "services"};
+constexpr Kind allKinds[] = {Kind::Bin, Kind::Global, Kind::Var, Kind::Services};
 inline const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
 
 // What a file is taken for by its first bytes.

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "report.h"
+#include "verbs.h"
 
 int main(int argc, char** argv) {
   try {
@@ -14,10 +15,7 @@ int main(int argc, char** argv) {
     // A value may begin with a slash, and options are written the same everywhere.
     app.allow_windows_style_options(false);
     int status = zorreg::exitDone;
-    zorreg::addBinCommand(app, status);
-    zorreg::addGlobalCommand(app, status);
-    zorreg::addVarCommand(app, status);
-    zorreg::addServicesCommand(app, status);
+    for (const zorreg::Kind kind : zorreg::allKinds) zorreg::addGroup(app, kind, status);
     zorreg::addCheckCommand(app, status);
     zorreg::addInstallCommands(app, status);
     try {

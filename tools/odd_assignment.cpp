@@ -71,21 +71,42 @@ std::string oddity(const TextLine& line, const std::string& before, const std::s
   return {};
 }
 
+std::vector<TextLine> linesOf(const std::string& text) {
+  std::vector<TextLine> lines;
+  forEachLine(text, [&](const TextLine& line) { lines.push_back(line); });
+  return lines;
+}
+
+std::string bytesAt(const std::vector<TextLine>& lines, std::size_t i) {
+  return i < lines.size() ? lines[i].bytes : "";
+}
+
 }  // namespace
 
-std::map<std::string, std::string> oddAssignments(const std::string& file) {
-  std::map<std::string, std::string> odd;
-  std::string bytes;
-  if (!readContent(file, std::string::npos, bytes)) return odd;
-  std::vector<TextLine> lines;
-  forEachLine(bytes, [&](const TextLine& line) { lines.push_back(line); });
+OddAssignments oddAssignments(const std::string& text) {
+  OddAssignments odd;
+  const bool joins = goesOnInLines(text);
+  const std::vector<TextLine> lines = linesOf(text);
   for (std::size_t i = 0; i < lines.size(); ++i) {
+    const std::string before = joins || i == 0 ? "" : lines[i - 1].bytes;
+    const std::string next = joins ? "" : bytesAt(lines, i + 1);
     std::string name;
-    const std::string why = oddity(lines[i], i == 0 ? "" : lines[i - 1].bytes,
-                                   i + 1 == lines.size() ? "" : lines[i + 1].bytes, name);
+    const std::string why = oddity(lines[i], before, next, name);
     if (!why.empty()) odd.emplace(name, "line " + std::to_string(lines[i].number) + ": " + why);
   }
   return odd;
+}
+
+bool goesOnInLines(const std::string& text) {
+  const std::vector<TextLine> lines = linesOf(text);
+  bool any = false;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const std::string& line = lines[i].bytes;
+    if (line.empty() || line.back() != '\\') continue;
+    if (!goesOn(line, bytesAt(lines, i + 1))) return false;
+    any = true;
+  }
+  return any;
 }
 
 }  // namespace zorreg

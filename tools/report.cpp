@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "output.h"
+#include "verbs.h"
 
 namespace zorreg {
 namespace {
@@ -13,20 +14,35 @@ int report(const std::string& message, int status) {
   return status;
 }
 
+// What may be done about a failure.
+constexpr struct {
+  unsigned int code;
+  const char* text;
+} advices[] = {
+    {GENREG_RC_AMBIGUOUS, "name more of its fields"},
+    {GENREG_RC_BUSY, "try again, or wait longer with --wait SECONDS"},
+    {GENREG_RC_READ_FAILED, "zorreg check says where it is damaged"},
+    {GENREG_RC_UNPACK_FAILED, "zorreg check says where it is damaged"},
+};
+
 }  // namespace
 
-int reportCode(unsigned int code, const std::string& file, const std::string& cause) {
+int reportCode(unsigned int code, const std::string& file, const std::string& cause,
+               const std::string& near) {
   const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
   std::error_code ignored;
   if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
-  std::fprintf(stderr, "zorreg: %s (0x%08X): %s\n", row == nullptr ? "unknown code" : row->name,
-               code, row == nullptr ? "no meaning is known" : row->meaning);
-  // A cause that says no more than the code is none.
-  const bool saysMore = row != nullptr && cause.size() > file.size() + 2 &&
-                        cause.compare(file.size() + 2, std::string::npos, row->meaning) != 0;
-  std::fprintf(stderr, "zorreg: %s\n",
-               saysMore ? printable(cause).c_str() : ("file " + printable(file)).c_str());
+  const std::string meaning = row == nullptr ? "no meaning is known" : row->meaning;
+  const bool namesFile = cause.compare(0, file.size(), file) == 0;
+  std::string message = namesFile ? printable(cause) : printable(file) + ": " + meaning;
+  if (!namesFile && !cause.empty() && cause != meaning) message += ": " + printable(cause);
+  if (!near.empty()) message += "; did you mean " + printable(near) + "?";
+  for (const auto& advice : advices) {
+    if (advice.code == code) message += std::string("; ") + advice.text;
+  }
+  std::fprintf(stderr, "zorreg: %s\nzorreg: %s (0x%08X)\n", message.c_str(),
+               row == nullptr ? "unknown code" : row->name, code);
   switch (code) {
     case GENREG_RC_NOT_FOUND:
     case GENREG_RC_NO_FILE:
@@ -35,9 +51,18 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
       return exitBusy;
     case GENREG_RC_DUPLICATE:
       return exitConflict;
+    case GENREG_RC_BAD_ARGUMENT:
+    case GENREG_RC_KEY_EMPTY:
+    case OSS_RC_BAD_PARAMETER:
+      return exitUsage;
     default:
       return exitFailed;
   }
+}
+
+int reportChange(const Words& words, bool isChanged) {
+  if (words.verbose) std::printf("%s\n", isChanged ? "changed" : "unchanged");
+  return words.exitChanged && isChanged ? exitChanged : exitDone;
 }
 
 int reportConflict(const std::string& message) { return report(message, exitConflict); }

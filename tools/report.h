@@ -7,19 +7,28 @@
 
 namespace zorreg {
 
+struct Words;
+
 enum ExitStatus {
   exitDone = 0,
   exitNotFound = 1,
   exitUsage = 2,
   exitFailed = 3,
-  exitBusy = 4,      // another writer has the registry
-  exitConflict = 5,  // exists already, or does not hold what a condition asks for
+  exitConflict = 4,  // exists already, or does not hold what a condition asks for
+  exitBusy = 5,      // another writer has the registry
+  exitChanged = 6,   // done, and something was changed, where --exit-changed asks
 };
 
-// Prints "zorreg: <code's name> (0x...): <meaning>" and on standard error the cause that the
-// library knows, else the file, and gives the exit status that the code stands for. A file that
-// could not be opened because there is none is reported as missing.
-int reportCode(unsigned int code, const std::string& file, const std::string& cause = "");
+// Prints on standard error what failed, on which file, why and what may be done about it: the cause
+// that the library knows, else the code's meaning, `near` (of the name that was not found; may be
+// empty), then the code; gives the exit status that the code stands for. A file that could not be
+// opened because there is none is reported as missing.
+int reportCode(unsigned int code, const std::string& file, const std::string& cause = "",
+               const std::string& near = "");
+
+// What a verb that was to change something exits with when it is done; says "changed" or
+// "unchanged" when it was asked to.
+int reportChange(const Words& words, bool isChanged);
 
 // Prints "zorreg: <what>" on standard error and gives exitConflict.
 int reportConflict(const std::string& message);

@@ -1,5 +1,11 @@
 #include "verbs.h"
 
+#include <memory>
+
+#include "report.h"
+#include "store.h"
+#include "trial.h"
+
 namespace zorreg {
 namespace {
 
@@ -18,6 +24,18 @@ CLI::Option* addTo(CLI::App& command, const Argument& argument, std::optional<st
       argument.name, [&place](const std::string& text) { place = text; }, argument.help);
 }
 
+template <typename Arguments>
+void addArguments(CLI::App& command, const Arguments& arguments, Words& words) {
+  for (const Argument* argument : arguments) {
+    if (argument != nullptr) addArgument(command, *argument, words);
+  }
+}
+
+int runChange(Store& store, const Change& change, const Words& words) {
+  const int status = change.work(store, words);
+  return status == exitDone ? reportChange(words, store.registry().isCommitted()) : status;
+}
+
 }  // namespace
 
 void addArgument(CLI::App& command, const Argument& argument, Words& words) {
@@ -34,6 +52,45 @@ void addArgument(CLI::App& command, const Argument& argument, Words& words) {
     if (choice != nullptr) choices.emplace_back(choice);
   }
   if (!choices.empty()) option->check(CLI::IsMember(choices));
+}
+
+int runVerb(Kind kind, const Verb& verb, const Words& given) {
+  Words words = given;
+  if (const int status = findFile(kind, words); status != exitDone) return status;
+  if (words.dryRun) return runOnCopy(kind, verb, words);
+  if (const auto* whole = std::get_if<Whole>(&verb.run)) return (*whole)(kind, words);
+  Store store(kind, words);
+  if (store.status() != exitDone) return store.status();
+  const auto* read = std::get_if<Read>(&verb.run);
+  return read != nullptr ? (*read)(store, words)
+                         : runChange(store, std::get<Change>(verb.run), words);
+}
+
+void addGroup(CLI::App& app, Kind kind, int& status) {
+  const Group& row = groupOf(kind);
+  auto words = std::make_shared<Words>();
+  CLI::App* group = app.add_subcommand(nameOf(kind), row.help);
+  group->require_subcommand(1);
+  addArguments(*group, row.takes, *words);
+  for (const Verb* verb = row.first; verb != row.end; ++verb) {
+    CLI::App* command = group->add_subcommand(verb->name, verb->help);
+    addArguments(*command, verb->takes, *words);
+    if (verb->isUpdate()) {
+      for (const Argument& argument : updateArguments) addArgument(*command, argument, *words);
+    }
+    command->callback([&status, kind, verb, words] { status = runVerb(kind, *verb, *words); });
+  }
+}
+
+void addChanges(CLI::App& parent, Kind kind, Words& words,
+                const std::function<void(const Verb&)>& run) {
+  const Group& row = groupOf(kind);
+  for (const Verb* verb = row.first; verb != row.end; ++verb) {
+    if (!std::holds_alternative<Change>(verb->run)) continue;
+    CLI::App* command = parent.add_subcommand(verb->name, verb->help);
+    addArguments(*command, verb->takes, words);
+    command->callback([verb, run] { run(*verb); });
+  }
 }
 
 }  // namespace zorreg

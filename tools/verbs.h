@@ -4,12 +4,17 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
+#include <functional>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "kinds.h"
+
 namespace zorreg {
+
+class Store;
 
 // The words of one command line; a verb reads those that it takes.
 struct Words {
@@ -18,17 +23,27 @@ struct Words {
   std::string value;
   std::string port;  // PORT or PORT/PROTOCOL; empty: not given
   std::string type;
+  std::string pattern;
+  std::string input;  // a file of lines or records; empty or "-": standard input
   std::optional<std::string> comment;
+  std::optional<std::string> defaultValue;
   std::vector<std::string> aliases;
   std::vector<std::string> fields;     // FIELD=VALUE of a record or a key
   std::vector<std::string> newFields;  // of a change
   std::optional<std::string> ifValue;  // what must be there before a change
   bool ifAbsent = false;
   bool ifPresent = false;
+  bool noComment = false;
+  bool noAliases = false;
   std::optional<std::string> wait;  // seconds
   bool noWait = false;
+  bool dryRun = false;
+  bool verbose = false;
+  bool exitChanged = false;
   bool bigEndian = false;
   bool compact = false;
+  bool raw = false;
+  bool replace = false;
   bool dropUnreadable = false;
   bool json = false;
 };
@@ -48,26 +63,36 @@ struct Argument {
   std::array<const char*, 5> choices{};  // what it may be; none: anything
 };
 
+// What a verb does; each gives the exit status. A change is made in a registry whose lock it may
+// have to take: what it does alone, it does with one operation, or between Store::begin and the
+// commit that follows it. The others are not asked to change anything, or see to it themselves.
+using Read = int (*)(Store& store, const Words& words);
+struct Change {
+  int (*work)(Store& store, const Words& words);
+};
+using Whole = int (*)(Kind kind, const Words& words);
+
 struct Verb {
   const char* name;
   const char* help;
-  int (*run)(const Words& words);  // gives the exit status
-  std::array<const Argument*, 7> takes{};
-  bool updates = false;  // takes the update lock, and the words that say how long it waits for it
+  std::variant<Read, Change, Whole> run;
+  std::array<const Argument*, 9> takes{};
+  bool updates = false;  // of a Whole: takes the words of an update
+  bool isUpdate() const { return updates || std::holds_alternative<Change>(run); }
 };
 
-// The kind of registry `name` with its verbs; `takes` is what stands before the verb.
+// A kind of registries with its verbs; `takes` is what stands before the verb.
 struct Group {
-  const char* name;
+  Kind kind;
   const char* help;
   std::array<const Argument*, 2> takes;
+  const Verb* first;
+  const Verb* end;
 };
+const Group& groupOf(Kind kind);
 
 inline constexpr Argument fileArgument{"FILE", "the registry file", &Words::file, Need::MustFilled};
 inline constexpr Argument jsonArgument{"--json", "print JSON", &Words::json};
-inline constexpr Argument waitArguments[] = {
-    {"--wait", "seconds to wait at most for another writer; else without end", &Words::wait},
-    {"--no-wait", "do not wait for another writer", &Words::noWait}};
 inline constexpr Argument ifAbsentArgument{"--if-absent", "only when there is none of that name",
                                            &Words::ifAbsent};
 inline constexpr Argument ifPresentArgument{"--if-present", "only when there is one of that name",
@@ -77,31 +102,25 @@ inline constexpr Argument ifValueArgument{"--if-value", "only when the value is 
 inline constexpr Argument dropArgument{"--drop-unreadable",
                                        "leave out the records and lines that cannot be read, too",
                                        &Words::dropUnreadable};
-inline constexpr const char* repairHelp =
-    "keep what is whole of a damaged registry and set the original aside";
+// What every update takes.
+inline constexpr Argument updateArguments[] = {
+    {"--wait", "seconds to wait at most for another writer; else without end", &Words::wait},
+    {"--no-wait", "do not wait for another writer", &Words::noWait},
+    {"--dry-run", "print what would change, as a diff, and write nothing", &Words::dryRun},
+    {"--verbose", "say \"changed\" or \"unchanged\"", &Words::verbose},
+    {"--exit-changed", "exit with status 6 when something was changed", &Words::exitChanged}};
 
 void addArgument(CLI::App& command, const Argument& argument, Words& words);
 
-// Verbs must outlive the parsing.
-template <typename Verbs>
-void addGroup(CLI::App& app, int& status, const Group& row, const Verbs& verbs) {
-  auto words = std::make_shared<Words>();
-  CLI::App* group = app.add_subcommand(row.name, row.help);
-  group->require_subcommand(1);
-  const auto addAll = [&words](CLI::App& command, const auto& takes) {
-    for (const Argument* argument : takes) {
-      if (argument != nullptr) addArgument(command, *argument, *words);
-    }
-  };
-  addAll(*group, row.takes);
-  for (const Verb& verb : verbs) {
-    CLI::App* command = group->add_subcommand(verb.name, verb.help);
-    addAll(*command, verb.takes);
-    if (verb.updates) {
-      for (const Argument& argument : waitArguments) addArgument(*command, argument, *words);
-    }
-    command->callback([&verb, words, &status] { status = verb.run(*words); });
-  }
-}
+// Runs a verb on the registry that the words name; gives the exit status.
+int runVerb(Kind kind, const Verb& verb, const Words& words);
+
+// Adds a kind with its verbs to the command line; one that was given stores its exit status.
+void addGroup(CLI::App& app, Kind kind, int& status);
+
+// The verbs of a kind that are a Change, each a command of `parent` that calls `run`(verb) when it
+// was given, its words in `words`.
+void addChanges(CLI::App& parent, Kind kind, Words& words,
+                const std::function<void(const Verb&)>& run);
 
 }  // namespace zorreg

@@ -1,0 +1,312 @@
+#include "record_verbs.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "file_content.h"
+#include "pattern.h"
+#include "record_json.h"
+#include "record_words.h"
+
+namespace zorreg {
+namespace {
+
+using faces::NamedFields;
+
+const std::string& textOf(const NamedFields& record, const char* field) {
+  static const std::string none;
+  const std::string* text = record.find(field);
+  return text == nullptr ? none : *text;
+}
+
+void print(Kind kind, const NamedFields& record) {
+  for (const std::string& cell : cellsOf(kind, record)) std::printf("%s\n", cell.c_str());
+}
+
+// Lists the records that `isWanted`; those before a damage, too, but no half an array.
+template <typename IsWanted>
+int listWhere(Store& store, const Words& words, Listing& listing, IsWanted isWanted) {
+  const Kind kind = store.kind();
+  const int status = store.forEach([&](const NamedFields& record) {
+    if (isWanted(record)) listing.add({cellsOf(kind, record), jsonOf(kind, record)});
+  });
+  if (status == exitDone || !words.json) listing.print(words.json);
+  return status;
+}
+
+template <typename IsWanted>
+int findWhere(Store& store, const Words& words, IsWanted isWanted) {
+  Listing found;
+  const int status = listWhere(store, words, found, isWanted);
+  if (status != exitDone || !found.empty()) return status;
+  return reportCode(GENREG_RC_NOT_FOUND, store.file());
+}
+
+// --- reading a value ---
+
+bool isQuoted(const std::string& value) {
+  return value.size() > 1 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0];
+}
+
+std::string withoutQuotes(const std::string& value) {
+  return isQuoted(value) ? value.substr(1, value.size() - 2) : value;
+}
+
+// The value as the type asks for it; null when it is none.
+Json typedValue(Store& store, const Words& words, const std::string& text) {
+  if (words.type.empty() || words.type == "string") {
+    return store.kind() == Kind::Bin ? Json::parse(text) : jsonOfText(text);
+  }
+  if (store.kind() == Kind::Bin) {
+    if (words.type == "bool") return text == "0" || text == "1" ? Json(text == "1") : Json();
+    return words.type == "uint" && text[0] == '-' ? Json() : Json::parse(text);
+  }
+  auto& profile = static_cast<GenRegVarVal&>(store.registry().file());
+  const char* name = words.name.c_str();
+  std::uint64_t u = 0;
+  std::int64_t s = 0;
+  double d = 0;
+  bool b = false;
+  if (words.type == "uint") return profile.GetUintValue(name, &u) ? Json(u) : Json();
+  if (words.type == "sint") return profile.GetSintValue(name, &s) ? Json(s) : Json();
+  if (words.type == "bool") return profile.GetBooleanValue(name, &b) ? Json(b) : Json();
+  return profile.GetDoubleValue(name, &d) && std::isfinite(d) ? Json(d) : Json();
+}
+
+int printValue(Store& store, const Words& words, const NamedFields& found) {
+  std::string text = textOf(found, "Value");
+  const Json value = typedValue(store, words, text);
+  if (value.is_null()) {
+    return reportFailure("'" + printable(text) + "': the value of " + printable(words.name) +
+                         " is no " + words.type);
+  }
+  if (words.raw) text = withoutQuotes(text);
+  if (!words.json) {
+    const bool isAsStored = words.type.empty() || words.type == "string";
+    std::printf("%s\n", isAsStored ? text.c_str() : value.dump().c_str());
+    return exitDone;
+  }
+  NamedFields shown = found;
+  if (words.raw) shown.set("Value", text);
+  Json json = jsonOf(store.kind(), shown);
+  if (!words.type.empty() && words.type != "string") json["Value"] = value;
+  printJson(json);
+  return exitDone;
+}
+
+int printDefault(const Words& words) {
+  words.json ? printJson(Json{{"Variable", words.name}, {"Value", *words.defaultValue}})
+             : (void)std::printf("%s\n", words.defaultValue->c_str());
+  return exitDone;
+}
+
+// --- changing ---
+
+// Whether what the words say of a record's presence and value holds; reports what does not.
+int checkCondition(Store& store, const Words& words, const NamedFields* found) {
+  const std::string name = printable(words.name);
+  if (found != nullptr && words.ifAbsent) return reportConflict(name + " is there already");
+  if (found == nullptr && (words.ifPresent || words.ifValue)) {
+    return store.outcome(GENREG_RC_NOT_FOUND, words.name);
+  }
+  if (!words.ifValue) return exitDone;
+  const std::string& value = textOf(*found, "Value");
+  if (*words.ifValue == value || *words.ifValue == withoutQuotes(value)) return exitDone;
+  return reportConflict(name + " is " + printable(value) + ", not " + printable(*words.ifValue));
+}
+
+// A variable that a line assigns in a way that cannot be changed as a whole is left alone.
+int refuseOdd(Store& store, const std::string& name) {
+  const std::string* why = store.kind() == Kind::Var ? store.oddityOf(name) : nullptr;
+  if (why == nullptr) return exitDone;
+  return reportRefusal(store.file() + ",", *why + "; " + printable(name) + " is not changed");
+}
+
+// The identity of a record of a text or of variables.
+NamedFields identityOf(Kind kind, const NamedFields& record) {
+  NamedFields key;
+  const char* const fields[] = {kind == Kind::Services ? "Name" : "Variable",
+                                kind == Kind::Services ? "Protocol" : "Variable"};
+  for (const char* field : fields) key.set(field, textOf(record, field));
+  return key;
+}
+
+bool isMissing(unsigned int code) {
+  return code == GENREG_RC_NOT_FOUND || code == GENREG_RC_NO_FILE;
+}
+
+}  // namespace
+
+int list(Store& store, const Words& words) {
+  Listing listing;
+  return listWhere(store, words, listing, [&](const NamedFields& record) {
+    return words.type.empty() || textOf(record, "Type") == words.type;
+  });
+}
+
+int get(Store& store, const Words& words) {
+  const Parsed key = keyOf(store.kind(), words);
+  if (!key.wrong.empty()) return reportUsage(key.wrong);
+  NamedFields found;
+  const unsigned int code = store.registry().get(key.fields, found);
+  if (isMissing(code) && words.defaultValue) return printDefault(words);
+  if (code != 0) return store.outcome(code, words.name);
+  if (store.kind() != Kind::Global) return printValue(store, words, found);
+  words.json ? printJson(jsonOf(store.kind(), found)) : print(store.kind(), found);
+  return exitDone;
+}
+
+int find(Store& store, const Words& words) {
+  const Pattern pattern(words.pattern);
+  return findWhere(store, words, [&](const NamedFields& record) {
+    const auto& fields = record.all();
+    return std::any_of(fields.begin(), fields.end(), [&](const auto& field) {
+      return field.first != "CheckSum" && pattern.matches(field.second);
+    });
+  });
+}
+
+// By name or alias or port, each also with a protocol behind a slash.
+int findService(Store& store, const Words& words) {
+  const std::size_t slash = words.pattern.rfind('/');
+  const std::string protocol = slash == std::string::npos ? "" : words.pattern.substr(slash + 1);
+  const std::string wanted = words.pattern.substr(0, slash);
+  const bool isPort = wanted.find_first_not_of("0123456789") == std::string::npos;
+  if (isPort && !endpointOf(words.pattern).wrong.empty()) {
+    return reportUsage(endpointOf(words.pattern).wrong);
+  }
+  bool isProtocol = protocol.empty();
+  for (const char* known : {"tcp", "udp", "ddp", "divert"}) {
+    isProtocol = isProtocol || protocol == known;
+  }
+  const Pattern name(wanted, Pattern::Whole);
+  const std::string port = isPort ? std::to_string(std::stoul(wanted)) : "";
+  Listing found;
+  const int status = listWhere(store, words, found, [&](const NamedFields& record) {
+    const bool isOfProtocol = protocol.empty() || textOf(record, "Protocol") == protocol;
+    isProtocol = isProtocol || isOfProtocol;
+    if (!isOfProtocol) return false;
+    return isPort ? textOf(record, "Port") == port
+                  : name.matches(textOf(record, "Name")) ||
+                        name.matchesWord(textOf(record, "Aliases"));
+  });
+  if (status != exitDone || !found.empty()) return status;
+  if (!isProtocol) {
+    return reportUsage("'" + printable(protocol) + "' is no protocol of any line of " +
+                       printable(store.file()));
+  }
+  return store.outcome(GENREG_RC_NOT_FOUND, wanted);
+}
+
+// In an update, what the conditions ask for is still so when the record is set.
+int setRecord(Store& store, const Words& words, NamedFields record) {
+  const Kind kind = store.kind();
+  const bool isProfile = kind == Kind::Var;
+  if (const int status = refuseOdd(store, textOf(record, "Variable")); status != exitDone) {
+    return status;
+  }
+  if (isProfile || words.ifAbsent || words.ifPresent || words.ifValue) {
+    NamedFields found;
+    const unsigned int code = store.registry().get(identityOf(kind, record), found);
+    if (code != 0 && !isMissing(code)) return store.outcome(code);
+    const bool isThere = code == 0;
+    const int status = checkCondition(store, words, isThere ? &found : nullptr);
+    if (status != exitDone) return status;
+    if (isProfile) {
+      const std::string& old = textOf(found, "Value");
+      const std::string value = textOf(record, "Value");
+      const bool isBare = value.empty() || value[0] != '"';
+      const bool takesQuotes = isThere ? !old.empty() && old[0] == '"' : store.quotes(value);
+      if (isBare && takesQuotes && value.find('"') == std::string::npos) {
+        record.set("Value", "\"" + value + "\"");
+      }
+    }
+  }
+  return store.outcome(store.registry().set(record));
+}
+
+int set(Store& store, const Words& words) {
+  const Parsed record = recordOf(store.kind(), words);
+  if (!record.wrong.empty()) return reportUsage(record.wrong);
+  store.takeLayout(words.compact);
+  const bool isPlain = store.kind() != Kind::Var && !words.ifAbsent && !words.ifPresent &&
+                       !words.ifValue;
+  if (isPlain) return store.outcome(store.registry().set(record.fields));
+  return store.update([&] { return setRecord(store, words, record.fields); });
+}
+
+int add(Store& store, const Words& words) {
+  const Parsed record = recordOf(store.kind(), words);
+  if (!record.wrong.empty()) return reportUsage(record.wrong);
+  store.takeLayout(words.compact);
+  return store.outcome(store.registry().add(record.fields));
+}
+
+int change(Store& store, const Words& words) {
+  Parsed key = recordOf(store.kind(), words);
+  if (!key.wrong.empty()) return reportUsage(key.wrong);
+  Parsed changes = key;
+  if (store.kind() == Kind::Global) {
+    changes = globalFields(words.type, words.newFields, true);
+    if (!changes.wrong.empty()) return reportUsage(changes.wrong);
+  } else {
+    key.fields = identityOf(store.kind(), key.fields);
+  }
+  store.takeLayout(words.compact);
+  return store.outcome(store.registry().change(key.fields, changes.fields), words.name);
+}
+
+int remove(Store& store, const Words& words) {
+  const Parsed key = keyOf(store.kind(), words);
+  if (!key.wrong.empty()) return reportUsage(key.wrong);
+  if (const int status = refuseOdd(store, words.name); status != exitDone) return status;
+  return store.outcome(store.registry().remove(key.fields), words.name);
+}
+
+int repair(Kind kind, const Words& words) {
+  Store store(kind, words);
+  if (store.status() != exitDone) return store.status();
+  GenRegRepairReport report{};
+  GenRegFile& file = store.registry().file();
+  const unsigned int code = file.RepairRegistry(words.dropUnreadable, &report);
+  if (code != 0) return reportCode(code, words.file, file.getLastCause());
+  printRepair(words.file, RegistryFiles(words.file).corrupt, report, words.json);
+  return reportChange(words, report.bytesLeftOut != 0);
+}
+
+namespace {
+
+// A flavour that shows how it prints its records.
+template <typename Flavour>
+class Printing : public Flavour {
+ public:
+  using Flavour::Flavour;
+  void print(void* record) const { (void)this->GenRegBase::PrintRecord(record); }
+};
+
+template <typename Flavour, typename Record>
+unsigned int dumpAs(const std::string& file, bool bigEndian) {
+  unsigned int code = 0;
+  Printing<Flavour> registry(file.c_str(), &code);
+  if (code == 0 && bigEndian) (void)registry.setFeature(GENREG_BIG_ENDIAN_LENGTH);
+  if (code == 0) code = registry.OpenScan();
+  if (code != 0) return code;
+  Record key{};
+  Record record;
+  while ((code = registry.GetNext(0, &key, &record)) == 0) registry.print(&record);
+  (void)registry.CloseScan();
+  return code == GENREG_RC_END ? 0 : code;
+}
+
+}  // namespace
+
+int dump(Store& store, const Words& words) {
+  constexpr unsigned int (*rows[])(const std::string&, bool) = {
+      dumpAs<GenRegBinVarVal, BinVarValRecord>, dumpAs<GlobalReg, GlobalRegRecord>,
+      dumpAs<GenRegVarVal, VarValRecord>, dumpAs<GenRegServices, ServiceEntryRecord>};
+  const unsigned int code = rows[static_cast<int>(store.kind())](store.file(), words.bigEndian);
+  return code == 0 ? int{exitDone} : reportCode(code, store.file());
+}
+
+}  // namespace zorreg

@@ -1,0 +1,23 @@
+// A directory of one run of the tool, for its owner alone, that goes with all that is in it.
+#pragma once
+
+#include <string>
+
+namespace zorreg {
+
+class ScratchDirectory {
+ public:
+  // Throws std::filesystem::filesystem_error when none can be made.
+  ScratchDirectory();
+  ~ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+  // In it, a file of the same name as another one.
+  std::string pathOf(const std::string& file) const;
+
+ private:
+  std::string path_;
+};
+
+}  // namespace zorreg

@@ -1,0 +1,134 @@
+#include "store.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+
+#include "file_content.h"
+#include "nearest.h"
+#include "output.h"
+
+namespace zorreg {
+namespace {
+
+constexpr const char* globalPathVariable = "ZOR_GLOBAL_REG_PATHNAME";
+constexpr int mostLinks = 40;  // as the system follows them
+
+}  // namespace
+
+std::string readWait(const Words& words, std::uint64_t& milliseconds) {
+  if (words.noWait && words.wait) return "--wait and --no-wait are given";
+  milliseconds = words.noWait ? 1 : 0;
+  if (!words.wait) return {};
+  std::uint64_t seconds = 0;
+  const char* end = words.wait->data() + words.wait->size();
+  const auto [stop, error] = std::from_chars(words.wait->data(), end, seconds);
+  if (error != std::errc() || stop != end || seconds > UINT32_MAX) {
+    return "'" + printable(*words.wait) + "': --wait takes whole seconds";
+  }
+  milliseconds = seconds == 0 ? 1 : 1000 * seconds;
+  return {};
+}
+
+int findFile(Kind kind, Words& words) {
+  if (kind == Kind::Global && words.file.empty()) {
+    const char* named = std::getenv(globalPathVariable);
+    words.file = named == nullptr ? "global.reg" : named;
+  }
+  std::filesystem::path file(words.file);
+  std::error_code error;
+  for (int links = 0; std::filesystem::is_symlink(file, error); ++links) {
+    const std::filesystem::path target = std::filesystem::read_symlink(file, error);
+    if (error || links == mostLinks) {
+      return reportRefusal(words.file, error ? "is a symbolic link that cannot be read"
+                                             : "is a symbolic link that leads nowhere");
+    }
+    file = target.is_absolute() ? target : file.parent_path() / target;
+    words.file = file.string();
+  }
+  return exitDone;
+}
+
+Store::Store(Kind kind, const Words& words) : kind_(kind), file_(words.file) {
+  std::uint64_t milliseconds = 0;
+  if (const std::string wrong = readWait(words, milliseconds); !wrong.empty()) {
+    status_ = reportUsage(wrong);
+    return;
+  }
+  const RegistryFiles files(file_);
+  if (files.code != 0) {
+    status_ = reportCode(files.code, file_);
+    return;
+  }
+  if (const std::string reason = reasonAgainst(files.content(), kind, words.bigEndian);
+      !reason.empty()) {
+    status_ = reportRefusal(file_, reason);
+    return;
+  }
+  unsigned int code = 0;
+  registry_ = faces::openRegistry(nameOf(kind), file_.c_str(), &code);
+  if (code != 0) {
+    status_ = reportCode(code, file_);
+    return;
+  }
+  if (words.bigEndian) (void)registry_->file().setFeature(GENREG_BIG_ENDIAN_LENGTH);
+  registry_->setLockTimeout(milliseconds);
+  if (kind == Kind::Var && goesOnInLines(content())) {
+    (void)registry_->file().setFeature(GENREG_JOIN_CONTINUED_LINES);
+  }
+}
+
+int Store::outcome(unsigned int code, const std::string& name) {
+  if (code == 0 || code == GENREG_RC_UNCHANGED) return exitDone;
+  const std::string cause = registry_->cause();
+  const bool isSearched = code == GENREG_RC_NOT_FOUND && !name.empty();
+  return reportCode(code, file_, cause, isSearched ? nearest(name) : "");
+}
+
+const std::string& Store::content() {
+  if (!content_) {
+    content_.emplace();
+    (void)readContent(RegistryFiles(file_).content(), std::string::npos, *content_);
+  }
+  return *content_;
+}
+
+const std::string* Store::oddityOf(const std::string& name) {
+  if (!odd_) odd_ = oddAssignments(content());
+  const auto found = odd_->find(name);
+  return found == odd_->end() ? nullptr : &found->second;
+}
+
+void Store::takeLayout(bool compact) {
+  if (layout_ || (kind_ != Kind::Var && kind_ != Kind::Services)) return;
+  layout_ = kind_ == Kind::Var ? faces::layoutOfProfile(content())
+                               : faces::layoutOfServices(content());
+  if (compact) {
+    layout_->isKnown = true;
+    layout_->beforeEquals = layout_->afterEquals = "";
+  }
+  registry_->setLayout(*layout_);
+}
+
+// A shell takes these as they are.
+bool Store::quotes(const std::string& value) const {
+  constexpr const char* plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
+  const bool needsQuotes = value.find_first_not_of(plain) != std::string::npos;
+  return layout_ && (layout_->quotesAll || (layout_->isShell && needsQuotes));
+}
+
+// The name of a record that is most like the given one; empty when none is.
+std::string Store::nearest(const std::string& name) {
+  Nearest found(name);
+  unsigned int code = registry_->scan();
+  faces::NamedFields record;
+  while (code == 0 && (code = registry_->next(record)) == 0) {
+    for (const char* field : {"Variable", "Name"}) {
+      if (const std::string* text = record.find(field)) found.consider(*text);
+    }
+  }
+  (void)registry_->endScan();
+  return found.text();
+}
+
+}  // namespace zorreg

@@ -1,0 +1,269 @@
+#include "transfer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "content_update.h"
+#include "faces/line_parser.h"
+#include "file_content.h"
+#include "record_json.h"
+#include "record_verbs.h"
+#include "record_words.h"
+#include "trial.h"
+
+namespace zorreg {
+namespace {
+
+using faces::NamedFields;
+
+constexpr const char* lineMember = "Line";  // of a text: the line as it stands in the file
+
+bool isText(Kind kind) { return kind == Kind::Var || kind == Kind::Services; }
+
+// The whole of what the words name as input. Gives the exit status.
+int readInput(const Words& words, std::string& name, std::string& text) {
+  const bool isStandard = words.input.empty() || words.input == "-";
+  name = isStandard ? "standard input" : words.input;
+  std::ifstream file;
+  if (!isStandard) file.open(words.input, std::ios::binary);
+  std::istream& stream = isStandard ? std::cin : file;
+  if (!isStandard && !file) return reportFailure(printable(name) + " cannot be opened");
+  text.assign(std::istreambuf_iterator<char>(stream), {});
+  if (stream.bad() || (isStandard && std::ferror(stdin) != 0)) {
+    return reportFailure(printable(name) + " cannot be read");
+  }
+  return exitDone;
+}
+
+// Hands the lines that are not blank, and do not begin with "#", to `setLine`(line), which gives an
+// exit status, and what is wrong with the line in `wrong`.
+template <typename SetLine>
+int forEachOf(const std::string& name, const std::string& text, SetLine setLine) {
+  int status = exitDone;
+  forEachLine(text, [&](const TextLine& line) {
+    const std::size_t start = line.bytes.find_first_not_of(" \t");
+    if (status != exitDone || start == std::string::npos || line.bytes[start] == '#') return;
+    const std::string where = printable(name) + ", line " + std::to_string(line.number);
+    std::string wrong;
+    status = setLine(line.bytes.substr(start), wrong);
+    if (!wrong.empty()) {
+      status = reportUsage(where + ": " + wrong);
+    } else if (status != exitDone) {
+      (void)reportRefusal(where, "is not done, nor is any other");
+    }
+  });
+  return status;
+}
+
+// --- JSON ---
+
+// An element of an export.
+struct Element {
+  NamedFields record;
+  std::string line;  // of a text
+  bool hasLine = false;
+  bool hasRecord = false;
+};
+
+// Reads an array of objects; what is wrong with it in `wrong`.
+std::vector<Element> elementsOf(Kind kind, const std::string& text, std::string& wrong) {
+  std::vector<Element> elements;
+  Json json;
+  try {
+    json = Json::parse(text);
+  } catch (const Json::parse_error& error) {
+    wrong = "no JSON: byte " + std::to_string(error.byte);
+    return elements;
+  }
+  if (json.is_object()) json = Json::array({json});
+  for (std::size_t i = 0; i < json.size() && wrong.empty(); ++i) {
+    const std::string where = "element " + std::to_string(i + 1) + ": ";
+    Json object = json[i];
+    Element element;
+    if (!object.is_object()) {
+      wrong = where + "no object";
+    } else if (isText(kind) && object.contains(lineMember)) {
+      element.hasLine = true;
+      const bool isLine = textOfJson(object[lineMember], element.line) &&
+                          element.line.find('\n') == std::string::npos;
+      if (!isLine) wrong = where + "Line is no line";
+      object.erase(lineMember);
+    }
+    if (!wrong.empty()) break;
+    element.hasRecord = !object.empty();
+    const Parsed parsed = recordOfJson(object);
+    if (!parsed.wrong.empty()) wrong = where + parsed.wrong;
+    element.record = parsed.fields;
+    elements.push_back(std::move(element));
+  }
+  return elements;
+}
+
+int mergeElements(Store& store, const Words& words, const std::string& name,
+                  const std::vector<Element>& elements) {
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    if (!elements[i].hasRecord) continue;
+    const int status = setRecord(store, words, elements[i].record);
+    if (status == exitDone) continue;
+    (void)reportRefusal(name + ", element " + std::to_string(i + 1),
+                        "is not imported, nor is any other");
+    return status;
+  }
+  return exitDone;
+}
+
+// The text that the elements stand for. A record whose line still says what it says keeps it.
+std::string textOf(Kind kind, const std::vector<Element>& elements, std::string& wrong) {
+  const faces::LineParser parser(nameOf(kind));
+  std::string text;
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const Element& element = elements[i];
+    std::string line = element.line;
+    bool isKept = element.hasLine && !element.hasRecord;
+    if (element.hasLine && element.hasRecord) {
+      const std::size_t end = line.find_last_not_of('\r');
+      isKept = parser.parse(line.substr(0, end + 1)).fields.all() == element.record.all();
+    }
+    if (!isKept) {
+      const unsigned int code = parser.format(element.record, line);
+      const GenRegReturnCode* row = genRegFindReturnCode(code);
+      if (code != 0) {
+        wrong = "element " + std::to_string(i + 1) + ": " +
+                (row == nullptr ? "it makes no line" : row->meaning);
+        return {};
+      }
+      if (!element.line.empty() && element.line.back() == '\r') line += '\r';
+    }
+    text.append(line).append("\n");
+  }
+  return text;
+}
+
+// Makes the registry hold the elements and nothing else, in their order.
+int replaceBy(Kind kind, const Words& words, const std::vector<Element>& elements) {
+  std::string wrong;
+  std::string content;
+  if (isText(kind)) {
+    content = textOf(kind, elements, wrong);
+    if (!wrong.empty()) return reportUsage(wrong);
+  } else {
+    const int status = contentOfRecords(kind, words.bigEndian, content, [&](Store& store) {
+      for (std::size_t i = 0; i < elements.size(); ++i) {
+        const unsigned int code = store.registry().add(elements[i].record);
+        if (code == 0) continue;
+        return reportUsage("element " + std::to_string(i + 1) + ": " + store.registry().cause());
+      }
+      return int{exitDone};
+    });
+    if (status != exitDone) return status;
+  }
+  bool isChanged = false;
+  const int status = updateContent(words, [&](const Content& now, std::string& whole) {
+    isChanged = now.bytes != content;
+    whole = content;
+    return int{exitDone};
+  });
+  return status == exitDone ? reportChange(words, isChanged) : status;
+}
+
+}  // namespace
+
+int apply(Store& store, const Words& words) {
+  std::string name;
+  std::string text;
+  if (const int status = readInput(words, name, text); status != exitDone) return status;
+  CLI::App line("", "");
+  line.require_subcommand(1);
+  line.allow_windows_style_options(false);
+  Words given;
+  int status = exitDone;
+  addChanges(line, store.kind(), given, [&](const Verb& verb) {
+    status = std::get<Change>(verb.run).work(store, given);
+  });
+  return store.update([&] {
+    return forEachOf(name, text, [&](const std::string& bytes, std::string& wrong) {
+      std::vector<std::string> parts;
+      if (!splitWords(bytes, parts)) {
+        wrong = "a quote is not closed";
+        return int{exitUsage};
+      }
+      std::reverse(parts.begin(), parts.end());
+      given = Words();
+      given.file = words.file;
+      try {
+        line.parse(parts);
+      } catch (const CLI::ParseError& error) {
+        wrong = error.what();
+        return int{exitUsage};
+      }
+      return status;
+    });
+  });
+}
+
+int import(Kind kind, const Words& words) {
+  std::string name;
+  std::string text;
+  if (const int status = readInput(words, name, text); status != exitDone) return status;
+  const std::size_t start = text.find_first_not_of(" \t\r\n");
+  const bool isJson = start != std::string::npos && (text[start] == '[' || text[start] == '{');
+  std::vector<Element> elements;
+  if (isJson) {
+    std::string wrong;
+    elements = elementsOf(kind, text, wrong);
+    if (!wrong.empty()) return reportUsage(printable(name) + ", " + wrong);
+  }
+  Content content;
+  if (const int status = readContentOf(words.file, content); status != exitDone) return status;
+  if (words.replace && !isJson) {
+    return reportUsage("--replace takes JSON, as export prints it");
+  }
+  if (isJson && (words.replace || content.bytes.empty())) return replaceBy(kind, words, elements);
+  Store store(kind, words);
+  if (store.status() != exitDone) return store.status();
+  store.takeLayout(words.compact);
+  const int status = store.update([&] {
+    if (isJson) return mergeElements(store, words, name, elements);
+    return forEachOf(name, text, [&](const std::string& line, std::string& wrong) {
+      const Parsed record = recordOfLine(kind, line);
+      wrong = record.wrong;
+      return wrong.empty() ? setRecord(store, words, record.fields) : int{exitUsage};
+    });
+  });
+  return status == exitDone ? reportChange(words, store.registry().isCommitted()) : status;
+}
+
+int exportJson(Store& store, const Words&) {
+  Json all = Json::array();
+  int status = exitDone;
+  if (isText(store.kind())) {
+    const faces::LineParser parser(nameOf(store.kind()));
+    std::string text;
+    const std::string file = RegistryFiles(store.file()).content();
+    if (!readContent(file, std::string::npos, text)) {
+      // The library knows why.
+      return store.forEach([](const NamedFields&) {});
+    }
+    std::string bytes;
+    for (std::size_t at = 0; at < text.size(); at += bytes.size() + 1) {
+      bytes = text.substr(at, text.find('\n', at) - at);
+      const faces::LineParser::Line line =
+          parser.parse(bytes.substr(0, bytes.find_last_not_of('\r') + 1));
+      Json object = line.isEntry ? jsonOf(store.kind(), line.fields) : Json::object();
+      std::string written;
+      const bool isPlain = line.isEntry && parser.format(line.fields, written) == 0;
+      if (!isPlain || written != bytes) object[lineMember] = jsonOfText(bytes);
+      all.push_back(std::move(object));
+    }
+  } else {
+    status = store.forEach(
+        [&](const NamedFields& record) { all.push_back(jsonOf(store.kind(), record)); });
+  }
+  if (status == exitDone) printJson(all);
+  return status;
+}
+
+}  // namespace zorreg
