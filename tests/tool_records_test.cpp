@@ -23,12 +23,12 @@ const std::string global36 = framed(stored(4, 0x3, {text("S"), text("VVVVV")}));
 
 TEST_F(RecordsTool, BinChangesEveryOneOfANameAndSaysHowItWent) {
   const std::vector<ToolStep> steps{
-      {"list", 1, "", "zorreg: GENREG_RC_NO_FILE (0x90000513): the registry file does not exist"},
+      {"list", 1, "", registry() + ": the registry file cannot be opened: the file does not exist"},
       {"set a 1 --comment 'first one'", 0},
       {"set a 2", 0},
       {"set a 2 --comment changed", 0},
       {"get a --json", 0,
-       "{\n  \"name\": \"a\",\n  \"value\": 2,\n  \"comment\": \"changed\"\n}\n"},
+       "{\n  \"Variable\": \"a\",\n  \"Value\": 2,\n  \"Comment\": \"changed\"\n}\n"},
       {"import", 0, "", "", "c 3\n# a comment\n\n  d   4 \n"},
       {"import", 2, "", "line 2", "e 5\nf six\n"},
       {"unset b", 1, "", "GENREG_RC_NOT_FOUND"},
@@ -103,14 +103,14 @@ TEST_F(RecordsTool, GlobalChangesWhatWasAskedForAndReportsNothingElseAsDone) {
   const std::string newer = framed(stored(4, 0x13, {text("ZOR"), text("NEW"), entry("??")}));
   const std::vector<ToolStep> steps{
       {"add --type instance Service=ZOR InstanceName=one VersionCode=9.1.0.2 Usage=x", 0},
-      {"add --type instance InstanceName=one", 5, "", "GENREG_RC_DUPLICATE (0x900001F1)"},
+      {"add --type instance InstanceName=one", 4, "", "GENREG_RC_DUPLICATE (0x900001F1)"},
       {"add --type instance InstanceName=two Usage=x", 0},
       {"add --type services Service=ZOR InstallPath=/opt/zor Byte1=255", 0},
       {"change --type variable Variable=NEW --to 'Value=a b'", 0},
       // One that matches is so already, another is not.
       {"change --type instance Usage=x --to Service=ZOR", 3, "", "GENREG_RC_AMBIGUOUS"},
-      {"change --type instance InstanceName=two --to InstanceName=one", 5, "",
-       "holds another record that is instance InstanceName=one"},
+      {"change --type instance InstanceName=two --to InstanceName=one", 4, "",
+       "another record has the new identity"},
       {"change --type instance InstanceName=two --to StartAtBoot=0", 0},
       {"change --type instance InstanceName=two --to Maintenance=1 InstanceName=2", 0},
       {"get --type instance StartAtBoot=0", 0,
@@ -122,9 +122,9 @@ TEST_F(RecordsTool, GlobalChangesWhatWasAskedForAndReportsNothingElseAsDone) {
       {"change --type instance InstanceName=one --to VersionCode=10 Usage=", 0},
       // Without its service a variable is another one.
       {"add --type variable Variable=NEW", 0},
-      {"add --type variable Variable=NEW Value=1", 5, "", "GENREG_RC_DUPLICATE"},
+      {"add --type variable Variable=NEW Value=1", 4, "", "GENREG_RC_DUPLICATE"},
       {"list", 0,
-       "variable  Service=ZOR  Variable=NEW  Value=\"a b\"  unknown field 0x10\n"
+       "variable  Service=ZOR  Variable=NEW  Value=\"a b\"  UnknownFields=0x10\n"
        "instance  Service=ZOR  VersionCode=10.0.0.0  InstanceName=one\n"
        "instance  InstanceName=2  Usage=x  StartAtBoot=0  Maintenance=1\n"
        "services  Service=ZOR  InstallPath=/opt/zor  Byte1=255\n"
@@ -151,9 +151,10 @@ TEST_F(RecordsTool, VarChangesAWholeLineOrSaysWhatIsOddAboutIt) {
       {"A = 1 #  two blanks\n", "set A 2", "A = 2 #  two blanks\n"},
       {"D = C:\\\nA = 1 # '\n# A=0\n", "set D 2", "D = 2\nA = 1 # '\n# A=0\n"},
       {"D = C:\\\nA = 1 # '\n# A=0\n", "unset A", "D = C:\\\n# A=0\n"},
-      {"A=1 \\\n  2\n", "set A 3", "", ", line 1: it goes on in the next line"},
-      {"A=1 \\\n2\n", "unset A", "", "line 1: it goes on"},
-      {"B=1 \\\n  A=2\n", "unset A", "", "line 2: it continues the line before"},
+      {"A=1 \\\n  2\n", "set A 3", "A=3\n"},
+      {"A=1 \\\n2\nB=1 \\\n2\n", "unset A", "B=1 \\\n2\n"},
+      {"D=C:\\\nE=\nA=1 \\\n  2\n", "set A 3", "", ", line 3: it goes on in the next line"},
+      {"D=C:\\\nE=\nB=1 \\\n  A=2\n", "unset A", "", "line 4: it continues the line before"},
       {"\nexport A=1\n", "set A 2", "", "line 2: 'export' stands before"},
       {"declare -x A=1\nA=1\n", "unset A", "", "line 1: 'declare -x' stands before"},
       {"\xEF\xBB\xBF"
@@ -180,7 +181,7 @@ TEST_F(RecordsTool, VarKeepsWhatItWasNotAskedToChange) {
       {"set HOME /usr", 0},
       {"set N 42 --comment changed", 0},
       {"set C 1 --compact", 0},
-      {"get N --type uint --json", 0, "{\n  \"name\": \"N\",\n  \"value\": 42\n}\n"},
+      {"get N --type uint --json", 0, "{\n  \"Variable\": \"N\",\n  \"Value\": 42,\n  \"Comment\": \"changed\"\n}\n"},
       {"get HOME --type sint", 3, "", "zorreg: '/usr': the value of HOME is no sint"},
       {"unset NONE", 1, "", "GENREG_RC_NOT_FOUND"},
       {"unset X", 0},
@@ -200,7 +201,7 @@ TEST_F(RecordsTool, ServicesKeepsWhatItWasNotAskedToChange) {
       {"find 53", 0, "domain  53/tcp\ndomain  53/udp    names\n"},
       {"find nothing", 1, "", "GENREG_RC_NOT_FOUND"},
       {"add web 8080/tcp www http --comment text", 0},
-      {"add web 8081/tcp", 5, "", "GENREG_RC_DUPLICATE"},
+      {"add web 8081/tcp", 4, "", "GENREG_RC_DUPLICATE"},
       {"change web 80/tcp", 0},
       {"change web 80/tcp other", 0},
       {"find other", 0, "web  80/tcp  other  text\n"},
@@ -213,7 +214,7 @@ TEST_F(RecordsTool, ServicesKeepsWhatItWasNotAskedToChange) {
       {"add x 5/tcp 'a b'", 2, "", "one word"},
   };
   expectOn(kept + "domain\t53/udp # names\n" + twice, "services", steps);
-  EXPECT_EQ(readFile(registry()), kept + twice + "web\t\t80/tcp\t\tother\t\t# text\n");
+  EXPECT_EQ(readFile(registry()), kept + twice + "web 80/tcp\tother # text\n");
 }
 
 TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
@@ -250,8 +251,8 @@ TEST_F(RecordsTool, ImportsAllLinesOrNone) {
   };
   expectSteps(bin, {input("# c\n\nA 1\n B 2\r\n"),
                     input("B 3\nC 4\nA 1"),
-                    {"import", 2, "", "line 2: 'x': a value is a whole number", "A 9\nA x\n"},
-                    {"import", 2, "", "line 1: more than NAME VALUE", "A 9 9\n"},
+                    {"import", 2, "", "Value is a whole number", "A 9\nA x\n"},
+                    {"import", 2, "", "line 1: no NAME VALUE", "A\n"},
                     {"get A", 0, "1\n"},
                     {"get B", 0, "3\n"}});
   EXPECT_EQ(readFile(registry()),
@@ -278,15 +279,15 @@ TEST_F(RecordsTool, ImportsAllLinesOrNone) {
       "global --file " + registry() + " ",
       {input("instance InstanceName=I \"Comment=a b\"\nservices Service=S\n"),
        input("instance InstanceName=I Usage=u\n"),
-       {"import", 2, "", "line 1: 'x'", "x Service=S\n"},
+       {"import", 2, "", "line 1 is not done", "x Service=S\n"},
        {"list", 0, "instance  InstanceName=I  Usage=u  Comment=\"a b\"\nservices  Service=S\n"}});
 }
 
 TEST_F(RecordsTool, ChangesOnlyWhatIsAsTheConditionSaysAndWaitsAsLongAsItIsTold) {
   writeFile(registry(), frame(variable("A", 1)));
   expectSteps("bin " + registry() + " ", {{"set A 2 --if-value 1", 0},
-                                          {"set A 3 --if-value 1", 5, "", "A is 2, not 1"},
-                                          {"set A 3 --if-absent", 5, "", "A is there already"},
+                                          {"set A 3 --if-value 1", 4, "", "A is 2, not 1"},
+                                          {"set A 3 --if-absent", 4, "", "A is there already"},
                                           {"set B 3 --if-present", 1, "", "NOT_FOUND"},
                                           {"set B 3 --if-value 3", 1, "", "NOT_FOUND"},
                                           {"set B 3 --if-absent", 0},
@@ -295,10 +296,10 @@ TEST_F(RecordsTool, ChangesOnlyWhatIsAsTheConditionSaysAndWaitsAsLongAsItIsTold)
   const std::string before = readFile(registry());
   TestRegistry holder(registry());
   ASSERT_EQ(holder.BeginUpdate(), 0u);
-  expectSteps("bin " + registry() + " ", {{"unset A --no-wait", 4, "", "GENREG_RC_BUSY"},
-                                          {"set A 1 --wait 0", 4, "", "another holder"},
-                                          {"import --no-wait", 4, "", "GENREG_RC_BUSY"},
-                                          {"repair --no-wait", 4, "", "GENREG_RC_BUSY"},
+  expectSteps("bin " + registry() + " ", {{"unset A --no-wait", 5, "", "GENREG_RC_BUSY"},
+                                          {"set A 1 --wait 0", 5, "", "another holder"},
+                                          {"import --no-wait", 5, "", "GENREG_RC_BUSY"},
+                                          {"repair --no-wait", 5, "", "GENREG_RC_BUSY"},
                                           {"get A", 0, "2\n"}});
   EXPECT_EQ(holder.AbandonUpdate(), 0u);
   EXPECT_EQ(readFile(registry()), before);

@@ -34,6 +34,8 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
   if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   const std::string meaning = row == nullptr ? "no meaning is known" : row->meaning;
+  const bool isUsage = code == GENREG_RC_BAD_ARGUMENT || code == OSS_RC_BAD_PARAMETER;
+  if (isUsage && !cause.empty()) return reportUsage(printable(cause));
   const bool namesFile = cause.compare(0, file.size(), file) == 0;
   std::string message = namesFile ? printable(cause) : printable(file) + ": " + meaning;
   if (!namesFile && !cause.empty() && cause != meaning) message += ": " + printable(cause);
@@ -51,9 +53,7 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
       return exitBusy;
     case GENREG_RC_DUPLICATE:
       return exitConflict;
-    case GENREG_RC_BAD_ARGUMENT:
     case GENREG_RC_KEY_EMPTY:
-    case OSS_RC_BAD_PARAMETER:
       return exitUsage;
     default:
       return exitFailed;
