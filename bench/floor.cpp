@@ -256,7 +256,7 @@ class Floor final : public Subject {
     (void)takeLock(claim, LOCK_SH);
     askSameFile(claim, temporary_);
     char list[4096];
-    (void)::getxattr(registry_.c_str(), "system.posix_acl_access", list, sizeof list);
+    (void)::listxattr(registry_.c_str(), list, sizeof list);
     (void)::fremovexattr(made.descriptor, "system.posix_acl_access");
     (void)::fchmod(made.descriptor, 0644);
     made.askSize();

@@ -116,15 +116,17 @@ std::size_t columnBehind(std::size_t column, std::string_view text) {
 struct PartPoll {
   Poll<std::size_t> columns;
   Poll<std::string> separators;
+  Poll<bool> tabs;
   void add(std::size_t column, std::string_view separator) {
     columns.add(column);
+    tabs.add(separator.find('\t') != std::string_view::npos);
     separators.add(std::string(separator));
   }
   LineLayout::Part part() const {
     LineLayout::Part part;
     if (const std::string* separator = separators.winner()) part.separator = *separator;
     if (const std::size_t* column = columns.majority()) part.column = *column;
-    part.usesTabs = part.separator.find('\t') != std::string::npos;
+    part.usesTabs = tabs.winner() != nullptr && *tabs.winner();
     return part;
   }
 };
@@ -138,7 +140,7 @@ void append(std::string& line, const LineLayout::Part& part, std::string_view te
     if (column >= part.column) line += part.usesTabs ? '\t' : ' ';
     while (column < part.column) {
       const std::size_t stop = (column / tabWidth + 1) * tabWidth;
-      const bool isTab = part.usesTabs && (stop <= part.column || part.separator.back() == '\t');
+      const bool isTab = part.usesTabs && stop <= part.column;
       line += isTab ? '\t' : ' ';
       column = isTab ? stop : column + 1;
     }
@@ -225,7 +227,8 @@ std::string reshapedServices(const LineLayout& layout, std::string_view replaced
       const bool wasThere = isChange && !old.parts[i + 1].empty();
       const bool isAlike = i < 2 || old.parts[2].empty() == fresh.parts[2].empty();
       if (wasThere && isAlike) part = {0, false, std::string(old.separators[i])};
-      if (part.separator.empty()) part = {0, false, std::string(fresh.separators[i])};
+      const bool isKnown = part.column != 0 || !part.separator.empty();
+      if (!isKnown) part.separator = layout.port.usesTabs ? fresh.separators[i] : "  ";
       append(line, part, fresh.parts[i + 1]);
     }
   }

@@ -16,7 +16,7 @@ struct LineLayout {
   std::string beforeEquals = " ";
   std::string afterEquals = " ";
   // Of services: the part begins at that column, from 0, in most lines; else behind the separator.
-  // No separator: as the library has it.
+  // Neither: as the library has it, or behind two blanks where the file has no tabs.
   struct Part {
     std::size_t column = 0;
     bool usesTabs = false;

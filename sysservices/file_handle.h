@@ -94,9 +94,10 @@ class ZOROSSE_API OSSHFile {
   // It is open to its owner alone, or to those on the access list of the file `model`, from birth.
   // Returns 0; OSS_RC_FILE_EXISTS; or the mapped system error.
   unsigned int createPrivate(const char* path, const char* model) noexcept;
-  // Gives a file that createPrivate made owner, group, access list and permissions of the file
-  // `model`, which `info` describes: owner and group as far as the process may. A group that cannot
-  // be given gets no more than everybody. Returns 0 or the mapped system error.
+  // Gives a file that createPrivate made owner, group, access list, permissions and extended
+  // attributes (a security label is one) of the file `model`, which `info` describes: as far as the
+  // process may. A group that cannot be given gets no more than everybody. Returns 0 or the mapped
+  // system error.
   unsigned int takeAttributes(const char* model, const OSSFileInfo& info) noexcept;
   // Lets those who may write the file that `info` describes open this lock file, too. Best effort.
   void shareWithWriters(const OSSFileInfo& info) noexcept;

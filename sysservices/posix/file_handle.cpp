@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "sysservices/inner/log_output.h"
 #include "sysservices/inner/waiting.h"
@@ -65,18 +66,35 @@ ssize_t transfer(const char* operation, std::size_t count, Call call) {
 // Permissions whose group gets no more than everybody.
 mode_t withoutGroup(mode_t permissions) { return permissions & ~((~permissions & S_IRWXO) << 3); }
 
-// Gives a new file the access list of its model, or none when that has none: the one that it may
-// have from its directory would let others in once the group has permissions. False when it cannot
-// have the model's.
-bool copyAccessList(const char* model, int descriptor) {
-  char list[4096];
-  const ssize_t size = ::getxattr(model, accessList, list, sizeof list);
-  if (size >= 0) {
-    return ::fsetxattr(descriptor, accessList, list, static_cast<std::size_t>(size), 0) == 0;
+// A hash that the system has of the model's content.
+bool isOfContent(const char* name) {
+  return std::strcmp(name, "security.ima") == 0 || std::strcmp(name, "security.evm") == 0;
+}
+
+bool copyAttribute(const char* model, const char* name, int descriptor) {
+  char value[4096];
+  const ssize_t size = ::getxattr(model, name, value, sizeof value);
+  return size >= 0 &&
+         ::fsetxattr(descriptor, name, value, static_cast<std::size_t>(size), 0) == 0;
+}
+
+// Gives a new file the extended attributes of its model, a security label among them, as far as the
+// process may; and its access list, or none when that has none: the one that it may have from its
+// directory would let others in once the group has permissions. False when it cannot have that.
+bool copyExtendedAttributes(const char* model, int descriptor) {
+  char names[4096];
+  const ssize_t size = ::listxattr(model, names, sizeof names);
+  bool hasList = false;
+  bool copied = size >= 0 || errno == ENOTSUP;
+  for (const char* name = names; name < names + size; name += std::strlen(name) + 1) {
+    if (isOfContent(name)) continue;
+    const bool isList = std::strcmp(name, accessList) == 0;
+    const bool done = copyAttribute(model, name, descriptor);
+    hasList = hasList || isList;
+    if (isList) copied = done;
   }
-  if (errno == ERANGE) return false;
-  (void)::fremovexattr(descriptor, accessList);
-  return true;
+  if (!hasList) (void)::fremovexattr(descriptor, accessList);
+  return copied;
 }
 
 }  // namespace
@@ -165,7 +183,7 @@ unsigned int OSSHFile::takeAttributes(const char* model, const OSSFileInfo& info
       ::fchown(descriptor, status.st_uid, info.group) != 0) {
     wanted = withoutGroup(wanted);
   }
-  if ((wanted & S_IRWXG) != 0 && !copyAccessList(model, descriptor)) wanted = withoutGroup(wanted);
+  if (!copyExtendedAttributes(model, descriptor)) wanted = withoutGroup(wanted);
   if ((status.st_mode & permissionBits) == wanted) return OSS_RC_OK;
   const int failed =
       oss::systemCall("fchmod", nullptr, [&] { return ::fchmod(descriptor, wanted); });

@@ -129,13 +129,13 @@ std::string accessList(unsigned char owner, unsigned char user, unsigned char gr
   return bytes;
 }
 
-std::string listOf(const std::string& name) {
+std::string attributeOf(const std::string& file, const char* name) {
   char bytes[256];
-  const ssize_t size = ::getxattr(name.c_str(), "system.posix_acl_access", bytes, sizeof bytes);
+  const ssize_t size = ::getxattr(file.c_str(), name, bytes, sizeof bytes);
   return size < 0 ? "" : std::string(bytes, static_cast<std::size_t>(size));
 }
 
-TEST_F(PermissionsTest, TheNewFileHasTheAccessListOfTheOldOneAndNoOther) {
+TEST_F(PermissionsTest, TheNewFileHasTheAccessListAndAttributesOfTheOldOneAndNoOther) {
   const std::string all = accessList(7, 7, 7, 7, 7);
   const std::string one = accessList(6, 4, 4, 4, 0);
   for (const std::string& own : {std::string(), one}) {
@@ -150,9 +150,11 @@ TEST_F(PermissionsTest, TheNewFileHasTheAccessListOfTheOldOneAndNoOther) {
         0) {
       GTEST_SKIP() << "no access lists here";
     }
+    ASSERT_EQ(::setxattr(registry().c_str(), "user.note", "kept", 4, 0), 0);
     TestRegistry handle(registry(), verified);
     EXPECT_EQ(change(handle), 0u);
-    EXPECT_EQ(listOf(registry()), own);
+    EXPECT_EQ(attributeOf(registry(), "system.posix_acl_access"), own);
+    EXPECT_EQ(attributeOf(registry(), "user.note"), "kept");
     EXPECT_EQ(permissionsOf(registry()), 0640u);
     EXPECT_EQ(::removexattr(directory_.c_str(), "system.posix_acl_default"), 0);
   }
