@@ -214,7 +214,7 @@ TEST_F(RecordsTool, ServicesKeepsWhatItWasNotAskedToChange) {
       {"add x 5/tcp 'a b'", 2, "", "one word"},
   };
   expectOn(kept + "domain\t53/udp # names\n" + twice, "services", steps);
-  EXPECT_EQ(readFile(registry()), kept + twice + "web 80/tcp\tother # text\n");
+  EXPECT_EQ(readFile(registry()), kept + twice + "web 80/tcp  other # text\n");
 }
 
 TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
