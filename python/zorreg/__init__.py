@@ -38,8 +38,9 @@ that was read, Fields one that is given. There are four kinds:
 What is stored may be given as int, too: 30 and True are "30" and "1". Value of kind bin is a whole
 number of 32 bits with a sign; Port goes from 1 to 65535; Aliases are words with a blank between
 them; Variable and Comment of kind bin hold up to 15 bytes. A field that is not given stays as it
-is; an empty Comment or Aliases takes it away. Bytes of a file that are no UTF-8 come out as
-surrogates ("surrogateescape", as in file names) and go back as the bytes they were.
+is, and so do fields of a newer version in a global record; an empty Comment or Aliases takes it
+away. Bytes of a file that are no UTF-8 come out as surrogates ("surrogateescape", as in file names)
+and go back as the bytes they were.
 
 Failures raise Error, or NotFound (a KeyError), Exists, Busy (a TimeoutError). The exception says
 which code, why, and whether the change is committed all the same.

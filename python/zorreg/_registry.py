@@ -93,8 +93,8 @@ class Registry:
 
     @property
     def lock_timeout(self) -> float | None:
-        """For how many seconds an operation waits for another writer; None, as opened: without end.
-        Past that it raises Busy. 0 waits a millisecond. May be set."""
+        """For how many seconds an operation waits for another writer, or for another thread that
+        uses this object; past that it raises Busy. None: without end; 0: a millisecond. May be set."""
         return self._lock_timeout
 
     @lock_timeout.setter
@@ -190,14 +190,14 @@ class Registry:
         an Error (GENREG_RC_AMBIGUOUS). NotFound when there is none; Exists when another record has
         the new identity. No other writer comes between the reading and the change.
         """
-        fields = self._fields(key)
+        fields = self._wanted(key)
         with stored(fields) as wanted, stored(changes) as new:
             code = self._run(library.zorreg_change, wanted, new, key=fields, writes=True)
             return code != UNCHANGED
 
     def delete(self, key: Key) -> None:
         """Deletes what matches the key, as change would change it. NotFound when there is none."""
-        fields = self._fields(key)
+        fields = self._wanted(key)
         with stored(fields) as wanted:
             self._run(library.zorreg_delete, wanted, key=fields, writes=True)
 
@@ -278,5 +278,5 @@ class Registry:
             raise TypeError(f"a key is a text, not {type(name).__name__}")
         return {_NAMES[self._kind]: name}
 
-    def _fields(self, key: Key) -> Fields:
+    def _wanted(self, key: Key) -> Fields:
         return self._named(key) if isinstance(key, str) else key
