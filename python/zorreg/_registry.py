@@ -94,7 +94,8 @@ class Registry:
     @property
     def lock_timeout(self) -> float | None:
         """For how many seconds an operation waits for another writer, or for another thread that
-        uses this object; past that it raises Busy. None: without end; 0: a millisecond. May be set."""
+        uses this object; past that it raises Busy. None: without end; 0: for a millisecond. May be
+        set."""
         return self._lock_timeout
 
     @lock_timeout.setter
@@ -273,7 +274,7 @@ class Registry:
 
     def _named(self, name: str) -> dict[str, str]:
         if self._kind not in _NAMES:
-            raise TypeError("a global record has no plain key: use find(Type=..., ...), set, delete")
+            raise TypeError("a global record has no plain key: see find(Type=...), set, delete")
         if not isinstance(name, str):
             raise TypeError(f"a key is a text, not {type(name).__name__}")
         return {_NAMES[self._kind]: name}

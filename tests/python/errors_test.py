@@ -55,7 +55,8 @@ RAISED = [
     (opened("x" * 254, "bin"), zorreg.Error, "GENREG_RC_PATH_TOO_LONG"),
     # arguments that are no matter of the registry
     (on("settings.reg", "var", lambda r: r["A\0"]), ValueError, None),
-    (on("settings.reg", "var", lambda r: r.set({"Variable": "A", "Value": "\0"})), ValueError, None),
+    (on("settings.reg", "var", lambda r: r.set({"Variable": "A", "Value": "\0"})), ValueError,
+     None),
     (on("settings.reg", "var", lambda r: r.find(**{"Value\0": "30"})), ValueError, None),
     (on("settings.reg", "var", lambda r: r["\ud800"]), ValueError, None),
     (opened("a\0b", "bin"), ValueError, None),
