@@ -49,7 +49,7 @@ RAISED = [
     (on("text", "bin", lambda r: r.set({"Variable": "A", "Value": 1})), zorreg.Error, None),
     (on("plain", "var", list), zorreg.Error, None),
     (on("plain", "var", lambda r: r.set({"Variable": "A", "Value": 1})), zorreg.Error, None),
-    (opened("r", "ini"), zorreg.Error, "GENREG_RC_BAD_ARGUMENT"),
+    (opened("r", "ini"), zorreg.Error, None),
     (opened(None, "bin"), zorreg.Error, None),
     (opened("", "bin"), zorreg.Error, "GENREG_RC_NO_ARGUMENT"),
     (opened("x" * 254, "bin"), zorreg.Error, "GENREG_RC_PATH_TOO_LONG"),
