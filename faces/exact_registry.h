@@ -4,16 +4,21 @@
 // switches between the two.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
 #include <type_traits>
 
+#include "faces/carried_fields.h"
 #include "faces/line_layout.h"
 #include "faces/record_fields.h"
+#include "faces/unknown_fields.h"
+#include "faces/value_text.h"
 #include "genreg.h"
 #include "genreg/core/handle.h"
+#include "platform/path_text.h"
 #include "sysservices/file_system.h"
 
 namespace faces {
@@ -24,6 +29,9 @@ inline const char* commentOf(const ServiceEntryRecord& record) noexcept { return
 template <typename Record>
 constexpr bool isLine =
     std::is_same_v<Record, VarValRecord> || std::is_same_v<Record, ServiceEntryRecord>;
+
+template <typename Record>
+constexpr bool isGlobal = std::is_same_v<Record, GlobalRegRecord>;
 
 inline bool equalTexts(const char* left, const char* right) noexcept {
   return std::strcmp(left == nullptr ? "" : left, right == nullptr ? "" : right) == 0;
@@ -83,6 +91,10 @@ class Exact : public Flavour {
     plainValidate.store(this->GenRegFile::ValidateKey, std::memory_order_relaxed);
     plainUnpack.store(this->GenRegFile::UnpackRecord.text, std::memory_order_relaxed);
     unpackHook_ = this->GenRegFile::UnpackRecord;
+    if constexpr (isGlobal<Record>) {
+      CarriedFields::flavourUnpacks.store(unpackHook_.binary, std::memory_order_relaxed);
+      CarriedFields::flavourPacks.store(this->PackRecord.binary, std::memory_order_relaxed);
+    }
   }
 
   void compareExactly(bool exactly) noexcept {
@@ -92,6 +104,9 @@ class Exact : public Flavour {
         exactly ? validate : plainValidate.load(std::memory_order_relaxed);
     if constexpr (isLine<Record>) {
       this->GenRegFile::UnpackRecord = exactly ? GenRegUnpackHook(unpack) : unpackHook_;
+    } else if constexpr (isGlobal<Record>) {
+      this->GenRegFile::UnpackRecord =
+          exactly ? GenRegUnpackHook(CarriedFields::unpack) : unpackHook_;
     }
   }
 
@@ -103,9 +118,43 @@ class Exact : public Flavour {
     this->GenRegFile::PackRecord = GenRegPackHook(packLaidOut);
   }
 
+  // As the flavour's; what the record has that the flavour does not know is in unknownFields()
+  // then, when it is read exactly.
+  unsigned int Get(std::uint64_t mask, void* key, void* record) noexcept {
+    return reading([&] { return Flavour::Get(mask, key, record); });
+  }
+  unsigned int GetNext(std::uint64_t mask, void* key, void* record) noexcept {
+    return reading([&] { return Flavour::GetNext(mask, key, record); });
+  }
+  NamedFields unknownFields() const { return unknownFieldsOf(carried_.stored); }
+
+  // Adds a global record with those of the given fields that the flavour does not know, exactly.
+  unsigned int addWith(std::uint64_t mask, const GlobalRegRecord& record,
+                       const NamedFields& given) {
+    const std::string stored = storedFormOf(given, *globalRegFindType(record.RecordType));
+    std::vector<std::uint64_t> memory(std::max(sizeof record, stored.size()) / 8 + 1);
+    std::memcpy(memory.data(), &record, sizeof record);
+    const CarriedFields::Scope scope(carried_, &stored, memory.size() * 8);
+    const GenRegPackHook pack = this->PackRecord;
+    const GenRegSizeHook size = this->GetRecordSize;
+    this->PackRecord = CarriedFields::pack;
+    this->GetRecordSize = CarriedFields::size;
+    const unsigned int code = this->Add(mask, memory.data());
+    this->PackRecord = pack;
+    this->GetRecordSize = size;
+    return code;
+  }
+
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
   bool isMissing() const noexcept {
     return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
+  }
+  // Why the file must not be changed as one of this kind: it is clearly none.
+  std::string reasonAgainstFile() const {
+    const bool isThere = ossPathExists(this->registryPath);
+    const char* const file = isThere ? this->registryPath : this->backupPath;
+    const std::string reason = reasonAgainst(guessKind(file), KindOf<Record>::kind, false);
+    return reason.empty() ? reason : platform::utf8FromSystem(file) + " " + reason;
   }
 
   static bool isSame(Record& stored, Record& given) noexcept {
@@ -133,14 +182,17 @@ class Exact : public Flavour {
         const unsigned int code = this->PackRecord.text(&record, line);
         if (code == 0) continue;
         const GenRegReturnCode* const row = genRegFindReturnCode(code);
-        return {OSS_RC_BAD_PARAMETER, std::string("the line cannot be written: ") +
-                                          (row == nullptr ? "unknown code" : row->meaning)};
+        return complain(record, {},
+                        std::string("cannot be written in a line: ") +
+                            (row == nullptr ? "unknown code" : row->meaning));
       }
       Record read;
-      if (unpack(&read, line) == 0 && isSame(read, record)) return {};
-      return {OSS_RC_BAD_PARAMETER,
-              "the line would be read back as another record: a \"#\", a quote, "
-              "blanks or an unknown word stand where they must not"};
+      const bool isLine = unpack(&read, line) == 0;
+      if (isLine && isSame(read, record)) return {};
+      return complain(
+          record, isLine ? fieldsOf(read) : NamedFields(),
+          "would be read back as something else: a \"#\", a quote, blanks or an unknown "
+          "word stand where they must not");
     } else {
       return {};
     }
@@ -167,6 +219,27 @@ class Exact : public Flavour {
                       sameBeyond(mask, left, right);
     return same ? 1 : 0;
   }
+  // Of the first field that is not as in `read`.
+  static Complaint complain(const Record& record, const NamedFields& read,
+                            const std::string& cause) {
+    const NamedFields fields = fieldsOf(record);
+    for (const auto& [name, value] : fields.all()) {
+      const std::string* const back = read.find(name);
+      if (back == nullptr || *back != value) {
+        return {GENREG_RC_BAD_VALUE, name + " " + cause, value};
+      }
+    }
+    return {GENREG_RC_BAD_VALUE, "the record " + cause, std::nullopt};
+  }
+
+  template <typename Work>
+  unsigned int reading(Work work) noexcept {
+    if constexpr (!isGlobal<Record>) return work();
+    const CarriedFields::Scope scope(carried_);
+    const unsigned int code = work();
+    return code == 0 && carried_.isLost ? OSS_RC_NO_MEMORY : code;
+  }
+
   static constexpr std::uint64_t everything = ~(asFound | byIdentity | isMade);
 
   static unsigned int validate(std::uint64_t mask, void* keyOrRecord) noexcept {
@@ -218,6 +291,7 @@ class Exact : public Flavour {
   static inline std::atomic<GenRegValidateHook> plainValidate{nullptr};
   static inline std::atomic<unsigned int (*)(void*, char*)> plainUnpack{nullptr};
   GenRegUnpackHook unpackHook_;
+  CarriedFields carried_;
 };
 
 }  // namespace faces

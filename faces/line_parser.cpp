@@ -53,7 +53,7 @@ class LineParser::FlavourOf final : public Flavour {
 };
 
 LineParser::LineParser(const std::string& kind) {
-  if (kind == KindOf<ServiceEntryRecord>::name) {
+  if (kind == nameOf(KindOf<ServiceEntryRecord>::kind)) {
     flavour_ = std::make_unique<FlavourOf<GenRegServices, ServiceEntryRecord>>();
   } else {
     flavour_ = std::make_unique<FlavourOf<GenRegVarVal, VarValRecord>>();

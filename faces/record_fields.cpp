@@ -5,19 +5,22 @@
 #include <cstring>
 #include <limits>
 
+#include "faces/unknown_fields.h"
 #include "faces/versions.h"
 
 namespace faces {
 namespace {
 
-Complaint unsuitable(std::string cause) { return {OSS_RC_BAD_PARAMETER, std::move(cause)}; }
+Complaint unsuitable(std::string cause, const std::string& value) {
+  return {GENREG_RC_BAD_VALUE, std::move(cause), value};
+}
 
 template <typename Record>
 Complaint unknownField(const std::string& name) {
   std::string cause = name + ": no field of kind ";
-  cause += std::string(KindOf<Record>::name) + ", which has";
+  cause += std::string(nameOf(KindOf<Record>::kind)) + ", which has";
   for (const FieldRow& row : KindOf<Record>::fields) cause += std::string(" ") + row.name;
-  return {GENREG_RC_BAD_ARGUMENT, cause};
+  return {GENREG_RC_UNKNOWN_FIELD, cause, std::nullopt};
 }
 
 template <typename Number>
@@ -31,14 +34,18 @@ template <typename Number>
 Complaint takeNumber(const char* field, const std::string& text, Number& number) {
   if (parseNumber(text, number)) return {};
   return unsuitable(std::string(field) + " is a whole number from " +
-                    std::to_string(std::numeric_limits<Number>::min()) + " to " +
-                    std::to_string(std::numeric_limits<Number>::max()));
+                        std::to_string(std::numeric_limits<Number>::min()) + " to " +
+                        std::to_string(std::numeric_limits<Number>::max()),
+                    text);
 }
 
-// A text that is as long as its field may be, and a terminator; what was behind it goes, too.
-Complaint takeText(const char* field, const std::string& text, char* memory, std::size_t size) {
-  if (text.size() >= size) {
-    return unsuitable(std::string(field) + " holds at most " + std::to_string(size - 1) + " bytes");
+// A text that is as long as its field may be, and a terminator, without which another program may
+// have stored what a key looks for; what was behind it goes, too.
+Complaint takeText(const char* field, const std::string& text, char* memory, std::size_t size,
+                   Use use) {
+  if (text.size() >= size + (use == Use::Key ? 1 : 0)) {
+    return unsuitable(std::string(field) + " holds at most " + std::to_string(size - 1) + " bytes",
+                      text);
   }
   std::memset(memory, 0, size);
   (void)text.copy(memory, text.size());
@@ -64,7 +71,7 @@ Complaint mergeLine(const NamedFields& given, const Record* found, NamedFields& 
   for (const auto& [name, value] : given.all()) {
     if (!isKnown(std::begin(rows), std::end(rows), name)) return unknownField<Record>(name);
     if (value.find_first_of("\r\n") != std::string::npos) {
-      return unsuitable(name + " is one line");
+      return unsuitable(name + " is one line", value);
     }
     texts.set(name, value);
   }
@@ -138,13 +145,15 @@ Complaint takeField(const GlobalRegField& field, const std::string& value,
   char* const memory = memoryOf(field, record);
   std::uint64_t number = 0;
   if (field.kind == GlobalRegFieldKind::Text || value.empty()) {
-    if (Complaint wrong = takeText(field.name, value, memory, field.width)) return wrong;
+    if (Complaint wrong = takeText(field.name, value, memory, field.width, Use::Store))
+      return wrong;
   } else if (isVersion(field) ? !parseDotted(value, number)
                               : !parseNumber(value, number) || number > largestOf(field)) {
-    return unsuitable(std::string(field.name) +
-                      (isVersion(field)
-                           ? " is up to four numbers below 65536 with dots between them"
-                           : " is a number from 0 to " + std::to_string(largestOf(field))));
+    return unsuitable(
+        std::string(field.name) +
+            (isVersion(field) ? " is up to four numbers below 65536 with dots between them"
+                              : " is a number from 0 to " + std::to_string(largestOf(field))),
+        value);
   } else {
     std::memcpy(memory, &number, field.width);
   }
@@ -167,24 +176,14 @@ std::string bitsText(std::uint64_t bits) {
   return text;
 }
 
-// Bits that a record has are not given to it, nor taken away: nobody knows what they stand for.
-Complaint takeUnknown(const std::string& value, const GlobalRegType& type, bool isThere,
+// What stands in such a field is carried over from a record that is there.
+Complaint takeUnknown(const std::string& name, const std::string& value, std::uint64_t bit,
                       GlobalRegRecord& record) {
-  std::uint64_t bits = 0;
-  for (const std::string& word : wordsOf(value)) {
-    std::uint64_t bit = 0;
-    const char* const end = word.data() + word.size();
-    const bool isHex = word.compare(0, 2, "0x") == 0 && word.size() > 2;
-    const auto [stop, error] = std::from_chars(word.data() + (isHex ? 2 : 0), end, bit, 16);
-    if (!isHex || error != std::errc() || stop != end || (bit & type.knownMask) != 0) {
-      return unsuitable("UnknownFields are bits of fields that nobody knows");
-    }
-    bits |= bit;
+  std::string content;
+  if (!takeContent(value, bit, content)) {
+    return unsuitable(name + " holds bytes as \"0x\" and two digits for each", value);
   }
-  if (isThere && bits != unknownIn(record, type)) {
-    return unsuitable("UnknownFields of a record cannot be changed");
-  }
-  record.FieldMask |= bits;
+  record.FieldMask |= bit;
   return {};
 }
 
@@ -205,7 +204,7 @@ const GlobalRegField* fieldNamed(const GlobalRegType& type, const std::string& n
 Complaint unknownField(const GlobalRegType& type, const std::string& name) {
   std::string cause = name + ": no field of a record of type " + type.name + ", which has";
   for (std::size_t i = 0; i < type.fieldCount; ++i) cause += std::string(" ") + type.fields[i].name;
-  return {GENREG_RC_BAD_ARGUMENT, cause + " CheckSum UnknownFields"};
+  return {GENREG_RC_UNKNOWN_FIELD, cause + " CheckSum", std::nullopt};
 }
 
 Complaint findType(const NamedFields& given, const GlobalRegRecord* found,
@@ -213,11 +212,14 @@ Complaint findType(const NamedFields& given, const GlobalRegRecord* found,
   const std::string* const name = given.find("Type");
   *type = found == nullptr ? nullptr : globalRegFindType(found->RecordType);
   if (name == nullptr) {
-    return *type != nullptr ? Complaint() : Complaint{GENREG_RC_BAD_ARGUMENT, "Type is missing"};
+    if (*type != nullptr) return {};
+    return {GENREG_RC_FIELD_MISSING, "Type is missing", std::nullopt};
   }
   const GlobalRegType* const named = typeNamed(*name);
-  if (named == nullptr) return unsuitable("Type is instance, services or variable");
-  if (*type != nullptr && *type != named) return unsuitable("Type of a record cannot be changed");
+  if (named == nullptr) return unsuitable("Type is instance, services or variable", *name);
+  if (*type != nullptr && *type != named) {
+    return unsuitable("Type of a record cannot be changed", *name);
+  }
   *type = named;
   return {};
 }
@@ -277,17 +279,17 @@ std::uint64_t identityOf(const GlobalRegRecord& record) noexcept {
 }
 
 Complaint makeRecord(const NamedFields& given, const BinVarValRecord* found,
-                     Made<BinVarValRecord>& made) {
+                     Made<BinVarValRecord>& made, Use use) {
   BinVarValRecord& record = made.record;
   if (found != nullptr) record = *found;
   for (const auto& [name, value] : given.all()) {
     Complaint wrong;
     if (name == "Variable") {
-      wrong = takeText("Variable", value, record.Variable, sizeof record.Variable);
+      wrong = takeText("Variable", value, record.Variable, sizeof record.Variable, use);
     } else if (name == "Value") {
       wrong = takeNumber("Value", value, record.Value);
     } else if (name == "Comment") {
-      wrong = takeText("Comment", value, record.Comment, sizeof record.Comment);
+      wrong = takeText("Comment", value, record.Comment, sizeof record.Comment, use);
     } else {
       wrong = unknownField<BinVarValRecord>(name);
     }
@@ -296,8 +298,8 @@ Complaint makeRecord(const NamedFields& given, const BinVarValRecord* found,
   return {};
 }
 
-Complaint makeRecord(const NamedFields& given, const VarValRecord* found,
-                     Made<VarValRecord>& made) {
+Complaint makeRecord(const NamedFields& given, const VarValRecord* found, Made<VarValRecord>& made,
+                     Use) {
   if (Complaint wrong = mergeLine(given, found, made.texts)) return wrong;
   VarValRecord& record = made.record;
   record.Contains = VARVAL_HAS_VARIABLE;
@@ -309,7 +311,7 @@ Complaint makeRecord(const NamedFields& given, const VarValRecord* found,
 }
 
 Complaint makeRecord(const NamedFields& given, const ServiceEntryRecord* found,
-                     Made<ServiceEntryRecord>& made) {
+                     Made<ServiceEntryRecord>& made, Use) {
   if (Complaint wrong = mergeLine(given, found, made.texts)) return wrong;
   ServiceEntryRecord& record = made.record;
   record.Contains = SERVICES_HAS_SERVICE;
@@ -333,7 +335,7 @@ Complaint makeRecord(const NamedFields& given, const ServiceEntryRecord* found,
 }
 
 Complaint makeRecord(const NamedFields& given, const GlobalRegRecord* found,
-                     Made<GlobalRegRecord>& made) {
+                     Made<GlobalRegRecord>& made, Use) {
   GlobalRegRecord& record = made.record;
   if (found != nullptr) record = *found;
   const GlobalRegType* type = nullptr;
@@ -346,8 +348,8 @@ Complaint makeRecord(const NamedFields& given, const GlobalRegRecord* found,
       wrong = takeField(*field, value, record);
     } else if (name == "CheckSum") {
       wrong = takeNumber("CheckSum", value, record.CheckSum);
-    } else if (name == "UnknownFields") {
-      wrong = takeUnknown(value, *type, found != nullptr, record);
+    } else if (const std::uint64_t bit = unknownBitOf(name, *type); bit != 0) {
+      wrong = takeUnknown(name, value, bit, record);
     } else if (name != "Type") {
       wrong = unknownField(*type, name);
     }
@@ -366,6 +368,7 @@ std::uint64_t maskOf(const NamedFields& key, const Made<ServiceEntryRecord>& mad
 std::uint64_t maskOf(const NamedFields& key, const Made<GlobalRegRecord>& made) {
   const GlobalRegType* const type = globalRegFindType(made.record.RecordType);
   std::uint64_t mask = rowsIn<GlobalRegRecord>(key);
+  if (type != nullptr && (made.record.FieldMask & ~type->knownMask) != 0) mask |= byUnknownFields;
   bool isPlain = made.record.FieldMask != 0;
   for (std::size_t i = 0; type != nullptr && i < type->fieldCount; ++i) {
     const GlobalRegField& field = type->fields[i];

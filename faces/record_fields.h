@@ -5,9 +5,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "faces/kinds.h"
 #include "faces/named_fields.h"
 #include "genreg.h"
 
@@ -32,6 +34,7 @@ constexpr std::uint64_t beyondFlavours =
 struct Complaint {
   unsigned int code = 0;
   std::string cause;
+  std::optional<std::string> value;  // the wrong one
   explicit operator bool() const noexcept { return code != 0; }
 };
 
@@ -61,7 +64,7 @@ struct KindOf;
 
 template <>
 struct KindOf<BinVarValRecord> {
-  static constexpr const char* name = "bin";
+  static constexpr Kind kind = Kind::Bin;
   static constexpr bool mayRepeat = true;  // several records of one identity are one thing
   static constexpr std::uint64_t identity = BINVARVAL_IDENTITY;
   static constexpr FieldRow fields[] = {{"Variable", BINVARVAL_VARIABLE, true},
@@ -70,7 +73,7 @@ struct KindOf<BinVarValRecord> {
 };
 template <>
 struct KindOf<VarValRecord> {
-  static constexpr const char* name = "var";
+  static constexpr Kind kind = Kind::Var;
   static constexpr bool mayRepeat = true;
   static constexpr std::uint64_t identity = VARVAL_IDENTITY;
   static constexpr FieldRow fields[] = {{"Variable", VARVAL_VARIABLE, true},
@@ -79,7 +82,7 @@ struct KindOf<VarValRecord> {
 };
 template <>
 struct KindOf<ServiceEntryRecord> {
-  static constexpr const char* name = "services";
+  static constexpr Kind kind = Kind::Services;
   static constexpr bool mayRepeat = false;
   static constexpr std::uint64_t identity = SERVICES_IDENTITY;
   static constexpr FieldRow fields[] = {{"Name", SERVICES_NAME, true},
@@ -90,12 +93,10 @@ struct KindOf<ServiceEntryRecord> {
 };
 template <>
 struct KindOf<GlobalRegRecord> {
-  static constexpr const char* name = "global";
+  static constexpr Kind kind = Kind::Global;
   static constexpr bool mayRepeat = false;
   // Beside the fields of the type.
-  static constexpr FieldRow fields[] = {{"Type", 0, true},
-                                        {"CheckSum", byCheckSum, false},
-                                        {"UnknownFields", byUnknownFields, false}};
+  static constexpr FieldRow fields[] = {{"Type", 0, true}, {"CheckSum", byCheckSum, false}};
 };
 
 // A comment without the blank that stands between it and its "#"; null stays null.
@@ -107,20 +108,25 @@ inline const char* bareComment(const char* comment) noexcept {
 // has.
 std::uint64_t identityOf(const GlobalRegRecord& record) noexcept;
 
-// What a record holds, in the order of the tables.
+// What a record holds, in the order of the tables; of a global one, as "UnknownFields", the bits of
+// the fields that this version does not know.
 NamedFields fieldsOf(const BinVarValRecord& record);
 NamedFields fieldsOf(const VarValRecord& record);
 NamedFields fieldsOf(const ServiceEntryRecord& record);
 NamedFields fieldsOf(const GlobalRegRecord& record);
 
+// What a record is made for: to be stored, or to find one, which may hold what nobody stores anew.
+enum class Use { Store, Key };
+
 // Makes what `found` becomes with the given fields, or of null a record or key of nothing else.
 Complaint makeRecord(const NamedFields& given, const BinVarValRecord* found,
-                     Made<BinVarValRecord>& made);
-Complaint makeRecord(const NamedFields& given, const VarValRecord* found, Made<VarValRecord>& made);
+                     Made<BinVarValRecord>& made, Use use = Use::Store);
+Complaint makeRecord(const NamedFields& given, const VarValRecord* found, Made<VarValRecord>& made,
+                     Use use = Use::Store);
 Complaint makeRecord(const NamedFields& given, const ServiceEntryRecord* found,
-                     Made<ServiceEntryRecord>& made);
+                     Made<ServiceEntryRecord>& made, Use use = Use::Store);
 Complaint makeRecord(const NamedFields& given, const GlobalRegRecord* found,
-                     Made<GlobalRegRecord>& made);
+                     Made<GlobalRegRecord>& made, Use use = Use::Store);
 
 // The bits of the rows that a key has.
 template <typename Record>

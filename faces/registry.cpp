@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <unordered_set>
 
 #include "faces/exact_registry.h"
 
@@ -17,26 +18,29 @@ class RegistryOf final : public Registry {
     Key wanted;
     if (!start() || !readKey(key, wanted)) return code_;
     Record record;
-    if (judge(read(wanted, record)) == 0) found = fieldsOf(record);
-    return code_;
+    if (judge(read(wanted, record)) == 0) found = shown(record);
+    return refuseOdd(key);
   }
 
   unsigned int add(const NamedFields& given) override {
     isRefused_ = true;
-    return start() ? addRecord(given) : code_;
+    if (!startWriting()) return code_;
+    if (KindOf<Record>::mayRepeat) names_.reset();
+    return addRecord(given);
   }
 
   unsigned int change(const NamedFields& key, const NamedFields& given) override {
     Key wanted;
     isRefused_ = true;
-    if (!start() || !readKey(key, wanted) || !readGiven(key, given)) return code_;
-    return update(GENREG_LOCK_WAIT, [&] { return changeMatching(wanted, given); });
+    if (!startWriting() || !readKey(key, wanted) || !readGiven(key, given)) return code_;
+    (void)update(GENREG_LOCK_WAIT, [&] { return changeMatching(wanted, given); });
+    return refuseOdd(key);
   }
 
   unsigned int set(const NamedFields& given) override {
     Key wanted;
     isRefused_ = true;
-    if (!start() || !readIdentity(given, wanted)) return code_;
+    if (!startWriting() || !readIdentity(given, wanted)) return code_;
     return update(GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR, [&] {
       const unsigned int code = changeMatching(wanted, given);
       if (code == GENREG_RC_UNCHANGED) return succeed();
@@ -48,8 +52,8 @@ class RegistryOf final : public Registry {
   unsigned int remove(const NamedFields& key) override {
     Key wanted;
     isRefused_ = true;
-    if (!start() || !readKey(key, wanted)) return code_;
-    return update(GENREG_LOCK_WAIT, [&] {
+    if (!startWriting() || !readKey(key, wanted)) return code_;
+    (void)update(GENREG_LOCK_WAIT, [&] {
       file_.compareExactly(wanted.isExact());
       if (judge(file_.Delete(wanted.mask, &wanted.made.record)) != GENREG_RC_AMBIGUOUS ||
           !narrow(wanted)) {
@@ -57,27 +61,30 @@ class RegistryOf final : public Registry {
       }
       return judge(file_.Delete(wanted.mask, &wanted.made.record));
     });
+    return refuseOdd(key);
   }
 
   unsigned int scan() override {
-    file_.compareExactly(isLine<Record>);
+    file_.compareExactly(hidesBytes);
     return judge(file_.OpenScan());
   }
 
   unsigned int next(NamedFields& found) override {
-    file_.compareExactly(isLine<Record>);
+    file_.compareExactly(hidesBytes);
     Record key{};
     Record record;
     unsigned int code = file_.GetNext(0, &key, &record);
     while (code == 0 && !isEntry(record)) code = file_.GetNext(0, &key, &record);
-    if (judge(code) == 0) found = fieldsOf(record);
+    if (judge(code) == 0) found = shown(record);
     return code_;
   }
 
   unsigned int endScan() override { return judge(file_.CloseScan()); }
   unsigned int begin() override {
+    if (!isUpdating_ && !isOfThisKind()) return code_;
     const unsigned int code = file_.BeginUpdate();
     if (code == 0) {
+      names_.reset();
       isRefused_ = false;
       isUpdating_ = true;
     }
@@ -102,11 +109,20 @@ class RegistryOf final : public Registry {
   GenRegFile& file() noexcept override { return file_; }
 
  private:
+  // The flavour's own reading does not show every byte of such records.
+  static constexpr bool hidesBytes = isLine<Record> || isGlobal<Record>;
+
   struct Key {
     Made<Record> made;
     std::uint64_t mask = 0;
     bool isNamed = true;  // nothing but identifying fields
     bool isExact() const noexcept { return (mask & beyondFlavours) != 0; }
+  };
+
+  // What an update knows of all records, so that what it finds unchanged is found fast.
+  struct Names {
+    std::unordered_set<std::string> repeated;  // of more than one record
+    bool isPlain = true;                       // no comment holds a byte that no terminal shows
   };
 
   // --- how it went ---
@@ -119,9 +135,9 @@ class RegistryOf final : public Registry {
     cause_ = std::move(cause);
     return code_ = code;
   }
-  bool isFine(Complaint wrong) noexcept {
+  bool isFine(const Complaint& wrong) {
     if (!wrong) return true;
-    (void)fail(wrong.code, std::move(wrong.cause));
+    (void)fail(wrong.code, (wrong.value ? inQuotes(*wrong.value) + ": " : "") + wrong.cause);
     return false;
   }
 
@@ -133,15 +149,36 @@ class RegistryOf final : public Registry {
       cause_.clear();
       return code_ = code;
     }
-    const char* const cause = file_.getLastCause();
+    std::string cause = platform::utf8FromSystem(file_.getLastCause());
     const GenRegReturnCode* const row = genRegFindReturnCode(code);
-    return fail(code, *cause != '\0' || row == nullptr ? cause : row->meaning);
+    return fail(code, !cause.empty() || row == nullptr ? std::move(cause) : row->meaning);
   }
 
   bool start() {
     if (!file_.isScanning()) return true;
     (void)fail(GENREG_RC_SCAN_OPEN, "a scan is open");
     return false;
+  }
+  bool startWriting() { return start() && (isUpdating_ || isOfThisKind()); }
+
+  // An update of the records of another kind would damage them.
+  bool isOfThisKind() {
+    std::string reason = file_.reasonAgainstFile();
+    if (reason.empty()) return true;
+    (void)fail(GENREG_RC_OTHER_KIND, std::move(reason));
+    return false;
+  }
+
+  // Bytes that are no UTF-8 are nobody's to give, save where they stand already.
+  static Complaint judgeText(const NamedFields& given) {
+    for (const auto& [name, value] : given.all()) {
+      if (!isUtf8(value)) return {GENREG_RC_BAD_VALUE, name + " is no UTF-8", value};
+    }
+    return {};
+  }
+  unsigned int refuseOdd(const NamedFields& key) {
+    if (code_ == GENREG_RC_NOT_FOUND) (void)isFine(judgeText(key));
+    return code_;
   }
 
   // --- keys and records ---
@@ -171,7 +208,7 @@ class RegistryOf final : public Registry {
       (void)fail(GENREG_RC_KEY_EMPTY, "the key holds no fields");
       return false;
     }
-    if (!isFine(makeRecord(key, nullptr, wanted.made))) return false;
+    if (!isFine(makeRecord(key, nullptr, wanted.made, Use::Key))) return false;
     wanted.mask = maskOf(key, wanted.made);
     if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
       const GlobalRegType* const type = globalRegFindType(wanted.made.record.RecordType);
@@ -187,11 +224,11 @@ class RegistryOf final : public Registry {
       given.set("Type", *type);
     }
     Made<Record> alone;
-    return isFine(makeRecord(given, nullptr, alone));
+    return isFine(makeRecord(given, nullptr, alone, Use::Key));
   }
 
   bool readIdentity(const NamedFields& given, Key& wanted) {
-    if (!isFine(makeRecord(given, nullptr, wanted.made))) return false;
+    if (!isFine(makeRecord(given, nullptr, wanted.made, Use::Key))) return false;
     wanted.mask = identityOfKind(wanted.made.record);
     if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
       return isFine(judgeContent(wanted.made.record));
@@ -207,25 +244,17 @@ class RegistryOf final : public Registry {
   bool isGiven(const NamedFields& given, const char* name) {
     const std::string* const value = given.find(name);
     if (value != nullptr && !value->empty()) return true;
-    (void)fail(value == nullptr ? GENREG_RC_BAD_ARGUMENT : OSS_RC_BAD_PARAMETER,
+    (void)fail(value == nullptr ? GENREG_RC_FIELD_MISSING : GENREG_RC_BAD_VALUE,
                std::string(name) + (value == nullptr ? " is missing" : " is empty"));
     return false;
   }
 
   static Complaint judgeContent(const GlobalRegRecord& record) {
     if (record.FieldMask != 0) return {};
-    return {GENREG_RC_BAD_ARGUMENT, "a record has at least one field beside its Type"};
+    return {GENREG_RC_FIELD_MISSING, "a record has at least one field beside its Type",
+            std::nullopt};
   }
 
-  template <typename Other>
-  static bool hasKnownProtocol(const Other&) {
-    return true;
-  }
-  static bool hasKnownProtocol(const ServiceEntryRecord& record) {
-    const char* const known[] = {"tcp", "udp", "ddp", "divert"};
-    return record.protocol == nullptr || std::find(std::begin(known), std::end(known),
-                                                   std::string(record.protocol)) != std::end(known);
-  }
   template <typename Other>
   static bool isNotUnderstood(const Other&) {
     return false;
@@ -234,15 +263,24 @@ class RegistryOf final : public Registry {
     return (record.Contains & SERVICES_BAD_PORT) != 0;
   }
 
+  template <typename Other>
+  static Complaint judgeProtocol(const Other&) {
+    return {};
+  }
+  static Complaint judgeProtocol(const ServiceEntryRecord& record) {
+    if (record.protocol == nullptr) return {};
+    for (const char* known : {"tcp", "udp", "ddp", "divert"}) {
+      if (std::strcmp(record.protocol, known) == 0) return {};
+    }
+    return {GENREG_RC_BAD_VALUE, "Protocol is tcp, udp, ddp or divert", record.protocol};
+  }
+
   // Whether a record can be stored and read back as it is.
   bool isStorable(Record& record) {
     if constexpr (std::is_same_v<Record, GlobalRegRecord>) {
       return isFine(judgeContent(record));
     } else {
-      if (!hasKnownProtocol(record)) {
-        return isFine({OSS_RC_BAD_PARAMETER, "Protocol is tcp, udp, ddp or divert"});
-      }
-      return isFine(file_.judgeLine(record));
+      return isFine(judgeProtocol(record)) && isFine(file_.judgeLine(record));
     }
   }
 
@@ -254,11 +292,31 @@ class RegistryOf final : public Registry {
     }
     if (isNotUnderstood(found) && !given.has("Aliases")) {
       return isFine(
-          {OSS_RC_BAD_PARAMETER,
+          {GENREG_RC_FIELD_MISSING,
            "what stands behind a port and protocol that are not understood would be lost: "
-           "Aliases is missing"});
+           "Aliases is missing",
+           std::nullopt});
     }
-    return isFine(makeRecord(given, &found, merged)) && isStorable(merged.record);
+    NamedFields changed;
+    if (!takeChanged(given, found, changed)) return false;
+    if (!isFine(makeRecord(changed, &found, merged)) || !isStorable(merged.record)) return false;
+    noteComment(merged.record);
+    return true;
+  }
+
+  // The given fields that are not as they stand, and may be such: what stays does so byte for byte.
+  bool takeChanged(const NamedFields& given, const Record& found, NamedFields& changed) {
+    const NamedFields stands = shown(found);
+    for (const auto& [name, value] : given.all()) {
+      const std::string* const now = stands.find(name);
+      if (now != nullptr && *now == value && !value.empty()) continue;
+      if (isUnknown(name, found)) {
+        return isFine(
+            {GENREG_RC_BAD_VALUE, name + " stays as it is in a record that is there", value});
+      }
+      changed.set(name, value);
+    }
+    return isFine(judgeText(changed));
   }
 
   // --- reading ---
@@ -267,20 +325,51 @@ class RegistryOf final : public Registry {
   unsigned int read(Key& wanted, Record& record) {
     file_.compareExactly(wanted.isExact());
     const unsigned int code = file_.Get(wanted.mask, &wanted.made.record, &record);
-    if (code != 0 || wanted.isExact() || isWhollyShown(record)) return code;
+    if (code != 0 || wanted.isExact() || (isWhollyShown(record) && !hasUnknown(record))) {
+      return code;
+    }
     file_.compareExactly(true);
     return file_.Get(wanted.mask, &wanted.made.record, &record);
   }
 
   // Whether a record that the flavour itself has read shows every byte of its comment: a "." may
   // stand for one that no terminal shows.
-  static bool isWhollyShown(const Record& record) noexcept {
+  bool isWhollyShown(const Record& record) const noexcept {
     if constexpr (isLine<Record>) {
+      if (isUpdating_ && names_ && names_->isPlain) return true;
       const char* const comment = commentOf(record);
       return comment == nullptr || std::strchr(comment, '.') == nullptr;
     } else {
       return true;
     }
+  }
+
+  static bool isUnknown(const std::string& name, const Record& record) {
+    if constexpr (isGlobal<Record>) {
+      const GlobalRegType* const type = globalRegFindType(record.RecordType);
+      return type != nullptr && unknownBitOf(name, *type) != 0;
+    } else {
+      return false;
+    }
+  }
+  static bool hasUnknown(const Record& record) noexcept {
+    if constexpr (isGlobal<Record>) {
+      const GlobalRegType* const type = globalRegFindType(record.RecordType);
+      return type != nullptr && (record.FieldMask & ~type->knownMask) != 0;
+    } else {
+      return false;
+    }
+  }
+
+  // The fields of a record that was read last, and wholly.
+  NamedFields shown(const Record& record) const {
+    NamedFields fields = fieldsOf(record);
+    if (hasUnknown(record)) {
+      fields.remove("UnknownFields");
+      const NamedFields unknown = file_.unknownFields();
+      for (const auto& [name, value] : unknown.all()) fields.set(name, value);
+    }
+    return fields;
   }
 
   // --- updates ---
@@ -305,19 +394,24 @@ class RegistryOf final : public Registry {
 
   unsigned int addRecord(const NamedFields& given) {
     if (const char* const name = lackedBy<Record>(given); name != nullptr) {
-      return fail(GENREG_RC_BAD_ARGUMENT, std::string(name) + " is missing");
+      return fail(GENREG_RC_FIELD_MISSING, std::string(name) + " is missing");
     }
     Made<Record> made;
-    if (!isFine(makeRecord(given, nullptr, made)) || !isStorable(made.record)) return code_;
+    if (!isFine(judgeText(given)) || !isFine(makeRecord(given, nullptr, made)) ||
+        !isStorable(made.record)) {
+      return code_;
+    }
     const std::uint64_t mask = identityOfKind(made.record);
     for (const FieldRow& row : KindOf<Record>::fields) {
       if ((row.mask & mask) != 0 && !isGiven(given, row.name)) return code_;
     }
-    if (given.has("UnknownFields") && !given.find("UnknownFields")->empty()) {
-      return fail(OSS_RC_BAD_PARAMETER, "UnknownFields of another record cannot be stored");
-    }
-    file_.compareExactly((mask & beyondFlavours) != 0);
+    noteComment(made.record);
+    const bool hasMore = hasUnknown(made.record);
+    file_.compareExactly(hasMore || (mask & beyondFlavours) != 0);
     isRefused_ = false;
+    if constexpr (isGlobal<Record>) {
+      if (hasMore) return judge(file_.addWith(mask, made.record, given));
+    }
     return judge(file_.Add(mask, &made.record));
   }
 
@@ -332,7 +426,7 @@ class RegistryOf final : public Registry {
     const bool isQuick = (wanted.mask & identity) == identity && !wanted.isExact() &&
                          isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
     if (!isQuick) return changeEach(wanted, given);
-    if (file_.isSame(found, merged.record) && isOnly(wanted)) {
+    if (file_.isSame(found, merged.record) && isOnly(wanted, found)) {
       return fail(GENREG_RC_UNCHANGED, "the record is so already");
     }
     if (code_ != 0) return code_;
@@ -342,8 +436,66 @@ class RegistryOf final : public Registry {
     return isUnclear ? changeEach(wanted, given) : code;
   }
 
+  // The values by which a record is known, in one text.
+  static std::string nameOf(const Record& record) {
+    const NamedFields fields = fieldsOf(record);
+    std::string name;
+    const auto add = [&](const char* field) {
+      const std::string* const value = fields.find(field);
+      name.append(value == nullptr ? "" : *value).append(1, '\0');
+    };
+    if constexpr (isGlobal<Record>) {
+      add("Type");
+      const GlobalRegType* const type = globalRegFindType(record.RecordType);
+      for (std::size_t i = 0; type != nullptr && i < type->fieldCount; ++i) {
+        if ((type->fields[i].bit & type->identity) != 0) add(type->fields[i].name);
+      }
+    } else {
+      for (const FieldRow& row : KindOf<Record>::fields) {
+        if ((row.mask & KindOf<Record>::identity) != 0) add(row.name);
+      }
+    }
+    return name;
+  }
+
+  // Whether the flavour's own reading shows a comment as it is.
+  static bool isPlainComment(const Record& record) noexcept {
+    if constexpr (isLine<Record>) {
+      const char* comment = commentOf(record);
+      while (comment != nullptr && ((*comment >= ' ' && *comment <= '~') || *comment == '\t')) {
+        ++comment;
+      }
+      return comment == nullptr || *comment == '\0';
+    } else {
+      return true;
+    }
+  }
+  void noteComment(const Record& record) noexcept {
+    if (names_ && !isPlainComment(record)) names_->isPlain = false;
+  }
+
+  // Looks through all records once for all that the update finds unchanged.
+  void learnNames() {
+    if (names_) return;
+    Names learnt;
+    std::unordered_set<std::string> seen;
+    Key all;
+    Record record;
+    const auto learn = [&] {
+      if (!isEntry(record)) return true;
+      std::string name = nameOf(record);
+      if (!seen.insert(name).second) learnt.repeated.insert(std::move(name));
+      learnt.isPlain = learnt.isPlain && isPlainComment(record);
+      return true;
+    };
+    if (forEachMatch(all, record, learn) == GENREG_RC_END) names_ = std::move(learnt);
+    code_ = 0;
+  }
+
   // Whether one record alone matches, as the flavour compares, which skips the others fast.
-  bool isOnly(Key& wanted) {
+  bool isOnly(Key& wanted, const Record& one) {
+    if (isUpdating_) learnNames();
+    if (isUpdating_ && names_ && names_->repeated.count(nameOf(one)) == 0) return true;
     Record found;
     std::size_t count = 0;
     const auto isFirst = [&] { return ++count == 1; };
@@ -388,6 +540,7 @@ class RegistryOf final : public Registry {
     });
     if (code == GENREG_RC_END) return fail(GENREG_RC_UNCHANGED, "the record is so already");
     if (code != 0 || !isFree(found, merged->record)) return code_;
+    if (!file_.isSameBy(identityOfKind(found), found, merged->record)) names_.reset();
     return judge(file_.Change(asFound, &found, &merged->record));
   }
 
@@ -435,8 +588,9 @@ class RegistryOf final : public Registry {
 
   Exact<Flavour, Record> file_;
   unsigned int code_ = 0;
-  bool isUpdating_ = false;  // by begin
-  bool isRefused_ = false;   // the last update, before the file was asked
+  bool isUpdating_ = false;     // by begin
+  bool isRefused_ = false;      // the last update, before the file was asked
+  std::optional<Names> names_;  // of the update that is open, as soon as they are needed
 };
 
 template <typename Flavour, typename Record>
@@ -447,21 +601,34 @@ std::unique_ptr<Registry> open(const char* path, unsigned int* code) {
 }
 
 constexpr struct {
-  const char* name;
+  Kind kind;
   std::unique_ptr<Registry> (*open)(const char* path, unsigned int* code);
-} kinds[] = {{KindOf<BinVarValRecord>::name, open<GenRegBinVarVal, BinVarValRecord>},
-             {KindOf<VarValRecord>::name, open<GenRegVarVal, VarValRecord>},
-             {KindOf<ServiceEntryRecord>::name, open<GenRegServices, ServiceEntryRecord>},
-             {KindOf<GlobalRegRecord>::name, open<GlobalReg, GlobalRegRecord>}};
+} kinds[] = {{KindOf<BinVarValRecord>::kind, open<GenRegBinVarVal, BinVarValRecord>},
+             {KindOf<VarValRecord>::kind, open<GenRegVarVal, VarValRecord>},
+             {KindOf<ServiceEntryRecord>::kind, open<GenRegServices, ServiceEntryRecord>},
+             {KindOf<GlobalRegRecord>::kind, open<GlobalReg, GlobalRegRecord>}};
 
 }  // namespace
 
-std::unique_ptr<Registry> openRegistry(const char* kind, const char* path, unsigned int* code) {
+unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Registry>& registry,
+                          std::string& cause) {
   for (const auto& row : kinds) {
-    if (std::strcmp(kind, row.name) == 0) return row.open(path, code);
+    if (std::strcmp(kind, nameOf(row.kind)) != 0) continue;
+    unsigned int code = 0;
+    std::string spelled;
+    if (path != nullptr && !platform::pathFromUtf8(path, spelled)) {
+      code = GENREG_RC_PATH_ENCODING;
+    } else {
+      registry = row.open(path == nullptr ? nullptr : spelled.c_str(), &code);
+    }
+    const GenRegReturnCode* const meaning = genRegFindReturnCode(code);
+    if (meaning == nullptr) return code;
+    cause =
+        (path == nullptr ? "the global registry's path" : inQuotes(path)) + ": " + meaning->meaning;
+    return code;
   }
-  *code = GENREG_RC_BAD_ARGUMENT;
-  return nullptr;
+  cause = inQuotes(kind) + ": a kind is bin, var, services or global";
+  return GENREG_RC_UNKNOWN_KIND;
 }
 
 }  // namespace faces

@@ -44,7 +44,8 @@ class Registry {
   std::string cause_;  // of the last operation; empty when it did not fail
 };
 
-// A registry of the kind at the path, or null with the reason in *code.
-std::unique_ptr<Registry> openRegistry(const char* kind, const char* path, unsigned int* code);
+// Makes a registry of the kind at the path, UTF-8, or gives a code and the cause.
+unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Registry>& registry,
+                          std::string& cause);
 
 }  // namespace faces

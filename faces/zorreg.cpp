@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "faces/registry.h"
 
@@ -15,6 +16,13 @@ struct zorreg_record {
 };
 
 namespace {
+
+// Why the thread's last zorreg_open failed; such memory needs nothing when a thread ends.
+thread_local char openCause[512] = "";
+
+void setOpenCause(std::string_view cause) noexcept {
+  openCause[cause.copy(openCause, sizeof openCause - 1)] = '\0';
+}
 
 // Runs `work`, which gives a code. Whatever else is thrown than a lack of memory is a text that
 // grew too long, for which there is no memory either.
@@ -44,15 +52,20 @@ unsigned int operate(zorreg* registry, Work work, const Records*... arguments) n
 }  // namespace
 
 unsigned zorreg_open(const char* kind, const char* path, zorreg** registry) {
-  if (registry == nullptr) return OSS_RC_NULL_ARGUMENT;
-  *registry = nullptr;
-  if (kind == nullptr || (path == nullptr && std::strcmp(kind, "global") != 0)) {
+  if (registry != nullptr) *registry = nullptr;
+  const bool needsPath = kind == nullptr || std::strcmp(kind, "global") != 0;
+  if (registry == nullptr || kind == nullptr || (path == nullptr && needsPath)) {
+    setOpenCause(registry == nullptr ? "a null place for the registry"
+                 : kind == nullptr   ? "a null kind"
+                                     : "a null path");
     return OSS_RC_NULL_ARGUMENT;
   }
+  setOpenCause("out of memory");
   return guarded([&] {
-    unsigned int code = 0;
+    std::string cause;
     auto opened = std::make_unique<zorreg>();
-    opened->face = faces::openRegistry(kind, path, &code);
+    const unsigned int code = faces::openRegistry(kind, path, opened->face, cause);
+    setOpenCause(cause);
     if (code == 0) *registry = opened.release();
     return code;
   });
@@ -66,7 +79,7 @@ void zorreg_record_free(zorreg_record* record) { delete record; }
 
 unsigned zorreg_record_set(zorreg_record* record, const char* field, const char* value) {
   if (record == nullptr || field == nullptr) return OSS_RC_NULL_ARGUMENT;
-  if (*field == '\0') return GENREG_RC_BAD_ARGUMENT;
+  if (*field == '\0') return GENREG_RC_UNKNOWN_FIELD;
   return guarded([&] {
     if (value == nullptr) {
       record->fields.remove(field);
@@ -149,7 +162,7 @@ int zorreg_committed(const zorreg* registry) {
 }
 
 const char* zorreg_cause(const zorreg* registry) {
-  return registry == nullptr ? "" : registry->face->cause().c_str();
+  return registry == nullptr ? openCause : registry->face->cause().c_str();
 }
 
 const char* zorreg_code_name(unsigned code) {

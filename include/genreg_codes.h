@@ -25,7 +25,7 @@
   CODE(GENREG_RC_OPEN_FAILED, 0x900001BFu, "the registry file cannot be opened") \
   CODE(GENREG_RC_OPEN_TEMP_FAILED, 0x900001C0u, "the temporary file cannot be opened") \
   CODE(GENREG_RC_NO_LINE, 0x900001C1u, "no line could be read, or no token is left") \
-  CODE(GENREG_RC_BUSY, 0x900001C4u, "the registry is locked by another holder and waiting was not requested") \
+  CODE(GENREG_RC_BUSY, 0x900001C4u, "the registry is locked by another holder, and waiting was not requested or took too long") \
   CODE(GENREG_RC_OPEN_FOR_OPERATION, 0x900001C5u, "the registry file cannot be opened for the operation") \
   CODE(GENREG_RC_CLOSE_AFTER_OPERATION, 0x900001C6u, "the registry file cannot be closed after the operation") \
   CODE(GENREG_RC_CLOSE_FAILED, 0x900001C7u, "the registry file stream cannot be closed") \
@@ -180,6 +180,12 @@
   CODE(GENREG_RC_UPDATE_OPEN, 0x900003E0u, "an update of many changes is open on this handle") \
   CODE(GENREG_RC_NO_UPDATE, 0x900003E1u, "no update of many changes is open on this handle") \
   CODE(GENREG_RC_UPDATE_IN_SCAN, 0x900003E2u, "an update of many changes cannot begin while a scan is open") \
+  CODE(GENREG_RC_UNKNOWN_KIND, 0x900003E8u, "the kind of a registry is bin, var, services or global") \
+  CODE(GENREG_RC_UNKNOWN_FIELD, 0x900003E9u, "a record of this kind has no field of that name") \
+  CODE(GENREG_RC_FIELD_MISSING, 0x900003EAu, "a field is missing that is needed here") \
+  CODE(GENREG_RC_BAD_VALUE, 0x900003EBu, "a value does not fit its field") \
+  CODE(GENREG_RC_OTHER_KIND, 0x900003ECu, "the file is a registry of another kind") \
+  CODE(GENREG_RC_PATH_ENCODING, 0x900003EDu, "the path cannot be spelled in the system's encoding") \
   CODE(GENREG_RC_NO_POST_UPDATE_HOOK, 0x900003F2u, "GENREG_POST_UPDATE is set but there is no PostUpdate hook") \
   CODE(GENREG_RC_BACKUP_SET_ASIDE, 0x900003F4u, "a backup that is not the last commit's own was set aside (logged only)") \
   CODE(GENREG_RC_LOCK_DELETE_FAILED, 0x900003F5u, "the lock file cannot be deleted") \

@@ -91,14 +91,12 @@ extern "C" {
 #else
 #define OSS_RC_NULL_ARGUMENT 0x9000000Cu     /* a required pointer argument is null */
 #define OSS_RC_NO_MEMORY 0x9000000Du         /* memory cannot be allocated */
-#define OSS_RC_BAD_PARAMETER 0x90000011u     /* a value that its field cannot hold */
 #define GENREG_RC_LOCK_FAILED 0x900001BCu    /* the update lock cannot be taken */
 #define GENREG_RC_END 0x900001BEu            /* zorreg_next: no further record */
 #define GENREG_RC_BUSY 0x900001C4u           /* another writer held the lock for too long */
 #define GENREG_RC_READ_FAILED 0x900001CDu    /* a read error, or damage */
 #define GENREG_RC_BUFFER_ALLOC 0x900001E7u   /* memory cannot be allocated */
 #define GENREG_RC_DUPLICATE 0x900001F1u      /* the record is there already */
-#define GENREG_RC_BAD_ARGUMENT 0x900001F2u   /* an unknown kind or field, or a field is missing */
 #define GENREG_RC_NO_ARGUMENT 0x900001F3u    /* an empty path */
 #define GENREG_RC_PATH_TOO_LONG 0x900001F4u  /* a path of more than 253 bytes */
 #define GENREG_RC_KEY_EMPTY 0x900001F5u      /* the key holds no field */
@@ -111,6 +109,12 @@ extern "C" {
 #define GENREG_RC_UPDATE_OPEN 0x900003E0u    /* zorreg_begin: an update is open */
 #define GENREG_RC_NO_UPDATE 0x900003E1u      /* no update is open */
 #define GENREG_RC_UPDATE_IN_SCAN 0x900003E2u /* zorreg_begin: a scan is open */
+#define GENREG_RC_UNKNOWN_KIND 0x900003E8u   /* zorreg_open: no such kind */
+#define GENREG_RC_UNKNOWN_FIELD 0x900003E9u  /* the kind has no field of that name */
+#define GENREG_RC_FIELD_MISSING 0x900003EAu  /* a field is missing that is needed here */
+#define GENREG_RC_BAD_VALUE 0x900003EBu      /* a value does not fit its field */
+#define GENREG_RC_OTHER_KIND 0x900003ECu     /* the file is a registry of another kind */
+#define GENREG_RC_PATH_ENCODING 0x900003EDu  /* Windows: a path that the system cannot spell */
 #define GENREG_RC_NO_FILE 0x90000513u        /* the registry file does not exist */
 #endif
 

@@ -1,110 +1,14 @@
 #include "kinds.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <sstream>
-
-#include "file_content.h"
-#include "genreg.h"
-
 namespace zorreg {
-namespace {
-
-constexpr std::size_t looked = 65536;  // bytes of a file that decide
-constexpr std::uint32_t shortestRecord = 3;
-constexpr std::uint32_t longestRecord = 0x100000;
-// A global registry's record begins with its type, a small number; a variable's with its name.
-constexpr std::uint32_t largestType = 0x1F;
-
-std::uint32_t numberAt(const std::string& bytes, std::size_t at, bool bigEndian) {
-  std::uint32_t number = 0;
-  for (std::size_t i = 0; i < 4; ++i) {
-    const auto byte = static_cast<unsigned char>(bytes[at + i]);
-    number |= std::uint32_t{byte} << (8 * (bigEndian ? 3 - i : i));
-  }
-  return number;
-}
-
-// The first record decides. No text begins with a length that a record may have.
-bool guessBinary(const std::string& bytes, Guess& guess) {
-  for (const bool bigEndian : {false, true}) {
-    const std::uint32_t length = bytes.size() < 4 ? 0 : numberAt(bytes, 0, bigEndian);
-    if (length < shortestRecord || length > longestRecord) continue;
-    const std::uint32_t type = bytes.size() < 8 ? 0 : numberAt(bytes, 4, false);
-    const bool typed = !bigEndian && type != 0 && type <= largestType;
-    const bool variable = !typed && length == sizeof(BinVarValRecord);
-    guess.kind = variable ? Kind::Bin : Kind::Global;
-    guess.certain = typed || variable;
-    guess.bigEndian = bigEndian && variable;
-    return true;
-  }
-  return false;
-}
-
-// A text has no more odd bytes than lines: one here and there is no reason to refuse it.
-bool isText(const std::string& bytes) {
-  const auto odd = std::count_if(bytes.begin(), bytes.end(), [](char byte) {
-    return static_cast<unsigned char>(byte) < 0x20 && byte != '\t' && byte != '\r' && byte != '\n';
-  });
-  return odd <= std::count(bytes.begin(), bytes.end(), '\n');
-}
-
-bool isPortAndProtocol(const std::string& word) {
-  const std::size_t slash = word.find_first_not_of("0123456789");
-  return slash != 0 && slash < word.size() - 1 && word[slash] == '/';
-}
-
-// Counts the lines that are an assignment and no service, and the other way round.
-void guessText(const std::string& bytes, Guess& guess) {
-  std::size_t assignments = 0;
-  std::size_t services = 0;
-  forEachLine(bytes, [&](const TextLine& line) {
-    const std::string content = line.bytes.substr(0, line.bytes.find('#'));
-    std::istringstream words(content);
-    std::string name;
-    std::string next;
-    words >> name >> next;
-    const bool assigns = name.find('=') != std::string::npos || next.compare(0, 1, "=") == 0;
-    if (assigns) {
-      ++assignments;
-    } else if (isPortAndProtocol(next)) {
-      ++services;
-    }
-  });
-  guess.kind = services > assignments ? Kind::Services : Kind::Var;
-  guess.certain = (services == 0) != (assignments == 0);
-}
-
-}  // namespace
-
-Guess guessKind(const std::string& file) {
-  Guess guess;
-  std::string bytes;
-  guess.isEmpty = !readContent(file, looked, bytes) || bytes.empty();
-  if (guess.isEmpty || guessBinary(bytes, guess)) return guess;
-  guess.isText = isText(bytes);
-  if (guess.isText) {
-    guessText(bytes, guess);
-  } else {
-    guess.kind = Kind::Global;
-  }
-  return guess;
-}
 
 std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian) {
   const Guess guess = guessKind(file);
-  if (guess.isEmpty) return {};
-  const std::string refused = std::string(", so it is not used as ") + nameOf(kind);
-  if (guess.certain && guess.kind != kind) {
-    return std::string("looks like a registry of kind ") + nameOf(guess.kind) + refused;
+  std::string reason = faces::reasonAgainst(guess, kind, bigEndian);
+  if (!reason.empty() && guess.kind == kind && guess.bigEndian != bigEndian) {
+    reason += guess.bigEndian ? ": use --big-endian" : ": leave --big-endian out";
   }
-  if (guess.certain && kind == Kind::Bin && guess.bigEndian != bigEndian) {
-    return guess.bigEndian ? "has length fields with their high byte first: use --big-endian"
-                           : "has length fields with their low byte first: leave --big-endian out";
-  }
-  const bool asksText = kind == Kind::Var || kind == Kind::Services;
-  if (asksText == guess.isText) return {};
-  return (asksText ? "holds bytes that no text has" : "looks like a text") + refused;
+  return reason;
 }
 
 }  // namespace zorreg

@@ -1,27 +1,19 @@
-// The four kinds of registries, and which of them a file seems to be.
+// The kinds of registries, and what the tool says of a file that seems to be of another one.
 #pragma once
 
-#include <string>
+#include "faces/kinds.h"
 
 namespace zorreg {
 
-enum class Kind { Bin, Global, Var, Services };
-constexpr const char* kindNames[] = {"bin", "global", "var", "services"};
+using faces::Guess;
+using faces::guessKind;
+using faces::Kind;
+using faces::kindNames;
+using faces::nameOf;
 constexpr Kind allKinds[] = {Kind::Bin, Kind::Global, Kind::Var, Kind::Services};
-inline const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
 
-// What a file is taken for by its first bytes.
-struct Guess {
-  Kind kind = Kind::Bin;
-  bool certain = false;    // `kind` and no other
-  bool bigEndian = false;  // its length fields are
-  bool isText = false;
-  bool isEmpty = false;  // or absent, or not to be read: it may be anything
-};
-Guess guessKind(const std::string& file);
-
-// Why `file` must not be used as a registry of that kind: it would be read as rubbish and damaged
-// for everybody else by an update. Empty when it may: damage and odd lines are no reason.
+// Why `file` must not be used as a registry of that kind, with the option that helps; empty when it
+// may.
 std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian);
 
 }  // namespace zorreg

@@ -65,10 +65,10 @@ Store::Store(Kind kind, const Words& words) : kind_(kind), file_(words.file) {
     status_ = reportRefusal(file_, reason);
     return;
   }
-  unsigned int code = 0;
-  registry_ = faces::openRegistry(nameOf(kind), file_.c_str(), &code);
+  std::string cause;
+  const unsigned int code = faces::openRegistry(nameOf(kind), file_.c_str(), registry_, cause);
   if (code != 0) {
-    status_ = reportCode(code, file_);
+    status_ = reportCode(code, file_, cause);
     return;
   }
   if (words.bigEndian) (void)registry_->file().setFeature(GENREG_BIG_ENDIAN_LENGTH);

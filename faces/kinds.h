@@ -1,0 +1,26 @@
+// The four kinds of registries, and which of them a file seems to be.
+#pragma once
+
+#include <string>
+
+namespace faces {
+
+enum class Kind { Bin, Global, Var, Services };
+constexpr const char* kindNames[] = {"bin", "global", "var", "services"};
+inline const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
+
+// What a file is taken for by its first bytes.
+struct Guess {
+  Kind kind = Kind::Bin;
+  bool certain = false;    // `kind` and no other
+  bool bigEndian = false;  // its length fields are
+  bool isText = false;
+  bool isEmpty = false;  // or absent, or not to be read: it may be anything
+};
+Guess guessKind(const std::string& file);
+
+// Why such a file must not be used as a registry of that kind: it would be read as rubbish and
+// damaged for everybody else by an update. Empty when it may: damage and odd lines are no reason.
+std::string reasonAgainst(const Guess& guess, Kind kind, bool bigEndian);
+
+}  // namespace faces
