@@ -182,15 +182,16 @@ class Exact : public Flavour {
         const unsigned int code = this->PackRecord.text(&record, line);
         if (code == 0) continue;
         const GenRegReturnCode* const row = genRegFindReturnCode(code);
-        return complain(record, {},
+        return complain(record, nullptr,
                         std::string("cannot be written in a line: ") +
                             (row == nullptr ? "unknown code" : row->meaning));
       }
       Record read;
-      const bool isLine = unpack(&read, line) == 0;
-      if (isLine && isSame(read, record)) return {};
+      const bool isRead = unpack(&read, line) == 0;
+      if (isRead && isSame(read, record)) return {};
+      const NamedFields fields = isRead ? fieldsOf(read) : NamedFields();
       return complain(
-          record, isLine ? fieldsOf(read) : NamedFields(),
+          record, isRead ? &fields : nullptr,
           "would be read back as something else: a \"#\", a quote, blanks or an unknown "
           "word stand where they must not");
     } else {
@@ -219,17 +220,23 @@ class Exact : public Flavour {
                       sameBeyond(mask, left, right);
     return same ? 1 : 0;
   }
-  // Of the first field that is not as in `read`.
-  static Complaint complain(const Record& record, const NamedFields& read,
+  // Of the first field that is not as in `read`; where nothing could be read, of the first that
+  // holds a mark of the lines themselves, or the longest.
+  static Complaint complain(const Record& record, const NamedFields* read,
                             const std::string& cause) {
     const NamedFields fields = fieldsOf(record);
-    for (const auto& [name, value] : fields.all()) {
-      const std::string* const back = read.find(name);
-      if (back == nullptr || *back != value) {
-        return {GENREG_RC_BAD_VALUE, name + " " + cause, value};
+    const NamedFields::Field* wrong = nullptr;
+    for (const NamedFields::Field& field : fields.all()) {
+      const std::string* const back = read == nullptr ? nullptr : read->find(field.first);
+      const bool isMarked = field.second.find_first_of("#\"") != std::string::npos;
+      if (read == nullptr ? isMarked : back == nullptr || *back != field.second) {
+        wrong = &field;
+        break;
       }
+      if (wrong == nullptr || field.second.size() > wrong->second.size()) wrong = &field;
     }
-    return {GENREG_RC_BAD_VALUE, "the record " + cause, std::nullopt};
+    if (wrong == nullptr) return {GENREG_RC_BAD_VALUE, "the record " + cause, std::nullopt};
+    return {GENREG_RC_BAD_VALUE, wrong->first + " " + cause, wrong->second};
   }
 
   template <typename Work>

@@ -31,11 +31,11 @@ bool parseNumber(const std::string& text, Number& number) {
 }
 
 template <typename Number>
-Complaint takeNumber(const char* field, const std::string& text, Number& number) {
-  if (parseNumber(text, number)) return {};
-  return unsuitable(std::string(field) + " is a whole number from " +
-                        std::to_string(std::numeric_limits<Number>::min()) + " to " +
-                        std::to_string(std::numeric_limits<Number>::max()),
+Complaint takeNumber(const char* field, const std::string& text, Number& number,
+                     Number least = std::numeric_limits<Number>::min()) {
+  if (parseNumber(text, number) && number >= least) return {};
+  return unsuitable(std::string(field) + " is a whole number from " + std::to_string(least) +
+                        " to " + std::to_string(std::numeric_limits<Number>::max()),
                     text);
 }
 
@@ -311,7 +311,7 @@ Complaint makeRecord(const NamedFields& given, const VarValRecord* found, Made<V
 }
 
 Complaint makeRecord(const NamedFields& given, const ServiceEntryRecord* found,
-                     Made<ServiceEntryRecord>& made, Use) {
+                     Made<ServiceEntryRecord>& made, Use use) {
   if (Complaint wrong = mergeLine(given, found, made.texts)) return wrong;
   ServiceEntryRecord& record = made.record;
   record.Contains = SERVICES_HAS_SERVICE;
@@ -322,7 +322,9 @@ Complaint makeRecord(const NamedFields& given, const ServiceEntryRecord* found,
   if (record.comment != nullptr) record.Contains |= SERVICES_HAS_COMMENT;
   if (const std::string* port = made.texts.find("Port"); port != nullptr) {
     std::uint16_t number = 0;
-    if (Complaint wrong = takeNumber("Port", *port, number)) return wrong;
+    // Nobody stores 0, which stands for a port that is not understood.
+    const std::uint16_t least = use == Use::Store && given.has("Port") ? 1 : 0;
+    if (Complaint wrong = takeNumber("Port", *port, number, least)) return wrong;
     record.port = swapped(number);
   }
   if (const std::string* aliases = made.texts.find("Aliases"); aliases != nullptr) {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <optional>
-#include <unordered_set>
 
 #include "faces/exact_registry.h"
+#include "faces/known_names.h"
 
 namespace faces {
 namespace {
@@ -117,12 +117,6 @@ class RegistryOf final : public Registry {
     std::uint64_t mask = 0;
     bool isNamed = true;  // nothing but identifying fields
     bool isExact() const noexcept { return (mask & beyondFlavours) != 0; }
-  };
-
-  // What an update knows of all records, so that what it finds unchanged is found fast.
-  struct Names {
-    std::unordered_set<std::string> repeated;  // of more than one record
-    bool isPlain = true;                       // no comment holds a byte that no terminal shows
   };
 
   // --- how it went ---
@@ -300,7 +294,7 @@ class RegistryOf final : public Registry {
     NamedFields changed;
     if (!takeChanged(given, found, changed)) return false;
     if (!isFine(makeRecord(changed, &found, merged)) || !isStorable(merged.record)) return false;
-    noteComment(merged.record);
+    if (names_ && changed.has("Comment")) names_->changeComment(merged.record);
     return true;
   }
 
@@ -321,29 +315,29 @@ class RegistryOf final : public Registry {
 
   // --- reading ---
 
-  // The first record that matches.
+  // The first record that matches, wholly. In an update what the flavour does not show of comments
+  // is learnt of all records at once.
   unsigned int read(Key& wanted, Record& record) {
     file_.compareExactly(wanted.isExact());
     const unsigned int code = file_.Get(wanted.mask, &wanted.made.record, &record);
-    if (code != 0 || wanted.isExact() || (isWhollyShown(record) && !hasUnknown(record))) {
-      return code;
-    }
+    if (code != 0 || wanted.isExact()) return code;
+    if (mayHide(record) && isUpdating_) learnNames();
+    const bool isWhole = !mayHide(record) || (isUpdating_ && names_ && names_->complete(record));
+    if (isWhole && !hasUnknown(record)) return code;
     file_.compareExactly(true);
     return file_.Get(wanted.mask, &wanted.made.record, &record);
   }
 
-  // Whether a record that the flavour itself has read shows every byte of its comment: a "." may
-  // stand for one that no terminal shows.
-  bool isWhollyShown(const Record& record) const noexcept {
+  // Whether a record that the flavour itself has read may not show every byte of its comment: a "."
+  // may stand for one that no terminal shows.
+  static bool mayHide(const Record& record) noexcept {
     if constexpr (isLine<Record>) {
-      if (isUpdating_ && names_ && names_->isPlain) return true;
       const char* const comment = commentOf(record);
-      return comment == nullptr || std::strchr(comment, '.') == nullptr;
+      return comment != nullptr && std::strchr(comment, '.') != nullptr;
     } else {
-      return true;
+      return false;
     }
   }
-
   static bool isUnknown(const std::string& name, const Record& record) {
     if constexpr (isGlobal<Record>) {
       const GlobalRegType* const type = globalRegFindType(record.RecordType);
@@ -405,7 +399,7 @@ class RegistryOf final : public Registry {
     for (const FieldRow& row : KindOf<Record>::fields) {
       if ((row.mask & mask) != 0 && !isGiven(given, row.name)) return code_;
     }
-    noteComment(made.record);
+    if (names_) names_->changeComment(made.record);
     const bool hasMore = hasUnknown(made.record);
     file_.compareExactly(hasMore || (mask & beyondFlavours) != 0);
     isRefused_ = false;
@@ -424,7 +418,7 @@ class RegistryOf final : public Registry {
     // By its whole identity a record is found at once, and is mostly the only one.
     const std::uint64_t identity = identityOfKind(found);
     const bool isQuick = (wanted.mask & identity) == identity && !wanted.isExact() &&
-                         isWhollyShown(found) && file_.isSameBy(identity, found, merged.record);
+                         file_.isSameBy(identity, found, merged.record);
     if (!isQuick) return changeEach(wanted, given);
     if (file_.isSame(found, merged.record) && isOnly(wanted, found)) {
       return fail(GENREG_RC_UNCHANGED, "the record is so already");
@@ -436,66 +430,24 @@ class RegistryOf final : public Registry {
     return isUnclear ? changeEach(wanted, given) : code;
   }
 
-  // The values by which a record is known, in one text.
-  static std::string nameOf(const Record& record) {
-    const NamedFields fields = fieldsOf(record);
-    std::string name;
-    const auto add = [&](const char* field) {
-      const std::string* const value = fields.find(field);
-      name.append(value == nullptr ? "" : *value).append(1, '\0');
-    };
-    if constexpr (isGlobal<Record>) {
-      add("Type");
-      const GlobalRegType* const type = globalRegFindType(record.RecordType);
-      for (std::size_t i = 0; type != nullptr && i < type->fieldCount; ++i) {
-        if ((type->fields[i].bit & type->identity) != 0) add(type->fields[i].name);
-      }
-    } else {
-      for (const FieldRow& row : KindOf<Record>::fields) {
-        if ((row.mask & KindOf<Record>::identity) != 0) add(row.name);
-      }
-    }
-    return name;
-  }
-
-  // Whether the flavour's own reading shows a comment as it is.
-  static bool isPlainComment(const Record& record) noexcept {
-    if constexpr (isLine<Record>) {
-      const char* comment = commentOf(record);
-      while (comment != nullptr && ((*comment >= ' ' && *comment <= '~') || *comment == '\t')) {
-        ++comment;
-      }
-      return comment == nullptr || *comment == '\0';
-    } else {
-      return true;
-    }
-  }
-  void noteComment(const Record& record) noexcept {
-    if (names_ && !isPlainComment(record)) names_->isPlain = false;
-  }
-
-  // Looks through all records once for all that the update finds unchanged.
   void learnNames() {
     if (names_) return;
-    Names learnt;
-    std::unordered_set<std::string> seen;
+    KnownNames<Record> learnt;
     Key all;
     Record record;
     const auto learn = [&] {
-      if (!isEntry(record)) return true;
-      std::string name = nameOf(record);
-      if (!seen.insert(name).second) learnt.repeated.insert(std::move(name));
-      learnt.isPlain = learnt.isPlain && isPlainComment(record);
+      if (isEntry(record)) learnt.learn(record);
       return true;
     };
     if (forEachMatch(all, record, learn) == GENREG_RC_END) names_ = std::move(learnt);
+    if (names_) names_->endLearning();
     code_ = 0;
   }
 
   // Whether one record alone matches, as the flavour compares, which skips the others fast.
   bool isOnly(Key& wanted, const Record& one) {
     if (isUpdating_) learnNames();
-    if (isUpdating_ && names_ && names_->repeated.count(nameOf(one)) == 0) return true;
+    if (isUpdating_ && names_ && names_->standsOnce(one)) return true;
     Record found;
     std::size_t count = 0;
     const auto isFirst = [&] { return ++count == 1; };
@@ -588,9 +540,10 @@ class RegistryOf final : public Registry {
 
   Exact<Flavour, Record> file_;
   unsigned int code_ = 0;
-  bool isUpdating_ = false;     // by begin
-  bool isRefused_ = false;      // the last update, before the file was asked
-  std::optional<Names> names_;  // of the update that is open, as soon as they are needed
+  bool isUpdating_ = false;  // by begin
+  bool isRefused_ = false;   // the last update, before the file was asked
+  std::optional<KnownNames<Record>>
+      names_;  // of the update that is open, as soon as they are needed
 };
 
 template <typename Flavour, typename Record>

@@ -7,7 +7,7 @@
  *   bin       Variable Value Comment              Variable
  *   var       Variable Value Comment              Variable
  *   services  Name Port Protocol Aliases Comment  Name and Protocol
- *   global    Type, the fields of that type, CheckSum, UnknownFields
+ *   global    Type, the fields of that type, CheckSum, those of a newer version
  *             instance: Service VersionCode InstanceName InstancePath Usage StartAtBoot Maintenance
  *                       InstallPath HostName Comment                         InstanceName
  *             services: Service VersionCode InstallPath Text2 Text3 Level Number1 Byte1 Number2
@@ -37,10 +37,16 @@
  * CheckSum, which is stored as it is given, as Value. VersionCode is up to four numbers below 65536
  * with dots between them, "9.7.0.2". Aliases are words with a blank between them. Variable and
  * Comment of kind bin hold up to 15 bytes, a line of a text registry (var, services) 2,046, the
- * texts of a global record what include/genreg_global.h says. UnknownFields are the fields of a
- * newer version that a global record holds, as their bits: "0x400 0x800"; they survive a change,
- * but cannot be made, changed or taken away. What another program stored may be no UTF-8: it comes
- * out byte for byte, survives a change of another field, and may be given back.
+ * texts of a global record what include/genreg_global.h says. A field of a newer version that a
+ * global record holds is named by its bit in hexadecimal and has its bytes as "0x" and two digits
+ * for each: "Field0x400" with "0xaabbcc". Those of a record that is there survive every change, and
+ * may be given as they are but not changed; a new record, of another registry for instance, gets
+ * those that it is given.
+ *
+ * A value that is no UTF-8 is refused. What another program stored may be none, or fill a Variable
+ * or Comment of kind bin to its 16th byte: it comes out byte for byte, a key that holds just that
+ * finds it, it survives a change of another field, and may be given back, since a value that is
+ * byte for byte what the record to be changed has already stays as it is, whatever it is.
  *
  * An absent field is not the same as an empty one. In a record to be stored an absent field is one
  * that stays as it is, or that a new record has not; an empty Comment, Aliases or field of a global
@@ -51,7 +57,8 @@
  * their value. A key of kind global holds Type. Keys of nothing but Variable and Value (bin, var),
  * of Name, Port and Protocol (services), or of fields of a type other than a number that is 0
  * (global) are compared where the records lie, and in an update a whole identity is found by an
- * index. Comment, Aliases, CheckSum and UnknownFields take a reading of each record before them.
+ * index. Comment, Aliases, CheckSum and fields of a newer version, of which a key says which ones a
+ * record has and not what is in them, take a reading of each record before them.
  *
  * Text registries. Comment lines, blank lines and lines that cannot be understood are no records:
  * a scan passes over them and every change leaves them as they are. The Comment is the text behind
@@ -65,9 +72,13 @@
  *   OSS_RC_NULL_ARGUMENT   an argument is null
  *   OSS_RC_NO_MEMORY       (or GENREG_RC_BUFFER_ALLOC) there is not enough memory
  * any that takes a record or key
- *   GENREG_RC_BAD_ARGUMENT a field that the kind does not have, or one that is needed is not there
- *   OSS_RC_BAD_PARAMETER   a value that its field cannot hold: too long, no number, or a text that
- *                          a line would not give back as it is
+ *   GENREG_RC_UNKNOWN_FIELD a field that the kind does not have; the cause names those that it has
+ *   GENREG_RC_FIELD_MISSING a field is not there that is needed
+ *   GENREG_RC_BAD_VALUE     a value that its field cannot hold: too long, no number, no UTF-8, or a
+ *                           text that a line would not give back as it is; the cause has both
+ * any that changes something, and zorreg_begin,
+ *   GENREG_RC_OTHER_KIND    the file is clearly no registry of this kind, which an update would
+ *                           damage; the cause says what it looks like. Reads do not ask
  * and any that reads or writes the file what genreg_handle.h lists; a failure changes nothing
  * unless zorreg_committed says so.
  *
@@ -123,14 +134,17 @@ typedef struct zorreg_record zorreg_record; /* named fields with values */
 
 /* --- registries --- */
 
-/* Makes a handle of the registry file at `path` (copied; at most 253 bytes; on Windows in the code
- * page of the process) as one of `kind`: "bin", "var", "services" or "global". Nothing is opened or
- * made yet; the file need not exist. A null path: the global registry's own, which the environment
- * variable ZOR_GLOBAL_REG_PATHNAME names, else "global.reg"; for the other kinds it is
+/* Makes a handle of the registry file at `path` (copied; UTF-8 on Windows, elsewhere the system's
+ * bytes; at most 253 of them) as one of `kind`: "bin", "var", "services" or "global". Nothing is
+ * opened or made yet; the file need not exist. A null path: the global registry's own, which the
+ * environment variable ZOR_GLOBAL_REG_PATHNAME names, else "global.reg"; for the other kinds it is
  * OSS_RC_NULL_ARGUMENT. One registry has one spelling: use the same path everywhere.
- * *registry is the handle, which zorreg_close ends, or null after a failure: GENREG_RC_BAD_ARGUMENT
- * (an unknown kind), GENREG_RC_NO_ARGUMENT (an empty path, an empty variable included),
- * GENREG_RC_PATH_TOO_LONG, GENREG_RC_BASE_NAME, GENREG_RC_DIRECTORY_NAME. */
+ * *registry is the handle, which zorreg_close ends, or null after a failure, of which
+ * zorreg_cause(NULL) has the cause: OSS_RC_NULL_ARGUMENT; GENREG_RC_UNKNOWN_KIND;
+ * GENREG_RC_NO_ARGUMENT (an empty path, an empty variable included); GENREG_RC_PATH_TOO_LONG (on
+ * Windows of the path in the code page of the process); GENREG_RC_PATH_ENCODING (on Windows: it is
+ * no UTF-8, or has a character that the code page of the process lacks, in which the system is
+ * asked); GENREG_RC_BASE_NAME; GENREG_RC_DIRECTORY_NAME. */
 GENREG_API unsigned zorreg_open(const char* kind, const char* path, zorreg** registry);
 
 /* Ends the handle, its scan, and its update, which is abandoned. Null is fine. */
@@ -145,7 +159,8 @@ GENREG_API zorreg_record* zorreg_record_new(void);
 GENREG_API void zorreg_record_free(zorreg_record* record);
 
 /* Gives the field a value; both are copied. A null value makes it absent, also when it was. The
- * kinds are not asked here: a field that the kind lacks is refused where the record is used. */
+ * kinds are not asked here: a field that the kind lacks, or a value that does not fit, is refused
+ * where the record is used. GENREG_RC_UNKNOWN_FIELD for an empty name. */
 GENREG_API unsigned zorreg_record_set(zorreg_record* record, const char* field, const char* value);
 
 /* The value of a field, null when it is absent or an argument is null. It belongs to the record and
@@ -181,7 +196,7 @@ GENREG_API unsigned zorreg_change(zorreg* registry, const zorreg_record* key,
 /* Makes it so: gives the record of that identity (of bin and var, each of them) the fields of
  * `record`, those that it lacks stay; or adds it when there is none, as zorreg_add does, in one
  * step that no other writer comes between. 0 also when all is so already; nothing is written then.
- * GENREG_RC_BAD_ARGUMENT when `record` lacks a part of the identity (of kind global: all fields).
+ * GENREG_RC_FIELD_MISSING when `record` lacks a part of the identity (of kind global: all fields).
  */
 GENREG_API unsigned zorreg_set(zorreg* registry, const zorreg_record* record);
 
@@ -229,7 +244,8 @@ GENREG_API void zorreg_set_lock_timeout(zorreg* registry, uint64_t milliseconds)
 GENREG_API int zorreg_committed(const zorreg* registry);
 
 /* Why the last operation on this handle failed, in words and with the file's or field's name; empty
- * when it did not, or for null. Stays until the handle's next operation. */
+ * when it did not. Stays until the handle's next operation. Of null, why this thread's last
+ * zorreg_open failed, empty when it did not; stays until its next one. */
 GENREG_API const char* zorreg_cause(const zorreg* registry);
 
 /* The name of a code ("GENREG_RC_END") and its meaning, in static memory; never null. */

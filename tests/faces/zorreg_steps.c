@@ -14,12 +14,15 @@ static const struct {
   const char *after;
   size_t size_after;
 } kinds[] = {
-    KIND("bin", "\x24\0\0\0T\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF\xE4\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0",
+    KIND("bin", "\x24\0\0\0T\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF\xE4\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"
+         "\x24\0\0\0sixteen_letters_\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0",
          "\x24\0\0\0U\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"),
     KIND("var", "# head\n\nodd\n  A=1 #\xE4.\nB = 2\nA = 3\n", "# head\n\nodd\n  A=5\nB = 2\nA = 5\n"),
     KIND("services", "# head\n\nodd 7/x y\n", "# head\n\nweb\t\t80/tcp\t\thttp\nweb2\t\t80/udp\n"),
     KIND("global", "\x25\0\0\0\4\0\0\0\x13\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2\0S\0\2\0V\0\3\0\xAA\xBB\xCC\7\0\0\0",
-         "\x29\0\0\0\4\0\0\0\x17\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2\0S\0\2\0V\0\2\0\x39\0\3\0\xAA\xBB\xCC\7\0\0\0"),
+         "\x29\0\0\0\4\0\0\0\x17\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\2\0S\0\2\0V\0\2\0\x39\0\3\0\xAA\xBB\xCC\7\0\0\0"
+         "\x26\0\0\0\4\0\0\0\x53\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\3\0S2\0\2\0V\0\0\0\1\0\xDD\0\0\0\0"),
+    KIND("var", "web 80/tcp\n", "web 80/tcp\n"),
     KIND("var", "", "A = 1\n"),
 };
 #define CODE(name) {name, #name}
@@ -101,15 +104,16 @@ static void run_step(zorreg* registry, const char* line, char* const columns[]) 
   if (code != 0) {
     expect(contents(after) == size && memcmp(before, after, size) == 0, line, "other bytes");
     expect(code == GENREG_RC_END || *zorreg_cause(registry) != '\0', line, "no cause");
-  }
-  if (*columns[0] == 'g') {
+    if (*columns[4] != '-')
+      expect(strstr(zorreg_cause(registry), columns[4]) != NULL, line, zorreg_cause(registry));
+  } else if (*columns[0] == 'g') {
     append(seen, key);
   } else if (*columns[4] != '-') {
     (void)zorreg_scan(registry);
     for (; zorreg_next(registry, key) == 0; strcat(seen, "\n")) append(seen, key);
     (void)zorreg_scan_end(registry);
   }
-  expect(*columns[4] == '-' || strcmp(columns[4], seen) == 0, line, seen);
+  expect(code != 0 || *columns[4] == '-' || strcmp(columns[4], seen) == 0, line, seen);
   zorreg_record_free(key);
   zorreg_record_free(record);
 }
@@ -151,7 +155,7 @@ static void run_steps(FILE* steps) {
 
 /* Null and unknown arguments, another writer, and what is committed. */
 static void run_arguments(void) {
-  zorreg *one = NULL, *other = NULL;
+  zorreg *one = NULL, *other = NULL, *unopened;
   zorreg_record* record = record_of("Variable=A|Value=1");
   expect(zorreg_open("ini", "registry", &one) == GENREG_RC_UNKNOWN_KIND && one == NULL &&
              zorreg_open("var", NULL, &one) == OSS_RC_NULL_ARGUMENT &&
@@ -163,6 +167,12 @@ static void run_arguments(void) {
              zorreg_change(one, NULL, record) == OSS_RC_NULL_ARGUMENT && *zorreg_cause(one) != 0 &&
              zorreg_record_set(record, NULL, "") == OSS_RC_NULL_ARGUMENT,
          "arguments", "null or unknown");
+  expect(zorreg_record_get(NULL, "A") == NULL && zorreg_record_get(record, NULL) == NULL &&
+             zorreg_record_field(NULL, 0) == NULL && zorreg_committed(NULL) == 0 &&
+             zorreg_next(one, NULL) == OSS_RC_NULL_ARGUMENT && *zorreg_cause(NULL) == '\0' &&
+             zorreg_open("ini", "", &unopened) != 0 && strstr(zorreg_cause(NULL), "'ini'") &&
+             zorreg_open("bin", "", &unopened) != 0 && strstr(zorreg_cause(NULL), "empty"),
+         "arguments", zorreg_cause(NULL));
   zorreg_set_lock_timeout(other, 1);
   expect(zorreg_begin(one) == 0 && zorreg_set(other, record) == GENREG_RC_BUSY &&
              !zorreg_committed(other) && zorreg_record_set(record, "Value", "2") == 0 &&
