@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "faces/carried_fields.h"
+#include "faces/content.h"
 #include "faces/line_layout.h"
 #include "faces/record_fields.h"
 #include "faces/unknown_fields.h"
@@ -110,12 +111,25 @@ class Exact : public Flavour {
     }
   }
 
-  // From now on a text's lines are written so; for every object.
-  void setLayout(const LineLayout& layout) {
+  // From now on a text's lines are written like those of the file, or, `compact`, NAME=VALUE.
+  void takeLayout(bool compact) {
     static_assert(isLine<Record>);
-    chosenLayout = layout;
-    if (plainPack == nullptr) plainPack = this->GenRegFile::PackRecord.text;
+    std::string content;
+    (void)readContent(contentPath(), std::string::npos, content);
+    layout_ = std::is_same_v<Record, ServiceEntryRecord> ? layoutOfServices(content)
+                                                         : layoutOfProfile(content);
+    if (compact) layout_.makeCompact();
+    plainPack.store(this->GenRegFile::PackRecord.text, std::memory_order_relaxed);
     this->GenRegFile::PackRecord = GenRegPackHook(packLaidOut);
+  }
+
+  unsigned int Add(std::uint64_t mask, void* record) noexcept {
+    const LayoutScope scope(layout_);
+    return Flavour::Add(mask, record);
+  }
+  unsigned int Change(std::uint64_t mask, void* key, void* record) noexcept {
+    const LayoutScope scope(layout_);
+    return Flavour::Change(mask, key, record);
   }
 
   // As the flavour's; what the record has that the flavour does not know is in unknownFields()
@@ -149,11 +163,14 @@ class Exact : public Flavour {
   bool isMissing() const noexcept {
     return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
   }
+  // The file that holds the registry, also where a crash left it under the backup's name.
+  const char* contentPath() const noexcept {
+    return ossPathExists(this->registryPath) ? this->registryPath : this->backupPath;
+  }
   // Why the file must not be changed as one of this kind: it is clearly none.
-  std::string reasonAgainstFile() const {
-    const bool isThere = ossPathExists(this->registryPath);
-    const char* const file = isThere ? this->registryPath : this->backupPath;
-    const std::string reason = reasonAgainst(guessKind(file), KindOf<Record>::kind, false);
+  std::string reasonAgainstFile(bool bigEndian) const {
+    const char* const file = contentPath();
+    const std::string reason = reasonAgainst(guessKind(file), KindOf<Record>::kind, bigEndian);
     return reason.empty() ? reason : platform::utf8FromSystem(file) + " " + reason;
   }
 
@@ -269,35 +286,48 @@ class Exact : public Flavour {
     return code;
   }
 
+  // While it lives, the hooks on this thread write lines so.
+  class LayoutScope {
+   public:
+    explicit LayoutScope(const LineLayout& layout) noexcept : outer_(current) { current = &layout; }
+    ~LayoutScope() { current = outer_; }
+    LayoutScope(const LayoutScope&) = delete;
+    LayoutScope& operator=(const LayoutScope&) = delete;
+    static inline thread_local const LineLayout* current = nullptr;
+
+   private:
+    const LineLayout* outer_;
+  };
+
   static std::string withoutEnd(const char* line) {
     const std::string_view text(line);
     return std::string(text.substr(0, text.find_last_not_of("\r\n") + 1));
   }
   static unsigned int packLaidOut(void* record, char* line) noexcept try {
+    const auto pack = plainPack.load(std::memory_order_relaxed);
+    const LineLayout* const layout = LayoutScope::current;
+    if (layout == nullptr) return pack(record, line);
     const std::string replaced = withoutEnd(line);
-    if (const unsigned int code = plainPack(record, line); code != 0) return code;
-    const std::string shaped = reshaped(replaced, withoutEnd(line)) + '\n';
+    if (const unsigned int code = pack(record, line); code != 0) return code;
+    const std::string written = withoutEnd(line);
+    const std::string shaped = (std::is_same_v<Record, ServiceEntryRecord>
+                                    ? reshapedServices(*layout, replaced, written)
+                                    : reshapedProfile(*layout, replaced, written)) +
+                               '\n';
     // A layout that makes the line too long is left out.
     if (shaped.size() < GENREG_LINE_SIZE) std::memcpy(line, shaped.c_str(), shaped.size() + 1);
     return 0;
   } catch (const std::bad_alloc&) {
     return OSS_RC_NO_MEMORY;
   }
-  static std::string reshaped(const std::string& replaced, std::string_view written) {
-    if constexpr (std::is_same_v<Record, ServiceEntryRecord>) {
-      return reshapedServices(chosenLayout, replaced, written);
-    } else {
-      return reshapedProfile(chosenLayout, replaced, written);
-    }
-  }
-  static inline LineLayout chosenLayout;
-  static inline unsigned int (*plainPack)(void*, char*) = nullptr;
 
   // The same for every object.
   static inline std::atomic<GenRegCompareHook> plainCompare{nullptr};
   static inline std::atomic<GenRegValidateHook> plainValidate{nullptr};
   static inline std::atomic<unsigned int (*)(void*, char*)> plainUnpack{nullptr};
+  static inline std::atomic<unsigned int (*)(void*, char*)> plainPack{nullptr};
   GenRegUnpackHook unpackHook_;
+  LineLayout layout_;
   CarriedFields carried_;
 };
 

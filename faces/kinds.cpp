@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string_view>
 
+#include "faces/content.h"
 #include "genreg.h"
-#include "sysservices/file_system.h"
 
 namespace faces {
 namespace {
@@ -18,18 +16,10 @@ constexpr std::uint32_t longestRecord = 0x100000;
 // A global registry's record begins with its type, a small number; a variable's with its name.
 constexpr std::uint32_t largestType = 0x1F;
 
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
-};
-
-// The bytes that decide; none when the file cannot be read, or would be emptied by a look.
+// The bytes that decide; none when the file cannot be read.
 std::string beginningOf(const std::string& file) {
-  if (!ossIsFile(file.c_str())) return {};
-  const std::unique_ptr<std::FILE, StreamCloser> stream(ossFileOpenToRead(file.c_str()));
-  if (stream == nullptr) return {};
-  std::string bytes(looked, '\0');
-  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream.get()));
-  return std::ferror(stream.get()) == 0 ? bytes : std::string();
+  std::string bytes;
+  return readContent(file, looked, bytes) ? bytes : std::string();
 }
 
 std::uint32_t numberAt(const std::string& bytes, std::size_t at, bool bigEndian) {

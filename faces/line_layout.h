@@ -26,6 +26,12 @@ struct LineLayout {
   Part aliases;
   Part comment;
   bool isKnown = false;  // the file has lines to learn from
+
+  // New assignments are NAME=VALUE.
+  void makeCompact() {
+    isKnown = true;
+    beforeEquals = afterEquals = "";
+  }
 };
 
 LineLayout layoutOfProfile(std::string_view content);

@@ -9,10 +9,37 @@
 namespace faces {
 namespace {
 
+// How a registry is read and written, beside its kind.
+struct Options {
+  bool bigEndian = false;
+  bool joined = false;
+  bool alike = false;
+  bool compact = false;
+  bool bytes = false;
+};
+
+constexpr unsigned int bitOf(Kind kind) { return 1U << static_cast<unsigned int>(kind); }
+constexpr unsigned int ofTexts = bitOf(Kind::Var) | bitOf(Kind::Services);
+constexpr unsigned int ofAll = ofTexts | bitOf(Kind::Bin) | bitOf(Kind::Global);
+constexpr struct {
+  std::string_view name;
+  bool Options::*place;
+  unsigned int kinds;
+} optionRows[] = {{"big-endian", &Options::bigEndian, bitOf(Kind::Bin)},
+                  {"joined", &Options::joined, ofTexts},
+                  {"alike", &Options::alike, ofTexts},
+                  {"compact", &Options::compact, bitOf(Kind::Var)},
+                  {"bytes", &Options::bytes, ofAll}};
+
 template <typename Flavour, typename Record>
 class RegistryOf final : public Registry {
  public:
-  RegistryOf(const char* path, unsigned int* code) : file_(path, code) {}
+  RegistryOf(const char* path, const Options& options, unsigned int* code)
+      : file_(path, code), options_(options) {
+    if (*code != 0) return;
+    if (options.bigEndian) (void)file_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
+    if (options.joined) (void)file_.setFeature(GENREG_JOIN_CONTINUED_LINES);
+  }
 
   unsigned int get(const NamedFields& key, NamedFields& found) override {
     Key wanted;
@@ -103,10 +130,6 @@ class RegistryOf final : public Registry {
     (void)file_.setLockTimeout(milliseconds);
   }
   bool isCommitted() const override { return !isRefused_ && file_.isUpdateCommitted(); }
-  void setLayout(const LineLayout& layout) override {
-    if constexpr (isLine<Record>) file_.setLayout(layout);
-  }
-  GenRegFile& file() noexcept override { return file_; }
 
  private:
   // The flavour's own reading does not show every byte of such records.
@@ -157,14 +180,15 @@ class RegistryOf final : public Registry {
 
   // An update of the records of another kind would damage them.
   bool isOfThisKind() {
-    std::string reason = file_.reasonAgainstFile();
+    std::string reason = file_.reasonAgainstFile(options_.bigEndian);
     if (reason.empty()) return true;
     (void)fail(GENREG_RC_OTHER_KIND, std::move(reason));
     return false;
   }
 
   // Bytes that are no UTF-8 are nobody's to give, save where they stand already.
-  static Complaint judgeText(const NamedFields& given) {
+  Complaint judgeText(const NamedFields& given) const {
+    if (options_.bytes) return {};
     for (const auto& [name, value] : given.all()) {
       if (!isUtf8(value)) return {GENREG_RC_BAD_VALUE, name + " is no UTF-8", value};
     }
@@ -372,6 +396,7 @@ class RegistryOf final : public Registry {
   // reads no other writer changes, and it is committed as a whole or not at all.
   template <typename Work>
   unsigned int update(std::uint64_t request, Work work) {
+    takeLayout();
     if (isUpdating_) return work();
     if (judge(file_.BeginUpdate(request)) != 0) return code_;
     struct Abandoned {
@@ -386,7 +411,16 @@ class RegistryOf final : public Registry {
     return judge(file_.CommitUpdate());
   }
 
+  // From the first change on lines look like those that were there then.
+  void takeLayout() {
+    if constexpr (isLine<Record>) {
+      if (options_.alike || options_.compact) file_.takeLayout(options_.compact);
+      options_.alike = options_.compact = false;
+    }
+  }
+
   unsigned int addRecord(const NamedFields& given) {
+    takeLayout();
     if (const char* const name = lackedBy<Record>(given); name != nullptr) {
       return fail(GENREG_RC_FIELD_MISSING, std::string(name) + " is missing");
     }
@@ -539,6 +573,7 @@ class RegistryOf final : public Registry {
   }
 
   Exact<Flavour, Record> file_;
+  Options options_;
   unsigned int code_ = 0;
   bool isUpdating_ = false;  // by begin
   bool isRefused_ = false;   // the last update, before the file was asked
@@ -547,32 +582,55 @@ class RegistryOf final : public Registry {
 };
 
 template <typename Flavour, typename Record>
-std::unique_ptr<Registry> open(const char* path, unsigned int* code) {
-  auto registry = std::make_unique<RegistryOf<Flavour, Record>>(path, code);
+std::unique_ptr<Registry> open(const char* path, const Options& options, unsigned int* code) {
+  auto registry = std::make_unique<RegistryOf<Flavour, Record>>(path, options, code);
   if (*code != 0) return nullptr;
   return registry;
 }
 
 constexpr struct {
   Kind kind;
-  std::unique_ptr<Registry> (*open)(const char* path, unsigned int* code);
+  std::unique_ptr<Registry> (*open)(const char* path, const Options& options, unsigned int* code);
 } kinds[] = {{KindOf<BinVarValRecord>::kind, open<GenRegBinVarVal, BinVarValRecord>},
              {KindOf<VarValRecord>::kind, open<GenRegVarVal, VarValRecord>},
              {KindOf<ServiceEntryRecord>::kind, open<GenRegServices, ServiceEntryRecord>},
              {KindOf<GlobalRegRecord>::kind, open<GlobalReg, GlobalRegRecord>}};
 
+std::string_view takeWord(std::string_view& words) {
+  const std::string_view word = words.substr(0, words.find(','));
+  words.remove_prefix(std::min(word.size() + 1, words.size()));
+  return word;
+}
+
+// The options behind a kind; false when one of them is none.
+bool readOptions(std::string_view words, Kind kind, Options& options) {
+  while (!words.empty()) {
+    const std::string_view word = takeWord(words);
+    const auto* const row =
+        std::find_if(std::begin(optionRows), std::end(optionRows), [&](const auto& option) {
+          return option.name == word && (option.kinds & bitOf(kind)) != 0;
+        });
+    if (row == std::end(optionRows)) return false;
+    options.*row->place = true;
+  }
+  return true;
+}
+
 }  // namespace
 
 unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Registry>& registry,
                           std::string& cause) {
+  std::string_view words = kind;
+  const std::string_view name = takeWord(words);
+  Options options;
   for (const auto& row : kinds) {
-    if (std::strcmp(kind, nameOf(row.kind)) != 0) continue;
+    if (name != nameOf(row.kind) || !readOptions(words, row.kind, options)) continue;
     unsigned int code = 0;
     std::string spelled;
     if (path != nullptr && !platform::pathFromUtf8(path, spelled)) {
       code = GENREG_RC_PATH_ENCODING;
     } else {
-      registry = row.open(path == nullptr ? nullptr : spelled.c_str(), &code);
+      registry = row.open(path == nullptr ? nullptr : spelled.c_str(), options, &code);
     }
     const GenRegReturnCode* const meaning = genRegFindReturnCode(code);
     if (meaning == nullptr) return code;
@@ -580,7 +638,7 @@ unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Re
         (path == nullptr ? "the global registry's path" : inQuotes(path)) + ": " + meaning->meaning;
     return code;
   }
-  cause = inQuotes(kind) + ": a kind is bin, var, services or global";
+  cause = inQuotes(kind) + ": a kind is bin, var, services or global, and its options";
   return GENREG_RC_UNKNOWN_KIND;
 }
 

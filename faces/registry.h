@@ -5,9 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "faces/line_layout.h"
 #include "faces/named_fields.h"
-#include "genreg_handle.h"
 
 namespace faces {
 
@@ -30,12 +28,6 @@ class Registry {
   virtual unsigned int abandon() = 0;
   virtual void setLockTimeout(std::uint64_t milliseconds) = 0;
   virtual bool isCommitted() const = 0;
-  // Of a text registry: the lines that it writes look like this. One layout for all registries of a
-  // kind, for the programs that have one at a time.
-  virtual void setLayout(const LineLayout& layout) = 0;
-  // The handle beneath, for what fields do not say: features, repair, a flavour's own functions.
-  virtual GenRegFile& file() noexcept = 0;
-
   const std::string& cause() const noexcept { return cause_; }
   // What the caller knows of a failure that is not the registry's.
   void setCause(std::string cause) noexcept { cause_ = std::move(cause); }
@@ -44,7 +36,7 @@ class Registry {
   std::string cause_;  // of the last operation; empty when it did not fail
 };
 
-// Makes a registry of the kind at the path, UTF-8, or gives a code and the cause.
+// Makes a registry of the kind, with options as include/zorreg.h has them, at the path, UTF-8, or gives a code and the cause.
 unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Registry>& registry,
                           std::string& cause);
 

@@ -1,7 +1,6 @@
 // The C interface: null arguments, and nothing that is thrown gets out.
 #include "zorreg.h"
 
-#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -53,7 +52,8 @@ unsigned int operate(zorreg* registry, Work work, const Records*... arguments) n
 
 unsigned zorreg_open(const char* kind, const char* path, zorreg** registry) {
   if (registry != nullptr) *registry = nullptr;
-  const bool needsPath = kind == nullptr || std::strcmp(kind, "global") != 0;
+  const std::string_view named = kind == nullptr ? "" : kind;
+  const bool needsPath = named.substr(0, named.find(',')) != "global";
   if (registry == nullptr || kind == nullptr || (path == nullptr && needsPath)) {
     setOpenCause(registry == nullptr ? "a null place for the registry"
                  : kind == nullptr   ? "a null kind"

@@ -82,6 +82,14 @@
  * and any that reads or writes the file what genreg_handle.h lists; a failure changes nothing
  * unless zorreg_committed says so.
  *
+ * Options. A kind may be followed by a comma and words, "var,alike,bytes":
+ *   big-endian  bin: the length fields have their high byte first
+ *   joined      var, services: a line that ends in a backslash goes on in the next one
+ *   alike       var, services: lines that are written look like those of the file: blanks around
+ *               "=", columns, carriage returns; a line that is changed keeps its look
+ *   compact     var: new lines are NAME=VALUE
+ *   bytes       values need not be UTF-8
+ *
  * Threads. A zorreg and a zorreg_record are used by one thread at a time, on one side of a fork;
  * different ones by different threads. Two zorregs, in one process or several, take turns.
  *
@@ -135,8 +143,8 @@ typedef struct zorreg_record zorreg_record; /* named fields with values */
 /* --- registries --- */
 
 /* Makes a handle of the registry file at `path` (copied; UTF-8 on Windows, elsewhere the system's
- * bytes; at most 253 of them) as one of `kind`: "bin", "var", "services" or "global". Nothing is
- * opened or made yet; the file need not exist. A null path: the global registry's own, which the
+ * bytes; at most 253 of them) as one of `kind`: "bin", "var", "services" or "global", and
+ * options. Nothing is opened or made yet; the file need not exist. A null path: the global registry's own, which the
  * environment variable ZOR_GLOBAL_REG_PATHNAME names, else "global.reg"; for the other kinds it is
  * OSS_RC_NULL_ARGUMENT. One registry has one spelling: use the same path everywhere.
  * *registry is the handle, which zorreg_close ends, or null after a failure, of which

@@ -124,7 +124,7 @@ TEST_F(RecordsTool, GlobalChangesWhatWasAskedForAndReportsNothingElseAsDone) {
       {"add --type variable Variable=NEW", 0},
       {"add --type variable Variable=NEW Value=1", 4, "", "GENREG_RC_DUPLICATE"},
       {"list", 0,
-       "variable  Service=ZOR  Variable=NEW  Value=\"a b\"  UnknownFields=0x10\n"
+       "variable  Service=ZOR  Variable=NEW  Value=\"a b\"  Field0x10=0x3f3f\n"
        "instance  Service=ZOR  VersionCode=10.0.0.0  InstanceName=one\n"
        "instance  InstanceName=2  Usage=x  StartAtBoot=0  Maintenance=1\n"
        "services  Service=ZOR  InstallPath=/opt/zor  Byte1=255\n"

@@ -9,7 +9,7 @@
 #include "sysservices/file_system.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 void checkCompanions(const RegistryFiles& files, Findings& findings) {
@@ -73,4 +73,4 @@ void addCheckCommand(CLI::App& app, int& status) {
   command->callback([words, &status] { status = check(*words); });
 }
 
-}  // namespace zorreg
+}  // namespace tool

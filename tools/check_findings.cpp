@@ -6,7 +6,7 @@
 #include "genreg.h"
 #include "report.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 const char* nameOf(Severity severity) {
@@ -70,4 +70,4 @@ int Findings::print(const std::string& file, Kind kind, std::uint64_t records, b
   return status;
 }
 
-}  // namespace zorreg
+}  // namespace tool

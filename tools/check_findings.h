@@ -8,7 +8,7 @@
 #include "kinds.h"
 #include "output.h"
 
-namespace zorreg {
+namespace tool {
 
 enum class Severity {
   Note,    // how the next update will treat something
@@ -44,4 +44,4 @@ class Findings {
 // Checks the records of one registry file; returns how many are whole. The file is only read.
 std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings& findings);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -9,7 +9,7 @@
 #include "genreg.h"
 #include "record_words.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 std::string at(std::int64_t offset) { return "offset " + std::to_string(offset); }
@@ -144,4 +144,4 @@ std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings
   }
 }
 
-}  // namespace zorreg
+}  // namespace tool

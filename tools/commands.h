@@ -4,9 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
-namespace zorreg {
+namespace tool {
 
 void addCheckCommand(CLI::App& app, int& status);
 void addInstallCommands(CLI::App& app, int& status);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -8,7 +8,7 @@
 #include "store.h"
 #include "sysservices/file_system.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 // All that a stream still holds; false after a read error.
@@ -138,4 +138,4 @@ int updateContent(const Words& words, const Rewrite& rewrite) {
   return status == exitDone && code != 0 ? report(handle, code, words.file) : status;
 }
 
-}  // namespace zorreg
+}  // namespace tool

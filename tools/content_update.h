@@ -15,7 +15,7 @@
 
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 struct Content {
   bool isThere = false;
@@ -42,4 +42,4 @@ using Rewrite = std::function<int(const Content& now, std::string& wanted)>;
 // exit status, and reports what failed.
 int updateContent(const Words& words, const Rewrite& rewrite);
 
-}  // namespace zorreg
+}  // namespace tool

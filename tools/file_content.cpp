@@ -1,12 +1,9 @@
 #include "file_content.h"
 
-#include <cstdio>
-#include <memory>
-
 #include "genreg.h"
 #include "sysservices/file_system.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 // Only to reach the names, which are the same for every flavour.
@@ -21,10 +18,6 @@ class Named : public GenRegBinVarVal {
   }
 };
 
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
-};
-
 }  // namespace
 
 RegistryFiles::RegistryFiles(const std::string& file) : registry(file) {
@@ -37,22 +30,6 @@ const std::string& RegistryFiles::content() const {
   return crashed ? backup : registry;
 }
 
-bool readContent(const std::string& file, std::size_t most, std::string& bytes) {
-  // A pipe or device would be emptied by a look, or never end.
-  if (!ossIsFile(file.c_str())) return false;
-  const std::unique_ptr<std::FILE, StreamCloser> stream(ossFileOpenToRead(file.c_str()));
-  if (stream == nullptr) return false;
-  char block[8192];
-  bytes.clear();
-  while (bytes.size() < most) {
-    const std::size_t count = std::fread(block, 1, sizeof block, stream.get());
-    if (count == 0) break;
-    bytes.append(block, count);
-  }
-  if (bytes.size() > most) bytes.resize(most);
-  return std::ferror(stream.get()) == 0;
-}
-
 bool TextLine::isTooLong() const { return bytes.size() > GENREG_LINE_SIZE - 2; }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <string>
 
-namespace zorreg {
+#include "faces/content.h"
+
+namespace tool {
 
 // The names of one registry's files, as the library gives them.
 struct RegistryFiles {
@@ -21,8 +23,7 @@ struct RegistryFiles {
   std::string backup;
 };
 
-// The first bytes of a plain file, at most `most`. False when it is none or cannot be read.
-bool readContent(const std::string& file, std::size_t most, std::string& bytes);
+using faces::readContent;
 
 // A physical line.
 struct TextLine {
@@ -45,4 +46,4 @@ void forEachLine(const std::string& text, Visit visit) {
   }
 }
 
-}  // namespace zorreg
+}  // namespace tool

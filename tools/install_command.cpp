@@ -17,7 +17,7 @@
 #include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr const char* kinds[] = {"ZOR", "ZEM"};
@@ -374,4 +374,4 @@ void addInstallCommands(CLI::App& app, int& status) {
   addOptional(find, "--name", instances->name, "name of the instance, taken in upper case");
 }
 
-}  // namespace zorreg
+}  // namespace tool

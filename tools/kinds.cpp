@@ -1,6 +1,6 @@
 #include "kinds.h"
 
-namespace zorreg {
+namespace tool {
 
 std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian) {
   const Guess guess = guessKind(file);
@@ -11,4 +11,4 @@ std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian) {
   return reason;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -3,7 +3,7 @@
 
 #include "faces/kinds.h"
 
-namespace zorreg {
+namespace tool {
 
 using faces::Guess;
 using faces::guessKind;
@@ -11,9 +11,10 @@ using faces::Kind;
 using faces::kindNames;
 using faces::nameOf;
 constexpr Kind allKinds[] = {Kind::Bin, Kind::Global, Kind::Var, Kind::Services};
+constexpr bool isText(Kind kind) { return kind == Kind::Var || kind == Kind::Services; }
 
 // Why `file` must not be used as a registry of that kind, with the option that helps; empty when it
 // may.
 std::string reasonAgainst(const std::string& file, Kind kind, bool bigEndian);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -14,21 +14,21 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     // A value may begin with a slash, and options are written the same everywhere.
     app.allow_windows_style_options(false);
-    int status = zorreg::exitDone;
-    for (const zorreg::Kind kind : zorreg::allKinds) zorreg::addGroup(app, kind, status);
-    zorreg::addCheckCommand(app, status);
-    zorreg::addInstallCommands(app, status);
+    int status = tool::exitDone;
+    for (const tool::Kind kind : tool::allKinds) tool::addGroup(app, kind, status);
+    tool::addCheckCommand(app, status);
+    tool::addInstallCommands(app, status);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-      return app.exit(error) == 0 ? zorreg::exitDone : zorreg::exitUsage;
+      return app.exit(error) == 0 ? tool::exitDone : tool::exitUsage;
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-      return zorreg::reportFailure("standard output cannot be written");
+      return tool::reportFailure("standard output cannot be written");
     }
     return status;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zorreg: %s\n", error.what());
-    return zorreg::exitFailed;
+    return tool::exitFailed;
   }
 }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr std::size_t longestName = 64;  // beyond it nobody mistypes a name
@@ -46,4 +46,4 @@ void Nearest::consider(const std::string& name) {
   best_ = name;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace zorreg {
+namespace tool {
 
 // Keeps the most similar of the names that it is shown: the same in other letters, or with at most
 // a third of the letters added, left out, changed or swapped.
@@ -20,4 +20,4 @@ class Nearest {
   std::size_t distance_;  // of the best; names must be nearer
 };
 
-}  // namespace zorreg
+}  // namespace tool

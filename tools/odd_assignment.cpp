@@ -6,7 +6,7 @@
 
 #include "file_content.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr char byteOrderMark[] = "\xEF\xBB\xBF";
@@ -109,4 +109,4 @@ bool goesOnInLines(const std::string& text) {
   return any;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-namespace zorreg {
+namespace tool {
 
 // The variables that a line of the text assigns in such a way, each with the number of the first
 // such line and what is odd about it. A change of one would leave a part of the old value behind,
@@ -16,4 +16,4 @@ OddAssignments oddAssignments(const std::string& text);
 // backslash does: then every backslash at the end of a line may be taken so.
 bool goesOnInLines(const std::string& text);
 
-}  // namespace zorreg
+}  // namespace tool

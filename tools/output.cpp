@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace zorreg {
+namespace tool {
 
 void printJson(const Json& value) {
   const std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
@@ -40,4 +40,4 @@ void Table::print() const {
   }
 }
 
-}  // namespace zorreg
+}  // namespace tool

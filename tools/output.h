@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace zorreg {
+namespace tool {
 
 // Objects keep their members in the order in which they were made.
 using Json = nlohmann::ordered_json;
@@ -50,4 +50,4 @@ class Listing {
   Json all_ = Json::array();
 };
 
-}  // namespace zorreg
+}  // namespace tool

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-namespace zorreg {
+namespace tool {
 
 Pattern::Pattern(const std::string& pattern, Extent extent) : pattern_(pattern), extent_(extent) {
   for (char& letter : pattern_) letter = folded(letter);
@@ -47,4 +47,4 @@ bool Pattern::matchesWord(const std::string& text) const {
   return false;
 }
 
-}  // namespace zorreg
+}  // namespace tool

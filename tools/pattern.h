@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace zorreg {
+namespace tool {
 
 class Pattern {
  public:
@@ -22,4 +22,4 @@ class Pattern {
   Extent extent_;
 };
 
-}  // namespace zorreg
+}  // namespace tool

@@ -4,7 +4,7 @@
 
 #include "genreg.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr const char* hexMember = "hex";
@@ -150,4 +150,4 @@ Parsed recordOfJson(const Json& object) {
   return parsed;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -8,7 +8,7 @@
 #include "output.h"
 #include "record_words.h"
 
-namespace zorreg {
+namespace tool {
 
 Json jsonOf(Kind kind, const faces::NamedFields& record);
 
@@ -22,4 +22,4 @@ bool textOfJson(const Json& json, std::string& text);
 // comes later.
 Parsed recordOfJson(const Json& object);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -9,7 +9,7 @@
 #include "record_json.h"
 #include "record_words.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 using faces::NamedFields;
@@ -62,7 +62,8 @@ Json typedValue(Store& store, const Words& words, const std::string& text) {
     if (words.type == "bool") return text == "0" || text == "1" ? Json(text == "1") : Json();
     return words.type == "uint" && text[0] == '-' ? Json() : Json::parse(text);
   }
-  auto& profile = static_cast<GenRegVarVal&>(store.registry().file());
+  unsigned int code = 0;
+  GenRegVarVal profile(store.file().c_str(), &code);
   const char* name = words.name.c_str();
   std::uint64_t u = 0;
   std::int64_t s = 0;
@@ -229,7 +230,6 @@ int setRecord(Store& store, const Words& words, NamedFields record) {
 int set(Store& store, const Words& words) {
   const Parsed record = recordOf(store.kind(), words);
   if (!record.wrong.empty()) return reportUsage(record.wrong);
-  store.takeLayout(words.compact);
   const bool isPlain = store.kind() != Kind::Var && !words.ifAbsent && !words.ifPresent &&
                        !words.ifValue;
   if (isPlain) return store.outcome(store.registry().set(record.fields));
@@ -239,7 +239,6 @@ int set(Store& store, const Words& words) {
 int add(Store& store, const Words& words) {
   const Parsed record = recordOf(store.kind(), words);
   if (!record.wrong.empty()) return reportUsage(record.wrong);
-  store.takeLayout(words.compact);
   return store.outcome(store.registry().add(record.fields));
 }
 
@@ -253,7 +252,6 @@ int change(Store& store, const Words& words) {
   } else {
     key.fields = identityOf(store.kind(), key.fields);
   }
-  store.takeLayout(words.compact);
   return store.outcome(store.registry().change(key.fields, changes.fields), words.name);
 }
 
@@ -264,49 +262,73 @@ int remove(Store& store, const Words& words) {
   return store.outcome(store.registry().remove(key.fields), words.name);
 }
 
-int repair(Kind kind, const Words& words) {
-  Store store(kind, words);
-  if (store.status() != exitDone) return store.status();
-  GenRegRepairReport report{};
-  GenRegFile& file = store.registry().file();
-  const unsigned int code = file.RepairRegistry(words.dropUnreadable, &report);
-  if (code != 0) return reportCode(code, words.file, file.getLastCause());
-  printRepair(words.file, RegistryFiles(words.file).corrupt, report, words.json);
-  return reportChange(words, report.bytesLeftOut != 0);
-}
-
 namespace {
 
-// A flavour that shows how it prints its records.
-template <typename Flavour>
-class Printing : public Flavour {
+// The flavour itself, for what fields do not say.
+template <typename Flavour, typename Record>
+class Handle : public Flavour {
  public:
-  using Flavour::Flavour;
-  void print(void* record) const { (void)this->GenRegBase::PrintRecord(record); }
+  Handle(const Store& store, const Words& words) : Flavour(store.file().c_str(), &code_) {
+    if (code_ == 0 && words.bigEndian) (void)this->setFeature(GENREG_BIG_ENDIAN_LENGTH);
+    std::uint64_t milliseconds = 0;
+    if (readWait(words, milliseconds).empty()) (void)this->setLockTimeout(milliseconds);
+  }
+
+  unsigned int dump() {
+    unsigned int code = code_ != 0 ? code_ : this->OpenScan();
+    if (code != 0) return code;
+    Record key{};
+    Record record;
+    while ((code = this->GetNext(0, &key, &record)) == 0) {
+      (void)this->GenRegBase::PrintRecord(&record);
+    }
+    (void)this->CloseScan();
+    return code == GENREG_RC_END ? 0 : code;
+  }
+  unsigned int repair(bool dropUnreadable, GenRegRepairReport& report) {
+    return code_ != 0 ? code_ : this->RepairRegistry(dropUnreadable, &report);
+  }
+
+ private:
+  unsigned int code_ = 0;
 };
 
-template <typename Flavour, typename Record>
-unsigned int dumpAs(const std::string& file, bool bigEndian) {
-  unsigned int code = 0;
-  Printing<Flavour> registry(file.c_str(), &code);
-  if (code == 0 && bigEndian) (void)registry.setFeature(GENREG_BIG_ENDIAN_LENGTH);
-  if (code == 0) code = registry.OpenScan();
-  if (code != 0) return code;
-  Record key{};
-  Record record;
-  while ((code = registry.GetNext(0, &key, &record)) == 0) registry.print(&record);
-  (void)registry.CloseScan();
-  return code == GENREG_RC_END ? 0 : code;
+// Runs `work`(handle), which gives a code, on the flavour of the store's kind; gives the exit
+// status.
+template <typename Work>
+int onHandle(Store& store, const Words& words, Work work) {
+  const auto run = [&](auto&& handle) {
+    const unsigned int code = work(handle);
+    return code == 0 ? int{exitDone} : reportCode(code, store.file(), handle.getLastCause());
+  };
+  switch (store.kind()) {
+    case Kind::Bin:
+      return run(Handle<GenRegBinVarVal, BinVarValRecord>(store, words));
+    case Kind::Global:
+      return run(Handle<GlobalReg, GlobalRegRecord>(store, words));
+    case Kind::Var:
+      return run(Handle<GenRegVarVal, VarValRecord>(store, words));
+    default:
+      return run(Handle<GenRegServices, ServiceEntryRecord>(store, words));
+  }
 }
 
 }  // namespace
 
 int dump(Store& store, const Words& words) {
-  constexpr unsigned int (*rows[])(const std::string&, bool) = {
-      dumpAs<GenRegBinVarVal, BinVarValRecord>, dumpAs<GlobalReg, GlobalRegRecord>,
-      dumpAs<GenRegVarVal, VarValRecord>, dumpAs<GenRegServices, ServiceEntryRecord>};
-  const unsigned int code = rows[static_cast<int>(store.kind())](store.file(), words.bigEndian);
-  return code == 0 ? int{exitDone} : reportCode(code, store.file());
+  return onHandle(store, words, [](auto& handle) { return handle.dump(); });
 }
 
-}  // namespace zorreg
+int repair(Kind kind, const Words& words) {
+  Store store(kind, words);
+  if (store.status() != exitDone) return store.status();
+  GenRegRepairReport report{};
+  const int status = onHandle(store, words, [&](auto& handle) {
+    return handle.repair(words.dropUnreadable, report);
+  });
+  if (status != exitDone) return status;
+  printRepair(words.file, RegistryFiles(words.file).corrupt, report, words.json);
+  return reportChange(words, report.bytesLeftOut != 0);
+}
+
+}  // namespace tool

@@ -4,7 +4,7 @@
 #include "store.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 int list(Store& store, const Words& words);
 int get(Store& store, const Words& words);
@@ -21,4 +21,4 @@ int repair(Kind kind, const Words& words);
 // In an update: makes it so, as `set` does.
 int setRecord(Store& store, const Words& words, faces::NamedFields record);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -6,7 +6,7 @@
 
 #include "genreg.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 using faces::NamedFields;
@@ -287,4 +287,4 @@ std::string quoted(const std::string& word) {
   return text + '"';
 }
 
-}  // namespace zorreg
+}  // namespace tool

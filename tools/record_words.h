@@ -9,7 +9,7 @@
 #include "output.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 // What was made of words: fields, or what is wrong with the words.
 struct Parsed {
@@ -60,4 +60,4 @@ bool splitWords(const std::string& line, std::vector<std::string>& words);
 // A text as one word that WordReader reads; in quotes only where it must be.
 std::string quoted(const std::string& word);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -1,18 +1,23 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
 #include "output.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 int report(const std::string& message, int status) {
   std::fprintf(stderr, "zorreg: %s\n", message.c_str());
   return status;
 }
+
+// What is wrong with the words that were given, not with a file; the cause says all of it.
+constexpr unsigned int usageCodes[] = {GENREG_RC_UNKNOWN_FIELD, GENREG_RC_FIELD_MISSING,
+                                       GENREG_RC_BAD_VALUE, GENREG_RC_KEY_EMPTY};
 
 // What may be done about a failure.
 constexpr struct {
@@ -34,8 +39,9 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
   if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   const std::string meaning = row == nullptr ? "no meaning is known" : row->meaning;
-  const bool isUsage = code == GENREG_RC_BAD_ARGUMENT || code == OSS_RC_BAD_PARAMETER;
-  if (isUsage && !cause.empty()) return reportUsage(printable(cause));
+  const bool isUsage = std::find(std::begin(usageCodes), std::end(usageCodes), code) !=
+                       std::end(usageCodes);
+  if (isUsage) return reportUsage(printable(cause));
   const bool namesFile = cause.compare(0, file.size(), file) == 0;
   std::string message = namesFile ? printable(cause) : printable(file) + ": " + meaning;
   if (!namesFile && !cause.empty() && cause != meaning) message += ": " + printable(cause);
@@ -53,8 +59,6 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
       return exitBusy;
     case GENREG_RC_DUPLICATE:
       return exitConflict;
-    case GENREG_RC_KEY_EMPTY:
-      return exitUsage;
     default:
       return exitFailed;
   }
@@ -101,4 +105,4 @@ void printRepair(const std::string& file, const std::string& original,
   std::printf("%s\n", line.c_str());
 }
 
-}  // namespace zorreg
+}  // namespace tool

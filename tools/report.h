@@ -5,7 +5,7 @@
 
 #include "genreg.h"
 
-namespace zorreg {
+namespace tool {
 
 struct Words;
 
@@ -47,4 +47,4 @@ int reportFailure(const std::string& message);
 void printRepair(const std::string& file, const std::string& original,
                  const GenRegRepairReport& report, bool json);
 
-}  // namespace zorreg
+}  // namespace tool

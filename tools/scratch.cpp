@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <random>
 
-namespace zorreg {
+namespace tool {
 
 namespace fs = std::filesystem;
 
@@ -25,4 +25,4 @@ std::string ScratchDirectory::pathOf(const std::string& file) const {
   return (fs::path(path_) / fs::path(file).filename()).string();
 }
 
-}  // namespace zorreg
+}  // namespace tool

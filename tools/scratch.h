@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace zorreg {
+namespace tool {
 
 class ScratchDirectory {
  public:
@@ -20,4 +20,4 @@ class ScratchDirectory {
   std::string path_;
 };
 
-}  // namespace zorreg
+}  // namespace tool

@@ -8,7 +8,7 @@
 #include "nearest.h"
 #include "output.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr const char* globalPathVariable = "ZOR_GLOBAL_REG_PATHNAME";
@@ -65,17 +65,22 @@ Store::Store(Kind kind, const Words& words) : kind_(kind), file_(words.file) {
     status_ = reportRefusal(file_, reason);
     return;
   }
-  std::string cause;
-  const unsigned int code = faces::openRegistry(nameOf(kind), file_.c_str(), registry_, cause);
-  if (code != 0) {
-    status_ = reportCode(code, file_, cause);
+  registry_.emplace(optionsOf(words), file_);
+  if (registry_->opened() != 0) {
+    status_ = reportCode(registry_->opened(), file_, zorreg_cause(nullptr));
     return;
   }
-  if (words.bigEndian) (void)registry_->file().setFeature(GENREG_BIG_ENDIAN_LENGTH);
   registry_->setLockTimeout(milliseconds);
-  if (kind == Kind::Var && goesOnInLines(content())) {
-    (void)registry_->file().setFeature(GENREG_JOIN_CONTINUED_LINES);
-  }
+}
+
+// The kind with all that it is to be read and written with.
+std::string Store::optionsOf(const Words& words) {
+  std::string kind = std::string(nameOf(kind_)) + ",bytes";
+  if (words.bigEndian) kind += ",big-endian";
+  if (words.compact) kind += ",compact";
+  if (kind_ == Kind::Var && goesOnInLines(content())) kind += ",joined";
+  if (isText(kind_)) kind += ",alike";
+  return kind;
 }
 
 int Store::outcome(unsigned int code, const std::string& name) {
@@ -99,22 +104,12 @@ const std::string* Store::oddityOf(const std::string& name) {
   return found == odd_->end() ? nullptr : &found->second;
 }
 
-void Store::takeLayout(bool compact) {
-  if (layout_ || (kind_ != Kind::Var && kind_ != Kind::Services)) return;
-  layout_ = kind_ == Kind::Var ? faces::layoutOfProfile(content())
-                               : faces::layoutOfServices(content());
-  if (compact) {
-    layout_->isKnown = true;
-    layout_->beforeEquals = layout_->afterEquals = "";
-  }
-  registry_->setLayout(*layout_);
-}
-
 // A shell takes these as they are.
-bool Store::quotes(const std::string& value) const {
+bool Store::quotes(const std::string& value) {
   constexpr const char* plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
   const bool needsQuotes = value.find_first_not_of(plain) != std::string::npos;
-  return layout_ && (layout_->quotesAll || (layout_->isShell && needsQuotes));
+  if (!layout_) layout_ = faces::layoutOfProfile(content());
+  return layout_->quotesAll || (layout_->isShell && needsQuotes);
 }
 
 // The name of a record that is most like the given one; empty when none is.
@@ -131,4 +126,4 @@ std::string Store::nearest(const std::string& name) {
   return found.text();
 }
 
-}  // namespace zorreg
+}  // namespace tool

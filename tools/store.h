@@ -1,17 +1,17 @@
 // The registry that a verb works on, in terms of named fields.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
-#include "faces/registry.h"
+#include "faces/line_layout.h"
 #include "kinds.h"
 #include "odd_assignment.h"
+#include "registry.h"
 #include "report.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 // Makes words.file the file that is meant: the target of a symbolic link, so that lock and
 // companions stand beside the target; of the global registry the one that the environment names
@@ -30,7 +30,7 @@ class Store {
 
   Kind kind() const { return kind_; }
   const std::string& file() const { return file_; }
-  faces::Registry& registry() { return *registry_; }
+  Registry& registry() { return *registry_; }
 
   // The exit status of the operation that gave the code; a failure is reported. `name`: what was
   // looked for, of which a near one is mentioned when it was not found.
@@ -53,11 +53,9 @@ class Store {
   // Of a profile: what is odd about a line that assigns the name in a way that cannot be changed as
   // a whole; null when nothing is.
   const std::string* oddityOf(const std::string& name);
-  // Lines that are written from now on look like those of the file, or, `compact`, like NAME=VALUE.
-  void takeLayout(bool compact);
-  // Of a profile, after takeLayout: whether a new value is put into double quotes, as the others
+  // Of a profile: whether a new value is put into double quotes, as the others
   // are, or as a shell needs it.
-  bool quotes(const std::string& value) const;
+  bool quotes(const std::string& value);
 
   // Hands every record to `visit`; gives the exit status.
   template <typename Visit>
@@ -74,10 +72,11 @@ class Store {
  private:
   std::string nearest(const std::string& name);
   const std::string& content();
+  std::string optionsOf(const Words& words);
 
   Kind kind_;
   std::string file_;
-  std::unique_ptr<faces::Registry> registry_;
+  std::optional<Registry> registry_;
   std::optional<std::string> content_;  // of a text, as it was when it was first asked for
   std::optional<OddAssignments> odd_;
   std::optional<faces::LineLayout> layout_;
@@ -85,4 +84,4 @@ class Store {
   bool isUpdating_ = false;
 };
 
-}  // namespace zorreg
+}  // namespace tool

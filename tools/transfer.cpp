@@ -14,14 +14,12 @@
 #include "record_words.h"
 #include "trial.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 using faces::NamedFields;
 
 constexpr const char* lineMember = "Line";  // of a text: the line as it stands in the file
-
-bool isText(Kind kind) { return kind == Kind::Var || kind == Kind::Services; }
 
 // The whole of what the words name as input. Gives the exit status.
 int readInput(const Words& words, std::string& name, std::string& text) {
@@ -224,7 +222,6 @@ int import(Kind kind, const Words& words) {
   if (isJson && (words.replace || content.bytes.empty())) return replaceBy(kind, words, elements);
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
-  store.takeLayout(words.compact);
   const int status = store.update([&] {
     if (isJson) return mergeElements(store, words, name, elements);
     return forEachOf(name, text, [&](const std::string& line, std::string& wrong) {
@@ -266,4 +263,4 @@ int exportJson(Store& store, const Words&) {
   return status;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -4,10 +4,10 @@
 #include "store.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 int apply(Store& store, const Words& words);
 int import(Kind kind, const Words& words);
 int exportJson(Store& store, const Words& words);
 
-}  // namespace zorreg
+}  // namespace tool

@@ -9,16 +9,15 @@
 #include "scratch.h"
 #include "unified_diff.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 // What a diff shows of a registry.
 int shownContent(Kind kind, const Words& words, std::string& shown) {
   Content content;
   if (const int status = readContentOf(words.file, content); status != exitDone) return status;
-  const bool isText = kind == Kind::Var || kind == Kind::Services;
-  shown = isText ? content.bytes : "";
-  if (isText || content.bytes.empty()) return exitDone;
+  shown = isText(kind) ? content.bytes : "";
+  if (isText(kind) || content.bytes.empty()) return exitDone;
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   return store.forEach([&](const faces::NamedFields& record) {
@@ -71,4 +70,4 @@ int contentOfRecords(Kind kind, bool bigEndian, std::string& content,
   return read;
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -7,7 +7,7 @@
 #include "store.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 
 // Prints what the verb would change as a unified diff: of the lines of a text, of the lines that
 // `list` prints of any other registry. Nothing is written beside the registry. Gives the verb's
@@ -18,4 +18,4 @@ int runOnCopy(Kind kind, const Verb& verb, const Words& words);
 int contentOfRecords(Kind kind, bool bigEndian, std::string& content,
                      const std::function<int(Store&)>& fill);
 
-}  // namespace zorreg
+}  // namespace tool

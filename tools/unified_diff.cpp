@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 using Lines = std::vector<std::string_view>;
@@ -260,4 +260,4 @@ std::string unifiedDiff(const std::string& before, const std::string& after,
   return "--- " + name + "\n+++ " + name + "\n" + Hunks(left, right, comparison).print();
 }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace zorreg {
+namespace tool {
 
 // The unified diff of two texts with three lines of context, under "--- NAME" and "+++ NAME", byte
 // for byte as the lines are; empty when the texts are equal. A few changes in 100,000 lines take as
@@ -12,4 +12,4 @@ namespace zorreg {
 std::string unifiedDiff(const std::string& before, const std::string& after,
                         const std::string& name);
 
-}  // namespace zorreg
+}  // namespace tool

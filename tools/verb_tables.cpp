@@ -4,7 +4,7 @@
 #include "transfer.h"
 #include "verbs.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 constexpr Argument name{"NAME", "the variable's name", &Words::name, Need::MustFilled};
@@ -192,4 +192,4 @@ constexpr Group groups[] = {
 
 const Group& groupOf(Kind kind) { return groups[static_cast<int>(kind)]; }
 
-}  // namespace zorreg
+}  // namespace tool

@@ -6,7 +6,7 @@
 #include "store.h"
 #include "trial.h"
 
-namespace zorreg {
+namespace tool {
 namespace {
 
 CLI::Option* addTo(CLI::App& command, const Argument& argument, bool& place) {
@@ -93,4 +93,4 @@ void addChanges(CLI::App& parent, Kind kind, Words& words,
   }
 }
 
-}  // namespace zorreg
+}  // namespace tool

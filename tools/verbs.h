@@ -12,7 +12,7 @@
 
 #include "kinds.h"
 
-namespace zorreg {
+namespace tool {
 
 class Store;
 
@@ -123,4 +123,4 @@ void addGroup(CLI::App& app, Kind kind, int& status);
 void addChanges(CLI::App& parent, Kind kind, Words& words,
                 const std::function<void(const Verb&)>& run);
 
-}  // namespace zorreg
+}  // namespace tool
