@@ -12,7 +12,7 @@
 #include <new>
 #include <vector>
 
-#include "platform/posix/registry_export.h"
+#include "platform/registry_export/registry_export.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/file_handle.h"
 #include "sysservices/posix/system_call.h"

@@ -1,9 +1,9 @@
-#include "platform/posix/registry_tree.h"
+#include "platform/registry_export/registry_tree.h"
 
 #include <algorithm>
 #include <functional>
 
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 
 namespace platform {
 namespace {

@@ -17,14 +17,14 @@
 // A later line counts. Anything else makes the whole export worthless: a registry that is half
 // there would answer with half of the truth. Half of a character, which the registry may hold and
 // UTF-8 cannot, is no reason: it becomes the replacement character.
-#include "platform/posix/registry_export.h"
+#include "platform/registry_export/registry_export.h"
 
 #include <algorithm>
 #include <iterator>
 #include <optional>
 #include <string>
 
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 
 namespace platform {
 namespace {
