@@ -11,6 +11,7 @@ void addVarCommand(CLI::App& app, int& status);
 void addServicesCommand(CLI::App& app, int& status);
 void addGlobalCommand(CLI::App& app, int& status);
 void addCheckCommand(CLI::App& app, int& status);
+void addExportCommand(CLI::App& app, int& status);
 void addInstallCommands(CLI::App& app, int& status);
 
 }  // namespace zorreg

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     zorreg::addVarCommand(app, status);
     zorreg::addServicesCommand(app, status);
     zorreg::addCheckCommand(app, status);
+    zorreg::addExportCommand(app, status);
     zorreg::addInstallCommands(app, status);
     try {
       app.parse(argc, argv);
