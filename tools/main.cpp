@@ -2,7 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
+#include "command_line.h"
 #include "commands.h"
 #include "report.h"
 
@@ -21,10 +24,12 @@ int main(int argc, char** argv) {
     zorreg::addCheckCommand(app, status);
     zorreg::addExportCommand(app, status);
     zorreg::addInstallCommands(app, status);
+    zorreg::addHelpCommand(app, status);
+    const std::vector<std::string> words = zorreg::wordsOf(app, argc, argv);
     try {
-      app.parse(argc, argv);
+      app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {
-      return app.exit(error) == 0 ? zorreg::exitDone : zorreg::exitUsage;
+      status = zorreg::reportParse(app, words, error);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
       return zorreg::reportFailure("standard output cannot be written");
