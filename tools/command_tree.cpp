@@ -66,6 +66,9 @@ std::string pathOf(const CLI::App& command) {
   return above.empty() ? command.get_name() : above + " " + command.get_name();
 }
 
-std::string summaryOf(const std::string& help) { return help.substr(0, help.find('\n')); }
+std::string summaryOf(const std::string& help) {
+  const std::string line = help.substr(0, help.find('\n'));
+  return line.substr(0, line.find_last_not_of(";,: ") + 1);
+}
 
 }  // namespace zorreg

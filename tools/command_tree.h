@@ -31,7 +31,7 @@ bool takesFile(const CLI::Option& option);
 // "bin list"; empty for the tool itself.
 std::string pathOf(const CLI::App& command);
 
-// The first line of what the help says.
+// The first line of what the help says, without the mark that leads to the next one.
 std::string summaryOf(const std::string& help);
 
 }  // namespace zorreg

@@ -12,6 +12,7 @@ void addServicesCommand(CLI::App& app, int& status);
 void addGlobalCommand(CLI::App& app, int& status);
 void addCheckCommand(CLI::App& app, int& status);
 void addExportCommand(CLI::App& app, int& status);
+void addCompletionCommand(CLI::App& app, int& status);
 void addInstallCommands(CLI::App& app, int& status);
 
 }  // namespace zorreg

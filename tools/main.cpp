@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
     zorreg::addExportCommand(app, status);
     zorreg::addInstallCommands(app, status);
     zorreg::addHelpCommand(app, status);
+    zorreg::addCompletionCommand(app, status);
     const std::vector<std::string> words = zorreg::wordsOf(app, argc, argv);
     try {
       app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
