@@ -37,7 +37,9 @@ Route routeOf(const CLI::App& app, const std::vector<std::string>& words) {
   std::size_t places = 0;
   for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
     const CLI::App& command = *route.command;
-    if (const CLI::App* verb = verbNamed(command, words[i])) {
+    const bool wantsPlace = places < placesOf(command).size();
+    const CLI::App* const verb = wantsPlace ? nullptr : verbNamed(command, words[i]);
+    if (verb != nullptr) {
       route.command = verb;
       route.end = i + 1;
       places = 0;
@@ -52,7 +54,7 @@ Route routeOf(const CLI::App& app, const std::vector<std::string>& words) {
         route.wrongOption = name;
         route.without = &command;
       }
-    } else if (places < placesOf(command).size()) {
+    } else if (wantsPlace) {
       ++places;
     } else if (!verbsOf(command).empty()) {
       route.wrongVerb = words[i];

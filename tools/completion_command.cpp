@@ -210,9 +210,12 @@ void printFishCommand(const CLI::App& command) {
 }
 
 void printFish(const CLI::App& app) {
-  Strings commands, valued;
+  Strings commands, valued, places;
   forEachCommand(app, [&](const CLI::App& command) {
     if (&command != &app) commands.push_back(inFish(pathOf(command)));
+    for (std::size_t i = 0; !verbsOf(command).empty() && i < placesOf(command).size(); ++i) {
+      places.push_back(inFish(std::to_string(i) + " " + pathOf(command)));
+    }
     for (const CLI::Option* option : optionsOf(command)) {
       if (!takesValue(*option)) continue;
       for (const std::string& name : namesOf(*option)) {
@@ -220,7 +223,7 @@ void printFish(const CLI::App& app) {
       }
     }
   });
-  std::printf(fishHead, joined(commands).c_str(), joined(valued).c_str());
+  std::printf(fishHead, joined(commands).c_str(), joined(valued).c_str(), joined(places).c_str());
   forEachCommand(app, printFishCommand);
 }
 

@@ -55,7 +55,7 @@ _zorreg() {
       option=
     elif [[ $word == -* ]]; then
       if _zorreg_value "$word"; then option=$word; fi
-    elif [[ " $verbs " == *" $word "* ]]; then
+    elif [ "$count" -ge "${#places[@]}" ] && [[ " $verbs " == *" $word "* ]]; then
       path=${path:+$path }$word count=0
       _zorreg_table "$path"
     else
@@ -88,12 +88,14 @@ else
 fi
 )SH";
 
-// Takes the paths of all commands, then "PATH OPTION" of all options that take a value.
+// Takes the paths of all commands, "PATH OPTION" of all options that take a value, and "COUNT PATH"
+// where a command with verbs takes a word that is none.
 inline constexpr const char* fishHead =
     R"SH(# Completes the words of zorreg in fish; "zorreg completion fish" made it.
 
 set -g __zorreg_commands %s
 set -g __zorreg_valued %s
+set -g __zorreg_places %s
 
 # Where the command line has come to: how many words stand behind the last command, and its path.
 function __zorreg_place
@@ -106,7 +108,7 @@ function __zorreg_place
             set skip 0
         else if string match -q -- '-*' $word
             contains -- "$path $word" $__zorreg_valued; and set skip 1
-        else if contains -- $next $__zorreg_commands
+        else if not contains -- "$count $path" $__zorreg_places; and contains -- $next $__zorreg_commands
             set path $next
             set count 0
         else
