@@ -7,7 +7,7 @@ namespace faces {
 
 enum class Kind { Bin, Global, Var, Services };
 constexpr const char* kindNames[] = {"bin", "global", "var", "services"};
-inline const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
+constexpr const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
 
 // What a file is taken for by its first bytes.
 struct Guess {

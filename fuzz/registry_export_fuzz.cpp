@@ -2,7 +2,7 @@
 // be walked, every key found by its path and every value by its name.
 #include <string>
 
-#include "platform/posix/registry_export.h"
+#include "platform/registry_export/registry_export.h"
 #include "targets.h"
 
 namespace {

@@ -7,6 +7,8 @@
 namespace tool {
 
 void addCheckCommand(CLI::App& app, int& status);
+void addExportCommand(CLI::App& app, int& status);
+void addCompletionCommand(CLI::App& app, int& status);
 void addInstallCommands(CLI::App& app, int& status);
 
 }  // namespace tool

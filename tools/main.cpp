@@ -2,7 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
+#include "command_line.h"
 #include "commands.h"
 #include "report.h"
 #include "verbs.h"
@@ -15,13 +18,22 @@ int main(int argc, char** argv) {
     // A value may begin with a slash, and options are written the same everywhere.
     app.allow_windows_style_options(false);
     int status = tool::exitDone;
-    for (const tool::Kind kind : tool::allKinds) tool::addGroup(app, kind, status);
+    for (const tool::Kind kind : tool::allKinds) {
+      tool::addGroup(app, tool::groupOf(kind), status,
+                     [kind](const auto& verb, const auto& words) {
+                       return tool::runVerb(kind, verb, words);
+                     });
+    }
     tool::addCheckCommand(app, status);
+    tool::addExportCommand(app, status);
     tool::addInstallCommands(app, status);
+    tool::addHelpCommand(app, status);
+    tool::addCompletionCommand(app, status);
+    const std::vector<std::string> words = tool::wordsOf(app, argc, argv);
     try {
-      app.parse(argc, argv);
+      app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {
-      return app.exit(error) == 0 ? tool::exitDone : tool::exitUsage;
+      status = tool::reportParse(app, words, error);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
       return tool::reportFailure("standard output cannot be written");

@@ -40,7 +40,8 @@ Nearest::Nearest(std::string wanted)
 
 void Nearest::consider(const std::string& name) {
   if (name.size() > longestName || wanted_.size() > longestName || name == wanted_) return;
-  const std::size_t distance = distanceOf(wanted_, name);
+  const bool begins = !wanted_.empty() && name.compare(0, wanted_.size(), wanted_) == 0;
+  const std::size_t distance = begins ? 0 : distanceOf(wanted_, name);
   if (distance >= distance_) return;
   distance_ = distance;
   best_ = name;

@@ -5,8 +5,8 @@
 
 namespace tool {
 
-// Keeps the most similar of the names that it is shown: the same in other letters, or with at most
-// a third of the letters added, left out, changed or swapped.
+// Keeps the most similar of the names that it is shown: one that it begins, the same in other
+// letters, or with at most a third of the letters added, left out, changed or swapped.
 class Nearest {
  public:
   explicit Nearest(std::string wanted);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -19,7 +20,12 @@ void printJson(const Json& value);
 std::string printable(const char* text, std::size_t size);
 std::string printable(const std::string& text);
 
-// Lines of cells, printed with two blanks between columns that are as wide as their widest cell.
+// Text in a colour, or as it is where `stream` is no terminal or the user wants no colours.
+enum class Colour { Heading, Error, Hint };
+std::string coloured(const std::string& text, Colour colour, std::FILE* stream);
+
+// Lines of cells, printed with two blanks between columns that are as wide as their widest cell. On
+// a terminal that is too narrow the last cell of a line is cut.
 class Table {
  public:
   void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }

@@ -178,13 +178,13 @@ constexpr Verb globalVerbs[] = {
 
 // In the order of the kinds.
 constexpr Group groups[] = {
-    {Kind::Bin, "a registry of binary variables", {&fileArgument, &bigEndian},
+    {nameOf(Kind::Bin), "a registry of binary variables", {&fileArgument, &bigEndian},
      std::begin(binVerbs), std::end(binVerbs)},
-    {Kind::Global, "the global registry", {&globalFile}, std::begin(globalVerbs),
+    {nameOf(Kind::Global), "the global registry", {&globalFile}, std::begin(globalVerbs),
      std::end(globalVerbs)},
-    {Kind::Var, "a text registry of profile variables", {&fileArgument}, std::begin(varVerbs),
+    {nameOf(Kind::Var), "a text registry of profile variables", {&fileArgument}, std::begin(varVerbs),
      std::end(varVerbs)},
-    {Kind::Services, "a text registry of network services", {&fileArgument},
+    {nameOf(Kind::Services), "a text registry of network services", {&fileArgument},
      std::begin(servicesVerbs), std::end(servicesVerbs)},
 };
 

@@ -66,10 +66,9 @@ int runVerb(Kind kind, const Verb& verb, const Words& given) {
                          : runChange(store, std::get<Change>(verb.run), words);
 }
 
-void addGroup(CLI::App& app, Kind kind, int& status) {
-  const Group& row = groupOf(kind);
+void addGroup(CLI::App& app, const Group& row, int& status, const RunVerb& run) {
   auto words = std::make_shared<Words>();
-  CLI::App* group = app.add_subcommand(nameOf(kind), row.help);
+  CLI::App* group = app.add_subcommand(row.name, row.help);
   group->require_subcommand(1);
   addArguments(*group, row.takes, *words);
   for (const Verb* verb = row.first; verb != row.end; ++verb) {
@@ -78,7 +77,7 @@ void addGroup(CLI::App& app, Kind kind, int& status) {
     if (verb->isUpdate()) {
       for (const Argument& argument : updateArguments) addArgument(*command, argument, *words);
     }
-    command->callback([&status, kind, verb, words] { status = runVerb(kind, *verb, *words); });
+    command->callback([&status, run, verb, words] { status = run(*verb, *words); });
   }
 }
 

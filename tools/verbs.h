@@ -71,24 +71,27 @@ struct Change {
   int (*work)(Store& store, const Words& words);
 };
 using Whole = int (*)(Kind kind, const Words& words);
+using Plain = int (*)(const Words& words);  // of a command that works on no registry
 
 struct Verb {
   const char* name;
   const char* help;
-  std::variant<Read, Change, Whole> run;
+  std::variant<Read, Change, Whole, Plain> run;
   std::array<const Argument*, 9> takes{};
   bool updates = false;  // of a Whole: takes the words of an update
   bool isUpdate() const { return updates || std::holds_alternative<Change>(run); }
 };
 
-// A kind of registries with its verbs; `takes` is what stands before the verb.
+// A command with its verbs; `takes` is what stands before the verb.
 struct Group {
-  Kind kind;
+  const char* name;
   const char* help;
   std::array<const Argument*, 2> takes;
   const Verb* first;
   const Verb* end;
 };
+
+// The verbs of a kind of registries.
 const Group& groupOf(Kind kind);
 
 inline constexpr Argument fileArgument{"FILE", "the registry file", &Words::file, Need::MustFilled};
@@ -115,8 +118,10 @@ void addArgument(CLI::App& command, const Argument& argument, Words& words);
 // Runs a verb on the registry that the words name; gives the exit status.
 int runVerb(Kind kind, const Verb& verb, const Words& words);
 
-// Adds a kind with its verbs to the command line; one that was given stores its exit status.
-void addGroup(CLI::App& app, Kind kind, int& status);
+// Adds a command with its verbs, which must outlive the parsing; for the one that was given, the
+// exit status of `run` is stored.
+using RunVerb = std::function<int(const Verb& verb, const Words& words)>;
+void addGroup(CLI::App& app, const Group& group, int& status, const RunVerb& run);
 
 // The verbs of a kind that are a Change, each a command of `parent` that calls `run`(verb) when it
 // was given, its words in `words`.

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/posix/registry_tree.h"
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/registry_tree.h"
+#include "platform/registry_export/unicode.h"
 #include "sysservices/fault_hook.h"
 
 namespace platform {

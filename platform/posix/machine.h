@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "platform/posix/registry_tree.h"
+#include "platform/registry_export/registry_tree.h"
 
 namespace platform {
 

@@ -10,7 +10,7 @@
 
 #include "platform/posix/machine.h"
 #include "platform/posix/registry_export_file.h"
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 #include "sysservices/fault_hook.h"
 #include "sysservices/return_codes.h"
 

@@ -12,7 +12,7 @@
 #include <new>
 #include <vector>
 
-#include "platform/posix/registry_export.h"
+#include "platform/registry_export/registry_export.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/file_handle.h"
 #include "sysservices/posix/system_call.h"
@@ -99,11 +99,13 @@ int readBytes(int descriptor, const std::string& path, std::string& bytes) {
 }
 
 // Half of an export can look like a whole one: it counts only when the file has the size and the
-// times afterwards that it had before.
-ExportContent readExport(int descriptor, const std::string& path, const FileState& before) {
+// times afterwards that it had before. Gives the refusal; its code is 0 when `bytes` are the
+// file's.
+ExportContent readExport(int descriptor, const std::string& path, const FileState& before,
+                         std::string& bytes) {
   const auto size = static_cast<std::size_t>(before.size);
   if (size > largestExport) return refuseUnreadable(EFBIG);
-  std::string bytes(size, '\0');
+  bytes.resize(size);
   if (const int error = readBytes(descriptor, path, bytes); error != 0) {
     return refuseUnreadable(error);
   }
@@ -114,11 +116,11 @@ ExportContent readExport(int descriptor, const std::string& path, const FileStat
   if (bytes.size() != size || !(before == after)) {
     return refuse(OSS_RC_IO_ERROR, 30, "the file was changed while it was read");
   }
-  return parse(bytes);
+  return {};
 }
 
 // A file that changes twice within one tick of its clock looks unchanged; so what was read right
-// after a change is not kept.
+// after a change is kept with its bytes, which the next look compares.
 bool hasSettled(const FileState& state) {
   return std::time(nullptr) - state.modified.tv_sec > settled;
 }
@@ -138,14 +140,20 @@ class ExportCache {
     }
     const auto known = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const Entry& entry) { return entry.path == path; });
+    Entry entry{path, state, {}, {}};
     if (known != entries_.end()) {
-      if (known->state == state) return known->content;
+      if (known->state == state && known->bytes.empty()) return known->content;
+      entry = std::move(*known);
       entries_.erase(known);
     }
-    ExportContent content = readExport(descriptor, path, state);
-    const bool parsed = content.tree.get() != nullptr || content.line != 0;
-    if (parsed && hasSettled(state)) keep({path, state, content});
-    return content;
+    std::string bytes;
+    if (ExportContent refusal = readExport(descriptor, path, state, bytes); refusal.code != 0) {
+      return refusal;
+    }
+    if (entry.bytes.empty() || entry.bytes != bytes) entry.content = parse(bytes);
+    entry.state = state;
+    entry.bytes = hasSettled(state) ? std::string() : std::move(bytes);
+    return keep(std::move(entry));
   }
 
  private:
@@ -153,11 +161,13 @@ class ExportCache {
     std::string path;
     FileState state;
     ExportContent content;
+    std::string bytes;  // empty: the state says enough
   };
 
-  void keep(Entry entry) {
+  ExportContent keep(Entry entry) {
     if (entries_.size() == mostKept) entries_.erase(entries_.begin());
     entries_.push_back(std::move(entry));
+    return entries_.back().content;
   }
 
   std::mutex mutex_;

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/posix/registry_tree.h"
+#include "platform/registry_export/registry_tree.h"
 
 namespace platform {
 

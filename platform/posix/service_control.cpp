@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "platform/posix/registry_tree.h"
+#include "platform/registry_export/registry_tree.h"
 #include "sysservices/fault_hook.h"
 
 namespace platform {

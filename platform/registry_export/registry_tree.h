@@ -52,6 +52,9 @@ class RegistryTree {
   RegistryKey localMachine() const { return localMachine_; }
   RegistryKeyObject* rootKey(std::string_view name);
 
+  // The root keys of a finished tree, as subkeys of a key without a name.
+  RegistryKey roots() const { return &root_; }
+
   // A subkey or value of that name, made when it is missing.
   RegistryKeyObject* addKey(RegistryKeyObject* parent, std::string_view name);
   RegistryValue* addValue(RegistryKeyObject* key, std::string_view name);
@@ -67,13 +70,16 @@ class RegistryTree {
   void finish();
 
  private:
-  // A name below a key; the name lies in the key or value that it leads to.
+  // A name below a key, with its hash; the name lies in the key or value that it leads to.
   struct Entry {
+    Entry(const RegistryKeyObject* parent, std::string_view name) noexcept;
+
     const RegistryKeyObject* parent;
     std::string_view name;
+    std::size_t hash;
   };
   struct EntryHash {
-    std::size_t operator()(const Entry& entry) const noexcept;
+    std::size_t operator()(const Entry& entry) const noexcept { return entry.hash; }
   };
   struct EntryEqual {
     bool operator()(const Entry& left, const Entry& right) const noexcept;
@@ -83,7 +89,7 @@ class RegistryTree {
 
   std::deque<RegistryKeyObject> keys_;
   std::deque<RegistryValue> values_;
-  Index<RegistryKeyObject> keyIndex_;  // while the tree is filled
+  Index<RegistryKeyObject> keyIndex_;  // of what has many siblings, while the tree is filled
   Index<RegistryValue> valueIndex_;
   RegistryKeyObject root_;
   RegistryKeyObject* localMachine_;

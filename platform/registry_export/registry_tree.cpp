@@ -1,9 +1,9 @@
-#include "platform/posix/registry_tree.h"
+#include "platform/registry_export/registry_tree.h"
 
 #include <algorithm>
 #include <functional>
 
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 
 namespace platform {
 namespace {
@@ -60,31 +60,46 @@ void putInOrder(std::vector<Object*>& objects) {
   }
 }
 
-template <typename Index, typename Entry>
-auto findEntry(const Index& index, const Entry& entry) -> typename Index::mapped_type {
-  const auto found = index.find(entry);
-  return found == index.end() ? nullptr : found->second;
+// So many names below a key are searched one by one; an index pays from there on.
+constexpr std::size_t fewNames = 8;
+
+// The object of that name below `parent`, or null.
+template <typename Index, typename Object>
+Object* findBelow(const Index& index, const std::vector<Object*>& siblings,
+                  const RegistryKeyObject* parent, std::string_view name) {
+  if (siblings.size() > fewNames) {
+    const auto found = index.find({parent, name});
+    return found == index.end() ? nullptr : found->second;
+  }
+  const auto found = std::find_if(siblings.begin(), siblings.end(), [&](const Object* object) {
+    return !object->erased && compareNames(object->name, name) == 0;
+  });
+  return found == siblings.end() ? nullptr : *found;
 }
 
-// The entry's object, made in `store` and added to `siblings` when it is missing.
-template <typename Index, typename Entry, typename Store, typename Siblings>
-auto findOrMake(Index& index, const Entry& entry, Store& store, Siblings& siblings) ->
-    typename Index::mapped_type {
-  if (const auto known = findEntry(index, entry)) return known;
-  auto* made = &store.emplace_back();
-  made->name = entry.name;
-  index.emplace(Entry{entry.parent, made->name}, made);
+// The same, made in `store` and added to the siblings when it is missing.
+template <typename Index, typename Store, typename Object>
+Object* findOrMake(Index& index, Store& store, std::vector<Object*>& siblings,
+                   const RegistryKeyObject* parent, std::string_view name) {
+  if (Object* const known = findBelow(index, siblings, parent, name)) return known;
+  Object* const made = &store.emplace_back();
+  made->name = name;
   siblings.push_back(made);
+  if (siblings.size() <= fewNames) return made;
+  auto from = siblings.size() == fewNames + 1 ? siblings.begin() : siblings.end() - 1;
+  for (; from != siblings.end(); ++from) {
+    if (!(*from)->erased) index.emplace(typename Index::key_type{parent, (*from)->name}, *from);
+  }
   return made;
 }
 
 // What is taken out stays where it is until the tree is finished, and cannot be reached any more.
-template <typename Index, typename Entry>
-void eraseEntry(Index& index, const Entry& entry) {
-  const auto found = index.find(entry);
-  if (found == index.end()) return;
-  auto* const object = found->second;
-  index.erase(found);
+template <typename Index, typename Object>
+void eraseBelow(Index& index, const std::vector<Object*>& siblings, const RegistryKeyObject* parent,
+                std::string_view name) {
+  Object* const object = findBelow(index, siblings, parent, name);
+  if (object == nullptr) return;
+  if (siblings.size() > fewNames) index.erase({parent, name});
   object->erased = true;
 }
 
@@ -103,17 +118,15 @@ const RegistryValue* findValue(RegistryKey key, std::string_view name) noexcept 
   return findOrdered(key->values, name);
 }
 
-std::size_t RegistryTree::EntryHash::operator()(const Entry& entry) const noexcept {
+RegistryTree::Entry::Entry(const RegistryKeyObject* key, std::string_view text) noexcept
+    : parent(key), name(text), hash(std::hash<const void*>()(key)) {
   constexpr std::size_t prime = 0x100000001B3u;
-  std::size_t hash = std::hash<const void*>()(entry.parent);
-  for (std::size_t i = 0; i < entry.name.size();) {
-    hash = (hash ^ nextCapital(entry.name, i)) * prime;
-  }
-  return hash;
+  for (std::size_t i = 0; i < name.size();) hash = (hash ^ nextCapital(name, i)) * prime;
 }
 
 bool RegistryTree::EntryEqual::operator()(const Entry& left, const Entry& right) const noexcept {
-  return left.parent == right.parent && compareNames(left.name, right.name) == 0;
+  return left.hash == right.hash && left.parent == right.parent &&
+         compareNames(left.name, right.name) == 0;
 }
 
 RegistryTree::RegistryTree() {
@@ -124,28 +137,29 @@ RegistryTree::RegistryTree() {
 RegistryKeyObject* RegistryTree::rootKey(std::string_view name) { return subkey(&root_, name); }
 
 RegistryKeyObject* RegistryTree::addKey(RegistryKeyObject* parent, std::string_view name) {
-  return findOrMake(keyIndex_, Entry{parent, name}, keys_, parent->subkeys);
+  return findOrMake(keyIndex_, keys_, parent->subkeys, parent, name);
 }
 
 RegistryValue* RegistryTree::addValue(RegistryKeyObject* key, std::string_view name) {
-  return findOrMake(valueIndex_, Entry{key, name}, values_, key->values);
+  return findOrMake(valueIndex_, values_, key->values, key, name);
 }
 
 RegistryKeyObject* RegistryTree::subkey(RegistryKeyObject* parent, std::string_view name) {
-  return findEntry(keyIndex_, Entry{parent, name});
+  return findBelow(keyIndex_, parent->subkeys, parent, name);
 }
 
 void RegistryTree::eraseKey(RegistryKeyObject* parent, std::string_view name) {
-  eraseEntry(keyIndex_, Entry{parent, name});
+  eraseBelow(keyIndex_, parent->subkeys, parent, name);
 }
 
 void RegistryTree::eraseValue(RegistryKeyObject* key, std::string_view name) {
-  eraseEntry(valueIndex_, Entry{key, name});
+  eraseBelow(valueIndex_, key->values, key, name);
 }
 
 void RegistryTree::finish() {
   keyIndex_ = {};
   valueIndex_ = {};
+  putInOrder(root_.subkeys);
   for (RegistryKeyObject& key : keys_) {
     putInOrder(key.subkeys);
     putInOrder(key.values);

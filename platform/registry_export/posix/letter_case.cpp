@@ -2,7 +2,7 @@
 #include <locale.h>
 #include <wctype.h>
 
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 
 namespace platform {
 namespace {

@@ -17,14 +17,14 @@
 // A later line counts. Anything else makes the whole export worthless: a registry that is half
 // there would answer with half of the truth. Half of a character, which the registry may hold and
 // UTF-8 cannot, is no reason: it becomes the replacement character.
-#include "platform/posix/registry_export.h"
+#include "platform/registry_export/registry_export.h"
 
 #include <algorithm>
 #include <iterator>
 #include <optional>
 #include <string>
 
-#include "platform/posix/unicode.h"
+#include "platform/registry_export/unicode.h"
 
 namespace platform {
 namespace {
@@ -66,7 +66,13 @@ class ExportText {
       return;
     }
     text_ = startsWith(bytes, utf8Mark) ? bytes.substr(utf8Mark.size()) : bytes;
-    for (std::size_t i = 0; i < text_.size() && reason_ == nullptr;) check(nextCodePoint(text_, i));
+    for (std::size_t i = 0; i < text_.size() && reason_ == nullptr;) {
+      if (isPlain(text_[i])) {
+        ++i;
+      } else {
+        check(nextCodePoint(text_, i));
+      }
+    }
   }
 
   std::string_view text() const { return text_; }
@@ -84,6 +90,12 @@ class ExportText {
       if (reason_ == nullptr) appendUtf8(converted_, codePoint);
     }
     text_ = converted_;
+  }
+
+  // Nearly every character needs no look.
+  static bool isPlain(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte > '\n' && byte < 0x80;
   }
 
   void check(char32_t codePoint) {
