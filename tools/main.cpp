@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "commands.h"
+#include "file_verbs.h"
 #include "report.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
     zorreg::addGlobalCommand(app, status);
     zorreg::addVarCommand(app, status);
     zorreg::addServicesCommand(app, status);
+    zorreg::addFileVerbs(app, status);
     zorreg::addCheckCommand(app, status);
     zorreg::addInstallCommands(app, status);
     try {

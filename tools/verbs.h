@@ -31,6 +31,8 @@ struct Words {
   bool compact = false;
   bool dropUnreadable = false;
   bool json = false;
+  std::string other;   // the file that a copy is made to or taken from
+  bool force = false;  // also when it exists
 };
 
 using Place = std::variant<bool Words::*, std::string Words::*, std::optional<std::string> Words::*,
