@@ -97,14 +97,16 @@ int watch(const Words& words, Kind kind) {
   platform::FileWatch watch(words.file);
   std::vector<Entry> before;
   std::string complaint;
-  (void)read(words, kind, before, complaint);
+  bool isKnown = read(words, kind, before, complaint);
   std::fprintf(stderr, "watching %s\n", printable(words.file).c_str());
   while (watch.wait() != platform::FileWatch::Event::Stopped) {
     std::vector<Entry> after;
     if (!read(words, kind, after, complaint)) continue;
-    printChanges(before, after, words.json);
+    // What was there before a damage that the watch began with is not known.
+    if (isKnown) printChanges(before, after, words.json);
     if (std::fflush(stdout) != 0) break;  // the tool reports it
     before = std::move(after);
+    isKnown = true;
   }
   return exitDone;
 }
