@@ -83,7 +83,7 @@ int reportUnwritten(const std::string& path, const std::string& why) {
 
 }  // namespace
 
-int backup(const Words& words, Kind kind) {
+int backup(Kind kind, const Words& words) {
   const RegistryFiles files(words.file);
   if (files.code != 0) return reportCode(files.code, words.file);
   const std::string reason = reasonAgainst(files.content(), kind, words.bigEndian);
@@ -109,7 +109,7 @@ int backup(const Words& words, Kind kind) {
                    : reportUnwritten(words.other, std::strerror(ossFileLastError()));
 }
 
-int restore(const Words& words, Kind kind) {
+int restore(Kind kind, const Words& words) {
   const RegistryFiles files(words.file);
   if (files.code != 0) return reportCode(files.code, words.file);
   for (const std::string* file : {&files.content(), &words.other}) {

@@ -67,7 +67,7 @@ int store(const Words& words, const Content& before, const std::string& edited, 
 
 }  // namespace
 
-int edit(const Words& words, Kind kind) {
+int edit(Kind kind, const Words& words) {
   if (kind == Kind::Bin || kind == Kind::Global) {
     return reportUsage(std::string("a registry of kind ") + nameOf(kind) +
                        " is no text and cannot be edited as one; list and import do it");

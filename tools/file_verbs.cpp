@@ -13,7 +13,7 @@ constexpr Argument force{"--force", "replace TO if it exists", &Words::force};
 struct FileVerb {
   const char* name;
   const char* help;
-  int (*run)(const Words& words, Kind kind);
+  int (*run)(Kind kind, const Words& words);
   std::array<const Argument*, 2> takes{};
   bool updates = false;
 };
@@ -46,7 +46,7 @@ void addTo(CLI::App& group, int& status, Kind kind, const FileVerb& verb) {
   }
   command->callback([&group, &status, &verb, kind, words] {
     readGroup(group, kind, *words);
-    status = verb.run(*words, kind);
+    status = verb.run(kind, *words);
   });
 }
 

@@ -89,7 +89,7 @@ bool read(const Words& words, Kind kind, std::vector<Entry>& entries, std::strin
 
 }  // namespace
 
-int watch(const Words& words, Kind kind) {
+int watch(Kind kind, const Words& words) {
   const RegistryFiles files(words.file);
   if (files.code != 0) return reportCode(files.code, words.file);
   const std::string reason = reasonAgainst(files.content(), kind, words.bigEndian);
