@@ -23,14 +23,12 @@ TEST_F(FilesTool, EditStoresAllThatTheEditorMadeOfItOrNothing) {
     std::string after, copy = "";       // what is kept when it is not stored
   } cases[] = {
       {"a=1\n", "true", "unchanged\n", "a=1\n"},
-      {"", "sh -c 'echo a=1 >$0'", "@@ -0,0 +1 @@\n+a=1\n", "a=1\n"},
-      {"a=1\n", "truncate -s0", "@@ -1 +0,0 @@\n-a=1\n", ""},
+      {"", "sh -c 'echo a= >$0'", "+++ " + registry() + "\n@@ -0,0 +1 @@\n+a=\n", "a=\n"},
       {"a", "sh -c 'echo a= >$0'", "@@ -1 +1 @@\n-a\n\\ No newline at end of file\n+a=\n", "a=\n"},
       {"\n\n" + odd + "a=1", "sed -i 1,2d", "@@ -1,5 +1,3 @@\n-\n-\n x = yyy", odd + "a=1"},
       {ten, "sed -i 's/1/0/; $ a k='",
        "@@ -1,4 +1,4 @@\n-a=1\n+a=0\n b=\n c=\n d=\n@@ -8,3 +8,4 @@\n h=\n i=\n j=\n+k=\n",
        "a=0\n" + ten.substr(4) + "k=\n"},
-      {lines, "false", "'false' failed", lines},
       {lines, "sh -c 'echo b >$0; false'", "failed", lines, "b\n"},
       {lines, "sed -i 's/a =/a/'", "line 1: a profile variable line", lines, "a 1\nodd\n"},
       {lines, "'" ZORREG_PATH "' var " + registry() + " set c 3; sed -i s/1/2/",
@@ -41,10 +39,7 @@ TEST_F(FilesTool, EditStoresAllThatTheEditorMadeOfItOrNothing) {
     writeFile(registry(), row.before);
     (void)ossEnvironmentSet("VISUAL", row.editor.c_str());
     const ToolRun run = runTool("var " + registry() + " edit");
-    const bool isRefused = row.before == lines;
-    EXPECT_EQ(run.status, isRefused ? exitFailed : exitDone) << run.error;
-    const std::string head = "--- " + registry() + "\n+++ " + registry() + "\n";
-    EXPECT_EQ(run.output.find(head), row.shown[0] == '@' ? 0 : std::string::npos);
+    EXPECT_EQ(run.status, row.before == lines ? exitFailed : exitDone) << run.error;
     EXPECT_NE((run.output + run.error).find(row.shown), std::string::npos) << run.error;
     EXPECT_EQ(readFile(registry()), row.after);
     EXPECT_EQ(files(), "r") << "no companion file stays";
@@ -53,7 +48,6 @@ TEST_F(FilesTool, EditStoresAllThatTheEditorMadeOfItOrNothing) {
     EXPECT_EQ(readFile(copy.substr(0, copy.size() - 1)), row.copy);
     std::filesystem::remove_all(std::filesystem::path(copy).parent_path());
   }
-  (void)ossEnvironmentSet("VISUAL", nullptr);
 }
 
 TEST_F(FilesTool, BackupAndRestoreAreTheSameBytesOrNothing) {

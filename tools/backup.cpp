@@ -8,6 +8,7 @@
 #include "entries.h"
 #include "file_content.h"
 #include "file_verbs.h"
+#include "output.h"
 #include "report.h"
 #include "sysservices/file_handle.h"
 #include "sysservices/file_system.h"

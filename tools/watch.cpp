@@ -7,6 +7,7 @@
 #include "file_content.h"
 #include "file_verbs.h"
 #include "genreg.h"
+#include "output.h"
 #include "platform/file_watch.h"
 #include "report.h"
 
