@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/terminal/terminal.h"
+#include "platform/tool/terminal.h"
 
 namespace tool {
 namespace {

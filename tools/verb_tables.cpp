@@ -46,6 +46,18 @@ constexpr Verb dumpVerb{"dump", dumpHelp, Read(dump), {}};
 constexpr Verb repairVerb{
     "repair", repairHelp, Whole(repair), {&dropArgument, &jsonArgument}, true};
 
+constexpr Argument to{"TO", "the file to make", &Words::other, Need::MustFilled};
+constexpr Argument from{"FROM", "the file to take it from", &Words::other, Need::MustFilled};
+constexpr Argument force{"--force", "replace TO if it exists", &Words::force};
+constexpr Verb editVerb{
+    "edit", "change the registry in your editor, all of it or nothing", Whole(edit), {}, true};
+constexpr Verb watchVerb{
+    "watch", "print each change as it is committed", Whole(watch), {&jsonArgument}};
+constexpr Verb backupVerb{
+    "backup", "copy what the registry holds to another file", Whole(backup), {&to, &force}};
+constexpr Verb restoreVerb{
+    "restore", "make the registry hold what another file does", Whole(restore), {&from}, true};
+
 // --- bin ---
 
 constexpr Argument number{"VALUE", "a whole number of 32 bits", &Words::value, Need::Must};
@@ -70,6 +82,10 @@ constexpr Verb binVerbs[] = {
     exportVerb,
     dumpVerb,
     repairVerb,
+    editVerb,
+    watchVerb,
+    backupVerb,
+    restoreVerb,
 };
 
 // --- var ---
@@ -94,6 +110,10 @@ constexpr Verb varVerbs[] = {
     exportVerb,
     dumpVerb,
     repairVerb,
+    editVerb,
+    watchVerb,
+    backupVerb,
+    restoreVerb,
 };
 
 // --- services ---
@@ -133,6 +153,10 @@ constexpr Verb servicesVerbs[] = {
     exportVerb,
     dumpVerb,
     repairVerb,
+    editVerb,
+    watchVerb,
+    backupVerb,
+    restoreVerb,
 };
 
 // --- global ---
@@ -174,6 +198,10 @@ constexpr Verb globalVerbs[] = {
     exportVerb,
     dumpVerb,
     repairVerb,
+    editVerb,
+    watchVerb,
+    backupVerb,
+    restoreVerb,
 };
 
 // In the order of the kinds.

@@ -24,6 +24,7 @@ struct Words {
   std::string port;  // PORT or PORT/PROTOCOL; empty: not given
   std::string type;
   std::string pattern;
+  std::string other;  // the file that a copy is made to or taken from
   std::string input;  // a file of lines or records; empty or "-": standard input
   std::optional<std::string> comment;
   std::optional<std::string> defaultValue;
@@ -44,6 +45,7 @@ struct Words {
   bool compact = false;
   bool raw = false;
   bool replace = false;
+  bool force = false;  // also when the other file exists
   bool dropUnreadable = false;
   bool json = false;
 };

@@ -1,4 +1,4 @@
-#include "platform/terminal/terminal.h"
+#include "platform/tool/terminal.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -15,9 +15,11 @@ std::size_t terminalWidth(std::FILE* stream) noexcept {
   return size.ws_col;
 }
 
+bool isTerminal(std::FILE* stream) noexcept { return ::isatty(::fileno(stream)) != 0; }
+
 bool showsColours(std::FILE* stream) noexcept {
   const char* const terminal = std::getenv("TERM");
-  return ::isatty(::fileno(stream)) != 0 && terminal != nullptr &&
+  return isTerminal(stream) && terminal != nullptr &&
          std::strcmp(terminal, "dumb") != 0;
 }
 

@@ -1,4 +1,4 @@
-#include "platform/terminal/terminal.h"
+#include "platform/tool/terminal.h"
 
 #include <io.h>
 #include <windows.h>
@@ -18,6 +18,8 @@ std::size_t terminalWidth(std::FILE* stream) noexcept {
   if (::GetConsoleScreenBufferInfo(consoleOf(stream), &info) == 0) return 0;
   return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
 }
+
+bool isTerminal(std::FILE* stream) noexcept { return ::_isatty(::_fileno(stream)) != 0; }
 
 // The console shows colours only once it was asked to.
 bool showsColours(std::FILE* stream) noexcept {
