@@ -30,9 +30,7 @@ using Record = std::shared_ptr<zorreg_record>;
 
 Record recordOf(const std::vector<std::pair<const char*, std::string>>& fields) {
   const Record record(zorreg_record_new(), zorreg_record_free);
-  for (const auto& row : fields) {
-    (void)zorreg_record_set(record.get(), row.first, row.second.c_str());
-  }
+  for (const auto& row : fields) zorreg_record_set(record.get(), row.first, row.second.c_str());
   return record;
 }
 
