@@ -21,8 +21,8 @@ void* operator new(std::size_t size) {
   void* const memory = allocationsLeft == 0 ? nullptr : std::malloc(size == 0 ? 1 : size);
   return memory == nullptr ? throw std::bad_alloc() : memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
