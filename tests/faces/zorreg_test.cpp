@@ -13,12 +13,12 @@
 #include "support/registry_fixture.h"
 
 namespace {
-thread_local long allocationsLeft = -1;  // on this thread; without end when negative
+thread_local long allocationsLeft = 0;  // on this thread, up to one that fails; 0: none does
 }
 
 void* operator new(std::size_t size) {
-  if (allocationsLeft > 0) --allocationsLeft;
-  void* const memory = allocationsLeft == 0 ? nullptr : std::malloc(size == 0 ? 1 : size);
+  const bool fails = allocationsLeft > 0 && --allocationsLeft == 0;
+  void* const memory = fails ? nullptr : std::malloc(size == 0 ? 1 : size);
   return memory == nullptr ? throw std::bad_alloc() : memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
@@ -85,7 +85,7 @@ TEST_F(ZorregTest, StoresUtf8AndUnknownFieldsOfAnyLengthAndOutlivesAnEndOfMemory
     allocationsLeft = left;
     code = zorreg_get(handle.get(), key.get(), key.get());
     if (code == 0) code = zorreg_set(handle.get(), given.get());
-    allocationsLeft = -1;
+    allocationsLeft = 0;
     EXPECT_TRUE(code == 0 || (*zorreg_cause(handle.get()) != 0 && readFile(registry()) == before));
   }
   EXPECT_EQ(code, 0U) << zorreg_cause(handle.get());
