@@ -537,8 +537,8 @@ class RegistryOf final : public Registry {
 
   Exact<Flavour, Record> file_;
   unsigned int code_ = 0;
-  bool isUpdating_ = false;  // by begin
-  bool isRefused_ = false;   // the last update, before the file was asked
+  bool isUpdating_ = false;                  // by begin
+  bool isRefused_ = false;                   // the last update, before the file was asked
   std::optional<KnownNames<Record>> names_;  // of an update by begin, once they are needed
 };
 
