@@ -237,6 +237,7 @@ class Exact : public Flavour {
                       sameBeyond(mask, left, right);
     return same ? 1 : 0;
   }
+
   // Of the first field that is not as in `read`; where nothing could be read, of the first that
   // holds a mark of the lines themselves, or the longest.
   static Complaint complain(const Record& record, const NamedFields* read,

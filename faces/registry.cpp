@@ -464,6 +464,7 @@ class RegistryOf final : public Registry {
     return isUnclear ? changeEach(wanted, given) : code;
   }
 
+  // In an update by begin. Without them each record is looked for.
   void learnNames() {
     if (names_) return;
     KnownNames<Record> learnt;
@@ -575,10 +576,9 @@ class RegistryOf final : public Registry {
   Exact<Flavour, Record> file_;
   Options options_;
   unsigned int code_ = 0;
-  bool isUpdating_ = false;  // by begin
-  bool isRefused_ = false;   // the last update, before the file was asked
-  std::optional<KnownNames<Record>>
-      names_;  // of the update that is open, as soon as they are needed
+  bool isUpdating_ = false;                  // by begin
+  bool isRefused_ = false;                   // the last update, before the file was asked
+  std::optional<KnownNames<Record>> names_;  // of an update by begin, once they are needed
 };
 
 template <typename Flavour, typename Record>
