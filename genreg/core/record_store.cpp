@@ -13,7 +13,7 @@ bool RecordStore::validate(Routine& routine, std::uint64_t mask, void* keyOrReco
 
 bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexcept {
   const GenRegSizeHook hook = handle_.sizeHook();
-  if (const RecordForm* form = handle_.form(); form != nullptr && hook == form->size) {
+  if (const RecordForm* form = handle_.form(); form != nullptr && hook == form->getRecordSize) {
     *size = form->recordSize;
     return true;
   }

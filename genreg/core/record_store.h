@@ -95,7 +95,7 @@ class RecordStore {
   }
   // Whether records are stored as that form knows them.
   bool suits(const RecordForm& form) const noexcept {
-    return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpack.binary != nullptr);
+    return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpackRecord.binary != nullptr);
   }
 
   // --- framing ---

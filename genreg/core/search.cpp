@@ -269,8 +269,8 @@ bool takeNext(RecordStore& store, std::uint64_t mask, const void* key, void* rec
   constexpr std::uint64_t scanBits = GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END;
   if (!handle.isExactly(scanBits, GENREG_STATUS_SCAN_OPEN) || record == nullptr) return false;
   const RecordForm* form = handle.form();
-  if (form == nullptr || store.pending() != nullptr || handle.sizeHook() != form->size ||
-      handle.validateHook() != form->validate || !store.suits(*form)) {
+  if (form == nullptr || store.pending() != nullptr || handle.sizeHook() != form->getRecordSize ||
+      handle.validateHook() != form->validateKey || !store.suits(*form)) {
     return false;
   }
   const bool any = store.kind.isText && mask == 0;

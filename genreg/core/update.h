@@ -9,6 +9,7 @@
 namespace genreg {
 
 struct UpdateKind {
+  Function StoreKind::*name;
   std::uint64_t operation;    // GENREG_OP_...
   std::uint64_t lockRequest;  // GENREG_LOCK_... bits
   // Change and Delete remove their temporary file when there is nothing to commit; an Add's stays
@@ -16,10 +17,13 @@ struct UpdateKind {
   bool deletesTemporary;
 };
 
-constexpr UpdateKind addUpdate{
-    GENREG_OP_ADD, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR, false};
-constexpr UpdateKind changeUpdate{GENREG_OP_CHANGE, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
-constexpr UpdateKind deleteUpdate{GENREG_OP_DELETE, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
+constexpr UpdateKind addUpdate{&StoreKind::add, GENREG_OP_ADD,
+                               GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR,
+                               false};
+constexpr UpdateKind changeUpdate{&StoreKind::change, GENREG_OP_CHANGE,
+                                  GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
+constexpr UpdateKind deleteUpdate{&StoreKind::remove, GENREG_OP_DELETE,
+                                  GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT, true};
 
 // Calls the hook that is called after a successful update, if the handle's features say so.
 void callPostUpdate(const RecordStore& store, Routine& routine) noexcept;
@@ -27,9 +31,14 @@ void callPostUpdate(const RecordStore& store, Routine& routine) noexcept;
 class Update {
  public:
   // `record` is the new record, null for a Delete; `key` is null for an Add. All must outlive it.
-  Update(RecordStore& store, Function name, const UpdateKind& kind, std::uint64_t mask,
-         void* record, void* key) noexcept
-      : store_(store), routine_(name), kind_(kind), mask_(mask), record_(record), key_(key) {}
+  Update(RecordStore& store, const UpdateKind& kind, std::uint64_t mask, void* record,
+         void* key) noexcept
+      : store_(store),
+        routine_(store.kind.*kind.name),
+        kind_(kind),
+        mask_(mask),
+        record_(record),
+        key_(key) {}
 
   // Runs the whole update. Returns the first failure; one of closing, unlocking or releasing only
   // when nothing failed before.

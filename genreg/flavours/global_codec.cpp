@@ -55,10 +55,6 @@ void storeNumber(std::uint64_t number, std::size_t width, unsigned char* field) 
   }
 }
 
-const unsigned char* memoryOf(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
-  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
-}
-
 const GlobalRegField* fieldOf(const GlobalRegType& type, std::uint64_t bit) noexcept {
   for (std::size_t i = 0; i < type.fieldCount; ++i) {
     if (type.fields[i].bit == bit) return &type.fields[i];
@@ -99,7 +95,7 @@ void takeEntry(const GlobalEntry& entry, const GlobalRegField& field,
 // Whether a key has in a field what a sound entry holds; a field without an entry is empty or 0.
 bool equalsEntry(const GlobalRegRecord& key, const GlobalRegField& field,
                  const GlobalEntry* entry) noexcept {
-  const unsigned char* memory = memoryOf(key, field);
+  const unsigned char* memory = globalMemoryOf(key, field);
   if (field.kind != GlobalRegFieldKind::Text) {
     const std::uint64_t number = entry == nullptr ? 0 : decode(entry->bytes, entry->length);
     return loadNumber(memory, field.width) == number;
@@ -213,7 +209,7 @@ bool GlobalPacker::forEachEntry(Visit visit) const noexcept {
       continue;
     }
     const GlobalRegField& field = *fieldOf(type_, bit);
-    const unsigned char* memory = memoryOf(record_, field);
+    const unsigned char* memory = globalMemoryOf(record_, field);
     std::size_t length = field.width;
     if (field.kind == GlobalRegFieldKind::Text) {
       length = ::strnlen(reinterpret_cast<const char*>(memory), field.width) + 1;

@@ -32,6 +32,12 @@ constexpr Number globalDecode(const unsigned char* bytes) noexcept {
   return globalDecode<Number>(bytes, std::make_index_sequence<sizeof(Number)>());
 }
 
+// A field's bytes in a record in memory.
+inline const unsigned char* globalMemoryOf(const GlobalRegRecord& record,
+                                           const GlobalRegField& field) noexcept {
+  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
+}
+
 struct GlobalEntry {
   std::uint64_t bit;
   const unsigned char* bytes;
