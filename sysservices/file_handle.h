@@ -71,6 +71,10 @@ struct OSSFileInfo {
   bool isUnchanged(const OSSFileInfo& other) const noexcept {
     return isSameFile(other) && size == other.size && modified == other.modified;
   }
+  // Nor has anything else of it changed.
+  bool isUntouched(const OSSFileInfo& other) const noexcept {
+    return isUnchanged(other) && changed == other.changed;
+  }
 };
 
 class ZOROSSE_API OSSHFile {

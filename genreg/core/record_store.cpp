@@ -26,6 +26,34 @@ bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexce
   return true;
 }
 
+bool RecordStore::lock(Routine& routine, std::uint64_t request) const noexcept {
+  const Code code = handle_.lock(request);
+  const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
+  return code == 0 || routine.failFrom(Function::lockRegistry, code, failed, 62);
+}
+
+bool RecordStore::open(Routine& routine, std::uint64_t operation,
+                       unsigned int point) const noexcept {
+  const Code code = session().open(operation);
+  return code == 0 ||
+         routine.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, point);
+}
+
+bool RecordStore::close(Routine& routine, std::uint64_t operation,
+                        unsigned int point) const noexcept {
+  const Code code = session().close(operation);
+  return code == 0 ||
+         routine.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, point);
+}
+
+void RecordStore::unlock(Routine& routine) const noexcept {
+  const Code code = session().unlock();
+  if (code == 0) return;
+  const Routine::CleanUp cleanUp(routine);
+  (void)routine.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
+  session().dropLock();
+}
+
 bool RecordStore::keep(Routine& routine, File& to, const Frame& frame,
                        std::uint64_t operation) noexcept {
   std::string_view gained;

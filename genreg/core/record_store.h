@@ -98,6 +98,14 @@ class RecordStore {
     return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpackRecord.binary != nullptr);
   }
 
+  // --- steps of the session; false after a failure, which is logged and the routine's ---
+
+  bool lock(Routine& routine, std::uint64_t request) const noexcept;
+  bool open(Routine& routine, std::uint64_t operation, unsigned int point) const noexcept;
+  bool close(Routine& routine, std::uint64_t operation, unsigned int point) const noexcept;
+  // A failure counts only when nothing else failed. The lock is gone afterwards, whatever happens.
+  void unlock(Routine& routine) const noexcept;
+
   // --- framing ---
 
   // The next record of a file: 0, GENREG_RC_END, or what is wrong, logged by the engine's routine

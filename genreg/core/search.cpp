@@ -184,16 +184,14 @@ bool Search::failToOpen(Code code) noexcept {
 
 void Search::close() noexcept {
   if (pending_ != nullptr || cached_ != nullptr) return;
-  Session& session = store_.session();
   if (borrows_) {
-    session.scanned().seek(place_);
-    session.scanned().setPlace();
+    File& file = store_.session().scanned();
+    file.seek(place_);
+    file.setPlace();
     return;
   }
-  const Code code = session.close(GENREG_OP_READ);
-  if (code == 0) return;
   const Routine::CleanUp cleanUp(routine_);
-  (void)routine_.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 170);
+  (void)store_.close(routine_, GENREG_OP_READ, 170);
 }
 
 // The first match from where the file stands, in the caller's record; GENREG_RC_END, or a failure.

@@ -12,13 +12,14 @@ Code Update::run() noexcept {
     release();
     return routine_.code();
   }
-  if (lock()) {                     // one writer, whoever comes and goes
-    if (open()) {                   // a crashed commit put back, leftovers aside, a new file
+  if (store_.lock(routine_, kind_.lockRequest)) {  // one writer, whoever comes and goes
+    // A crashed commit put back, leftovers aside, a new file.
+    if (store_.open(routine_, kind_.operation, 64)) {
       rewrite();                    // unchanged runs as they are, the rest judged one by one
       close();                      // synced; without verification this commits
       if (toBeVerified_) verify();  // exactly this change is committed, or nothing
     }
-    unlock();
+    store_.unlock(routine_);
   }
   release();
   if (routine_.code() == 0) notifyHooks();
@@ -38,18 +39,6 @@ bool Update::check() noexcept {
   if (!store_.recordSize(routine_, &size_)) return false;
   const Code code = stored_.record.reserve(size_);
   return code == 0 || routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);
-}
-
-bool Update::lock() noexcept {
-  const Code code = store_.handle().lock(kind_.lockRequest);
-  const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
-  return code == 0 || routine_.failFrom(Function::lockRegistry, code, failed, 62);
-}
-
-bool Update::open() noexcept {
-  const Code code = store_.session().open(kind_.operation);
-  return code == 0 ||
-         routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
 }
 
 // --- in an update of many changes ---
@@ -283,10 +272,10 @@ void Update::close() noexcept {
   Session& session = store_.session();
   const bool unchanged = routine_.code() == GENREG_RC_UNCHANGED;
   const bool abandoned = !routine_.ok() && !unchanged;
-  const Code closed = session.close(abandoned ? GENREG_OP_READ : kind_.operation);
-  if (closed != 0) {
+  bool closed = false;
+  {
     const Routine::CleanUp cleanUp(routine_);
-    (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
+    closed = store_.close(routine_, abandoned ? GENREG_OP_READ : kind_.operation, 200);
   }
   if (!store_.has(GENREG_VERIFY_UPDATES)) return;
   if (kind_.deletesTemporary && (abandoned || unchanged)) {
@@ -301,7 +290,7 @@ void Update::close() noexcept {
   // and a file that lacks something is refused. An Add is not. Nor is a temporary file whose sync
   // failed: reading it back would come from memory and prove nothing about the disk.
   toBeVerified_ =
-      routine_.ok() && (closed == 0 || kind_.deletesTemporary) && session.temporaryIsDurable();
+      routine_.ok() && (closed || kind_.deletesTemporary) && session.temporaryIsDurable();
 }
 
 void Update::verify() noexcept {
@@ -311,14 +300,6 @@ void Update::verify() noexcept {
   if (code != 0) {
     (void)routine_.failFrom(store_.kind.verifyUpdate, code, GENREG_RC_VERIFY_FAILED, 220);
   }
-}
-
-void Update::unlock() noexcept {
-  const Code code = store_.session().unlock();
-  if (code == 0) return;
-  const Routine::CleanUp cleanUp(routine_);
-  (void)routine_.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
-  store_.session().dropLock();
 }
 
 void Update::release() noexcept {

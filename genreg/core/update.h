@@ -59,8 +59,6 @@ class Update {
   bool put(std::string_view made, Code failed, unsigned int point) noexcept;
   bool provesItself(std::string_view made) noexcept;
   bool failPending() noexcept;
-  bool lock() noexcept;
-  bool open() noexcept;
   bool findings() noexcept;
   void rewrite() noexcept;
   bool copyRecords() noexcept;
@@ -72,7 +70,6 @@ class Update {
   bool readBack(std::string_view frame) noexcept;
   void close() noexcept;
   void verify() noexcept;
-  void unlock() noexcept;
   void release() noexcept;
   void notifyHooks() noexcept;
 

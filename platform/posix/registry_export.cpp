@@ -20,8 +20,8 @@
 #include "platform/posix/registry_export.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
-#include <optional>
 #include <string>
 
 #include "platform/posix/unicode.h"
@@ -48,13 +48,6 @@ std::string textOfValue(std::string_view bytes) {
     appendUtf8(text, codePoint == invalidCodePoint ? replacementCharacter : codePoint);
   }
   return text;
-}
-
-std::optional<unsigned int> hexDigit(char character) {
-  if (character >= '0' && character <= '9') return static_cast<unsigned int>(character - '0');
-  if (character >= 'a' && character <= 'f') return static_cast<unsigned int>(character - 'a' + 10);
-  if (character >= 'A' && character <= 'F') return static_cast<unsigned int>(character - 'A' + 10);
-  return std::nullopt;
 }
 
 // The export's characters as UTF-8, all of them valid and none of them NUL.
@@ -263,27 +256,24 @@ class ExportReader {
     return true;
   }
 
-  bool readHexNumber(std::uint32_t& number) {
-    constexpr unsigned int mostDigits = 8;
-    number = 0;
-    unsigned int digits = 0;
-    for (; !atEnd() && digits < mostDigits; ++digits, ++position_) {
-      const auto digit = hexDigit(text_[position_]);
-      if (!digit) break;
-      number = number << 4 | *digit;
-    }
-    return digits > 0;
+  bool readHexNumber(std::uint32_t& number, std::size_t mostDigits = 8) {
+    const char* const begin = text_.data() + position_;
+    const char* const limit = begin + std::min(mostDigits, text_.size() - position_);
+    const char* const end = std::from_chars(begin, limit, number, 16).ptr;
+    position_ += static_cast<std::size_t>(end - begin);
+    return end != begin;
   }
 
   bool readBytes(std::string& bytes) {
     if (!skipContinuation()) return false;
     if (atLineEnd()) return true;
     for (;;) {
-      const auto high = position_ < text_.size() ? hexDigit(text_[position_]) : std::nullopt;
-      const auto low = position_ + 1 < text_.size() ? hexDigit(text_[position_ + 1]) : std::nullopt;
-      if (!high || !low) return fail("a byte that is not two hexadecimal digits");
-      bytes += static_cast<char>(*high << 4 | *low);
-      position_ += 2;
+      const std::size_t start = position_;
+      std::uint32_t byte = 0;
+      if (!readHexNumber(byte, 2) || position_ - start != 2) {
+        return fail("a byte that is not two hexadecimal digits");
+      }
+      bytes += static_cast<char>(byte);
       skipBlanks();
       if (!accept(',')) return true;
       if (!skipContinuation()) return false;
