@@ -175,10 +175,7 @@ class ExportReader {
   }
 
   static bool nameTooLong(std::string_view name) {
-    if (name.size() <= longestKeyName) return false;
-    std::size_t units = 0;
-    for (std::size_t i = 0; i < name.size();) units += utf16Units(nextCodePoint(name, i));
-    return units > longestKeyName;
+    return name.size() > longestKeyName && utf16Length(name) > longestKeyName;
   }
 
   bool readValueLine() {
