@@ -42,21 +42,11 @@ BinaryStore::BinaryStore(GenRegFile& handle) noexcept : RecordStore(handle, bina
 
 Code BinaryStore::checkHooks() const noexcept {
   const HandleAccess& hooks = handle();
-  const struct {
-    bool filled;
-    Code missing;
-  } needed[] = {
-      {hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
-      {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
-      {!isPacked() || hooks.packHook().binary != nullptr, GENREG_RC_NO_PACK_HOOK_PACKED},
-      {!isPacked() || hooks.unpackHook().binary != nullptr, GENREG_RC_NO_UNPACK_HOOK_PACKED}};
-  Routine routine(kind.checkHooks);
-  unsigned int point = 10;
-  for (const auto& hook : needed) {
-    if (!hook.filled) return routine.refuse(hook.missing, point);
-    point += 10;
-  }
-  return GENREG_RC_OK;
+  return requireHooks(
+      {{hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
+       {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
+       {!isPacked() || hooks.packHook().binary != nullptr, GENREG_RC_NO_PACK_HOOK_PACKED},
+       {!isPacked() || hooks.unpackHook().binary != nullptr, GENREG_RC_NO_UNPACK_HOOK_PACKED}});
 }
 
 // The length field in the handle's byte order. The reversed order is a routine of its own in the

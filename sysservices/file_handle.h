@@ -158,6 +158,7 @@ class ZOROSSE_API OSSHFile {
   bool isLockFile() const noexcept;
   bool isOnlyRead() const noexcept { return (options_ & OSS_OPEN_CHECK_LATER) != 0; }
   int thisProcess() const noexcept;
+  void startAnew(const char* path, std::uint32_t openMode, std::uint32_t options) noexcept;
   unsigned int reopen() noexcept;
   unsigned int takeLock(bool exclusive, bool wait) noexcept;
   unsigned int waitForLock(bool exclusive, std::uint64_t limit) noexcept;

@@ -12,7 +12,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 
 #include "genreg/core/routine_numbers.h"
@@ -22,11 +21,7 @@ namespace genreg {
 
 using Code = unsigned int;
 
-struct LogValue {
-  const void* address;
-  std::size_t length;
-  int type;
-};
+using LogValue = OSSDiagnosticValue;
 
 constexpr unsigned int failureSeverity = 2;
 

@@ -30,8 +30,8 @@ class RecordBuffer {
   RecordBuffer(const RecordBuffer&) = delete;
   RecordBuffer& operator=(const RecordBuffer&) = delete;
 
-  // Makes room for `size` bytes. A buffer that must grow loses its contents. Returns the
-  // allocator's or, when only the smaller block's release failed, `freeFailed`'s code.
+  // Makes room for `size` bytes. A buffer that must grow loses its contents. Returns 0 or the
+  // allocator's code; there is room, too, when only the release of the smaller block failed.
   unsigned int reserve(std::uint64_t size) noexcept {
     if (size <= capacity_) return 0;
     void* larger = nullptr;
@@ -43,12 +43,8 @@ class RecordBuffer {
     const unsigned int freed = release();
     data_ = larger;
     capacity_ = size;
-    freeFailed_ = freed != 0;
     return freed;
   }
-
-  // Whether the last failure of reserve was the release of the smaller block.
-  bool freeFailed() const noexcept { return freeFailed_; }
 
   // Gives the memory back; returns 0 or the allocator's code. Nothing is held afterwards.
   unsigned int release() noexcept {
@@ -66,7 +62,6 @@ class RecordBuffer {
   std::uint64_t capacity_ = 0;
   const char* sourceFile_;
   unsigned int sourceLine_;
-  bool freeFailed_ = false;
 };
 
 }  // namespace genreg

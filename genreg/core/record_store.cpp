@@ -26,6 +26,16 @@ bool RecordStore::recordSize(Routine& routine, std::uint64_t* size) const noexce
   return true;
 }
 
+Code RecordStore::requireHooks(std::initializer_list<NeededHook> needed) const noexcept {
+  Routine routine(kind.checkHooks);
+  unsigned int point = 10;
+  for (const NeededHook& hook : needed) {
+    if (!hook.filled) return routine.refuse(hook.missing, point);
+    point += 10;
+  }
+  return GENREG_RC_OK;
+}
+
 bool RecordStore::lock(Routine& routine, std::uint64_t request) const noexcept {
   const Code code = handle_.lock(request);
   const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;

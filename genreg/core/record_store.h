@@ -180,6 +180,12 @@ class RecordStore {
   virtual bool isSound(const Frame& frame) const noexcept = 0;
 
  protected:
+  struct NeededHook {
+    bool filled;
+    Code missing;
+  };
+  Code requireHooks(std::initializer_list<NeededHook> needed) const noexcept;
+
   ~RecordStore() = default;
 
  private:

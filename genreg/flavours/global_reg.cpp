@@ -22,16 +22,13 @@ namespace {
 
 constexpr std::size_t pathBufferSize = 261;  // bytes
 
-// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0,
-// GENREG_RC_GLOBAL_PATH_NULL or GENREG_RC_GLOBAL_PATH_SMALL.
+// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0 or
+// GENREG_RC_GLOBAL_PATH_SMALL.
 unsigned int getGlobalRegPath(char* path, unsigned short* size) {
-  const char* named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-  if (path == nullptr) return GENREG_RC_GLOBAL_PATH_NULL;
-  char standard[16];
-  if (named == nullptr) {
-    (void)std::snprintf(standard, sizeof standard, "%s%c%s", ".", ossPathSeparator, "global.reg");
-  }
-  const char* chosen = named == nullptr ? standard : named;
+  const char standard[] = {'.', ossPathSeparator, 'g', 'l', 'o', 'b', 'a', 'l', '.', 'r', 'e', 'g',
+                           0};
+  const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
+  const char* const chosen = named == nullptr ? standard : named;
   const std::size_t needed = std::strlen(chosen) + 1;
   const bool fits = needed <= *size;
   if (fits) std::memcpy(path, chosen, needed);

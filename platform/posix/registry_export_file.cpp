@@ -41,10 +41,10 @@ ExportContent refuseUnreadable(int error) {
 }
 
 ExportContent parse(std::string_view bytes) {
-  auto tree = std::make_unique<RegistryTree>();
+  const auto tree = std::make_shared<RegistryTree>();
   ExportFault fault;
   if (readRegistryExport(bytes, *tree, fault)) {
-    return {SharedTree(std::move(tree)), 0, 0, 0, {}};
+    return {tree, 0, 0, 0, {}};
   }
   return refuse(OSS_RC_BAD_PARAMETER, 40, fault.reason, fault.line);
 }
@@ -92,7 +92,7 @@ class ExportCache {
       entries_.erase(known);
     }
     ExportContent content = readExport(file, info);
-    const bool parsed = content.tree.get() != nullptr || content.line != 0;
+    const bool parsed = content.tree != nullptr || content.line != 0;
     if (parsed && hasSettled(info)) keep({path, info, content});
     return content;
   }

@@ -4,14 +4,12 @@
 // is filled, then finished, then only read; filling takes time in proportion to what is filled in.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "platform/machine_registry.h"
@@ -87,37 +85,9 @@ class RegistryTree {
   Index<RegistryValue> valueIndex_;
   RegistryKeyObject root_;
   RegistryKeyObject* localMachine_;
-
-  friend class SharedTree;
-  mutable std::atomic<std::uint32_t> holders_{0};
 };
 
-// A finished tree that several hold, in any threads; the last to let go of it destroys it. (The
-// library's own counted pointers would be exported with it.)
-class SharedTree {
- public:
-  SharedTree() = default;
-  explicit SharedTree(std::unique_ptr<const RegistryTree> tree) noexcept : tree_(tree.release()) {
-    hold();
-  }
-  SharedTree(const SharedTree& other) noexcept : tree_(other.tree_) { hold(); }
-  SharedTree& operator=(const SharedTree& other) noexcept {
-    SharedTree copy(other);
-    std::swap(tree_, copy.tree_);
-    return *this;
-  }
-  ~SharedTree() {
-    if (tree_ != nullptr && tree_->holders_.fetch_sub(1) == 1) delete tree_;
-  }
-
-  const RegistryTree* get() const { return tree_; }
-
- private:
-  void hold() const noexcept {
-    if (tree_ != nullptr) tree_->holders_.fetch_add(1);
-  }
-
-  const RegistryTree* tree_ = nullptr;
-};
+// A finished tree that several hold, in any threads.
+using SharedTree = std::shared_ptr<const RegistryTree>;
 
 }  // namespace platform
