@@ -9,16 +9,10 @@
 namespace genreg {
 namespace {
 
-constexpr StoreKind binaryKind{Function::binAdd,
-                               Function::binChange,
-                               Function::binDelete,
-                               Function::binGet,
-                               Function::binGetNext,
-                               Function::binCheckHooks,
-                               Function::binReadRecord,
-                               Function::binVerifyUpdate,
-                               "GenRegBin",
-                               false};
+constexpr StoreKind binaryKind{
+    Function::binAdd,        Function::binChange,       Function::binDelete,
+    Function::binGet,        Function::binGetNext,      Function::binCheckHooks,
+    Function::binReadRecord, Function::binVerifyUpdate, false};
 
 constexpr bool isLength(std::uint64_t length) {
   return length >= smallestRecord && length <= largestRecord;
@@ -291,7 +285,7 @@ bool BinaryStore::skipDamage(File& file, const RecordForm* form) const noexcept 
   if (!file.more(left)) return false;
   const char* const bytes = file.window();
   const std::size_t count = file.windowSize();
-  RecordBuffer scratch(kind.sourceFile, __LINE__);
+  RecordBuffer scratch;
   const bool canTell = form != nullptr && scratch.reserve(form->recordSize) == 0;
   for (std::size_t at = 1; canTell && at < count; ++at) {
     unsigned int found = 0;

@@ -9,11 +9,10 @@
 namespace genreg {
 namespace {
 
-constexpr StoreKind textKind{Function::textAdd,     Function::textChange,
-                             Function::textDelete,  Function::textGet,
-                             Function::textGetNext, Function::textCheckHooks,
-                             Function::readLine,    Function::textVerifyUpdate,
-                             "GenRegText",          true};
+constexpr StoreKind textKind{
+    Function::textAdd,  Function::textChange,       Function::textDelete,
+    Function::textGet,  Function::textGetNext,      Function::textCheckHooks,
+    Function::readLine, Function::textVerifyUpdate, true};
 
 constexpr std::string_view lineEnd = "\r\n";
 

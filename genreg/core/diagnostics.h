@@ -59,16 +59,6 @@ class Cause {
   char text_[512] = "";
 };
 
-// While it lives, `cause` is the active one; null: nobody hears of failures. One operation within
-// another, as of a hook, leaves the outer one without.
-class CauseScope {
- public:
-  explicit CauseScope(Cause* cause) noexcept { Cause::active = cause; }
-  ~CauseScope() { Cause::active = nullptr; }
-  CauseScope(const CauseScope&) = delete;
-  CauseScope& operator=(const CauseScope&) = delete;
-};
-
 class Routine {
  public:
   explicit Routine(Function function) noexcept : probe_(probeOf(function)) {

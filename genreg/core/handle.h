@@ -85,10 +85,18 @@ class HandleAccess {
   GenRegFile& handle_;
 };
 
-// While it lives, an operation runs whose failure the handle will be able to explain.
+// While it lives, an operation runs whose failure the handle will be able to explain. One operation
+// within another, as of a hook, leaves the outer one without.
 class Operation {
  public:
-  explicit Operation(GenRegFile& handle) noexcept : Operation(HandleAccess(handle).session()) {}
+  explicit Operation(GenRegFile& handle) noexcept {
+    Session* const session = HandleAccess(handle).session();
+    Cause::active = cause_ = session == nullptr ? nullptr : &session->cause();
+    if (cause_ != nullptr) cause_->clear();
+  }
+  ~Operation() { Cause::active = nullptr; }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
 
   // The operation's result, which is given back.
   Code end(Code code) const noexcept {
@@ -97,13 +105,7 @@ class Operation {
   }
 
  private:
-  explicit Operation(Session* session) noexcept
-      : cause_(session == nullptr ? nullptr : &session->cause()), scope_(cause_) {
-    if (cause_ != nullptr) cause_->clear();
-  }
-
   Cause* cause_;
-  CauseScope scope_;
 };
 
 }  // namespace genreg

@@ -24,8 +24,7 @@ void clearRecord(Record& record) noexcept {
 
 class RecordBuffer {
  public:
-  RecordBuffer(const char* sourceFile, unsigned int sourceLine) noexcept
-      : sourceFile_(sourceFile), sourceLine_(sourceLine) {}
+  RecordBuffer() noexcept = default;
   ~RecordBuffer() { (void)release(); }
   RecordBuffer(const RecordBuffer&) = delete;
   RecordBuffer& operator=(const RecordBuffer&) = delete;
@@ -36,7 +35,7 @@ class RecordBuffer {
     if (size <= capacity_) return 0;
     void* larger = nullptr;
     if (const unsigned int code =
-            _ossMemAlloc(&larger, 0, static_cast<std::size_t>(size), 1, sourceFile_, sourceLine_);
+            _ossMemAlloc(&larger, 0, static_cast<std::size_t>(size), 1, "record_buffer", __LINE__);
         code != 0) {
       return code;
     }
@@ -50,7 +49,7 @@ class RecordBuffer {
   unsigned int release() noexcept {
     if (data_ == nullptr) return 0;
     capacity_ = 0;
-    return _ossMemFree(&data_, 0, 0, sourceFile_, sourceLine_);
+    return _ossMemFree(&data_, 0, 0, "record_buffer", __LINE__);
   }
 
   unsigned char* bytes() const noexcept { return static_cast<unsigned char*>(data_); }
@@ -60,8 +59,6 @@ class RecordBuffer {
  private:
   void* data_ = nullptr;
   std::uint64_t capacity_ = 0;
-  const char* sourceFile_;
-  unsigned int sourceLine_;
 };
 
 }  // namespace genreg

@@ -28,7 +28,7 @@ class Repair {
   bool dropUnreadable_;
   GenRegRepairReport& report_;
   std::uint64_t size_ = 0;
-  Slot slot_{store_.kind.sourceFile, __LINE__};
+  Slot slot_;
 };
 
 }  // namespace genreg

@@ -61,7 +61,7 @@ class Search {
   void* key_;
   void* record_;
   std::uint64_t size_ = 0;
-  Slot slot_{store_.kind.sourceFile, __LINE__};
+  Slot slot_;
   std::uint64_t place_ = 0;  // of the scan whose file a Get borrows
   bool borrows_ = false;
   Code readCode_ = 0;  // why no record could be read

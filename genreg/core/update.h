@@ -81,8 +81,8 @@ class Update {
   void* record_;
   void* key_;
   std::uint64_t size_ = 0;  // bytes of a record in memory, known once the checks have passed
-  Slot stored_{store_.kind.sourceFile, __LINE__};
-  Slot written_{store_.kind.sourceFile, __LINE__};
+  Slot stored_;
+  Slot written_;
   std::uint64_t count_ = 0;  // records changed or deleted
   bool unchanged_ = false;   // a matching record equals the new one already
   bool toBeVerified_ = false;

@@ -25,8 +25,8 @@ constexpr std::size_t pathBufferSize = 261;  // bytes
 // Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0 or
 // GENREG_RC_GLOBAL_PATH_SMALL.
 unsigned int getGlobalRegPath(char* path, unsigned short* size) {
-  const char standard[] = {'.', ossPathSeparator, 'g', 'l', 'o', 'b', 'a', 'l', '.', 'r', 'e', 'g',
-                           0};
+  char standard[] = "./global.reg";
+  standard[1] = ossPathSeparator;
   const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
   const char* const chosen = named == nullptr ? standard : named;
   const std::size_t needed = std::strlen(chosen) + 1;
@@ -164,7 +164,7 @@ struct Stored {
 unsigned int unpackRecord(void** record) {
   Routine routine(Function::globalUnpackRecord);
   if (*record == nullptr) return routine.refuse(GENREG_RC_NO_ARGUMENT, 4);
-  RecordBuffer work("GlobalReg", __LINE__);
+  RecordBuffer work;
   if (const unsigned int code = work.reserve(sizeof(GlobalRegRecord)); code != 0) {
     (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_UNPACK_ALLOC, 5);
     return routine.code();
@@ -260,7 +260,7 @@ void packInto(Routine& routine, const genreg::GlobalPacker& packer, void* memory
   // Of memory that is not the engine's only that it held the record is known.
   const RecordSpan* span = RecordSpanScope::find(memory);
   const std::uint64_t capacity = span != nullptr ? span->capacity : sizeof(GlobalRegRecord);
-  RecordBuffer work("GlobalReg", __LINE__);
+  RecordBuffer work;
   if (const unsigned int code = work.reserve(expected); code != 0) {
     (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_PACK_ALLOC, 30);
     return;

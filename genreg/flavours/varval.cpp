@@ -234,7 +234,7 @@ bool GenRegVarVal::GetStringValue(const char* variable, const char** value) noex
   if (value == nullptr || GetRecordSize == nullptr) return false;
   std::uint64_t size = 0;
   (void)GetRecordSize(&size);
-  genreg::RecordBuffer found("GenRegText", __LINE__);
+  genreg::RecordBuffer found;
   if (size < sizeof(VarValRecord) || found.reserve(size) != 0) return false;
   VarValRecord key{};
   key.Contains = VARVAL_HAS_VARIABLE;

@@ -21,7 +21,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <string>
 
 #include "platform/posix/unicode.h"
@@ -91,11 +90,9 @@ class ExportText {
   const char* reason_ = nullptr;
 };
 
-struct Escape {
-  char written;
-  char meant;
-};
-constexpr Escape escapes[] = {{'\\', '\\'}, {'"', '"'}, {'n', '\n'}, {'r', '\r'}};
+// What a backslash in a text may be followed by, and what the two mean.
+constexpr std::string_view escapesWritten = "\\\"nr";
+constexpr std::string_view escapesMeant = "\\\"\n\r";
 
 class ExportReader {
  public:
@@ -235,12 +232,9 @@ class ExportReader {
 
   bool readEscape(std::string& text) {
     if (atEnd()) return false;
-    const auto known = std::find_if(std::begin(escapes), std::end(escapes), [&](Escape escape) {
-      return escape.written == text_[position_];
-    });
-    if (known == std::end(escapes)) return false;
-    text += known->meant;
-    ++position_;
+    const std::size_t known = escapesWritten.find(text_[position_++]);
+    if (known == std::string_view::npos) return false;
+    text += escapesMeant[known];
     return true;
   }
 
