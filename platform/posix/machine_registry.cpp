@@ -89,8 +89,8 @@ unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* ke
 unsigned int RegEnumKeyExA(RegistryKey key, std::uint32_t index, char* name,
                            std::uint32_t* size) noexcept {
   if (const unsigned int error = injected("RegEnumKeyExA", nullptr); error != 0) return error;
-  if (index >= key->subkeys.size()) return registryNoMoreItems;
-  const std::string& found = key->subkeys[index]->name;
+  if (index >= key->subkeyNames.size()) return registryNoMoreItems;
+  const std::string& found = *key->subkeyNames[index];
   if (found.size() >= *size) return registryMoreData;
   std::memcpy(name, found.c_str(), found.size() + 1);
   *size = static_cast<std::uint32_t>(found.size());

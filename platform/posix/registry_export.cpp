@@ -160,8 +160,14 @@ class ExportReader {
       parent = tree_.subkey(parent, name);
       name = next;
     }
-    if (parent != nullptr) tree_.eraseKey(parent, name);
+    if (parent != nullptr) erase(parent->subkeys, name);
     return nullptr;
+  }
+
+  // A missing entry is nothing to do.
+  template <typename Entries>
+  static void erase(Entries& entries, std::string_view name) {
+    if (const auto found = entries.find(name); found != entries.end()) entries.erase(found);
   }
 
   static std::string_view nextComponent(std::string_view& path) {
@@ -183,15 +189,13 @@ class ExportReader {
     if (!accept('=')) return fail("a value without its equals sign");
     skipBlanks();
     if (accept('-')) {
-      tree_.eraseValue(key_, name);
+      erase(key_->values, name);
       return acceptValueEnd();
     }
     std::uint32_t type = 0;
     std::string data;
     if (!readData(type, data) || !acceptValueEnd()) return false;
-    RegistryValue* const value = tree_.addValue(key_, name);
-    value->type = type;
-    value->data = std::move(data);
+    key_->values[name] = {type, std::move(data)};
     return true;
   }
 
