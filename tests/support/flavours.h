@@ -76,3 +76,21 @@ struct Operations {
     return code == 0 ? Flavour::entryOf(record).value : -std::int64_t{code};
   }
 };
+
+using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+
+template <typename Flavour>
+class FlavourTest : public RegistryTest {
+ protected:
+  using Run = Operations<Flavour>;
+  using Handle = typename Run::Handle;
+
+  // A file of records, each given by its name and its value's digit: "a1 b2".
+  static std::string bytesOf(const std::string& records) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < records.size(); i += 3) {
+      bytes += Flavour::stored(records.substr(i, 1), records[i + 1] - '0');
+    }
+    return bytes;
+  }
+};
