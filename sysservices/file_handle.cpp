@@ -13,16 +13,7 @@
 
 bool g_bIsPlatformID_Win32On95 = false;
 
-OSSHFile::OSSHFile() noexcept
-    : handle_(-1),
-      openMode_(0),
-      options_(0),
-      permissions_(0),
-      error_(0),
-      created_(false),
-      lockOwner_(0),
-      forks_(0),
-      path_("") {}
+OSSHFile::OSSHFile() noexcept = default;
 
 OSSHFile::~OSSHFile() { (void)close(); }
 

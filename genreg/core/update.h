@@ -48,6 +48,8 @@ class Update {
   bool isAdd() const noexcept { return kind_.operation == GENREG_OP_ADD; }
   bool isChange() const noexcept { return kind_.operation == GENREG_OP_CHANGE; }
 
+  bool compares() const noexcept;
+
   bool check() noexcept;
   void runPending() noexcept;
   bool openPending() noexcept;
@@ -68,6 +70,7 @@ class Update {
   bool change(const Frame& frame) noexcept;
   bool writeAdded() noexcept;
   bool readBack(std::string_view frame) noexcept;
+  bool unpackMade(std::string_view made, unsigned int point) noexcept;
   void close() noexcept;
   void verify() noexcept;
   void release() noexcept;
