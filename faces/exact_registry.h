@@ -311,10 +311,10 @@ class Exact : public Flavour {
     const std::string replaced = withoutEnd(line);
     if (const unsigned int code = pack(record, line); code != 0) return code;
     const std::string written = withoutEnd(line);
-    const std::string shaped = (std::is_same_v<Record, ServiceEntryRecord>
-                                    ? reshapedServices(*layout, replaced, written)
-                                    : reshapedProfile(*layout, replaced, written)) +
-                               '\n';
+    const std::string shaped =
+        (std::is_same_v<Record, ServiceEntryRecord> ? reshapedServices(*layout, replaced, written)
+                                                    : reshapedProfile(*layout, replaced, written)) +
+        '\n';
     // A layout that makes the line too long is left out.
     if (shaped.size() < GENREG_LINE_SIZE) std::memcpy(line, shaped.c_str(), shaped.size() + 1);
     return 0;

@@ -36,7 +36,8 @@ class Registry {
   std::string cause_;  // of the last operation; empty when it did not fail
 };
 
-// Makes a registry of the kind, with options as include/zorreg.h has them, at the path, UTF-8, or gives a code and the cause.
+// Makes a registry of the kind, with options as include/zorreg.h has them, at the path, UTF-8, or
+// gives a code and the cause.
 unsigned int openRegistry(const char* kind, const char* path, std::unique_ptr<Registry>& registry,
                           std::string& cause);
 

@@ -13,12 +13,12 @@ void walk(platform::RegistryKey root) {
     const auto [key, path] = open.back();
     open.pop_back();
     require(platform::findKey(root, path) == key);
-    for (const platform::RegistryValue* value : key->values) {
-      require(platform::findValue(key, value->name) == value);
+    for (const auto& [name, value] : key->values) {
+      require(platform::findValue(key, name) == &value);
     }
-    for (const platform::RegistryKeyObject* subkey : key->subkeys) {
-      require(platform::findKey(key, subkey->name) == subkey);
-      if (path.size() < 1024) open.emplace_back(subkey, path + "\\" + subkey->name);
+    for (const auto& [name, subkey] : key->subkeys) {
+      require(platform::findKey(key, name) == subkey);
+      if (path.size() < 1024) open.emplace_back(subkey, path + "\\" + name);
     }
   }
 }

@@ -9,16 +9,10 @@
 namespace genreg {
 namespace {
 
-constexpr StoreKind binaryKind{Function::binAdd,
-                               Function::binChange,
-                               Function::binDelete,
-                               Function::binGet,
-                               Function::binGetNext,
-                               Function::binCheckHooks,
-                               Function::binReadRecord,
-                               Function::binVerifyUpdate,
-                               "GenRegBin",
-                               false};
+constexpr StoreKind binaryKind{
+    Function::binAdd,        Function::binChange,       Function::binDelete,
+    Function::binGet,        Function::binGetNext,      Function::binCheckHooks,
+    Function::binReadRecord, Function::binVerifyUpdate, false};
 
 constexpr bool isLength(std::uint64_t length) {
   return length >= smallestRecord && length <= largestRecord;
@@ -42,21 +36,11 @@ BinaryStore::BinaryStore(GenRegFile& handle) noexcept : RecordStore(handle, bina
 
 Code BinaryStore::checkHooks() const noexcept {
   const HandleAccess& hooks = handle();
-  const struct {
-    bool filled;
-    Code missing;
-  } needed[] = {
-      {hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
-      {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
-      {!isPacked() || hooks.packHook().binary != nullptr, GENREG_RC_NO_PACK_HOOK_PACKED},
-      {!isPacked() || hooks.unpackHook().binary != nullptr, GENREG_RC_NO_UNPACK_HOOK_PACKED}};
-  Routine routine(kind.checkHooks);
-  unsigned int point = 10;
-  for (const auto& hook : needed) {
-    if (!hook.filled) return routine.refuse(hook.missing, point);
-    point += 10;
-  }
-  return GENREG_RC_OK;
+  return requireHooks(
+      {{hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
+       {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
+       {!isPacked() || hooks.packHook().binary != nullptr, GENREG_RC_NO_PACK_HOOK_PACKED},
+       {!isPacked() || hooks.unpackHook().binary != nullptr, GENREG_RC_NO_UNPACK_HOOK_PACKED}});
 }
 
 // The length field in the handle's byte order. The reversed order is a routine of its own in the
@@ -301,7 +285,7 @@ bool BinaryStore::skipDamage(File& file, const RecordForm* form) const noexcept 
   if (!file.more(left)) return false;
   const char* const bytes = file.window();
   const std::size_t count = file.windowSize();
-  RecordBuffer scratch(kind.sourceFile, __LINE__);
+  RecordBuffer scratch;
   const bool canTell = form != nullptr && scratch.reserve(form->recordSize) == 0;
   for (std::size_t at = 1; canTell && at < count; ++at) {
     unsigned int found = 0;

@@ -46,14 +46,9 @@ class BinaryStore final : public RecordStore {
   bool isKept(const Frame& before, const Frame& after) const noexcept override {
     return before.bytes == after.bytes;
   }
-  bool mayTouch(Routine&, const Frame&) const noexcept override { return true; }
-  bool gapBehind(Routine&, std::string_view, std::string_view*) const noexcept override {
-    return true;
-  }
   bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept override;
 
   bool skipDamage(File& file, const RecordForm* form) const noexcept override;
-  bool isSound(const Frame&) const noexcept override { return true; }
 
  private:
   bool isBigEndian() const noexcept { return has(GENREG_BIG_ENDIAN_LENGTH); }

@@ -20,37 +20,27 @@ unsigned int sqlzThisIsAZORLibrary = 0;
 
 namespace {
 
-template <typename Store>
-unsigned int add(GenRegFile& handle, std::uint64_t mask, void* record) {
+template <typename Store, typename Work>
+unsigned int operate(GenRegFile& handle, Work work) {
   const Operation operation(handle);
   Store store(handle);
-  return operation.end(
-      Update(store, store.kind.add, genreg::addUpdate, mask, record, nullptr).run());
+  return operation.end(work(store));
 }
 
 template <typename Store>
-unsigned int change(GenRegFile& handle, std::uint64_t mask, void* key, void* newRecord) {
-  const Operation operation(handle);
-  Store store(handle);
-  return operation.end(
-      Update(store, store.kind.change, genreg::changeUpdate, mask, newRecord, key).run());
-}
-
-template <typename Store>
-unsigned int remove(GenRegFile& handle, std::uint64_t mask, void* key) {
-  const Operation operation(handle);
-  Store store(handle);
-  return operation.end(
-      Update(store, store.kind.remove, genreg::deleteUpdate, mask, nullptr, key).run());
+unsigned int update(GenRegFile& handle, const genreg::UpdateKind& kind, std::uint64_t mask,
+                    void* record, void* key) {
+  return operate<Store>(handle,
+                        [&](Store& store) { return Update(store, kind, mask, record, key).run(); });
 }
 
 template <typename Store>
 unsigned int get(GenRegFile& handle, std::uint64_t mask, void* key, void* record) {
-  const Operation operation(handle);
-  Store store(handle);
-  return operation.end(genreg::get(store, mask, key, record));
+  return operate<Store>(handle,
+                        [&](Store& store) { return genreg::get(store, mask, key, record); });
 }
 
+// A scan reads too many records for each to be an operation.
 template <typename Store>
 unsigned int getNext(GenRegFile& handle, std::uint64_t mask, void* key, void* record) {
   Store store(handle);
@@ -59,20 +49,15 @@ unsigned int getNext(GenRegFile& handle, std::uint64_t mask, void* key, void* re
 
 // What both engines do alike.
 template <typename Work>
-unsigned int withStore(GenRegFile& handle, bool isText, Work work) {
-  const Operation operation(handle);
-  if (!isText) {
-    BinaryStore store(handle);
-    return operation.end(work(store));
-  }
-  TextStore store(handle);
-  return operation.end(work(store));
+unsigned int operateAlike(GenRegFile& handle, std::uint64_t engine, Work work) {
+  return engine == GENREG_ENGINE_TEXT ? operate<TextStore>(handle, work)
+                                      : operate<BinaryStore>(handle, work);
 }
 
 // For a flavour of somebody else's, which fills its hooks itself.
 void nameFiles(GenRegFile& handle, Function name, const char* path, unsigned int* rc) {
   Routine routine(name);
-  (void)genreg::HandleAccess::setUp(handle, routine, path, {}, rc);
+  (void)genreg::HandleAccess::setUp(handle, routine, path, nullptr, rc);
 }
 
 }  // namespace
@@ -84,13 +69,13 @@ GenRegBin::GenRegBin(const char* path, unsigned int* rc) noexcept : GenRegBin() 
 GenRegBin::~GenRegBin() = default;
 
 unsigned int GenRegBin::Add(std::uint64_t mask, void* record) noexcept {
-  return add<BinaryStore>(*this, mask, record);
+  return update<BinaryStore>(*this, genreg::addUpdate, mask, record, nullptr);
 }
 unsigned int GenRegBin::Change(std::uint64_t mask, void* key, void* newRecord) noexcept {
-  return change<BinaryStore>(*this, mask, key, newRecord);
+  return update<BinaryStore>(*this, genreg::changeUpdate, mask, newRecord, key);
 }
 unsigned int GenRegBin::Delete(std::uint64_t mask, void* key) noexcept {
-  return remove<BinaryStore>(*this, mask, key);
+  return update<BinaryStore>(*this, genreg::deleteUpdate, mask, nullptr, key);
 }
 unsigned int GenRegBin::Get(std::uint64_t mask, void* key, void* record) noexcept {
   return get<BinaryStore>(*this, mask, key, record);
@@ -109,13 +94,13 @@ GenRegText::GenRegText(const char* path, unsigned int* rc) noexcept : GenRegText
 GenRegText::~GenRegText() { const Routine routine(Function::textDestructor); }
 
 unsigned int GenRegText::Add(std::uint64_t mask, void* record) noexcept {
-  return add<TextStore>(*this, mask, record);
+  return update<TextStore>(*this, genreg::addUpdate, mask, record, nullptr);
 }
 unsigned int GenRegText::Change(std::uint64_t mask, void* key, void* newRecord) noexcept {
-  return change<TextStore>(*this, mask, key, newRecord);
+  return update<TextStore>(*this, genreg::changeUpdate, mask, newRecord, key);
 }
 unsigned int GenRegText::Delete(std::uint64_t mask, void* key) noexcept {
-  return remove<TextStore>(*this, mask, key);
+  return update<TextStore>(*this, genreg::deleteUpdate, mask, nullptr, key);
 }
 unsigned int GenRegText::Get(std::uint64_t mask, void* key, void* record) noexcept {
   return get<TextStore>(*this, mask, key, record);
@@ -128,24 +113,25 @@ unsigned int GenRegFile::RepairRegistry(bool dropUnreadable, GenRegRepairReport*
   GenRegRepairReport ignored{};
   GenRegRepairReport& filled = report == nullptr ? ignored : *report;
   filled = {};
-  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+  return operateAlike(*this, engineKind, [&](auto& store) {
     return genreg::Repair(store, dropUnreadable, filled).run();
   });
 }
 
 unsigned int GenRegFile::BeginUpdate(std::uint64_t request) noexcept {
-  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+  return operateAlike(*this, engineKind, [&](auto& store) {
     return ManyChanges(store, Function::beginMany).begin(request);
   });
 }
 
 unsigned int GenRegFile::CommitUpdate() noexcept {
-  return withStore(*this, engineKind == GENREG_ENGINE_TEXT,
-                   [&](auto& store) { return ManyChanges(store, Function::commitMany).commit(); });
+  return operateAlike(*this, engineKind, [&](auto& store) {
+    return ManyChanges(store, Function::commitMany).commit();
+  });
 }
 
 unsigned int GenRegFile::AbandonUpdate() noexcept {
-  return withStore(*this, engineKind == GENREG_ENGINE_TEXT, [&](auto& store) {
+  return operateAlike(*this, engineKind, [&](auto& store) {
     return ManyChanges(store, Function::abandonMany).abandon();
   });
 }

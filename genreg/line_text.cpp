@@ -39,7 +39,7 @@ unsigned int GenRegNormalizeLine(char* text) noexcept {
   Routine routine(Function::normalizeLine);
   if (text == nullptr) return routine.refuse(GENREG_RC_NO_ARGUMENT, 10);
   const std::size_t size = std::strlen(text) + 1;
-  RecordBuffer copy("GenRegText", __LINE__);
+  RecordBuffer copy;
   if (const unsigned int code = copy.reserve(size); code != 0) {
     (void)routine.failFrom(probeMemAlloc, code, GENREG_RC_WORK_ALLOC, 20);
     return routine.answer(code);

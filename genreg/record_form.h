@@ -1,5 +1,5 @@
-// What a flavour knows of stored records as they stand in a file's window, so that one that is not
-// wanted is neither copied nor unpacked.
+// What a flavour brings to a handle: its hooks, and what it knows of stored records as they stand
+// in a file's window, so that one that is not wanted is neither copied nor unpacked.
 #pragma once
 
 #include <cstddef>
@@ -35,10 +35,18 @@ class IdentityHash {
 };
 
 struct RecordForm {
-  // The flavour's own hooks. Where a handle has others in their slots, every record is unpacked for
-  // those to look at.
-  GenRegCompareHook compare;
-  GenRegUnpackHook unpack;
+  // The hooks; null where the flavour has none. Where a handle has others in their slots, every
+  // record is unpacked for those to look at.
+  GenRegCompareHook compareRecord;
+  GenRegValidateHook validateKey;
+  GenRegPrintHook printRecord;
+  GenRegNotifyHook notifyChange;  // does nothing
+  GenRegUnpackHook unpackRecord;
+  GenRegPackHook packRecord;
+  GenRegSizeHook getRecordSize;  // gives `recordSize`
+  GenRegLengthHook getRecordLength;
+  GenRegLengthHook getPackedLength;
+
   std::size_t recordSize;  // bytes of a record in memory
 
   // `stored`: a record's bytes without their length, or a line without its newline, which neither
@@ -54,11 +62,6 @@ struct RecordForm {
   bool (*hash)(std::uint64_t mask, const void* record, IdentityHash* hash) noexcept;
   // The mask of the fields by which records such as this are known; 0: it has none.
   std::uint64_t (*identity)(const void* record) noexcept;
-  // The flavour's own NotifyChange hook, where it is one that does nothing; else null.
-  GenRegNotifyHook idleNotify;
-  // The flavour's own GetRecordSize hook, which gives `recordSize`, and its ValidateKey hook.
-  GenRegSizeHook size;
-  GenRegValidateHook validate;
   // Whether ValidateKey accepts every key under that mask; null where it never does.
   bool (*accepts)(std::uint64_t mask) noexcept;
   // As match(), for whoever fills the record next: whether it can be filled at all is left to that.

@@ -9,11 +9,10 @@
 namespace genreg {
 namespace {
 
-constexpr StoreKind textKind{Function::textAdd,     Function::textChange,
-                             Function::textDelete,  Function::textGet,
-                             Function::textGetNext, Function::textCheckHooks,
-                             Function::readLine,    Function::textVerifyUpdate,
-                             "GenRegText",          true};
+constexpr StoreKind textKind{
+    Function::textAdd,  Function::textChange,       Function::textDelete,
+    Function::textGet,  Function::textGetNext,      Function::textCheckHooks,
+    Function::readLine, Function::textVerifyUpdate, true};
 
 constexpr std::string_view lineEnd = "\r\n";
 
@@ -27,21 +26,11 @@ TextStore::TextStore(GenRegFile& handle) noexcept : RecordStore(handle, textKind
 
 Code TextStore::checkHooks() const noexcept {
   const HandleAccess& hooks = handle();
-  const struct {
-    bool filled;
-    Code missing;
-  } needed[] = {{hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
-                {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
-                {hooks.unpackHook().text != nullptr, GENREG_RC_NO_UNPACK_HOOK},
-                {hooks.compareHook() != nullptr, GENREG_RC_NO_COMPARE_HOOK},
-                {hooks.packHook().text != nullptr, GENREG_RC_NO_PACK_HOOK}};
-  Routine routine(kind.checkHooks);
-  unsigned int point = 10;
-  for (const auto& hook : needed) {
-    if (!hook.filled) return routine.refuse(hook.missing, point);
-    point += 10;
-  }
-  return GENREG_RC_OK;
+  return requireHooks({{hooks.validateHook() != nullptr, GENREG_RC_NO_VALIDATE_HOOK},
+                       {hooks.sizeHook() != nullptr, GENREG_RC_NO_SIZE_HOOK},
+                       {hooks.unpackHook().text != nullptr, GENREG_RC_NO_UNPACK_HOOK},
+                       {hooks.compareHook() != nullptr, GENREG_RC_NO_COMPARE_HOOK},
+                       {hooks.packHook().text != nullptr, GENREG_RC_NO_PACK_HOOK}});
 }
 
 Code TextStore::next(File& file, Frame& frame) const noexcept {

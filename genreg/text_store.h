@@ -47,7 +47,6 @@ class TextStore final : public RecordStore {
                  std::string_view* gap) const noexcept override;
   bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept override;
 
-  bool skipDamage(File&, const RecordForm*) const noexcept override { return false; }
   bool isSound(const Frame& frame) const noexcept override;
 
  private:

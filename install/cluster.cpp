@@ -7,9 +7,7 @@ namespace install {
 namespace {
 
 constexpr unsigned int entryPointMissing = 0xFFFFFFFFu;
-constexpr std::size_t wideSize = 514;    // UTF-16 units of a path or a name, with terminator
-constexpr std::size_t valueUnits = 257;  // UTF-16 units of a profile directory, with terminator
-constexpr std::size_t pathSize = 1024;   // bytes of a key's path, with terminator
+constexpr std::size_t pathSize = 1024;  // bytes of a key's path, with terminator
 
 // The library's entry points. They are looked for once in the life of the process, by the first
 // list that meets a cluster instance, whatever comes of it; two lists that meet theirs at once wait
@@ -56,21 +54,10 @@ unsigned int ClusterContext::readProfile(const Kind& kind, const char* instanceN
   }
   char path[pathSize];
   (void)std::snprintf(path, sizeof path, "NUV\\ZOR\\%s\\%s", kind.profilesKey, instanceName);
-  char16_t widePath[wideSize];
-  char16_t wideName[wideSize];
-  if (!platform::MultiByteToWideChar(path, widePath, wideSize) ||
-      !platform::MultiByteToWideChar(kind.profileVariable, wideName, wideSize)) {
-    return entryPointMissing;
-  }
   platform::ClusterKey key = nullptr;
-  unsigned int error = api_.ClusterRegOpenKey(key_, widePath, &key);
+  unsigned int error = api_.ClusterRegOpenKey(key_, path, &key);
   if (error != 0) return error;
-  char16_t value[valueUnits + 1] = {};  // the last unit stays 0: stored text need not end in one
-  std::uint32_t size = valueUnits * sizeof value[0];
-  error = api_.ClusterRegQueryValue(key, wideName, value, &size);
-  if (error == 0 && !platform::WideCharToMultiByte(value, buffer, clusterPathSize)) {
-    buffer[0] = '\0';
-  }
+  error = api_.ClusterRegQueryValue(key, kind.profileVariable, buffer, clusterPathSize);
   if (api_.ClusterRegCloseKey != nullptr) (void)api_.ClusterRegCloseKey(key);
   return error;
 }

@@ -1,6 +1,5 @@
 #include "install/copies.h"
 
-#include <array>
 #include <cstdio>
 
 #include "install/versions.h"
@@ -17,9 +16,6 @@ constexpr std::uint16_t lastDefaultVersion = 8;
 constexpr const char* versionValues[versionParts] = {"Version", "Release", "Modification",
                                                      "Service Level"};
 
-// Editions of the product whose version stands in for that of a copy without one: none today.
-constexpr std::array<const char*, 0> editions{};
-
 // The path of a copy's key, or of a key below it.
 class CopyKeyPath {
  public:
@@ -34,18 +30,6 @@ class CopyKeyPath {
   char text_[copyPathSize];
 };
 
-unsigned int openVersionKey(const platform::Machine& machine, const char* copyName, Key& key) {
-  const platform::RegistryKey root = platform::localMachineKey(machine);
-  unsigned int error = openKey(root, CopyKeyPath(copyName, "CurrentVersion").text(), key);
-  for (const char* edition : editions) {
-    if (error == 0) break;
-    char path[copyPathSize];
-    (void)std::snprintf(path, sizeof path, "%s\\%s\\CurrentVersion", productPath, edition);
-    error = openKey(root, path, key);
-  }
-  return error;
-}
-
 // Reads the parts of a version in turn, as far as they can be read; *read is how many were.
 unsigned int readParts(const Key& key, std::uint64_t* versionCode, std::uint32_t* read) {
   for (*read = 0; *read < versionParts; ++*read) {
@@ -58,12 +42,6 @@ unsigned int readParts(const Key& key, std::uint64_t* versionCode, std::uint32_t
 }
 
 }  // namespace
-
-unsigned int failUnlessEnd(Routine& routine, Function callee, unsigned int calleeCode,
-                           unsigned int code, unsigned int point) noexcept {
-  const unsigned int result = calleeCode == GENREG_RC_END ? calleeCode : code;
-  return routine.refuseFrom(callee, calleeCode, result, point);
-}
 
 void Copy::enter(const char* name) noexcept {
   copyText(name_, name);
@@ -85,7 +63,8 @@ unsigned int Copy::findVersion(const platform::Machine& machine) noexcept {
   Routine routine(Function::readCopyVersion);
   Key key;
   version_ = 0;
-  unsigned int error = openVersionKey(machine, name_, key);
+  unsigned int error =
+      openKey(platform::localMachineKey(machine), CopyKeyPath(name_, "CurrentVersion").text(), key);
   std::uint32_t partsRead = 0;
   if (error == 0) error = readParts(key, &version_, &partsRead);
   routine.trace(20, genreg::number(version_));
@@ -125,8 +104,19 @@ bool Copy::hasZemProfiles(const platform::Machine& machine) const noexcept {
          platform::RegQueryInfoKeyA(key.get(), &profiles) == 0 && profiles > 0;
 }
 
-bool Copy::isListed(std::uint64_t versionCode) const noexcept {
-  return !isDefault() || partOf(versionCode, 0) <= lastDefaultVersion;
+unsigned int Copy::describe(Routine& routine, const platform::Machine& machine,
+                            const Failures& failures, std::uint64_t* versionCode,
+                            char* path) noexcept {
+  const auto fail = [&](Function callee, unsigned int calleeCode, const Failure& failure) {
+    const unsigned int result = calleeCode == GENREG_RC_END ? calleeCode : failure.code;
+    return routine.refuseFrom(callee, calleeCode, result, failure.point);
+  };
+  unsigned int code = readVersion(machine, versionCode);
+  if (code != 0) return fail(Function::readCopyVersion, code, failures.version);
+  const bool listed = !isDefault() || partOf(*versionCode, 0) <= lastDefaultVersion;
+  if (!listed) return GENREG_RC_END;
+  code = readPath(machine, path);
+  return code == 0 ? 0 : fail(Function::getCopyPath, code, failures.path);
 }
 
 unsigned int ServiceList::open(Routine& routine) noexcept {
@@ -178,15 +168,11 @@ void ServiceList::chooseService(Record& record) noexcept {
 }
 
 unsigned int ServiceList::readCopy(Routine& routine, Record& record) noexcept {
-  unsigned int code = copy_.readVersion(*machine_, &record.versionCode);
-  if (code != 0) {
-    return failUnlessEnd(routine, Function::readCopyVersion, code, GENREG_RC_NEXT_SERVICE, 50);
-  }
-  if (!copy_.isListed(record.versionCode)) return GENREG_RC_END;
+  constexpr Copy::Failures failures{{GENREG_RC_NEXT_SERVICE, 50}, {GENREG_RC_SERVICE_INFO, 70}};
+  const unsigned int code =
+      copy_.describe(routine, *machine_, failures, &record.versionCode, record.installPath);
   record.level = partOf(record.versionCode, 2);
-  code = copy_.readPath(*machine_, record.installPath);
-  if (code == 0) return 0;
-  return failUnlessEnd(routine, Function::getCopyPath, code, GENREG_RC_SERVICE_INFO, 70);
+  return code;
 }
 
 }  // namespace install

@@ -15,10 +15,6 @@ inline constexpr char copiesPath[] = "SOFTWARE\\NUV\\ZOR\\INSTALLEDCOPIES";
 
 constexpr std::size_t copyPathSize = 260;  // bytes of an installation directory, with terminator
 
-// The result of a routine for a failure of a callee: the end stays the end, all else is `code`.
-unsigned int failUnlessEnd(genreg::Routine& routine, genreg::Function callee,
-                           unsigned int calleeCode, unsigned int code, unsigned int point) noexcept;
-
 // One installed copy, by its name; the empty name is the copy of the older layout, recorded
 // directly in the product's key (the default entry). What could be read is read once; what could
 // not is tried, and fails, at each call.
@@ -28,23 +24,30 @@ class Copy {
   void enter(const char* name) noexcept;
   const char* name() const noexcept { return name_; }
 
-  // Reads the version code. Gives 0; GENREG_RC_END when there is no default entry; or the
-  // registry's error for a copy with a name. Logs only the former.
-  unsigned int readVersion(const platform::Machine& machine, std::uint64_t* versionCode) noexcept;
-
-  // Reads the installation directory, without a backslash at its end, into `buffer` of at least
-  // copyPathSize bytes. Results as above.
-  unsigned int readPath(const platform::Machine& machine, char* buffer) noexcept;
+  // What a list makes of a version or path that cannot be read, and from where it logs it.
+  struct Failure {
+    unsigned int code, point;
+  };
+  struct Failures {
+    Failure version, path;
+  };
+  // Reads the version code and, into `path` of at least copyPathSize bytes, the installation
+  // directory without a backslash at its end. Gives 0; GENREG_RC_END when there is no default
+  // entry; or the code of a failure. From version 9 on, every copy has a name: what stands in the
+  // old place then is no entry.
+  unsigned int describe(genreg::Routine& routine, const platform::Machine& machine,
+                        const Failures& failures, std::uint64_t* versionCode, char* path) noexcept;
 
   // Whether it has at least one ZEM profile.
   bool hasZemProfiles(const platform::Machine& machine) const noexcept;
 
-  // From version 9 on, every copy has a name: what stands in the old place then is no entry.
-  bool isListed(std::uint64_t versionCode) const noexcept;
-
  private:
   bool isDefault() const noexcept { return *name_ == '\0'; }
+  // 0; GENREG_RC_END when there is no default entry; or the registry's error for a copy with a
+  // name. Only the former is logged.
+  unsigned int readVersion(const platform::Machine& machine, std::uint64_t* versionCode) noexcept;
   unsigned int findVersion(const platform::Machine& machine) noexcept;
+  unsigned int readPath(const platform::Machine& machine, char* buffer) noexcept;
 
   char name_[sizeof OSSServiceInfo_t::copyName] = {};
   bool versionKnown_ = false;

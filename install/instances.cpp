@@ -149,7 +149,10 @@ unsigned int InstanceList::nextName(Name& name) const noexcept {
 // not be read.
 unsigned int InstanceList::readInstance(Routine& routine, const Name& name,
                                         Record& record) noexcept {
-  if (const unsigned int code = readCopy(routine, record); code != 0) return code;
+  constexpr Copy::Failures failures{{GENREG_RC_INSTANCE_INFO, 20}, {GENREG_RC_INSTANCE_INFO, 30}};
+  const unsigned int described =
+      copy_.describe(routine, *machine_, failures, &record.versionCode, record.installPath);
+  if (described != 0) return described;
   Key key;
   if (const unsigned int code = openInstance(routine, name, key); code != 0) return code;
   record.flags = serviceFlags(name);
@@ -160,17 +163,6 @@ unsigned int InstanceList::readInstance(Routine& routine, const Name& name,
   }
   ++instanceIndex_;
   return profile.code;
-}
-
-unsigned int InstanceList::readCopy(Routine& routine, Record& record) noexcept {
-  unsigned int code = copy_.readVersion(*machine_, &record.versionCode);
-  if (code != 0) {
-    return failUnlessEnd(routine, Function::readCopyVersion, code, GENREG_RC_INSTANCE_INFO, 20);
-  }
-  if (!copy_.isListed(record.versionCode)) return GENREG_RC_END;
-  code = copy_.readPath(*machine_, record.installPath);
-  if (code == 0) return 0;
-  return failUnlessEnd(routine, Function::getCopyPath, code, GENREG_RC_INSTANCE_INFO, 30);
 }
 
 unsigned int InstanceList::openInstance(Routine& routine, const Name& name, Key& key) noexcept {

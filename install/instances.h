@@ -55,7 +55,6 @@ class InstanceList {
   unsigned int nextName(Name& name) const noexcept;
 
   unsigned int readInstance(genreg::Routine& routine, const Name& name, Record& record) noexcept;
-  unsigned int readCopy(genreg::Routine& routine, Record& record) noexcept;
   unsigned int openInstance(genreg::Routine& routine, const Name& name, Key& key) noexcept;
   std::uint64_t serviceFlags(const Name& name) const noexcept;
   Profile readProfile(genreg::Routine& routine, const Key& key, const Name& name,

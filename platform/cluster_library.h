@@ -1,13 +1,14 @@
-// The cluster library, taken from the system when it is first needed, and the conversions between
-// its 16-bit text and the system's 8-bit encoding. Nothing here throws or logs.
+// The cluster library, taken from the system when it is first needed. Nothing here throws or logs.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 #include "platform/machine_registry.h"
 
 namespace platform {
+
+// UTF-16 units of a value that is read, with its terminator if it has one.
+constexpr std::size_t longestClusterValue = 257;
 
 struct ClusterObject;
 using Cluster = const ClusterObject*;
@@ -23,12 +24,12 @@ struct ClusterEntryPoints {
   bool (*CloseCluster)(Cluster cluster) noexcept;
   // The root key of the cluster's registry; null with GetLastError on failure.
   ClusterKey (*GetClusterKey)(Cluster cluster) noexcept;
-  unsigned int (*ClusterRegOpenKey)(ClusterKey parent, const char16_t* path,
-                                    ClusterKey* key) noexcept;
+  unsigned int (*ClusterRegOpenKey)(ClusterKey parent, const char* path, ClusterKey* key) noexcept;
   unsigned int (*ClusterRegCloseKey)(ClusterKey key) noexcept;
-  // *size is the buffer's bytes, then the value's; text need not be terminated.
-  unsigned int (*ClusterRegQueryValue)(ClusterKey key, const char16_t* name, void* data,
-                                       std::uint32_t* size) noexcept;
+  // Stores the value's text in `text` of `size` bytes: the empty one when it does not fit.
+  // registryMoreData for a value that is longer than longestClusterValue.
+  unsigned int (*ClusterRegQueryValue)(ClusterKey key, const char* name, char* text,
+                                       std::size_t size) noexcept;
 };
 
 // Fills what the library has; null entry points and GetLastError when it cannot be loaded.
@@ -36,10 +37,5 @@ void loadClusterLibrary(const Machine& machine, ClusterEntryPoints* entryPoints)
 
 // The error of this thread's last failed call among those that say so above.
 unsigned int GetLastError() noexcept;
-
-// Converts terminated text with its terminator; `size` counts the buffer's units. False when it
-// does not fit or is not valid; the buffer's content is then undefined.
-bool MultiByteToWideChar(const char* text, char16_t* buffer, std::size_t size) noexcept;
-bool WideCharToMultiByte(const char16_t* text, char* buffer, std::size_t size) noexcept;
 
 }  // namespace platform

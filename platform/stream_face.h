@@ -5,6 +5,7 @@
 // what was written to it has reached the file's owner.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -38,9 +39,16 @@ class StreamFace {
   bool open(StreamTarget& target, std::intptr_t handle, bool appends) noexcept;
   // Hands over what the stream keeps in a buffer that its user gave it. Returns 0 or the error
   // number.
-  int flush() noexcept;
+  int flush() noexcept {
+    errno = 0;
+    if (stream_ == nullptr || std::fflush(stream_) == 0) return 0;
+    return errno != 0 ? errno : EIO;
+  }
   // Ends the stream, not the file.
-  void close() noexcept;
+  void close() noexcept {
+    if (stream_ != nullptr) (void)std::fclose(stream_);
+    stream_ = nullptr;
+  }
   // The stream, or null; owned by this object.
   std::FILE* stream() const noexcept { return stream_; }
 

@@ -172,8 +172,9 @@ void emit(const OSSDiagnosticRecord& record) {
   errno = saved;
 }
 
-unsigned int takeTracedValues(va_list arguments, unsigned int count,
-                              OSSDiagnosticValue (&values)[maxValues]) {
+void emitTraced(OSSRecordKind kind, unsigned int probe, unsigned int point, unsigned int count,
+                va_list arguments) {
+  OSSDiagnosticValue values[maxValues];
   const unsigned int taken = std::min(count, maxValues);
   for (unsigned int i = 0; i < taken; ++i) {
     (void)va_arg(arguments, int);
@@ -181,7 +182,7 @@ unsigned int takeTracedValues(va_list arguments, unsigned int count,
     values[i].address = va_arg(arguments, const void*);
     values[i].type = 0;
   }
-  return taken;
+  emit({kind, probe, 0, 0, 0, point, 0, taken, values});
 }
 
 }  // namespace
@@ -213,22 +214,18 @@ void _gtraceExit(std::uint32_t, unsigned int probe, std::uint64_t resultAddress,
 
 void _gtraceVar(std::uint32_t, unsigned int probe, unsigned int point, int, unsigned int count,
                 ...) {
-  OSSDiagnosticValue values[maxValues];
   va_list arguments;
   va_start(arguments, count);
-  const unsigned int taken = takeTracedValues(arguments, count, values);
+  emitTraced(OSSRecordKind::Variables, probe, point, count, arguments);
   va_end(arguments);
-  emit({OSSRecordKind::Variables, probe, 0, 0, 0, point, 0, taken, values});
 }
 
 void _gtraceErrorVar(std::uint32_t, unsigned int probe, unsigned int point, int, int,
                      unsigned int count, ...) {
-  OSSDiagnosticValue values[maxValues];
   va_list arguments;
   va_start(arguments, count);
-  const unsigned int taken = takeTracedValues(arguments, count, values);
+  emitTraced(OSSRecordKind::ErrorVariables, probe, point, count, arguments);
   va_end(arguments);
-  emit({OSSRecordKind::ErrorVariables, probe, 0, 0, 0, point, 0, taken, values});
 }
 
 void ossLog(int, unsigned int probe, unsigned int code, unsigned int point, unsigned int severity,

@@ -13,16 +13,7 @@
 
 bool g_bIsPlatformID_Win32On95 = false;
 
-OSSHFile::OSSHFile() noexcept
-    : handle_(-1),
-      openMode_(0),
-      options_(0),
-      permissions_(0),
-      error_(0),
-      created_(false),
-      lockOwner_(0),
-      forks_(0),
-      path_("") {}
+OSSHFile::OSSHFile() noexcept = default;
 
 OSSHFile::~OSSHFile() { (void)close(); }
 
@@ -39,12 +30,16 @@ unsigned int OSSHFile::open(const OSSFileOpenParam* param) noexcept {
   if (param->level != OSS_PARAM_LEVEL || param->access != OSS_ACCESS_READ_WRITE || !knownMode) {
     return OSS_RC_BAD_PARAMETER;
   }
-  (void)close();
-  path_ = param->path;
-  openMode_ = param->openMode;
-  options_ = param->options;
+  startAnew(param->path, param->openMode, param->options);
   permissions_ = param->permissions;
   return reopen();
+}
+
+void OSSHFile::startAnew(const char* path, std::uint32_t openMode, std::uint32_t options) noexcept {
+  (void)close();
+  path_ = path;
+  openMode_ = openMode;
+  options_ = options;
 }
 
 unsigned int OSSHFile::lock(const OSSFileLockParam* param) noexcept {

@@ -71,6 +71,10 @@ struct OSSFileInfo {
   bool isUnchanged(const OSSFileInfo& other) const noexcept {
     return isSameFile(other) && size == other.size && modified == other.modified;
   }
+  // Nor has anything else of it changed.
+  bool isUntouched(const OSSFileInfo& other) const noexcept {
+    return isUnchanged(other) && changed == other.changed;
+  }
 };
 
 class ZOROSSE_API OSSHFile {
@@ -155,20 +159,21 @@ class ZOROSSE_API OSSHFile {
   bool isLockFile() const noexcept;
   bool isOnlyRead() const noexcept { return (options_ & OSS_OPEN_CHECK_LATER) != 0; }
   int thisProcess() const noexcept;
+  void startAnew(const char* path, std::uint32_t openMode, std::uint32_t options) noexcept;
   unsigned int reopen() noexcept;
   unsigned int takeLock(bool exclusive, bool wait) noexcept;
   unsigned int waitForLock(bool exclusive, std::uint64_t limit) noexcept;
   unsigned int fail(int error) noexcept;
 
-  std::intptr_t handle_;
-  std::uint32_t openMode_;
-  std::uint32_t options_;
-  std::uint32_t permissions_;
-  int error_;
-  bool created_;
-  int lockOwner_;       // the process that took the lock: a child it forked must not end it
-  unsigned int forks_;  // of that process before it took it
-  const char* path_;
+  std::intptr_t handle_ = -1;
+  std::uint32_t openMode_ = 0;
+  std::uint32_t options_ = 0;
+  std::uint32_t permissions_ = 0;
+  int error_ = 0;
+  bool created_ = false;
+  int lockOwner_ = 0;       // the process that took the lock: a child it forked must not end it
+  unsigned int forks_ = 0;  // of that process before it took it
+  const char* path_ = "";
 };
 
 // True on platforms without shared locks: every lock on a registry file is then exclusive.

@@ -11,9 +11,9 @@
 namespace {
 
 template <typename Flavour>
-class CachedReadsTest : public RegistryTest {
+class CachedReadsTest : public FlavourTest<Flavour> {
  protected:
-  using Handle = typename Operations<Flavour>::Handle;
+  using Handle = typename FlavourTest<Flavour>::Handle;
   using Record = typename Operations<Flavour>::Record;
 
   // The calls of an operation, and what it answers and logs.
@@ -52,7 +52,6 @@ class CachedReadsTest : public RegistryTest {
   static void waitForClock() { std::this_thread::sleep_for(std::chrono::milliseconds(80)); }
 };
 
-using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
 TYPED_TEST_SUITE(CachedReadsTest, AllFlavours);
 
 std::string numbered(const char* name, int index) { return name + std::to_string(index); }
@@ -134,8 +133,8 @@ TYPED_TEST(CachedReadsTest, SeeWhatBecomesOfTheFile) {
         writeFile(this->registry(), other);
         fs::last_write_time(this->registry(), lastWritten);
       },
-      [&] { EXPECT_EQ(Operations<TypeParam>::change(plain, "a", 3), 0u); },
-      [&] { EXPECT_EQ(Operations<TypeParam>::change(cached, "a", 4), 0u); },
+      [&] { EXPECT_EQ(TestFixture::Run::change(plain, "a", 3), 0u); },
+      [&] { EXPECT_EQ(TestFixture::Run::change(cached, "a", 4), 0u); },
       [&] { fs::rename(this->registry(), this->backup()); },
       [&] { fs::remove(this->backup()); },
       [&] { fs::create_directory(this->registry()); },
@@ -162,20 +161,20 @@ TYPED_TEST(CachedReadsTest, AScanStandsWhereItIsWhateverHappens) {
   typename TestFixture::Handle other(this->registry(), unique);
   cached.setCachedReads(true);
   ASSERT_EQ(cached.OpenScan(), 0u);
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "a", true), 1);
-  EXPECT_EQ(Operations<TypeParam>::remove(other, "b"), 0u);
+  EXPECT_EQ(TestFixture::Run::get(cached, "a", true), 1);
+  EXPECT_EQ(TestFixture::Run::remove(other, "b"), 0u);
   const std::int64_t refused = -std::int64_t{GENREG_RC_OPEN_FOR_OPERATION};
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "b"), refused);
+  EXPECT_EQ(TestFixture::Run::get(cached, "b"), refused);
   cached.setCachedReads(false);
   std::int64_t position = 0;
   EXPECT_EQ(cached.getRegFilePosition(&position), 0u);
   EXPECT_EQ(position, std::ftell(cached.mainStream));
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "b"), refused);
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "b", true), 1);
+  EXPECT_EQ(TestFixture::Run::get(cached, "b"), refused);
+  EXPECT_EQ(TestFixture::Run::get(cached, "b", true), 1);
   EXPECT_EQ(cached.Rewind(), 0u);
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "a", true), 1);
+  EXPECT_EQ(TestFixture::Run::get(cached, "a", true), 1);
   EXPECT_EQ(cached.CloseScan(), 0u);
-  EXPECT_EQ(Operations<TypeParam>::get(cached, "b"), -std::int64_t{GENREG_RC_NOT_FOUND});
+  EXPECT_EQ(TestFixture::Run::get(cached, "b"), -std::int64_t{GENREG_RC_NOT_FOUND});
 }
 
 }  // namespace

@@ -8,22 +8,7 @@
 namespace {
 
 template <typename Flavour>
-class EngineTest : public RegistryTest {
- protected:
-  using Run = Operations<Flavour>;
-  using Handle = typename Run::Handle;
-
-  // A file of records, each given by its name and its value's digit: "a1 b2".
-  static std::string bytesOf(const std::string& records) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < records.size(); i += 3) {
-      bytes += Flavour::stored(records.substr(i, 1), records[i + 1] - '0');
-    }
-    return bytes;
-  }
-};
-
-using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+using EngineTest = FlavourTest<Flavour>;
 TYPED_TEST_SUITE(EngineTest, AllFlavours);
 
 // 'a'dds, 'c'hanges or 'd'eletes a record: "a b2", "c b9", "d b".

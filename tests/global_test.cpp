@@ -1,8 +1,10 @@
 // The global registry: the bytes of its records, what is refused, and what a newer writer's fields
 // and other records go through.
+#include <cstdlib>
 #include <cstring>
 
 #include "support/flavours.h"
+#include "sysservices/environment.h"
 #include "sysservices/file_system.h"
 
 namespace {
@@ -305,13 +307,30 @@ TEST_F(GlobalTest, RecordsAreMatchedByTypeAndTheSelectedFields) {
 }
 
 TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
-  const std::pair<std::string, bool> cases[] = {
-      {registry(), true}, {std::string(253, 'x'), true},  {"", false},
-      {"/", false},       {std::string(254, 'x'), false}, {std::string(70000, 'x'), false}};
-  for (const auto& [wanted, ready] : cases) {
+  constexpr const char* variable = "ZOR_GLOBAL_REG_PATHNAME";
+  struct Standard : GlobalReg {
+    using GenRegBase::status;
+    using GenRegFile::getLockFilePath;
+    using GenRegFile::getRegFilePath;
+  };
+  const std::pair<std::string, Code> cases[] = {
+      {registry(), 0},
+      {std::string(253, 'x'), 0},
+      {"", GENREG_RC_NO_ARGUMENT},
+      {"/", GENREG_RC_BASE_NAME},
+      {std::string(254, 'x'), GENREG_RC_PATH_TOO_LONG},
+      {std::string(260, 'x'), GENREG_RC_PATH_TOO_LONG},
+      {std::string(261, 'x'), GENREG_RC_GLOBAL_PATH_SMALL},
+      {std::string(70000, 'x'), GENREG_RC_GLOBAL_PATH_SMALL}};
+  for (const auto& [wanted, logged] : cases) {
     SCOPED_TRACE(wanted.substr(0, 80) + ", length " + std::to_string(wanted.size()));
-    Global handle(wanted);
-    if (!handle.isNamed) continue;
+    (void)ossEnvironmentSet(variable, wanted.c_str());
+    const char* const named = std::getenv(variable);
+    if (named == nullptr || named != wanted) continue;  // not every platform takes every value
+    Diagnostics diagnostics;
+    Standard handle;
+    const bool ready = logged == 0;
+    EXPECT_EQ(diagnostics.logs(0x082A0055u, logged), ready ? 0u : 1u);
     char path[GENREG_PATH_SIZE];
     EXPECT_EQ(handle.getRegFilePath(path, sizeof path), 0u);
     EXPECT_EQ(path, ready ? wanted : "");
@@ -322,10 +341,8 @@ TEST_F(GlobalTest, ThePathComesFromTheEnvironmentOrNothingWorks) {
     EXPECT_NE(handle.Get(0x4, &record, &record), 0u);
     EXPECT_EQ(handle.OpenScan(), GENREG_RC_OPEN_FAILED);
   }
-  struct Standard : GlobalReg {
-    using GenRegFile::getLockFilePath;
-    using GenRegFile::getRegFilePath;
-  } standard;
+  (void)ossEnvironmentSet(variable, nullptr);
+  Standard standard;
   char path[GENREG_PATH_SIZE];
   EXPECT_EQ(standard.getRegFilePath(path, sizeof path), 0u);
   EXPECT_EQ(path, std::string(".") + ossPathSeparator + "global.reg");

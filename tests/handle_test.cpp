@@ -103,13 +103,6 @@ TEST(Handle, AFailedConstructionLeavesAHandleWhoseOperationsFail) {
   Code code = 0;
   const GlobalReg nowhere("", &code);
   EXPECT_EQ(code, GENREG_RC_NO_ARGUMENT);
-  // A global registry's constructor has its log alone to say why.
-  for (const auto& [length, logged] : {std::pair(260u, Code{GENREG_RC_PATH_TOO_LONG}),
-                                       std::pair(261u, Code{GENREG_RC_GLOBAL_PATH_SMALL})}) {
-    Diagnostics diagnostics;
-    const GlobalVariables::Handle global(std::string(length, 'x'));
-    EXPECT_EQ(diagnostics.logs(0x082A0055u, logged), global.isNamed ? 1u : 0u);
-  }
 }
 
 TEST(Handle, TracingIsAskedBeforeEachRecordAndFailuresAreLoggedWithoutIt) {

@@ -7,10 +7,8 @@
 namespace {
 
 template <typename Flavour>
-class LargeFileTest : public RegistryTest {
+class LargeFileTest : public FlavourTest<Flavour> {
  protected:
-  using Run = Operations<Flavour>;
-
   static std::string nameAt(std::size_t index) { return "named" + std::to_string(10000 + index); }
   static std::vector<std::string> records(std::size_t count) {
     std::vector<std::string> pieces;
@@ -24,7 +22,6 @@ class LargeFileTest : public RegistryTest {
   }
 };
 
-using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
 TYPED_TEST_SUITE(LargeFileTest, AllFlavours);
 
 TYPED_TEST(LargeFileTest, AnUpdateTouchesOneRecord) {
@@ -42,7 +39,7 @@ TYPED_TEST(LargeFileTest, AnUpdateTouchesOneRecord) {
   for (const std::size_t index : touched) {
     SCOPED_TRACE(index);
     const std::string name = this->nameAt(index);
-    typename TestFixture::Run::Handle handle(this->registry(), unique);
+    typename TestFixture::Handle handle(this->registry(), unique);
     std::vector<std::string> expected = pieces;
     writeFile(this->registry(), all);
     EXPECT_EQ(TestFixture::Run::change(handle, name, 8), 0u);
@@ -69,7 +66,7 @@ TYPED_TEST(LargeFileTest, VerificationSeesAnyBitOfAnyKeptRecord) {
     if (at >= last) continue;
     SCOPED_TRACE(at);
     writeFile(this->registry(), all);
-    typename TestFixture::Run::Handle handle(this->registry(), verified);
+    typename TestFixture::Handle handle(this->registry(), verified);
     int syncs = 0;
     const FaultHook flipping([&](const std::string& call) {
       if (call == "fsync" && ++syncs == 1) {

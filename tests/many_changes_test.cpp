@@ -8,19 +8,7 @@
 namespace {
 
 template <typename Flavour>
-class ManyChangesTest : public RegistryTest {
- protected:
-  using Run = Operations<Flavour>;
-  using Handle = typename Run::Handle;
-
-  static std::string bytesOf(const std::string& names) {
-    std::string bytes;
-    for (const char name : names) bytes += Flavour::stored(std::string(1, name), 1);
-    return bytes;
-  }
-};
-
-using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+using ManyChangesTest = FlavourTest<Flavour>;
 TYPED_TEST_SUITE(ManyChangesTest, AllFlavours);
 
 // What a scan finds: values and codes of every record of a name, or of all.
@@ -112,7 +100,7 @@ TYPED_TEST(ManyChangesTest, AnswersAsTheSameOperationsDoneOneByOne) {
 }
 
 TYPED_TEST(ManyChangesTest, ItIsCommittedOnceOrNotAtAll) {
-  const std::string before = this->bytesOf("abc");
+  const std::string before = this->bytesOf("a1 b1 c1");
   const auto update = [&](auto& handle) {
     EXPECT_EQ(handle.BeginUpdate(), 0u);
     EXPECT_EQ(TestFixture::Run::change(handle, "b", 9), 0u);
@@ -180,15 +168,15 @@ TYPED_TEST(ManyChangesTest, AFirstOneMakesTheRegistryAndOneWithoutAChangeMakesNo
   EXPECT_EQ(TestFixture::Run::get(handle, "a"), 1);
   EXPECT_FALSE(exists(name));
   EXPECT_EQ(handle.CommitUpdate(), 0u);
-  EXPECT_EQ(readFile(name), this->bytesOf("a"));
+  EXPECT_EQ(readFile(name), this->bytesOf("a1"));
   // What came into being meanwhile is somebody else's.
   typename TestFixture::Handle late(this->registry(), unique);
   ASSERT_EQ(late.BeginUpdate(), 0u);
   EXPECT_EQ(TestFixture::Run::add(late, "a", 1), 0u);
-  writeFile(this->registry(), this->bytesOf("z"));
+  writeFile(this->registry(), this->bytesOf("z1"));
   EXPECT_EQ(late.CommitUpdate(), opening);
   EXPECT_FALSE(exists(this->temporary()));
-  EXPECT_EQ(readFile(this->registry()), this->bytesOf("z"));
+  EXPECT_EQ(readFile(this->registry()), this->bytesOf("z1"));
   // There and back again.
   const FaultPlan syncs(0, 0, false, "fsync");
   ASSERT_EQ(handle.BeginUpdate(), 0u);
@@ -204,7 +192,7 @@ TYPED_TEST(ManyChangesTest, AFirstOneMakesTheRegistryAndOneWithoutAChangeMakesNo
 using ManyVariablesTest = ManyChangesTest<BinaryVariables>;
 
 TEST_F(ManyVariablesTest, WhatDoesNotFitHasACodeAndChangesNothing) {
-  writeFile(registry(), bytesOf("ab"));
+  writeFile(registry(), bytesOf("a1 b1"));
   Run::Handle handle(registry(), verified);
   Run::Handle other(registry(), verified);
   EXPECT_EQ(handle.CommitUpdate(), GENREG_RC_NO_UPDATE);
@@ -233,13 +221,13 @@ TEST_F(ManyVariablesTest, WhatDoesNotFitHasACodeAndChangesNothing) {
   EXPECT_EQ(Run::get(handle, "b", true), 1);
   EXPECT_EQ(handle.AbandonUpdate(), 0u);
   EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
-  EXPECT_EQ(readFile(registry()), bytesOf("ab"));
+  EXPECT_EQ(readFile(registry()), bytesOf("a1 b1"));
   {
     Run::Handle forgotten(registry(), verified);
     EXPECT_EQ(forgotten.BeginUpdate(), 0u);
     EXPECT_EQ(Run::remove(forgotten, "a"), 0u);
   }
-  EXPECT_EQ(readFile(registry()), bytesOf("ab"));
+  EXPECT_EQ(readFile(registry()), bytesOf("a1 b1"));
   EXPECT_EQ(files(), "r");
 }
 
@@ -248,7 +236,7 @@ TEST_F(ManyVariablesTest, HooksHearOfItAfterTheCommitInOrder) {
   static Code answer;
   heard.clear();
   answer = 0;
-  writeFile(registry(), bytesOf("ab"));
+  writeFile(registry(), bytesOf("a1 b1"));
   Run::Handle handle(registry(), verified | GENREG_NOTIFY_CHANGE | GENREG_POST_UPDATE);
   handle.NotifyChange = [](GenRegBase*, std::uint64_t kind, void* first, void* second) -> Code {
     const auto shown = [](void* record) {
@@ -283,7 +271,7 @@ TEST_F(ManyVariablesTest, HooksHearOfItAfterTheCommitInOrder) {
 
 // A class with hooks of its own has no index, and the same answers.
 TEST_F(ManyVariablesTest, ForeignHooksAreAskedOfEveryRecord) {
-  writeFile(registry(), bytesOf("ab"));
+  writeFile(registry(), bytesOf("a1 b1"));
   Run::Handle handle(registry(), unique);
   handle.compareHook() = [](std::uint64_t, void* record, void* key) -> Code {
     return (static_cast<BinVarValRecord*>(record)->Variable[0] | 32) ==
@@ -295,7 +283,7 @@ TEST_F(ManyVariablesTest, ForeignHooksAreAskedOfEveryRecord) {
   EXPECT_EQ(Run::add(handle, "B", 7), 0u);
   EXPECT_EQ(Run::get(handle, "b"), 7);
   EXPECT_EQ(handle.CommitUpdate(), 0u);
-  EXPECT_EQ(readFile(registry()), bytesOf("a") + BinaryVariables::stored("B", 7));
+  EXPECT_EQ(readFile(registry()), bytesOf("a1") + BinaryVariables::stored("B", 7));
 }
 
 }  // namespace

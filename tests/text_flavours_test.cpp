@@ -13,6 +13,10 @@ using Services = Exposed<GenRegServices>;
 
 class TextFlavoursTest : public RegistryTest {};
 
+std::uint16_t inNetworkOrder(unsigned int port) {
+  return static_cast<std::uint16_t>((port & 0xFFu) << 8 | (port >> 8 & 0xFFu));
+}
+
 // A services record; it has no text that is null.
 ServiceEntryRecord service(std::uint8_t contains, const char* name, unsigned int port,
                            const char* protocol, const char** aliases = nullptr,

@@ -137,9 +137,9 @@ std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings
       return checkLines(file, guess.kind, findings,
                         [&](const faces::NamedFields& record, const std::string& where) {
                           const std::string* protocol = record.find("Protocol");
-                          duplicates.met(*record.find("Name") + "/" +
-                                             (protocol == nullptr ? "" : *protocol),
-                                         where);
+                          duplicates.met(
+                              *record.find("Name") + "/" + (protocol == nullptr ? "" : *protocol),
+                              where);
                         });
   }
 }

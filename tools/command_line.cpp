@@ -68,7 +68,8 @@ std::string suggestion(const std::string& word, const std::vector<std::string>& 
   Nearest nearest(word);
   for (const std::string& name : names) nearest.consider(name);
   if (nearest.text().empty()) return {};
-  return "; " + coloured("did you mean", Colour::Hint, stderr) + " " + printable(nearest.text()) + "?";
+  return "; " + coloured("did you mean", Colour::Hint, stderr) + " " + printable(nearest.text()) +
+         "?";
 }
 
 std::vector<std::string> namesOfVerbs(const CLI::App& command) {

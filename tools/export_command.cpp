@@ -16,7 +16,6 @@ namespace {
 
 using platform::RegistryKey;
 using platform::RegistryTree;
-using platform::RegistryValue;
 
 constexpr std::size_t largestExport = std::size_t{1} << 30;  // bytes
 
@@ -67,7 +66,7 @@ int reportMissing(const std::string& message) {
 // The root keys that an export may name are all in its tree; one that holds nothing is not in the
 // export.
 bool isThere(RegistryKey key, bool isRoot) {
-  return key != nullptr && !(isRoot && key->subkeys.empty() && key->values.empty());
+  return !(isRoot && key->subkeys.empty() && key->values.empty());
 }
 
 // The deepest key of a path that is there, its own path, and whether it is the whole.
@@ -88,11 +87,11 @@ Place placeOf(const RegistryTree& tree, const std::string& path, const char* sep
     for (const auto& row : shortNames) {
       if (isRoot && capitals(name) == row[0]) name = row[1];
     }
-    const RegistryKey next = platform::findKey(place.key, name);
-    place.whole = isThere(next, isRoot);
+    const auto next = place.key->subkeys.find(name);
+    place.whole = next != place.key->subkeys.end() && isThere(next->second, isRoot);
     if (!place.whole) return place;
-    place.path += (isRoot ? "" : "\\") + next->name;
-    place.key = next;
+    place.path += (isRoot ? "" : "\\") + next->first;
+    place.key = next->second;
   }
   return place;
 }
@@ -115,18 +114,21 @@ int get(const RegistryTree& tree, const Words& words) {
   if (!place.whole) return reportMissingKey(words, place);
   if (words.value.empty()) {
     Listing values;
-    for (const RegistryValue* value : place.key->values)
-      values.add({cellsOf(*value), jsonOf(*value)});
+    for (const auto& [name, value] : place.key->values) {
+      values.add({cellsOf(name, value), jsonOf(name, value)});
+    }
     values.print(words.json);
     return exitDone;
   }
-  const RegistryValue* const value =
-      platform::findValue(place.key, words.value == "@" ? "" : words.value);
-  if (value == nullptr) return reportMissing(place.path + " has no value " + words.value);
+  const auto found = place.key->values.find(words.value == "@" ? "" : words.value);
+  if (found == place.key->values.end()) {
+    return reportMissing(place.path + " has no value " + words.value);
+  }
   if (words.json) {
-    printJson(jsonOf(*value));
+    printJson(jsonOf(found->first, found->second));
   } else {
-    for (const std::string& text : textsOf(*value)) std::printf("%s\n", printable(text).c_str());
+    for (const std::string& text : textsOf(found->second))
+      std::printf("%s\n", printable(text).c_str());
   }
   return exitDone;
 }
@@ -136,31 +138,31 @@ int list(const RegistryTree& tree, const Words& words) {
   if (!place.whole) return reportMissingKey(words, place);
   Listing keys;
   const bool areRoots = place.path.empty();
-  for (const RegistryKey key : place.key->subkeys) {
+  for (const auto& [name, key] : place.key->subkeys) {
     if (!isThere(key, areRoots)) continue;
-    const std::string path = areRoots ? key->name : place.path + "\\" + key->name;
-    keys.add({{printable(key->name)}, {{"name", key->name}, {"key", path}}});
+    const std::string path = areRoots ? name : place.path + "\\" + name;
+    keys.add({{printable(name)}, {{"name", name}, {"key", path}}});
   }
   keys.print(words.json);
   return exitDone;
 }
 
-// Adds the key at `path` and its values, as far as they hold the pattern (in capitals).
-void addMatches(RegistryKey key, const std::string& path, const std::string& pattern,
-                Listing& found) {
+// Adds the key `name` at `path` and its values, as far as they hold the pattern (in capitals).
+void addMatches(const std::string& name, RegistryKey key, const std::string& path,
+                const std::string& pattern, Listing& found) {
   const auto matches = [&](const std::string& text) {
     return capitals(text).find(pattern) != std::string::npos;
   };
-  if (matches(key->name)) found.add({{printable(path)}, {{"key", path}}});
-  for (const RegistryValue* value : key->values) {
-    bool wanted = matches(value->name);
-    if (!wanted && holdsText(*value)) {
-      for (const std::string& text : textsOf(*value)) wanted = wanted || matches(text);
+  if (matches(name)) found.add({{printable(path)}, {{"key", path}}});
+  for (const auto& [valueName, value] : key->values) {
+    bool wanted = matches(valueName);
+    if (!wanted && holdsText(value)) {
+      for (const std::string& text : textsOf(value)) wanted = wanted || matches(text);
     }
     if (!wanted) continue;
-    Row row{cellsOf(*value), {{"key", path}}};
+    Row row{cellsOf(valueName, value), {{"key", path}}};
     row.cells.insert(row.cells.begin(), printable(path));
-    row.json.update(jsonOf(*value));
+    row.json.update(jsonOf(valueName, value));
     found.add(std::move(row));
   }
 }
@@ -168,6 +170,7 @@ void addMatches(RegistryKey key, const std::string& path, const std::string& pat
 // Keys may lie deeper than calls can.
 int find(const RegistryTree& tree, const Words& words) {
   struct Open {
+    const std::string* name;
     RegistryKey key;
     std::size_t parentSize;  // of its path
   };
@@ -177,15 +180,16 @@ int find(const RegistryTree& tree, const Words& words) {
   std::vector<Open> open;
   const auto openBelow = [&](RegistryKey key) {
     for (auto child = key->subkeys.rbegin(); child != key->subkeys.rend(); ++child) {
-      if (isThere(*child, path.empty())) open.push_back({*child, path.size()});
+      if (!isThere(child->second, path.empty())) continue;
+      open.push_back({&child->first, child->second, path.size()});
     }
   };
   for (openBelow(tree.roots()); !open.empty();) {
     const Open next = open.back();
     open.pop_back();
     path.resize(next.parentSize);
-    path += (path.empty() ? "" : "\\") + next.key->name;
-    addMatches(next.key, path, pattern, found);
+    path += (path.empty() ? "" : "\\") + *next.name;
+    addMatches(*next.name, next.key, path, pattern, found);
     openBelow(next.key);
   }
   if (found.empty()) return reportMissing("nothing holds " + words.value);
@@ -205,7 +209,10 @@ constexpr Verb verbs[] = {
      "print the values of a key, or the data of one",
      Plain(onExport<get>),
      {&key, &value, &jsonArgument}},
-    {"list", "print the names of the keys below a key", Plain(onExport<list>), {&someKey, &jsonArgument}},
+    {"list",
+     "print the names of the keys below a key",
+     Plain(onExport<list>),
+     {&someKey, &jsonArgument}},
     {"find",
      "print the keys and values whose name or text holds a pattern, in capitals or not",
      Plain(onExport<find>),
@@ -216,11 +223,13 @@ constexpr Verb verbs[] = {
 
 void addExportCommand(CLI::App& app, int& status) {
   addGroup(app,
-           {"export-file", "an export of a registry", {&fileArgument}, std::begin(verbs),
+           {"export-file",
+            "an export of a registry",
+            {&fileArgument},
+            std::begin(verbs),
             std::end(verbs)},
-           status, [](const Verb& verb, const Words& words) {
-             return std::get<Plain>(verb.run)(words);
-           });
+           status,
+           [](const Verb& verb, const Words& words) { return std::get<Plain>(verb.run)(words); });
 }
 
 }  // namespace tool

@@ -79,8 +79,8 @@ std::vector<std::string> textsOf(const RegistryValue& value) {
   return {bytesOf(value)};
 }
 
-Json jsonOf(const RegistryValue& value) {
-  Json json{{"name", value.name}, {"type", typeOf(value)}};
+Json jsonOf(const std::string& name, const RegistryValue& value) {
+  Json json{{"name", name}, {"type", typeOf(value)}};
   const std::vector<std::string> texts = textsOf(value);
   if (value.type == listOfTexts) {
     json["data"] = texts;
@@ -92,10 +92,10 @@ Json jsonOf(const RegistryValue& value) {
   return json;
 }
 
-std::vector<std::string> cellsOf(const RegistryValue& value) {
+std::vector<std::string> cellsOf(const std::string& name, const RegistryValue& value) {
   std::string data;
   for (const std::string& text : textsOf(value)) data += (data.empty() ? "" : "; ") + text;
-  return {value.name.empty() ? "@" : printable(value.name), typeOf(value), printable(data)};
+  return {name.empty() ? "@" : printable(name), typeOf(value), printable(data)};
 }
 
 }  // namespace tool

@@ -21,9 +21,9 @@ bool holdsText(const platform::RegistryValue& value);
 
 // {"name", "type", "data"}: the data is a text, an array of texts, a number, or bytes as above. The
 // name of a key's default value is empty.
-Json jsonOf(const platform::RegistryValue& value);
+Json jsonOf(const std::string& name, const platform::RegistryValue& value);
 
 // Name ("@": the default value), type and data as cells.
-std::vector<std::string> cellsOf(const platform::RegistryValue& value);
+std::vector<std::string> cellsOf(const std::string& name, const platform::RegistryValue& value);
 
 }  // namespace tool

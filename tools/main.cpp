@@ -19,10 +19,9 @@ int main(int argc, char** argv) {
     app.allow_windows_style_options(false);
     int status = tool::exitDone;
     for (const tool::Kind kind : tool::allKinds) {
-      tool::addGroup(app, tool::groupOf(kind), status,
-                     [kind](const auto& verb, const auto& words) {
-                       return tool::runVerb(kind, verb, words);
-                     });
+      tool::addGroup(app, tool::groupOf(kind), status, [kind](const auto& verb, const auto& words) {
+        return tool::runVerb(kind, verb, words);
+      });
     }
     tool::addCheckCommand(app, status);
     tool::addExportCommand(app, status);

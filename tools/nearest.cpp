@@ -25,8 +25,8 @@ std::size_t distanceOf(const std::string& left, const std::string& right) {
       const char r = lower(right[column - 1]);
       std::size_t best = at(row - 1, column - 1) + (l == r ? 0 : 1);
       best = std::min({best, at(row - 1, column) + 1, at(row, column - 1) + 1});
-      const bool isSwapped = row > 1 && column > 1 && l == lower(right[column - 2]) &&
-                             lower(left[row - 2]) == r;
+      const bool isSwapped =
+          row > 1 && column > 1 && l == lower(right[column - 2]) && lower(left[row - 2]) == r;
       at(row, column) = isSwapped ? std::min(best, at(row - 2, column - 2) + 1) : best;
     }
   }

@@ -14,7 +14,8 @@ bool isGlobalNumber(const std::string& name) {
     for (std::size_t i = 0; i < type.fieldCount; ++i) {
       const GlobalRegField& field = type.fields[i];
       // A version is written with dots.
-      if (name == field.name) return field.kind != GlobalRegFieldKind::Text && name != "VersionCode";
+      if (name == field.name)
+        return field.kind != GlobalRegFieldKind::Text && name != "VersionCode";
     }
   }
   return name == "CheckSum";

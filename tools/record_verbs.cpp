@@ -230,8 +230,8 @@ int setRecord(Store& store, const Words& words, NamedFields record) {
 int set(Store& store, const Words& words) {
   const Parsed record = recordOf(store.kind(), words);
   if (!record.wrong.empty()) return reportUsage(record.wrong);
-  const bool isPlain = store.kind() != Kind::Var && !words.ifAbsent && !words.ifPresent &&
-                       !words.ifValue;
+  const bool isPlain =
+      store.kind() != Kind::Var && !words.ifAbsent && !words.ifPresent && !words.ifValue;
   if (isPlain) return store.outcome(store.registry().set(record.fields));
   return store.update([&] { return setRecord(store, words, record.fields); });
 }
@@ -323,9 +323,8 @@ int repair(Kind kind, const Words& words) {
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   GenRegRepairReport report{};
-  const int status = onHandle(store, words, [&](auto& handle) {
-    return handle.repair(words.dropUnreadable, report);
-  });
+  const int status = onHandle(
+      store, words, [&](auto& handle) { return handle.repair(words.dropUnreadable, report); });
   if (status != exitDone) return status;
   printRepair(words.file, RegistryFiles(words.file).corrupt, report, words.json);
   return reportChange(words, report.bytesLeftOut != 0);

@@ -32,7 +32,8 @@ std::string complaintOfVariable(const std::string& name) {
 }
 
 std::string complaintOfValue(const std::string& value) {
-  if (value.find_first_of("\r\n") != std::string::npos) return shown(value) + ": a value is one line";
+  if (value.find_first_of("\r\n") != std::string::npos)
+    return shown(value) + ": a value is one line";
   if (value.find('#') != std::string::npos) {
     return shown(value) + ": a \"#\" would start the comment";
   }
@@ -230,8 +231,7 @@ std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
       const std::string protocol = textOf(record, "Protocol");
       const std::string port = textOf(record, "Port");
       const char* const known[] = {"tcp", "udp", "ddp", "divert"};
-      const bool isOdd =
-          std::find(std::begin(known), std::end(known), protocol) == std::end(known);
+      const bool isOdd = std::find(std::begin(known), std::end(known), protocol) == std::end(known);
       return {printable(name), port + "/" + printable(protocol) + (isOdd ? " ?" : ""),
               printable(textOf(record, "Aliases")), comment};
     }

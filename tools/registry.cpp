@@ -8,8 +8,7 @@ namespace tool {
 
 using faces::NamedFields;
 
-Registry::Registry(const std::string& kind, const std::string& file)
-    : found_(zorreg_record_new()) {
+Registry::Registry(const std::string& kind, const std::string& file) : found_(zorreg_record_new()) {
   ::zorreg* registry = nullptr;
   const std::string path = platform::utf8FromSystem(file.c_str());
   opened_ = zorreg_open(kind.c_str(), path.c_str(), &registry);

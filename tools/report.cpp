@@ -39,8 +39,8 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
   if (notOpened && !std::filesystem::exists(file, ignored)) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   const std::string meaning = row == nullptr ? "no meaning is known" : row->meaning;
-  const bool isUsage = std::find(std::begin(usageCodes), std::end(usageCodes), code) !=
-                       std::end(usageCodes);
+  const bool isUsage =
+      std::find(std::begin(usageCodes), std::end(usageCodes), code) != std::end(usageCodes);
   if (isUsage) return reportUsage(printable(cause));
   const bool namesFile = cause.compare(0, file.size(), file) == 0;
   std::string message = namesFile ? printable(cause) : printable(file) + ": " + meaning;

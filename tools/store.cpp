@@ -106,7 +106,8 @@ const std::string* Store::oddityOf(const std::string& name) {
 
 // A shell takes these as they are.
 bool Store::quotes(const std::string& value) {
-  constexpr const char* plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
+  constexpr const char* plain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
   const bool needsQuotes = value.find_first_not_of(plain) != std::string::npos;
   if (!layout_) layout_ = faces::layoutOfProfile(content());
   return layout_->quotesAll || (layout_->isShell && needsQuotes);

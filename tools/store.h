@@ -18,8 +18,8 @@ namespace tool {
 // when the words name none. Gives the exit status; reports what is wrong.
 int findFile(Kind kind, Words& words);
 
-// How long an update waits for the lock, in milliseconds, as the words say; what is wrong with them,
-// or nothing.
+// How long an update waits for the lock, in milliseconds, as the words say; what is wrong with
+// them, or nothing.
 std::string readWait(const Words& words, std::uint64_t& milliseconds);
 
 class Store {

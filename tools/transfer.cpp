@@ -178,9 +178,8 @@ int apply(Store& store, const Words& words) {
   line.allow_windows_style_options(false);
   Words given;
   int status = exitDone;
-  addChanges(line, store.kind(), given, [&](const Verb& verb) {
-    status = std::get<Change>(verb.run).work(store, given);
-  });
+  addChanges(line, store.kind(), given,
+             [&](const Verb& verb) { status = std::get<Change>(verb.run).work(store, given); });
   return store.update([&] {
     return forEachOf(name, text, [&](const std::string& bytes, std::string& wrong) {
       std::vector<std::string> parts;

@@ -32,7 +32,8 @@ int copyContent(const std::string& from, const std::string& to) {
   std::ofstream copy(to, std::ios::binary);
   copy.write(content.bytes.data(), static_cast<std::streamsize>(content.bytes.size()));
   copy.close();
-  return copy ? int{exitDone} : reportFailure("a copy of " + printable(from) + " cannot be written");
+  return copy ? int{exitDone}
+              : reportFailure("a copy of " + printable(from) + " cannot be written");
 }
 
 }  // namespace

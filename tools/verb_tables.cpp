@@ -174,10 +174,7 @@ constexpr Argument newFields{"--to",
                              "FIELD=VALUE words to set; an empty VALUE takes the field away",
                              &Words::newFields, Need::Must};
 constexpr Verb globalVerbs[] = {
-    {"list",
-     "print every record with the fields it holds",
-     Read(list),
-     {&someType, &jsonArgument}},
+    {"list", "print every record with the fields it holds", Read(list), {&someType, &jsonArgument}},
     {"get",
      "print the first record that holds the given fields",
      Read(get),
@@ -206,14 +203,26 @@ constexpr Verb globalVerbs[] = {
 
 // In the order of the kinds.
 constexpr Group groups[] = {
-    {nameOf(Kind::Bin), "a registry of binary variables", {&fileArgument, &bigEndian},
-     std::begin(binVerbs), std::end(binVerbs)},
-    {nameOf(Kind::Global), "the global registry", {&globalFile}, std::begin(globalVerbs),
+    {nameOf(Kind::Bin),
+     "a registry of binary variables",
+     {&fileArgument, &bigEndian},
+     std::begin(binVerbs),
+     std::end(binVerbs)},
+    {nameOf(Kind::Global),
+     "the global registry",
+     {&globalFile},
+     std::begin(globalVerbs),
      std::end(globalVerbs)},
-    {nameOf(Kind::Var), "a text registry of profile variables", {&fileArgument}, std::begin(varVerbs),
+    {nameOf(Kind::Var),
+     "a text registry of profile variables",
+     {&fileArgument},
+     std::begin(varVerbs),
      std::end(varVerbs)},
-    {nameOf(Kind::Services), "a text registry of network services", {&fileArgument},
-     std::begin(servicesVerbs), std::end(servicesVerbs)},
+    {nameOf(Kind::Services),
+     "a text registry of network services",
+     {&fileArgument},
+     std::begin(servicesVerbs),
+     std::end(servicesVerbs)},
 };
 
 }  // namespace

@@ -23,8 +23,7 @@ bool CachedReads::isCurrent(const char* path) noexcept {
   if (!isSettled_) return false;
   OSSFileInfo now{};
   const OSSFileInfoRequest request{OSS_PARAM_LEVEL, path};
-  return ossFileGetInfoV9(&request, &now) == OSS_RC_OK && now.isUnchanged(info_) &&
-         now.changed == info_.changed;
+  return ossFileGetInfoV9(&request, &now) == OSS_RC_OK && now.isUntouched(info_);
 }
 
 // A file that claims to be empty may be one of the system's, made when it is read.

@@ -53,7 +53,7 @@ class RecordIndex {
   File* file_ = nullptr;
   GrowingArray<Slot> slots_;
   GrowingArray<Frame> odd_;
-  RecordBuffer scratch_{"cached_reads", __LINE__};
+  RecordBuffer scratch_;
   std::uint32_t hash_ = 0;   // looked for
   std::size_t slot_ = 0;     // next one to be looked at
   std::uint32_t place_ = 0;  // of the next record of that hash; 0: none is left

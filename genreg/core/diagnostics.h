@@ -12,7 +12,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 
 #include "genreg/core/routine_numbers.h"
@@ -22,11 +21,7 @@ namespace genreg {
 
 using Code = unsigned int;
 
-struct LogValue {
-  const void* address;
-  std::size_t length;
-  int type;
-};
+using LogValue = OSSDiagnosticValue;
 
 constexpr unsigned int failureSeverity = 2;
 
@@ -62,16 +57,6 @@ class Cause {
  private:
   const char* path_;
   char text_[512] = "";
-};
-
-// While it lives, `cause` is the active one; null: nobody hears of failures. One operation within
-// another, as of a hook, leaves the outer one without.
-class CauseScope {
- public:
-  explicit CauseScope(Cause* cause) noexcept { Cause::active = cause; }
-  ~CauseScope() { Cause::active = nullptr; }
-  CauseScope(const CauseScope&) = delete;
-  CauseScope& operator=(const CauseScope&) = delete;
 };
 
 class Routine {

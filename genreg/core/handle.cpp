@@ -176,25 +176,25 @@ Code HandleAccess::checkPath(const char* path) noexcept {
   return GENREG_RC_OK;
 }
 
-void HandleAccess::install(GenRegFile& handle, const FlavourHooks& hooks) noexcept {
-  handle.CompareRecord = hooks.compareRecord;
-  handle.ValidateKey = hooks.validateKey;
-  handle.PrintRecord = hooks.printRecord;
-  handle.NotifyChange = hooks.notifyChange;
-  handle.UnpackRecord = hooks.unpackRecord;
-  handle.PackRecord = hooks.packRecord;
-  handle.GetRecordSize = hooks.getRecordSize;
-  handle.GetRecordLength = hooks.getRecordLength;
-  handle.GetPackedLength = hooks.getPackedLength;
-  handle.form = hooks.form;
+void HandleAccess::install(GenRegFile& handle, const RecordForm& form) noexcept {
+  handle.CompareRecord = form.compareRecord;
+  handle.ValidateKey = form.validateKey;
+  handle.PrintRecord = form.printRecord;
+  handle.NotifyChange = form.notifyChange;
+  handle.UnpackRecord = form.unpackRecord;
+  handle.PackRecord = form.packRecord;
+  handle.GetRecordSize = form.getRecordSize;
+  handle.GetRecordLength = form.getRecordLength;
+  handle.GetPackedLength = form.getPackedLength;
+  handle.form = &form;
 }
 
 Code HandleAccess::setUp(GenRegFile& handle, Routine& routine, const char* path,
-                         const FlavourHooks& hooks, unsigned int* rc) noexcept {
+                         const RecordForm* form, unsigned int* rc) noexcept {
   if (const Code code = checkPath(path); code != 0) {
     (void)routine.fail(code, 5);
   } else {
-    install(handle, hooks);
+    if (form != nullptr) install(handle, *form);
     (void)nameFiles(handle, routine, path);
   }
   if (rc != nullptr) *rc = routine.code();

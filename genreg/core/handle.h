@@ -9,32 +9,18 @@
 
 namespace genreg {
 
-// The hooks that a flavour brings; null where it has none.
-struct FlavourHooks {
-  GenRegCompareHook compareRecord;
-  GenRegValidateHook validateKey;
-  GenRegPrintHook printRecord;
-  GenRegNotifyHook notifyChange;
-  GenRegUnpackHook unpackRecord;
-  GenRegPackHook packRecord;
-  GenRegSizeHook getRecordSize;
-  GenRegLengthHook getRecordLength;
-  GenRegLengthHook getPackedLength;
-  const RecordForm* form;
-};
-
 class HandleAccess {
  public:
   explicit HandleAccess(GenRegFile& handle) noexcept : handle_(handle) {}
 
   // --- flavours ---
 
-  // What the constructor of a flavour named by a path does: checks the path, installs the hooks,
-  // names the files. Returns, and stores at `rc` unless that is null, 0 or the constructor's code;
-  // without a usable path no hook is installed.
-  static Code setUp(GenRegFile& handle, Routine& routine, const char* path,
-                    const FlavourHooks& hooks, unsigned int* rc) noexcept;
-  static void install(GenRegFile& handle, const FlavourHooks& hooks) noexcept;
+  // What the constructor of a flavour named by a path does: checks the path, installs the flavour
+  // unless it is null, names the files. Returns, and stores at `rc` unless that is null, 0 or the
+  // constructor's code; without a usable path nothing is installed.
+  static Code setUp(GenRegFile& handle, Routine& routine, const char* path, const RecordForm* form,
+                    unsigned int* rc) noexcept;
+  static void install(GenRegFile& handle, const RecordForm& form) noexcept;
   // Checks a path and names the files: 0, GENREG_RC_NO_ARGUMENT for null or empty,
   // GENREG_RC_PATH_TOO_LONG, OSS_RC_NO_MEMORY, GENREG_RC_BASE_NAME or GENREG_RC_DIRECTORY_NAME (no
   // name is set then).
@@ -75,7 +61,7 @@ class HandleAccess {
   GenRegLengthHook packedLengthHook() const noexcept { return handle_.GetPackedLength; }
   // Null, too, for the flavour's own one that does nothing.
   GenRegNotifyHook notifyHook() const noexcept {
-    const bool idle = handle_.form != nullptr && handle_.NotifyChange == handle_.form->idleNotify;
+    const bool idle = handle_.form != nullptr && handle_.NotifyChange == handle_.form->notifyChange;
     return idle ? nullptr : handle_.NotifyChange;
   }
   GenRegPostUpdateHook postUpdateHook() const noexcept { return handle_.PostUpdate; }
@@ -87,9 +73,9 @@ class HandleAccess {
   const RecordForm* form() const noexcept {
     const RecordForm* form = handle_.form;
     if (form == nullptr || tracingOn()) return nullptr;
-    const bool own = handle_.CompareRecord == form->compare &&
-                     handle_.UnpackRecord.binary == form->unpack.binary &&
-                     handle_.UnpackRecord.text == form->unpack.text;
+    const bool own = handle_.CompareRecord == form->compareRecord &&
+                     handle_.UnpackRecord.binary == form->unpackRecord.binary &&
+                     handle_.UnpackRecord.text == form->unpackRecord.text;
     return own ? form : nullptr;
   }
 
@@ -99,10 +85,18 @@ class HandleAccess {
   GenRegFile& handle_;
 };
 
-// While it lives, an operation runs whose failure the handle will be able to explain.
+// While it lives, an operation runs whose failure the handle will be able to explain. One operation
+// within another, as of a hook, leaves the outer one without.
 class Operation {
  public:
-  explicit Operation(GenRegFile& handle) noexcept : Operation(HandleAccess(handle).session()) {}
+  explicit Operation(GenRegFile& handle) noexcept {
+    Session* const session = HandleAccess(handle).session();
+    Cause::active = cause_ = session == nullptr ? nullptr : &session->cause();
+    if (cause_ != nullptr) cause_->clear();
+  }
+  ~Operation() { Cause::active = nullptr; }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
 
   // The operation's result, which is given back.
   Code end(Code code) const noexcept {
@@ -111,13 +105,7 @@ class Operation {
   }
 
  private:
-  explicit Operation(Session* session) noexcept
-      : cause_(session == nullptr ? nullptr : &session->cause()), scope_(cause_) {
-    if (cause_ != nullptr) cause_->clear();
-  }
-
   Cause* cause_;
-  CauseScope scope_;
 };
 
 }  // namespace genreg

@@ -15,10 +15,7 @@ Code ManyChanges::begin(std::uint64_t request) noexcept {
   if (handle.hasStatus(GENREG_STATUS_SCAN_OPEN))
     return routine_.refuse(GENREG_RC_UPDATE_IN_SCAN, 20);
   handle.beginUpdate();
-  if (const Code code = handle.lock(request | GENREG_LOCK_EXCLUSIVE); code != 0) {
-    const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
-    return routine_.refuseFrom(Function::lockRegistry, code, failed, 62);
-  }
+  if (!store_.lock(routine_, request | GENREG_LOCK_EXCLUSIVE)) return routine_.code();
   Session& session = store_.session();
   Code code = session.openContent();
   if (code != 0) {
@@ -31,7 +28,7 @@ Code ManyChanges::begin(std::uint64_t request) noexcept {
     (void)routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 70);
   }
   if (!routine_.ok()) {
-    unlock();
+    store_.unlock(routine_);
     end();
   }
   return routine_.code();
@@ -39,7 +36,7 @@ Code ManyChanges::begin(std::uint64_t request) noexcept {
 
 Code ManyChanges::abandon() noexcept {
   if (store_.pending() == nullptr) return routine_.refuse(GENREG_RC_NO_UPDATE, 10);
-  unlock();
+  store_.unlock(routine_);
   end();
   return routine_.code();
 }
@@ -48,7 +45,7 @@ Code ManyChanges::commit() noexcept {
   Pending* pending = store_.pending();
   if (pending == nullptr) return routine_.refuse(GENREG_RC_NO_UPDATE, 10);
   if (pending->isChanged()) replace();
-  unlock();
+  store_.unlock(routine_);
   if (routine_.code() == 0) notifyHooks(*pending);
   end();
   return routine_.code();
@@ -64,10 +61,7 @@ void ManyChanges::replace() noexcept {
     return;
   }
   write();
-  const Code closed = session.close(routine_.ok() ? GENREG_OP_CHANGE : GENREG_OP_READ);
-  if (closed != 0) {
-    (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
-  }
+  (void)store_.close(routine_, routine_.ok() ? GENREG_OP_CHANGE : GENREG_OP_READ, 200);
   if (!store_.has(GENREG_VERIFY_UPDATES) || !routine_.ok()) {
     if (!session.isCommitted()) (void)session.deleteTemporary();
     return;
@@ -91,9 +85,7 @@ void ManyChanges::write() noexcept {
 Code ManyChanges::verify() noexcept {
   Routine routine(store_.kind.verifyUpdate);
   Session& session = store_.session();
-  if (const Code code = session.open(GENREG_OP_VERIFY); code != 0) {
-    return routine.refuseFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 70);
-  }
+  if (!store_.open(routine, GENREG_OP_VERIFY, 70)) return routine.code();
   const Pending& pending = *store_.pending();
   File& before = session.main();
   File& after = session.second();
@@ -105,10 +97,7 @@ Code ManyChanges::verify() noexcept {
   if (routine.ok() && !(before.atEnd() && after.atEnd())) {
     (void)routine.fail(GENREG_RC_VERIFY_ADD_TRAILING, 132);
   }
-  const Code closed = session.close(routine.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ);
-  if (closed != 0) {
-    (void)routine.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION, 160);
-  }
+  (void)store_.close(routine, routine.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ, 160);
   return routine.code();
 }
 
@@ -130,14 +119,6 @@ bool ManyChanges::expectBytes(Routine& routine, File& file, std::string_view byt
     bytes.remove_prefix(count);
   }
   return true;
-}
-
-void ManyChanges::unlock() noexcept {
-  const Code code = store_.session().unlock();
-  if (code == 0) return;
-  const Routine::CleanUp cleanUp(routine_);
-  (void)routine_.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
-  store_.session().dropLock();
 }
 
 void ManyChanges::end() noexcept {

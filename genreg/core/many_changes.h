@@ -22,7 +22,6 @@ class ManyChanges {
   Code verify() noexcept;
   static bool expectBytes(Routine& routine, File& file, std::string_view bytes,
                           Code unreadable) noexcept;
-  void unlock() noexcept;
   void end() noexcept;
   void notifyHooks(const Pending& pending) noexcept;
 

@@ -157,7 +157,7 @@ class Pending {
   GrowingArray<std::uint32_t> slots_;      // numbers of records plus 1; 0 is free
   std::size_t used_ = 0;
   GrowingArray<std::uint32_t> always_;
-  RecordBuffer scratch_{"pending", __LINE__};
+  RecordBuffer scratch_;
 
   GrowingArray<std::uint32_t> candidates_;
   bool onlyCandidates_ = false;

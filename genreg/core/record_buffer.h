@@ -24,37 +24,32 @@ void clearRecord(Record& record) noexcept {
 
 class RecordBuffer {
  public:
-  RecordBuffer(const char* sourceFile, unsigned int sourceLine) noexcept
-      : sourceFile_(sourceFile), sourceLine_(sourceLine) {}
+  RecordBuffer() noexcept = default;
   ~RecordBuffer() { (void)release(); }
   RecordBuffer(const RecordBuffer&) = delete;
   RecordBuffer& operator=(const RecordBuffer&) = delete;
 
-  // Makes room for `size` bytes. A buffer that must grow loses its contents. Returns the
-  // allocator's or, when only the smaller block's release failed, `freeFailed`'s code.
+  // Makes room for `size` bytes. A buffer that must grow loses its contents. Returns 0 or the
+  // allocator's code; there is room, too, when only the release of the smaller block failed.
   unsigned int reserve(std::uint64_t size) noexcept {
     if (size <= capacity_) return 0;
     void* larger = nullptr;
     if (const unsigned int code =
-            _ossMemAlloc(&larger, 0, static_cast<std::size_t>(size), 1, sourceFile_, sourceLine_);
+            _ossMemAlloc(&larger, 0, static_cast<std::size_t>(size), 1, "record_buffer", __LINE__);
         code != 0) {
       return code;
     }
     const unsigned int freed = release();
     data_ = larger;
     capacity_ = size;
-    freeFailed_ = freed != 0;
     return freed;
   }
-
-  // Whether the last failure of reserve was the release of the smaller block.
-  bool freeFailed() const noexcept { return freeFailed_; }
 
   // Gives the memory back; returns 0 or the allocator's code. Nothing is held afterwards.
   unsigned int release() noexcept {
     if (data_ == nullptr) return 0;
     capacity_ = 0;
-    return _ossMemFree(&data_, 0, 0, sourceFile_, sourceLine_);
+    return _ossMemFree(&data_, 0, 0, "record_buffer", __LINE__);
   }
 
   unsigned char* bytes() const noexcept { return static_cast<unsigned char*>(data_); }
@@ -64,9 +59,6 @@ class RecordBuffer {
  private:
   void* data_ = nullptr;
   std::uint64_t capacity_ = 0;
-  const char* sourceFile_;
-  unsigned int sourceLine_;
-  bool freeFailed_ = false;
 };
 
 }  // namespace genreg

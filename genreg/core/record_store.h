@@ -19,7 +19,6 @@ constexpr std::uint64_t smallestReturnedRecord = 8;  // bytes; smaller ones are 
 // What else the operations of an engine are: how the log calls them, and the rules of its kind.
 struct StoreKind {
   Function add, change, remove, get, getNext, checkHooks, readRecord, verifyUpdate;
-  const char* sourceFile;  // for the memory's owner
   // Lines: one that does not parse is kept, and found if what could be read of it matches; any line
   // can be asked for; a missing file is only a file that cannot be opened; no NotifyChange.
   bool isText;
@@ -44,8 +43,6 @@ struct Frame {
 
 // One record in memory, with room for the stored bytes that it comes from or becomes.
 struct Slot {
-  explicit Slot(const char* sourceFile, unsigned int line) noexcept
-      : record(sourceFile, line), packed(sourceFile, line) {}
   // First failure of giving both blocks back.
   Code release() noexcept {
     const Code first = record.release();
@@ -95,8 +92,16 @@ class RecordStore {
   }
   // Whether records are stored as that form knows them.
   bool suits(const RecordForm& form) const noexcept {
-    return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpack.binary != nullptr);
+    return kind.isText || has(GENREG_PACKED_RECORDS) == (form.unpackRecord.binary != nullptr);
   }
+
+  // --- steps of the session; false after a failure, which is logged and the routine's ---
+
+  bool lock(Routine& routine, std::uint64_t request) const noexcept;
+  bool open(Routine& routine, std::uint64_t operation, unsigned int point) const noexcept;
+  bool close(Routine& routine, std::uint64_t operation, unsigned int point) const noexcept;
+  // A failure counts only when nothing else failed. The lock is gone afterwards, whatever happens.
+  void unlock(Routine& routine) const noexcept;
 
   // --- framing ---
 
@@ -155,10 +160,11 @@ class RecordStore {
   // Whether the new file's frame is the old one's, untouched.
   virtual bool isKept(const Frame& before, const Frame& after) const noexcept = 0;
   // Whether a matching frame may be changed or deleted.
-  virtual bool mayTouch(Routine& routine, const Frame& frame) const noexcept = 0;
+  virtual bool mayTouch(Routine&, const Frame&) const noexcept { return true; }
   // What has to stand between a file's last bytes and a record that is appended.
-  virtual bool gapBehind(Routine& routine, std::string_view last,
-                         std::string_view* gap) const noexcept = 0;
+  virtual bool gapBehind(Routine&, std::string_view, std::string_view*) const noexcept {
+    return true;
+  }
   // Before an append in place: cuts off an unfinished one, and sees that what is there ends where a
   // record ends. Bytes to be written in front of the new record are given out.
   virtual bool findEnd(Routine& routine, File& file, std::string_view* before) noexcept = 0;
@@ -167,11 +173,17 @@ class RecordStore {
 
   // Moves a file that stands before damage to where records are found again, or to its end. False
   // after a read error.
-  virtual bool skipDamage(File& file, const RecordForm* form) const noexcept = 0;
+  virtual bool skipDamage(File&, const RecordForm*) const noexcept { return false; }
   // Whether a frame is what the engine itself would write.
-  virtual bool isSound(const Frame& frame) const noexcept = 0;
+  virtual bool isSound(const Frame&) const noexcept { return true; }
 
  protected:
+  struct NeededHook {
+    bool filled;
+    Code missing;
+  };
+  Code requireHooks(std::initializer_list<NeededHook> needed) const noexcept;
+
   ~RecordStore() = default;
 
  private:

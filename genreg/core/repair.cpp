@@ -6,37 +6,21 @@ Code Repair::run() noexcept {
   if (store_.pending() != nullptr) return routine_.refuse(GENREG_RC_UPDATE_OPEN, 10);
   store_.handle().beginUpdate();
   if (!store_.recordSize(routine_, &size_)) return routine_.code();
-  constexpr std::uint64_t request = GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT;
-  if (const Code code = store_.handle().lock(request); code != 0) {
-    const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
-    (void)routine_.failFrom(Function::lockRegistry, code, failed, 62);
-    return routine_.code();
-  }
+  if (!store_.lock(routine_, GENREG_LOCK_EXCLUSIVE | GENREG_LOCK_WAIT)) return routine_.code();
   // First to see whether there is anything to leave out: a repair that finds nothing leaves the
   // corrupt file of the one before it.
-  Session& session = store_.session();
-  if (open(GENREG_OP_READ)) {
+  if (store_.open(routine_, GENREG_OP_READ, 64)) {
     (void)salvage(false);
-    close(false);
+    (void)store_.close(routine_, GENREG_OP_READ, 200);
   }
   const bool needed = routine_.ok() && report_.bytesLeftOut != 0;
   report_ = needed ? GenRegRepairReport{} : report_;
-  if (needed && open(GENREG_OP_CHANGE)) {
+  if (needed && store_.open(routine_, GENREG_OP_CHANGE, 64)) {
     (void)salvage(true);
-    close(true);
+    finish();
   }
-  if (const Code code = session.unlock(); code != 0) {
-    const Routine::CleanUp cleanUp(routine_);
-    (void)routine_.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
-    session.dropLock();
-  }
+  store_.unlock(routine_);
   return routine_.code();
-}
-
-bool Repair::open(std::uint64_t kind) noexcept {
-  const Code code = store_.session().open(kind);
-  return code == 0 ||
-         routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
 }
 
 bool Repair::salvage(bool writes) noexcept {
@@ -87,14 +71,13 @@ void Repair::leaveOut(std::uint64_t offset, std::uint64_t count) noexcept {
 }
 
 // What is left out is missing on purpose: nothing is there to be verified against.
-void Repair::close(bool writes) noexcept {
+void Repair::finish() noexcept {
   Session& session = store_.session();
-  const Code code =
-      writes && routine_.ok() ? session.replaceDamaged() : session.close(GENREG_OP_READ);
+  const Code code = routine_.ok() ? session.replaceDamaged() : session.close(GENREG_OP_READ);
   if (code != 0) {
     (void)routine_.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
   }
-  if (writes && !session.isCommitted()) (void)session.deleteTemporary();
+  if (!session.isCommitted()) (void)session.deleteTemporary();
 }
 
 }  // namespace genreg

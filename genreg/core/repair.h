@@ -17,19 +17,18 @@ class Repair {
   Code run() noexcept;
 
  private:
-  bool open(std::uint64_t kind) noexcept;
   bool salvage(bool writes) noexcept;
   bool treat(const Frame& frame, bool writes) noexcept;
   bool isReadable(const Frame& frame) noexcept;
   void leaveOut(std::uint64_t offset, std::uint64_t count) noexcept;
-  void close(bool writes) noexcept;
+  void finish() noexcept;
 
   RecordStore& store_;
   Routine routine_;
   bool dropUnreadable_;
   GenRegRepairReport& report_;
   std::uint64_t size_ = 0;
-  Slot slot_{store_.kind.sourceFile, __LINE__};
+  Slot slot_;
 };
 
 }  // namespace genreg

@@ -61,7 +61,7 @@ class Search {
   void* key_;
   void* record_;
   std::uint64_t size_ = 0;
-  Slot slot_{store_.kind.sourceFile, __LINE__};
+  Slot slot_;
   std::uint64_t place_ = 0;  // of the scan whose file a Get borrows
   bool borrows_ = false;
   Code readCode_ = 0;  // why no record could be read
@@ -184,16 +184,14 @@ bool Search::failToOpen(Code code) noexcept {
 
 void Search::close() noexcept {
   if (pending_ != nullptr || cached_ != nullptr) return;
-  Session& session = store_.session();
   if (borrows_) {
-    session.scanned().seek(place_);
-    session.scanned().setPlace();
+    File& file = store_.session().scanned();
+    file.seek(place_);
+    file.setPlace();
     return;
   }
-  const Code code = session.close(GENREG_OP_READ);
-  if (code == 0) return;
   const Routine::CleanUp cleanUp(routine_);
-  (void)routine_.failFrom(Function::closeRegFile, code, GENREG_RC_CLOSE_AFTER_OPERATION, 170);
+  (void)store_.close(routine_, GENREG_OP_READ, 170);
 }
 
 // The first match from where the file stands, in the caller's record; GENREG_RC_END, or a failure.
@@ -269,8 +267,8 @@ bool takeNext(RecordStore& store, std::uint64_t mask, const void* key, void* rec
   constexpr std::uint64_t scanBits = GENREG_STATUS_SCAN_OPEN | GENREG_STATUS_SCAN_END;
   if (!handle.isExactly(scanBits, GENREG_STATUS_SCAN_OPEN) || record == nullptr) return false;
   const RecordForm* form = handle.form();
-  if (form == nullptr || store.pending() != nullptr || handle.sizeHook() != form->size ||
-      handle.validateHook() != form->validate || !store.suits(*form)) {
+  if (form == nullptr || store.pending() != nullptr || handle.sizeHook() != form->getRecordSize ||
+      handle.validateHook() != form->validateKey || !store.suits(*form)) {
     return false;
   }
   const bool any = store.kind.isText && mask == 0;

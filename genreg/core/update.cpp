@@ -12,13 +12,14 @@ Code Update::run() noexcept {
     release();
     return routine_.code();
   }
-  if (lock()) {                     // one writer, whoever comes and goes
-    if (open()) {                   // a crashed commit put back, leftovers aside, a new file
+  if (store_.lock(routine_, kind_.lockRequest)) {  // one writer, whoever comes and goes
+    // A crashed commit put back, leftovers aside, a new file.
+    if (store_.open(routine_, kind_.operation, 64)) {
       rewrite();                    // unchanged runs as they are, the rest judged one by one
       close();                      // synced; without verification this commits
       if (toBeVerified_) verify();  // exactly this change is committed, or nothing
     }
-    unlock();
+    store_.unlock(routine_);
   }
   release();
   if (routine_.code() == 0) notifyHooks();
@@ -40,31 +41,18 @@ bool Update::check() noexcept {
   return code == 0 || routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 60);
 }
 
-bool Update::lock() noexcept {
-  const Code code = store_.handle().lock(kind_.lockRequest);
-  const Code failed = code == GENREG_RC_BUSY ? code : GENREG_RC_LOCK_FAILED;
-  return code == 0 || routine_.failFrom(Function::lockRegistry, code, failed, 62);
-}
-
-bool Update::open() noexcept {
-  const Code code = store_.session().open(kind_.operation);
-  return code == 0 ||
-         routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 64);
-}
-
 // --- in an update of many changes ---
 
 void Update::runPending() noexcept {
   if (!openPending()) return;
   void* const key = isAdd() ? record_ : key_;
-  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
   // An Add that would append in place looks at the end alone.
-  const bool onlyEnd = !compares && !store_.has(GENREG_VERIFY_UPDATES);
+  const bool onlyEnd = !compares() && !store_.has(GENREG_VERIFY_UPDATES);
   if (onlyEnd) {
     pending_->beginAtLast();
   } else {
     const RecordForm* form = store_.canKeepRuns() ? store_.form(key, size_) : nullptr;
-    compares ? pending_->begin(form, mask_, key) : pending_->beginOdd(form);
+    compares() ? pending_->begin(form, mask_, key) : pending_->beginOdd(form);
   }
   const bool read = onlyEnd ? endRecords() : copyRecords();
   if (read && (isAdd() ? writeAdded() : findings()) && notePending()) {
@@ -144,13 +132,7 @@ bool Update::put(std::string_view made, Code failed, unsigned int point) noexcep
 bool Update::provesItself(std::string_view made) noexcept {
   const bool repacked = !store_.kind.isText && store_.has(GENREG_PACKED_RECORDS);
   if (!store_.has(GENREG_VERIFY_UPDATES) || repacked) return true;
-  Frame frame;
-  frame.bytes = made;
-  frame.stored = store_.storedOf(made);
-  if (const Code code = written_.record.reserve(size_); code != 0) return failPending();
-  if (!store_.unpack(routine_, frame, written_, size_, 115) || !store_.canCompare(routine_, 117)) {
-    return false;
-  }
+  if (!unpackMade(made, 116) || !store_.canCompare(routine_, 117)) return false;
   const bool isOne = !store_.kind.isText || made.find('\n') + 1 == made.size();
   return (isOne && written_.parsed && store_.isRecord(written_, record_)) ||
          routine_.failFrom(store_.kind.verifyUpdate, GENREG_RC_VERIFY_UNEXPECTED,
@@ -158,6 +140,9 @@ bool Update::provesItself(std::string_view made) noexcept {
 }
 
 // --- the work ---
+
+// Whether records are compared with the operation's; an Add that allows duplicates looks at none.
+bool Update::compares() const noexcept { return !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES); }
 
 // What a Change or Delete has come to when all records are read.
 bool Update::findings() noexcept {
@@ -197,12 +182,11 @@ bool Update::copyRecords() noexcept {
 // matches the new record, too, and every line.
 bool Update::keepRun() noexcept {
   void* key = isAdd() ? record_ : key_;
-  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
   const RecordForm* form = store_.form(key, size_);
-  const bool anything = store_.kind.isText && !compares;
+  const bool anything = store_.kind.isText && !compares();
   if ((form == nullptr && !anything) || !store_.canKeepRuns()) return true;
   File& file = store_.session().main();
-  const std::string_view run = store_.run(file, anything ? nullptr : form, mask_, key, !compares);
+  const std::string_view run = store_.run(file, anything ? nullptr : form, mask_, key, !compares());
   if (run.empty()) return true;
   file.skip(run.size());
   return store_.write(routine_, store_.session().second(), run, GENREG_RC_COPY_FAILED, 110);
@@ -211,10 +195,9 @@ bool Update::keepRun() noexcept {
 // Whether a record matches the key of the operation; for an Add that allows duplicates, none does.
 // A line that does not parse matches nothing.
 bool Update::judge(const Frame& frame, bool* matching) noexcept {
-  const bool compares = !isAdd() || !store_.has(GENREG_ALLOW_DUPLICATES);
-  if (!compares && store_.kind.isText) return true;
+  if (!compares() && store_.kind.isText) return true;
   if (!store_.unpack(routine_, frame, stored_, size_, 72)) return false;
-  if (!compares || !stored_.parsed) return true;
+  if (!compares() || !stored_.parsed) return true;
   if (!store_.canCompare(routine_, 76)) return false;
   *matching = store_.matches(mask_, stored_, isAdd() ? record_ : key_);
   return true;
@@ -270,12 +253,16 @@ bool Update::readBack(std::string_view frame) noexcept {
       store_.kind.isText) {
     return true;
   }
-  Frame made;
-  made.bytes = frame;
-  made.stored = store_.storedOf(frame);
+  return unpackMade(frame, 114);
+}
+
+bool Update::unpackMade(std::string_view made, unsigned int point) noexcept {
+  Frame frame;
+  frame.bytes = made;
+  frame.stored = store_.storedOf(made);
   const Code code = written_.record.reserve(size_);
-  if (code != 0) return routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, 114);
-  return store_.unpack(routine_, made, written_, size_, 115);
+  if (code != 0) return routine_.failFrom(probeMemAlloc, code, GENREG_RC_BUFFER_ALLOC, point);
+  return store_.unpack(routine_, frame, written_, size_, 115);
 }
 
 // Closes the files. Failures here count only when nothing else failed.
@@ -283,10 +270,10 @@ void Update::close() noexcept {
   Session& session = store_.session();
   const bool unchanged = routine_.code() == GENREG_RC_UNCHANGED;
   const bool abandoned = !routine_.ok() && !unchanged;
-  const Code closed = session.close(abandoned ? GENREG_OP_READ : kind_.operation);
-  if (closed != 0) {
+  bool closed = false;
+  {
     const Routine::CleanUp cleanUp(routine_);
-    (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION, 200);
+    closed = store_.close(routine_, abandoned ? GENREG_OP_READ : kind_.operation, 200);
   }
   if (!store_.has(GENREG_VERIFY_UPDATES)) return;
   if (kind_.deletesTemporary && (abandoned || unchanged)) {
@@ -301,7 +288,7 @@ void Update::close() noexcept {
   // and a file that lacks something is refused. An Add is not. Nor is a temporary file whose sync
   // failed: reading it back would come from memory and prove nothing about the disk.
   toBeVerified_ =
-      routine_.ok() && (closed == 0 || kind_.deletesTemporary) && session.temporaryIsDurable();
+      routine_.ok() && (closed || kind_.deletesTemporary) && session.temporaryIsDurable();
 }
 
 void Update::verify() noexcept {
@@ -311,14 +298,6 @@ void Update::verify() noexcept {
   if (code != 0) {
     (void)routine_.failFrom(store_.kind.verifyUpdate, code, GENREG_RC_VERIFY_FAILED, 220);
   }
-}
-
-void Update::unlock() noexcept {
-  const Code code = store_.session().unlock();
-  if (code == 0) return;
-  const Routine::CleanUp cleanUp(routine_);
-  (void)routine_.failFrom(Function::unlockRegistry, code, GENREG_RC_UNLOCK_FAILED, 230);
-  store_.session().dropLock();
 }
 
 void Update::release() noexcept {

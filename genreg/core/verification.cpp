@@ -6,18 +6,9 @@
 namespace genreg {
 
 Code Verification::run() noexcept {
-  if (check()) {
-    Session& session = store_.session();
-    if (const Code code = session.open(GENREG_OP_VERIFY); code != 0) {
-      (void)routine_.failFrom(Function::openRegFile, code, GENREG_RC_OPEN_FOR_OPERATION, 70);
-    } else {
-      compareFiles();
-      const Code closed = session.close(routine_.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ);
-      if (closed != 0) {
-        (void)routine_.failFrom(Function::closeRegFile, closed, GENREG_RC_CLOSE_AFTER_OPERATION,
-                                160);
-      }
-    }
+  if (check() && store_.open(routine_, GENREG_OP_VERIFY, 70)) {
+    compareFiles();
+    (void)store_.close(routine_, routine_.ok() ? GENREG_OP_VERIFY : GENREG_OP_READ, 160);
   }
   release(new_, GENREG_RC_VERIFY_FREE_NEW, 170);
   release(old_, GENREG_RC_VERIFY_FREE_OLD, 180);

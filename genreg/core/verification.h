@@ -20,9 +20,7 @@ class Verification {
         kind_(kind),
         mask_(mask),
         record_(record),
-        key_(key),
-        old_(store, __LINE__),
-        new_(store, __LINE__) {}
+        key_(key) {}
 
   // Runs the pass of an update whose work succeeded. Returns 0 when it committed, else the finding;
   // nothing is committed then.
@@ -31,7 +29,6 @@ class Verification {
  private:
   // One of the two files: where it is read, and its current record.
   struct Side {
-    Side(RecordStore& store, unsigned int line) noexcept : slot(store.kind.sourceFile, line) {}
     File* file = nullptr;
     Frame frame;
     Slot slot;

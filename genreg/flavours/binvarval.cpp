@@ -75,22 +75,28 @@ using Hook = genreg::FlavourHook<BinVarVal>;
 
 bool accepts(std::uint64_t) noexcept { return true; }
 
-const genreg::RecordForm recordForm{
-    Hook::compareRecord, nullptr, sizeof(BinVarValRecord), match,       fill,    hashOf,
-    identityOf,          nullptr, Hook::getRecordSize,     validateKey, accepts, match};
+const genreg::RecordForm recordForm{Hook::compareRecord,
+                                    validateKey,
+                                    GenRegBinVarVal::PrintRecord,
+                                    nullptr,
+                                    nullptr,
+                                    nullptr,
+                                    Hook::getRecordSize,
+                                    Hook::getRecordLength,
+                                    nullptr,
+                                    sizeof(BinVarValRecord),
+                                    match,
+                                    fill,
+                                    hashOf,
+                                    identityOf,
+                                    accepts,
+                                    match};
 
 }  // namespace
 
 GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::binVarValConstructor);
-  genreg::FlavourHooks hooks{};
-  hooks.compareRecord = Hook::compareRecord;
-  hooks.validateKey = validateKey;
-  hooks.printRecord = PrintRecord;
-  hooks.getRecordSize = Hook::getRecordSize;
-  hooks.getRecordLength = Hook::getRecordLength;
-  hooks.form = &recordForm;
-  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
+  if (genreg::HandleAccess::setUp(*this, routine, path, &recordForm, rc) != 0) return;
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }

@@ -8,56 +8,7 @@
 namespace genreg {
 namespace {
 
-// A number entry, whatever its width.
-std::uint64_t decode(const unsigned char* bytes, std::size_t width) noexcept {
-  switch (width) {
-    case sizeof(std::uint8_t):
-      return *bytes;
-    case sizeof(std::uint32_t):
-      return globalDecode<std::uint32_t>(bytes);
-    default:
-      return globalDecode<std::uint64_t>(bytes);
-  }
-}
-
-void encode(std::uint64_t number, std::size_t width, unsigned char* bytes) noexcept {
-  for (std::size_t i = 0; i < width; ++i) bytes[i] = static_cast<unsigned char>(number >> (8 * i));
-}
-
-// A number field in memory, whatever its width.
-std::uint64_t loadNumber(const unsigned char* field, std::size_t width) noexcept {
-  std::uint8_t one = 0;
-  std::uint32_t four = 0;
-  std::uint64_t eight = 0;
-  switch (width) {
-    case sizeof one:
-      return *field;
-    case sizeof four:
-      std::memcpy(&four, field, sizeof four);
-      return four;
-    default:
-      std::memcpy(&eight, field, sizeof eight);
-      return eight;
-  }
-}
-
-void storeNumber(std::uint64_t number, std::size_t width, unsigned char* field) noexcept {
-  const auto four = static_cast<std::uint32_t>(number);
-  switch (width) {
-    case 1:
-      *field = static_cast<unsigned char>(number);
-      break;
-    case sizeof four:
-      std::memcpy(field, &four, sizeof four);
-      break;
-    default:
-      std::memcpy(field, &number, sizeof number);
-  }
-}
-
-const unsigned char* memoryOf(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
-  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
-}
+constexpr std::size_t widestNumber = 8;  // bytes of a number field
 
 const GlobalRegField* fieldOf(const GlobalRegType& type, std::uint64_t bit) noexcept {
   for (std::size_t i = 0; i < type.fieldCount; ++i) {
@@ -90,7 +41,7 @@ void takeEntry(const GlobalEntry& entry, const GlobalRegField& field,
                GlobalRegRecord& record) noexcept {
   auto* memory = reinterpret_cast<unsigned char*>(&record) + field.offset;
   if (field.kind != GlobalRegFieldKind::Text) {
-    storeNumber(decode(entry.bytes, entry.length), field.width, memory);
+    std::memcpy(memory, entry.bytes, field.width);
   } else {
     copyText(memory, entry.bytes, entry.length);
   }
@@ -99,10 +50,10 @@ void takeEntry(const GlobalEntry& entry, const GlobalRegField& field,
 // Whether a key has in a field what a sound entry holds; a field without an entry is empty or 0.
 bool equalsEntry(const GlobalRegRecord& key, const GlobalRegField& field,
                  const GlobalEntry* entry) noexcept {
-  const unsigned char* memory = memoryOf(key, field);
+  const unsigned char* memory = globalMemoryOf(key, field);
   if (field.kind != GlobalRegFieldKind::Text) {
-    const std::uint64_t number = entry == nullptr ? 0 : decode(entry->bytes, entry->length);
-    return loadNumber(memory, field.width) == number;
+    constexpr unsigned char zero[widestNumber] = {};
+    return std::memcmp(memory, entry == nullptr ? zero : entry->bytes, field.width) == 0;
   }
   if (entry == nullptr) return *memory == '\0';
   // The entry's NUL ends the comparison within the entry. As a rule it ends in the first bytes.
@@ -209,48 +160,43 @@ bool GlobalPacker::forEachEntry(Visit visit) const noexcept {
     while (havePrevious && previous.bit < bit) havePrevious = reader.next(previous);
     if ((carried_ & bit) != 0) {
       if (!havePrevious || previous.bit != bit) return false;
-      visit(previous.bytes, previous.length, static_cast<const GlobalRegField*>(nullptr));
+      visit(previous.bytes, previous.length);
       continue;
     }
     const GlobalRegField& field = *fieldOf(type_, bit);
-    const unsigned char* memory = memoryOf(record_, field);
+    const unsigned char* memory = globalMemoryOf(record_, field);
     std::size_t length = field.width;
     if (field.kind == GlobalRegFieldKind::Text) {
       length = ::strnlen(reinterpret_cast<const char*>(memory), field.width) + 1;
       if (length > field.width) return false;
     }
-    visit(memory, length, &field);
+    visit(memory, length);
   }
   return reader.ok();
 }
 
 std::size_t GlobalPacker::measure() const noexcept {
   std::size_t total = globalHeaderWidth + globalCheckSumWidth;
-  const bool ok = forEachEntry([&](const unsigned char*, std::size_t length,
-                                   const GlobalRegField*) { total += globalEntryHeader + length; });
+  const bool ok = forEachEntry(
+      [&](const unsigned char*, std::size_t length) { total += globalEntryHeader + length; });
   return ok ? total : 0;
 }
 
 std::size_t GlobalPacker::write(unsigned char* out) const noexcept {
   unsigned char* at = out;
   const auto put = [&](std::uint64_t number, std::size_t width) {
-    encode(number, width, at);
+    std::memcpy(at, &number, width);
     at += width;
   };
   const std::uint64_t named = record_.FieldMask & (type_.knownMask | ~globalEntryBits);
   put(record_.RecordType, globalTypeWidth);
   put(named | carried_, globalMaskWidth);
   put(record_.MissingFieldMask, globalMaskWidth);
-  (void)forEachEntry(
-      [&](const unsigned char* bytes, std::size_t length, const GlobalRegField* field) {
-        put(length, globalEntryHeader);
-        if (field != nullptr && field->kind != GlobalRegFieldKind::Text) {
-          put(loadNumber(bytes, length), length);
-        } else {
-          std::memcpy(at, bytes, length);
-          at += length;
-        }
-      });
+  (void)forEachEntry([&](const unsigned char* bytes, std::size_t length) {
+    put(length, globalEntryHeader);
+    std::memcpy(at, bytes, length);
+    at += length;
+  });
   put(static_cast<std::uint32_t>(record_.CheckSum), globalCheckSumWidth);
   return static_cast<std::size_t>(at - out);
 }

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <utility>
+#include <cstring>
 
 #include "genreg_global.h"
 
@@ -22,14 +22,19 @@ constexpr std::uint64_t globalEntryBits = 0x7FFFFFFFFFFFFFFFu;  // the top bit n
 constexpr std::size_t globalLongestStored =
     globalHeaderWidth + 63 * (globalEntryHeader + 0xFFFF) + globalCheckSumWidth;
 
-// A number of the stored form, in one load where the machine has its bytes in this order too.
-template <typename Number, std::size_t... Index>
-constexpr Number globalDecode(const unsigned char* bytes, std::index_sequence<Index...>) noexcept {
-  return static_cast<Number>((... | (std::uint64_t{bytes[Index]} << (8 * Index))));
-}
+// A number of the stored form, which has its bytes in the order of the machine.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 template <typename Number>
-constexpr Number globalDecode(const unsigned char* bytes) noexcept {
-  return globalDecode<Number>(bytes, std::make_index_sequence<sizeof(Number)>());
+Number globalDecode(const unsigned char* bytes) noexcept {
+  Number number;
+  std::memcpy(&number, bytes, sizeof number);
+  return number;
+}
+
+// A field's bytes in a record in memory.
+inline const unsigned char* globalMemoryOf(const GlobalRegRecord& record,
+                                           const GlobalRegField& field) noexcept {
+  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
 }
 
 struct GlobalEntry {

@@ -22,16 +22,13 @@ namespace {
 
 constexpr std::size_t pathBufferSize = 261;  // bytes
 
-// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0,
-// GENREG_RC_GLOBAL_PATH_NULL or GENREG_RC_GLOBAL_PATH_SMALL.
+// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0 or
+// GENREG_RC_GLOBAL_PATH_SMALL.
 unsigned int getGlobalRegPath(char* path, unsigned short* size) {
-  const char* named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-  if (path == nullptr) return GENREG_RC_GLOBAL_PATH_NULL;
-  char standard[16];
-  if (named == nullptr) {
-    (void)std::snprintf(standard, sizeof standard, "%s%c%s", ".", ossPathSeparator, "global.reg");
-  }
-  const char* chosen = named == nullptr ? standard : named;
+  char standard[] = "./global.reg";
+  standard[1] = ossPathSeparator;
+  const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
+  const char* const chosen = named == nullptr ? standard : named;
   const std::size_t needed = std::strlen(chosen) + 1;
   const bool fits = needed <= *size;
   if (fits) std::memcpy(path, chosen, needed);
@@ -39,20 +36,16 @@ unsigned int getGlobalRegPath(char* path, unsigned short* size) {
   return fits ? GENREG_RC_OK : GENREG_RC_GLOBAL_PATH_SMALL;
 }
 
-const unsigned char* memoryOf(const GlobalRegRecord& record, const GlobalRegField& field) {
-  return reinterpret_cast<const unsigned char*>(&record) + field.offset;
-}
-
 std::uint32_t flagOf(const GlobalRegRecord& record, const GlobalRegField& field) {
   std::uint32_t flag = 0;
-  std::memcpy(&flag, memoryOf(record, field), sizeof flag);
+  std::memcpy(&flag, genreg::globalMemoryOf(record, field), sizeof flag);
   return flag;
 }
 
 bool isAcceptable(const GlobalRegRecord& record, const GlobalRegField& field) {
   switch (field.kind) {
     case GlobalRegFieldKind::Text:
-      return *memoryOf(record, field) != '\0';
+      return *genreg::globalMemoryOf(record, field) != '\0';
     case GlobalRegFieldKind::Flag:
       return flagOf(record, field) <= 1;
     default:
@@ -78,8 +71,8 @@ unsigned int checkFields(const GlobalRegType& type, std::uint64_t mask,
 
 bool equalFields(const GlobalRegField& field, const GlobalRegRecord& left,
                  const GlobalRegRecord& right) {
-  const void* first = memoryOf(left, field);
-  const void* second = memoryOf(right, field);
+  const void* first = genreg::globalMemoryOf(left, field);
+  const void* second = genreg::globalMemoryOf(right, field);
   if (field.kind == GlobalRegFieldKind::Text) {
     return std::strncmp(static_cast<const char*>(first), static_cast<const char*>(second),
                         field.width) == 0;
@@ -118,7 +111,7 @@ struct Global {
 };
 
 void printField(const GlobalRegField& field, const GlobalRegRecord& record) {
-  const unsigned char* memory = memoryOf(record, field);
+  const unsigned char* memory = genreg::globalMemoryOf(record, field);
   std::uint64_t number = 0;
   switch (field.kind) {
     case GlobalRegFieldKind::Text:
@@ -171,7 +164,7 @@ struct Stored {
 unsigned int unpackRecord(void** record) {
   Routine routine(Function::globalUnpackRecord);
   if (*record == nullptr) return routine.refuse(GENREG_RC_NO_ARGUMENT, 4);
-  RecordBuffer work("GlobalReg", __LINE__);
+  RecordBuffer work;
   if (const unsigned int code = work.reserve(sizeof(GlobalRegRecord)); code != 0) {
     (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_UNPACK_ALLOC, 5);
     return routine.code();
@@ -212,7 +205,7 @@ bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) 
   for (std::size_t i = 0; i < type->fieldCount; ++i) {
     const GlobalRegField& field = type->fields[i];
     if ((mask & field.bit) == 0) continue;
-    const unsigned char* memory = memoryOf(fields, field);
+    const unsigned char* memory = genreg::globalMemoryOf(fields, field);
     if (field.kind == GlobalRegFieldKind::Text) {
       hash->addText(reinterpret_cast<const char*>(memory), field.width);
     } else {
@@ -241,19 +234,6 @@ Match matchToFill(std::uint64_t mask, const char* stored, std::size_t length,
   return decides ? Match::Matches : match(mask, stored, length, key);
 }
 
-const genreg::RecordForm recordForm{Hook::compareRecord,
-                                    unpackRecord,
-                                    sizeof(GlobalRegRecord),
-                                    match,
-                                    fill,
-                                    hashOf,
-                                    identityOf,
-                                    notifyChange,
-                                    Hook::getRecordSize,
-                                    Hook::validateKey,
-                                    accepts,
-                                    matchToFill};
-
 unsigned int getPackedLength(const void* packed, std::uint64_t* length) {
   const Routine routine(Function::globalGetPackedLength);
   genreg::GlobalStoredReader reader(packed, Stored(packed).length);
@@ -280,7 +260,7 @@ void packInto(Routine& routine, const genreg::GlobalPacker& packer, void* memory
   // Of memory that is not the engine's only that it held the record is known.
   const RecordSpan* span = RecordSpanScope::find(memory);
   const std::uint64_t capacity = span != nullptr ? span->capacity : sizeof(GlobalRegRecord);
-  RecordBuffer work("GlobalReg", __LINE__);
+  RecordBuffer work;
   if (const unsigned int code = work.reserve(expected); code != 0) {
     (void)routine.failFrom(genreg::probeMemAlloc, code, GENREG_RC_PACK_ALLOC, 30);
     return;
@@ -311,9 +291,22 @@ unsigned int packRecord(void** record, void* previous) {
   return routine.code();
 }
 
-const genreg::FlavourHooks globalHooks{
-    Hook::compareRecord, Hook::validateKey,   printRecord,           notifyChange,    unpackRecord,
-    packRecord,          Hook::getRecordSize, Hook::getRecordLength, getPackedLength, &recordForm};
+const genreg::RecordForm recordForm{Hook::compareRecord,
+                                    Hook::validateKey,
+                                    printRecord,
+                                    notifyChange,
+                                    unpackRecord,
+                                    packRecord,
+                                    Hook::getRecordSize,
+                                    Hook::getRecordLength,
+                                    getPackedLength,
+                                    sizeof(GlobalRegRecord),
+                                    match,
+                                    fill,
+                                    hashOf,
+                                    identityOf,
+                                    accepts,
+                                    matchToFill};
 
 }  // namespace
 
@@ -321,7 +314,7 @@ GlobalReg::GlobalReg() noexcept : GlobalReg(nullptr, nullptr) {}
 
 GlobalReg::GlobalReg(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::globalConstructor);
-  genreg::HandleAccess::install(*this, globalHooks);
+  genreg::HandleAccess::install(*this, recordForm);
   char own[pathBufferSize];
   unsigned short size = sizeof own;
   unsigned int code = 0;

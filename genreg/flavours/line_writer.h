@@ -20,22 +20,20 @@ inline std::string_view lineOf(const char* text) noexcept {
 class TextPlacer {
  public:
   explicit TextPlacer(char (&memory)[GENREG_LINE_SIZE]) noexcept : at_(memory) {}
-  const char* place(std::string_view text) noexcept { return copy(text); }
-  const char* placePrintable(std::string_view text) noexcept {
-    char* const placed = copy(text);
-    GenRegMakePrintable(placed);
-    return placed;
-  }
-
- private:
-  char* copy(std::string_view text) noexcept {
+  char* place(std::string_view text) noexcept {
     char* const placed = at_;
     std::memcpy(placed, text.data(), text.size());
     at_ += text.size();
     *at_++ = '\0';
     return placed;
   }
+  const char* placePrintable(std::string_view text) noexcept {
+    char* const placed = place(text);
+    GenRegMakePrintable(placed);
+    return placed;
+  }
 
+ private:
   char* at_;
 };
 
@@ -43,13 +41,12 @@ class TextPlacer {
 // the line is remembered and reported at the end.
 class LineWriter {
  public:
-  void add(const char* text) noexcept { add(text, std::strlen(text)); }
-  void add(const char* text, std::size_t length) noexcept {
-    breaks_ = breaks_ || std::memchr(text, '\n', length) != nullptr;
-    overflows_ = overflows_ || length > longest - length_;
+  void add(std::string_view text) noexcept {
+    breaks_ = breaks_ || text.find('\n') != std::string_view::npos;
+    overflows_ = overflows_ || text.size() > longest - length_;
     if (overflows_) return;
-    std::memcpy(line_ + length_, text, length);
-    length_ += length;
+    std::memcpy(line_ + length_, text.data(), text.size());
+    length_ += text.size();
   }
 
   // Ends the line and copies it over `text`, GENREG_LINE_SIZE bytes. Returns 0, `tooLong`, or

@@ -5,7 +5,6 @@
 
 #include "genreg/core/record_buffer.h"
 #include "genreg/flavours/flavour.h"
-#include "genreg/flavours/line_writer.h"
 #include "genreg/flavours/service_line.h"
 #include "genreg_services.h"
 
@@ -71,7 +70,7 @@ bool fillRecord(const ServiceLine& line, ServiceEntryRecord& record) {
 }
 
 // One tab when a text reaches the next tab stop by itself, else two.
-void addTabs(LineWriter& out, bool reaches) { out.add("\t\t", reaches ? 1 : 2); }
+void addTabs(LineWriter& out, bool reaches) { out.add(reaches ? "\t" : "\t\t"); }
 
 unsigned int writeService(LineWriter& out, const ServiceEntryRecord& record, bool hasAliases) {
   if (record.name == nullptr) return GENREG_RC_SERVICES_PACK_NO_NAME;
@@ -87,7 +86,7 @@ unsigned int writeService(LineWriter& out, const ServiceEntryRecord& record, boo
   if (!hasAliases) return GENREG_RC_OK;
   addTabs(out, port >= wideningPort);
   for (const char** alias = record.aliases; *alias != nullptr; ++alias) {
-    out.add(" ", alias == record.aliases ? 0 : 1);
+    if (alias != record.aliases) out.add(" ");
     out.add(*alias);
   }
   return GENREG_RC_OK;
@@ -99,7 +98,7 @@ void writeComment(LineWriter& out, const ServiceEntryRecord& record, bool hasAli
   if (hasAliases) {
     addTabs(out, std::strlen(record.aliases[0]) >= tabColumn);
   } else {
-    out.add("\t\t\t\t", hostOrder(record.port) < wideningPort ? 4 : 3);
+    out.add(hostOrder(record.port) < wideningPort ? "\t\t\t\t" : "\t\t\t");
   }
   out.add("# ");
   out.add(record.comment);
@@ -108,10 +107,11 @@ void writeComment(LineWriter& out, const ServiceEntryRecord& record, bool hasAli
 struct Services {
   using Record = ServiceEntryRecord;
   static constexpr genreg::FlavourNames names{
-      Function::servicesValidateKey, Function::servicesCompareRecord,
-      Function::servicesGetRecordSize, Function::servicesGetRecordLength};
-  static constexpr Function unpackName = Function::servicesUnpackRecord;
-  static constexpr Function packName = Function::servicesPackRecord;
+      Function::servicesValidateKey,   Function::servicesCompareRecord,
+      Function::servicesGetRecordSize, Function::servicesGetRecordLength,
+      Function::servicesUnpackRecord,  Function::servicesPackRecord};
+  static constexpr unsigned int tooLong = OSS_RC_BUFFER_TOO_SMALL;
+  static constexpr std::uint64_t identity = SERVICES_IDENTITY;
 
   static bool validate(Routine& routine, std::uint64_t mask, const Record& key) {
     if (key.Contains == 0) return routine.fail(GENREG_RC_KEY_EMPTY, 20);
@@ -159,85 +159,64 @@ struct Services {
     }
   }
 
-  static void pack(Routine& routine, const Record& record, char* text) {
+  static unsigned int write(LineWriter& out, const Record& record, const char*) {
     // A list without an entry is no list.
     const bool hasAliases = record.aliases != nullptr && record.aliases[0] != nullptr;
-    LineWriter out;
     if (has(record, SERVICES_HAS_SERVICE)) {
-      if (const unsigned int code = writeService(out, record, hasAliases); code != 0) {
-        (void)routine.fail(code, 10);
-        return;
-      }
+      if (const unsigned int code = writeService(out, record, hasAliases); code != 0) return code;
     }
     if (has(record, SERVICES_HAS_COMMENT)) writeComment(out, record, hasAliases);
-    const unsigned int code = out.finish(text, OSS_RC_BUFFER_TOO_SMALL);
-    if (code != 0) (void)routine.fail(code, 20);
+    return GENREG_RC_OK;
+  }
+
+  static bool fill(std::string_view text, Record& record) noexcept {
+    if (text.find('\0') != std::string_view::npos) return false;
+    const ServiceLine line = genreg::parseServiceLine(text);
+    if (line.odd != 0) return false;
+    genreg::clearRecord(record);
+    if (text.empty()) record.Contains = SERVICES_HAS_COMMENT;  // an empty line
+    return fillRecord(line, record);
+  }
+
+  // A line that is odd in any way takes the hook, which says so in the log. So does one that may
+  // have too many aliases.
+  static Match match(std::uint64_t mask, const char* bytes, std::size_t length,
+                     const void* key) noexcept {
+    const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
+    if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0) return Match::Unclear;
+    if (bytes[0] == '#') return Match::Differs;
+    genreg::ServiceHead head;
+    if (!genreg::readServiceHead({bytes, length}, head)) {
+      if (std::memchr(bytes, '\0', length) != nullptr) return Match::Unclear;
+      const ServiceLine line = genreg::parseServiceLine({bytes, length});
+      return line.odd == 0 && !line.hasService ? Match::Differs : Match::Unclear;
+    }
+    constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
+    if (head.rest.size() > longestPlain) return Match::Unclear;
+    const bool matches =
+        ((mask & SERVICES_NAME) == 0 || genreg::equalsText(head.name, wanted.name)) &&
+        ((mask & SERVICES_PORT) == 0 || networkOrder(head.port()) == wanted.port) &&
+        ((mask & SERVICES_PROTOCOL) == 0 || genreg::equalsText(head.protocol, wanted.protocol));
+    return matches ? Match::Matches : Match::Differs;
+  }
+
+  static bool hash(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+    constexpr std::uint64_t compared = SERVICES_NAME | SERVICES_PORT | SERVICES_PROTOCOL;
+    const auto& fields = *static_cast<const ServiceEntryRecord*>(record);
+    const bool byName = (mask & SERVICES_NAME) != 0;
+    const bool byProtocol = (mask & SERVICES_PROTOCOL) != 0;
+    const bool isThere = has(fields, SERVICES_HAS_SERVICE) && (!byName || fields.name != nullptr) &&
+                         (!byProtocol || fields.protocol != nullptr);
+    if (!isThere || (mask & compared) == 0) return false;
+    if (byName) hash->addText(fields.name);
+    if ((mask & SERVICES_PORT) != 0) hash->addBytes(&fields.port, sizeof fields.port);
+    if (byProtocol) hash->addText(fields.protocol);
+    return true;
   }
 };
 
-// A line that is odd in any way takes the hook, which says so in the log. So does one that may have
-// too many aliases.
-Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
-  const auto& wanted = *static_cast<const ServiceEntryRecord*>(key);
-  if (!has(wanted, SERVICES_HAS_SERVICE) || length == 0) return Match::Unclear;
-  if (bytes[0] == '#') return Match::Differs;
-  genreg::ServiceHead head;
-  if (!genreg::readServiceHead({bytes, length}, head)) {
-    if (std::memchr(bytes, '\0', length) != nullptr) return Match::Unclear;
-    const ServiceLine line = genreg::parseServiceLine({bytes, length});
-    return line.odd == 0 && !line.hasService ? Match::Differs : Match::Unclear;
-  }
-  constexpr std::size_t longestPlain = 2 * SERVICES_ALIAS_SLOTS - 2;
-  if (head.rest.size() > longestPlain) return Match::Unclear;
-  const bool matches =
-      ((mask & SERVICES_NAME) == 0 || genreg::equalsText(head.name, wanted.name)) &&
-      ((mask & SERVICES_PORT) == 0 || networkOrder(head.port()) == wanted.port) &&
-      ((mask & SERVICES_PROTOCOL) == 0 || genreg::equalsText(head.protocol, wanted.protocol));
-  return matches ? Match::Matches : Match::Differs;
-}
-
-bool fill(const char* bytes, std::size_t length, void* record) noexcept {
-  std::string_view text(bytes, length);
-  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
-  if (text.find('\0') != std::string_view::npos) return false;
-  const ServiceLine line = genreg::parseServiceLine(text);
-  if (line.odd != 0) return false;
-  auto& filled = *static_cast<ServiceEntryRecord*>(record);
-  genreg::clearRecord(filled);
-  if (text.empty()) filled.Contains = SERVICES_HAS_COMMENT;  // an empty line
-  return fillRecord(line, filled);
-}
-
-bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
-  constexpr std::uint64_t compared = SERVICES_NAME | SERVICES_PORT | SERVICES_PROTOCOL;
-  const auto& fields = *static_cast<const ServiceEntryRecord*>(record);
-  const bool byName = (mask & SERVICES_NAME) != 0;
-  const bool byProtocol = (mask & SERVICES_PROTOCOL) != 0;
-  const bool isThere = has(fields, SERVICES_HAS_SERVICE) && (!byName || fields.name != nullptr) &&
-                       (!byProtocol || fields.protocol != nullptr);
-  if (!isThere || (mask & compared) == 0) return false;
-  if (byName) hash->addText(fields.name);
-  if ((mask & SERVICES_PORT) != 0) hash->addBytes(&fields.port, sizeof fields.port);
-  if (byProtocol) hash->addText(fields.protocol);
-  return true;
-}
-
-std::uint64_t identityOf(const void*) noexcept { return SERVICES_IDENTITY; }
-
-using Hook = genreg::LineFlavourHook<Services>;
-
-const genreg::RecordForm recordForm{Hook::compareRecord,
-                                    Hook::unpackRecord,
-                                    sizeof(ServiceEntryRecord),
-                                    match,
-                                    fill,
-                                    hashOf,
-                                    identityOf,
-                                    nullptr,
-                                    Hook::getRecordSize,
-                                    Hook::validateKey,
-                                    nullptr,
-                                    match};
+const genreg::RecordForm recordForm =
+    genreg::LineFlavourHook<Services>::form(GenRegServices::PrintRecord);
 
 void printText(const char* label, const char* text) {
   if (text == nullptr) {
@@ -251,16 +230,7 @@ void printText(const char* label, const char* text) {
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
   Routine routine(Function::servicesConstructor);
-  genreg::FlavourHooks hooks{};
-  hooks.compareRecord = Hook::compareRecord;
-  hooks.validateKey = Hook::validateKey;
-  hooks.printRecord = PrintRecord;
-  hooks.unpackRecord = Hook::unpackRecord;
-  hooks.packRecord = Hook::packRecord;
-  hooks.getRecordSize = Hook::getRecordSize;
-  hooks.getRecordLength = Hook::getRecordLength;
-  hooks.form = &recordForm;
-  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
+  if (genreg::HandleAccess::setUp(*this, routine, path, &recordForm, rc) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
 }
 

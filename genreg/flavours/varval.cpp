@@ -1,12 +1,13 @@
 // GenRegVarVal: the hooks of profile variable lines, and the typed getters.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "genreg/core/record_buffer.h"
 #include "genreg/flavours/flavour.h"
-#include "genreg/flavours/line_writer.h"
 #include "genreg/flavours/variable_line.h"
 #include "genreg_varval.h"
 #include "sysservices/text.h"
@@ -45,52 +46,50 @@ void fillRecord(const VariableLine& line, VarValRecord& record) {
 
 // What a replaced line gives to the new one: its indentation and the blanks around its "=".
 struct Layout {
-  std::size_t indentation = 0;
-  const char* beforeEquals = "";
-  std::size_t beforeLength = 0;
-  const char* afterEquals = "";
-  std::size_t afterLength = 0;
+  std::string_view indentation;
+  std::string_view beforeEquals;
+  std::string_view afterEquals;
 };
 
 // False when the template has no "=" behind its first word.
-bool layoutOf(const char* line, Layout& layout) {
-  layout.indentation = std::strspn(line, blanks);
-  layout.beforeEquals = line + layout.indentation;
-  layout.beforeEquals += std::strcspn(layout.beforeEquals, " \t=");
-  layout.beforeLength = std::strspn(layout.beforeEquals, blanks);
-  layout.afterEquals = layout.beforeEquals + layout.beforeLength;
-  if (*layout.afterEquals != '=') return false;
-  ++layout.afterEquals;
-  layout.afterLength = std::strspn(layout.afterEquals, blanks);
+bool layoutOf(std::string_view line, Layout& layout) {
+  const auto splitBlanks = [&] {
+    const std::string_view found = line.substr(0, line.find_first_not_of(blanks));
+    line.remove_prefix(found.size());
+    return found;
+  };
+  layout.indentation = splitBlanks();
+  line.remove_prefix(std::min(line.find_first_of(" \t="), line.size()));
+  layout.beforeEquals = splitBlanks();
+  if (line.empty() || line.front() != '=') return false;
+  line.remove_prefix(1);
+  layout.afterEquals = splitBlanks();
   return true;
 }
 
 unsigned int writeAssignment(LineWriter& out, const VarValRecord& record, const char* replaced) {
   if (record.Variable == nullptr) return GENREG_RC_VARVAL_NO_VARIABLE;
   if (record.Value == nullptr) return GENREG_RC_VARVAL_NO_VALUE;
-  Layout layout;
-  const bool hasTemplate = *replaced != '\0';
-  if (hasTemplate && !layoutOf(replaced, layout)) return GENREG_RC_VARVAL_NO_EQUALS;
-  const std::size_t space = !hasTemplate && !isCompact() ? 1 : 0;
-  out.add(replaced, layout.indentation);
+  const std::string_view space = isCompact() ? "" : " ";
+  Layout layout{"", space, space};
+  if (*replaced != '\0' && !layoutOf(replaced, layout)) return GENREG_RC_VARVAL_NO_EQUALS;
+  out.add(layout.indentation);
   out.add(record.Variable);
-  out.add(layout.beforeEquals, layout.beforeLength);
-  out.add(" ", space);
+  out.add(layout.beforeEquals);
   out.add("=");
-  out.add(layout.afterEquals, layout.afterLength);
-  out.add(" ", space);
+  out.add(layout.afterEquals);
   out.add(record.Value);
-  out.add(" ", has(record, VARVAL_HAS_COMMENT) ? 1 : 0);
+  if (has(record, VARVAL_HAS_COMMENT)) out.add(" ");
   return GENREG_RC_OK;
 }
 
 struct VarVal {
   using Record = VarValRecord;
   static constexpr genreg::FlavourNames names{
-      Function::varValValidateKey, Function::varValCompareRecord, Function::varValGetRecordSize,
-      Function::varValGetRecordLength};
-  static constexpr Function unpackName = Function::varValUnpackRecord;
-  static constexpr Function packName = Function::varValPackRecord;
+      Function::varValValidateKey,     Function::varValCompareRecord, Function::varValGetRecordSize,
+      Function::varValGetRecordLength, Function::varValUnpackRecord,  Function::varValPackRecord};
+  static constexpr unsigned int tooLong = GENREG_RC_VARVAL_LINE_TOO_LONG;
+  static constexpr std::uint64_t identity = VARVAL_IDENTITY;
 
   static bool validate(Routine& routine, std::uint64_t mask, const Record& key) {
     if (key.Contains == 0) return routine.fail(GENREG_RC_KEY_EMPTY, 20);
@@ -123,102 +122,85 @@ struct VarVal {
     }
   }
 
-  static void pack(Routine& routine, const Record& record, char* text) {
-    LineWriter out;
+  static unsigned int write(LineWriter& out, const Record& record, const char* replaced) {
     if (has(record, VARVAL_HAS_VARIABLE)) {
-      if (const unsigned int code = writeAssignment(out, record, text); code != 0) {
-        (void)routine.fail(code, 10);
-        return;
-      }
+      if (const unsigned int code = writeAssignment(out, record, replaced); code != 0) return code;
     }
     if (has(record, VARVAL_HAS_COMMENT)) {
       out.add("# ");
       out.add(record.Comment == nullptr ? "" : record.Comment);
     }
-    const unsigned int code = out.finish(text, GENREG_RC_VARVAL_LINE_TOO_LONG);
-    if (code != 0) (void)routine.fail(code, 20);
+    return GENREG_RC_OK;
+  }
+
+  // Parses a line as the hook would; false where that would fail or log something.
+  static bool parsePlain(std::string_view text, char (&copy)[GENREG_LINE_SIZE],
+                         VariableLine& line) {
+    return text.size() < sizeof copy && text.find('\0') == std::string_view::npos &&
+           genreg::parseVariableLine(text, copy, line) == 0 && line.odd == 0;
+  }
+
+  static bool fill(std::string_view text, Record& record) noexcept {
+    char copy[GENREG_LINE_SIZE];
+    VariableLine line;
+    if (!parsePlain(text, copy, line)) return false;
+    fillRecord(line, record);
+    return true;
+  }
+
+  // The name alone decides most lines, unless the value opens a quote that it may not close.
+  static Match match(std::uint64_t mask, const char* bytes, std::size_t length,
+                     const void* key) noexcept {
+    const auto& wanted = *static_cast<const Record*>(key);
+    const std::string_view text(bytes, length);
+    if ((mask & VARVAL_VARIABLE) != 0 && length > 0) {
+      if (bytes[0] == '#') return Match::Differs;
+      std::string_view name;
+      std::string_view rest;
+      if (genreg::readVariableHead(text, &name, &rest)) {
+        const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
+        const bool quoted = value < bytes + length && *value == '"';
+        if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
+      }
+    }
+    return matchWhole(mask, text, wanted);
+  }
+
+  static Match matchWhole(std::uint64_t mask, std::string_view text, const Record& wanted) {
+    char copy[GENREG_LINE_SIZE];
+    VariableLine line;
+    if (!parsePlain(text, copy, line)) return Match::Unclear;
+    const bool matches =
+        line.hasVariable &&
+        ((mask & VARVAL_VARIABLE) == 0 || genreg::equalsText(line.name, wanted.Variable)) &&
+        ((mask & VARVAL_VALUE) == 0 || genreg::equalsText(line.value, wanted.Value));
+    return matches ? Match::Matches : Match::Differs;
+  }
+
+  static bool hash(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
+    const auto& fields = *static_cast<const Record*>(record);
+    const bool byName = (mask & VARVAL_VARIABLE) != 0;
+    const bool byValue = (mask & VARVAL_VALUE) != 0;
+    const bool isThere = has(fields, VARVAL_HAS_VARIABLE) &&
+                         (!byName || fields.Variable != nullptr) &&
+                         (!byValue || fields.Value != nullptr);
+    if (!isThere || !(byName || byValue)) return false;
+    if (byName) hash->addText(fields.Variable);
+    if (byValue) hash->addText(fields.Value);
+    return true;
   }
 };
 
-bool holdsNul(std::string_view line) { return line.find('\0') != std::string_view::npos; }
+const genreg::RecordForm recordForm =
+    genreg::LineFlavourHook<VarVal>::form(GenRegVarVal::PrintRecord);
 
-Match matchWhole(std::uint64_t mask, std::string_view text, const VarValRecord& wanted) {
-  char copy[GENREG_LINE_SIZE];
-  VariableLine line;
-  if (text.size() >= sizeof copy || holdsNul(text) ||
-      genreg::parseVariableLine(text, copy, line) != 0 || line.odd != 0) {
-    return Match::Unclear;
-  }
-  const bool matches =
-      line.hasVariable &&
-      ((mask & VARVAL_VARIABLE) == 0 || genreg::equalsText(line.name, wanted.Variable)) &&
-      ((mask & VARVAL_VALUE) == 0 || genreg::equalsText(line.value, wanted.Value));
-  return matches ? Match::Matches : Match::Differs;
-}
-
-// The name alone decides most lines, unless the value opens a quote that it may not close.
-Match match(std::uint64_t mask, const char* bytes, std::size_t length, const void* key) noexcept {
-  const auto& wanted = *static_cast<const VarValRecord*>(key);
-  const std::string_view text(bytes, length);
-  if ((mask & VARVAL_VARIABLE) != 0 && length > 0) {
-    if (bytes[0] == '#') return Match::Differs;
-    std::string_view name;
-    std::string_view rest;
-    if (genreg::readVariableHead(text, &name, &rest)) {
-      const char* const value = genreg::skipBlanks(rest.data(), rest.data() + rest.size());
-      const bool quoted = value < bytes + length && *value == '"';
-      if (!quoted && !genreg::equalsText(name, wanted.Variable)) return Match::Differs;
-    }
-  }
-  return matchWhole(mask, text, wanted);
-}
-
-bool fill(const char* bytes, std::size_t length, void* record) noexcept {
-  std::string_view text(bytes, length);
-  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
-  char copy[GENREG_LINE_SIZE];
-  VariableLine line;
-  if (text.size() >= sizeof copy || holdsNul(text) ||
-      genreg::parseVariableLine(text, copy, line) != 0 || line.odd != 0) {
-    return false;
-  }
-  fillRecord(line, *static_cast<VarValRecord*>(record));
-  return true;
-}
-
-bool hashOf(std::uint64_t mask, const void* record, genreg::IdentityHash* hash) noexcept {
-  const auto& fields = *static_cast<const VarValRecord*>(record);
-  const bool byName = (mask & VARVAL_VARIABLE) != 0;
-  const bool byValue = (mask & VARVAL_VALUE) != 0;
-  const bool isThere = has(fields, VARVAL_HAS_VARIABLE) &&
-                       (!byName || fields.Variable != nullptr) &&
-                       (!byValue || fields.Value != nullptr);
-  if (!isThere || !(byName || byValue)) return false;
-  if (byName) hash->addText(fields.Variable);
-  if (byValue) hash->addText(fields.Value);
-  return true;
-}
-
-std::uint64_t identityOf(const void*) noexcept { return VARVAL_IDENTITY; }
-
-using Hook = genreg::LineFlavourHook<VarVal>;
-
-const genreg::RecordForm recordForm{Hook::compareRecord,
-                                    Hook::unpackRecord,
-                                    sizeof(VarValRecord),
-                                    match,
-                                    fill,
-                                    hashOf,
-                                    identityOf,
-                                    nullptr,
-                                    Hook::getRecordSize,
-                                    Hook::validateKey,
-                                    nullptr,
-                                    match};
-
-// Hands a number on when the conversion took the whole text.
-template <typename Number>
-bool storeWhole(Number number, const char* end, Number* value) {
+// Hands on the number that `convert` makes of a variable's value, when it took the whole text.
+template <typename Number, typename Convert>
+bool getNumber(GenRegVarVal& registry, const char* variable, Number* value, Convert convert) {
+  const char* text = nullptr;
+  if (!registry.GetStringValue(variable, &text)) return false;
+  char* end = nullptr;
+  const Number number = convert(text, &end);
   if (end == nullptr || *end != '\0' || value == nullptr) return false;
   *value = number;
   return true;
@@ -228,16 +210,7 @@ bool storeWhole(Number number, const char* end, Number* value) {
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept : valueText{} {
   Routine routine(Function::varValConstructor);
-  genreg::FlavourHooks hooks{};
-  hooks.compareRecord = Hook::compareRecord;
-  hooks.validateKey = Hook::validateKey;
-  hooks.printRecord = PrintRecord;
-  hooks.unpackRecord = Hook::unpackRecord;
-  hooks.packRecord = Hook::packRecord;
-  hooks.getRecordSize = Hook::getRecordSize;
-  hooks.getRecordLength = Hook::getRecordLength;
-  hooks.form = &recordForm;
-  if (genreg::HandleAccess::setUp(*this, routine, path, hooks, rc) != 0) return;
+  if (genreg::HandleAccess::setUp(*this, routine, path, &recordForm, rc) != 0) return;
   (void)setFeature(GENREG_VERIFY_UPDATES);
   (void)setFeature(GENREG_ALLOW_DUPLICATES);
   setNotCompact();
@@ -261,7 +234,7 @@ bool GenRegVarVal::GetStringValue(const char* variable, const char** value) noex
   if (value == nullptr || GetRecordSize == nullptr) return false;
   std::uint64_t size = 0;
   (void)GetRecordSize(&size);
-  genreg::RecordBuffer found("GenRegText", __LINE__);
+  genreg::RecordBuffer found;
   if (size < sizeof(VarValRecord) || found.reserve(size) != 0) return false;
   VarValRecord key{};
   key.Contains = VARVAL_HAS_VARIABLE;
@@ -276,28 +249,22 @@ bool GenRegVarVal::GetStringValue(const char* variable, const char** value) noex
 }
 
 bool GenRegVarVal::GetUintValue(const char* variable, std::uint64_t* value) noexcept {
-  const char* text = nullptr;
-  if (!GetStringValue(variable, &text)) return false;
-  char* end = nullptr;
-  const std::uint64_t number = ossStrToUint64(text, &end, 10);
-  return storeWhole(number, end, value);
+  return getNumber(*this, variable, value,
+                   [](const char* text, char** end) { return ossStrToUint64(text, end, 10); });
 }
 
 bool GenRegVarVal::GetSintValue(const char* variable, std::int64_t* value) noexcept {
-  const char* text = nullptr;
-  if (!GetStringValue(variable, &text)) return false;
-  char* end = nullptr;
-  const std::int64_t number = ossStrToSint64(text, &end, 10);
-  return storeWhole(number, end, value);
+  return getNumber(*this, variable, value,
+                   [](const char* text, char** end) { return ossStrToSint64(text, end, 10); });
 }
 
 bool GenRegVarVal::GetDoubleValue(const char* variable, double* value) noexcept {
-  const char* text = nullptr;
-  if (!GetStringValue(variable, &text) || *text == '\0') return false;
-  char* end = nullptr;
-  errno = 0;
-  const double number = std::strtod(text, &end);
-  return errno != ERANGE && end != text && storeWhole(number, end, value);
+  return getNumber(*this, variable, value, [](const char* text, char** end) {
+    errno = 0;
+    const double number = std::strtod(text, end);
+    if (errno == ERANGE || *end == text) *end = nullptr;
+    return number;
+  });
 }
 
 bool GenRegVarVal::GetBooleanValue(const char* variable, bool* value) noexcept {

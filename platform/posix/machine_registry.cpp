@@ -17,11 +17,11 @@
 namespace platform {
 namespace {
 
-SharedTree emptyTree() { return SharedTree(std::make_unique<RegistryTree>()); }
+SharedTree emptyTree() { return std::make_shared<const RegistryTree>(); }
 
 // A refused export is logged, and an empty registry.
 SharedTree treeOf(const std::string& path, const ExportContent& content) {
-  if (content.tree.get() != nullptr) return content.tree;
+  if (content.tree != nullptr) return content.tree;
   logRefusal(path, content);
   return emptyTree();
 }
@@ -47,7 +47,7 @@ unsigned int connect(Machine& machine, const char* name, RegistryKey* key) {
     if (content.code == OSS_RC_FILE_NOT_FOUND) return registryHostUnknown;
     known = machine.others.emplace(host, treeOf(path, content)).first;
   }
-  *key = known->second.get()->localMachine();
+  *key = known->second->localMachine();
   return 0;
 }
 
@@ -75,7 +75,7 @@ Machine* openMachine() noexcept {
 void closeMachine(Machine* machine) noexcept { delete machine; }
 
 RegistryKey localMachineKey(const Machine& machine) noexcept {
-  return machine.local.get()->localMachine();
+  return machine.local->localMachine();
 }
 
 unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* key) noexcept {
@@ -89,8 +89,8 @@ unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* ke
 unsigned int RegEnumKeyExA(RegistryKey key, std::uint32_t index, char* name,
                            std::uint32_t* size) noexcept {
   if (const unsigned int error = injected("RegEnumKeyExA", nullptr); error != 0) return error;
-  if (index >= key->subkeys.size()) return registryNoMoreItems;
-  const std::string& found = key->subkeys[index]->name;
+  if (index >= key->subkeyNames.size()) return registryNoMoreItems;
+  const std::string& found = *key->subkeyNames[index];
   if (found.size() >= *size) return registryMoreData;
   std::memcpy(name, found.c_str(), found.size() + 1);
   *size = static_cast<std::uint32_t>(found.size());

@@ -1,21 +1,15 @@
 #include "platform/posix/registry_export_file.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #include "platform/registry_export/registry_export.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/file_handle.h"
-#include "sysservices/posix/system_call.h"
 #include "sysservices/return_codes.h"
 
 namespace platform {
@@ -26,34 +20,8 @@ constexpr unsigned int failureSeverity = 2;
 constexpr std::size_t largestExport = std::size_t{1} << 30;  // bytes
 constexpr std::size_t readSize = std::size_t{256} * 1024;    // bytes of one read
 constexpr std::size_t mostKept = 8;                          // exports that are kept parsed
-constexpr std::time_t settled = 2;  // seconds; no file system's times are coarser
-
-// What changes whenever a file does.
-struct FileState {
-  dev_t device;
-  ino_t inode;
-  off_t size;
-  timespec modified;
-  timespec changed;
-
-  bool operator==(const FileState& other) const {
-    const auto same = [](const timespec& left, const timespec& right) {
-      return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
-    };
-    return device == other.device && inode == other.inode && size == other.size &&
-           same(modified, other.modified) && same(changed, other.changed);
-  }
-};
-
-// Gives 0 or the system error.
-int readState(int descriptor, const std::string& path, FileState& state) {
-  struct stat status;
-  if (oss::systemCall("fstat", path.c_str(), [&] { return ::fstat(descriptor, &status); }) != 0) {
-    return errno;
-  }
-  state = {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
-  return 0;
-}
+constexpr std::int64_t settled = 2;  // seconds; no file system's times are coarser
+constexpr std::int64_t nanoseconds = 1000000000;
 
 ExportContent refuse(unsigned int code, unsigned int point, const char* reason,
                      std::uint32_t line = 0) {
@@ -73,47 +41,30 @@ ExportContent refuseUnreadable(int error) {
 }
 
 ExportContent parse(std::string_view bytes) {
-  auto tree = std::make_unique<RegistryTree>();
+  const auto tree = std::make_shared<RegistryTree>();
   ExportFault fault;
   if (readRegistryExport(bytes, *tree, fault)) {
-    return {SharedTree(std::move(tree)), 0, 0, 0, {}};
+    return {tree, 0, 0, 0, {}};
   }
   return refuse(OSS_RC_BAD_PARAMETER, 40, fault.reason, fault.line);
-}
-
-// Reads as many bytes as `bytes` has room for, fewer where the file ends. Gives 0 or the system
-// error.
-int readBytes(int descriptor, const std::string& path, std::string& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = oss::systemCall("read", path.c_str(), [&] {
-      return ::pread(descriptor, bytes.data() + done, std::min(bytes.size() - done, readSize),
-                     static_cast<off_t>(done));
-    });
-    if (count < 0) return errno;
-    if (count == 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  bytes.resize(done);
-  return 0;
 }
 
 // Half of an export can look like a whole one: it counts only when the file has the size and the
 // times afterwards that it had before. Gives the refusal; its code is 0 when `bytes` are the
 // file's.
-ExportContent readExport(int descriptor, const std::string& path, const FileState& before,
-                         std::string& bytes) {
-  const auto size = static_cast<std::size_t>(before.size);
-  if (size > largestExport) return refuseUnreadable(EFBIG);
-  bytes.resize(size);
-  if (const int error = readBytes(descriptor, path, bytes); error != 0) {
-    return refuseUnreadable(error);
+ExportContent readExport(OSSHFile& file, const OSSFileInfo& before, std::string& bytes) {
+  if (before.size > largestExport) return refuseUnreadable(EFBIG);
+  bytes.resize(before.size);
+  std::size_t part = 1;
+  for (std::size_t done = 0; part > 0 && done < bytes.size(); done += part) {
+    const std::size_t count = std::min(bytes.size() - done, readSize);
+    if (file.readAt(bytes.data() + done, count, done, &part) != 0) {
+      return refuseUnreadable(file.lastError());
+    }
   }
-  FileState after;
-  if (const int error = readState(descriptor, path, after); error != 0) {
-    return refuseUnreadable(error);
-  }
-  if (bytes.size() != size || !(before == after)) {
+  OSSFileInfo after{};
+  if (file.getInfo(&after) != 0) return refuseUnreadable(file.lastError());
+  if (part == 0 || !before.isUntouched(after)) {
     return refuse(OSS_RC_IO_ERROR, 30, "the file was changed while it was read");
   }
   return {};
@@ -121,8 +72,8 @@ ExportContent readExport(int descriptor, const std::string& path, const FileStat
 
 // A file that changes twice within one tick of its clock looks unchanged; so what was read right
 // after a change is kept with its bytes, which the next look compares.
-bool hasSettled(const FileState& state) {
-  return std::time(nullptr) - state.modified.tv_sec > settled;
+bool hasSettled(const OSSFileInfo& info) {
+  return std::time(nullptr) - info.modified / nanoseconds > settled;
 }
 
 class ExportCache {
@@ -133,35 +84,30 @@ class ExportCache {
     const OSSFileOpenParam param{
         OSS_PARAM_LEVEL, path.c_str(), OSS_ACCESS_READ_WRITE, OSS_OPEN_EXISTING, 0, 0, 0};
     if (file.open(&param) != 0) return refuseUnreadable(file.lastError());
-    const int descriptor = static_cast<int>(file.getFileHandle());
-    FileState state;
-    if (const int error = readState(descriptor, path, state); error != 0) {
-      return refuseUnreadable(error);
-    }
+    OSSFileInfo info{};
+    if (file.getInfo(&info) != 0) return refuseUnreadable(file.lastError());
     const auto known = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const Entry& entry) { return entry.path == path; });
-    Entry entry{path, state, {}, {}};
+    Entry entry{path, info, {}, {}};
     if (known != entries_.end()) {
-      if (known->state == state && known->bytes.empty()) return known->content;
+      if (known->info.isUntouched(info) && known->bytes.empty()) return known->content;
       entry = std::move(*known);
       entries_.erase(known);
     }
     std::string bytes;
-    if (ExportContent refusal = readExport(descriptor, path, state, bytes); refusal.code != 0) {
-      return refusal;
-    }
+    if (ExportContent refusal = readExport(file, info, bytes); refusal.code != 0) return refusal;
     if (entry.bytes.empty() || entry.bytes != bytes) entry.content = parse(bytes);
-    entry.state = state;
-    entry.bytes = hasSettled(state) ? std::string() : std::move(bytes);
+    entry.info = info;
+    entry.bytes = hasSettled(info) ? std::string() : std::move(bytes);
     return keep(std::move(entry));
   }
 
  private:
   struct Entry {
     std::string path;
-    FileState state;
+    OSSFileInfo info;
     ExportContent content;
-    std::string bytes;  // empty: the state says enough
+    std::string bytes;  // empty: the times say enough
   };
 
   ExportContent keep(Entry entry) {

@@ -1,8 +1,6 @@
 // Streams that ask the file's owner for every byte.
 #include "platform/stream_face.h"
 
-#include <cerrno>
-
 #include "sysservices/fault_hook.h"
 
 namespace platform {
@@ -42,17 +40,6 @@ bool StreamFace::open(StreamTarget& target, std::intptr_t, bool appends) noexcep
   if (stream_ == nullptr) return false;
   (void)std::setvbuf(stream_, nullptr, _IONBF, 0);
   return true;
-}
-
-int StreamFace::flush() noexcept {
-  errno = 0;
-  if (stream_ == nullptr || std::fflush(stream_) == 0) return 0;
-  return errno != 0 ? errno : EIO;
-}
-
-void StreamFace::close() noexcept {
-  if (stream_ != nullptr) (void)std::fclose(stream_);
-  stream_ = nullptr;
 }
 
 // The stream has no place of its own.

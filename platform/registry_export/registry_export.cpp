@@ -20,8 +20,7 @@
 #include "platform/registry_export/registry_export.h"
 
 #include <algorithm>
-#include <iterator>
-#include <optional>
+#include <charconv>
 #include <string>
 
 #include "platform/registry_export/unicode.h"
@@ -48,13 +47,6 @@ std::string textOfValue(std::string_view bytes) {
     appendUtf8(text, codePoint == invalidCodePoint ? replacementCharacter : codePoint);
   }
   return text;
-}
-
-std::optional<unsigned int> hexDigit(char character) {
-  if (character >= '0' && character <= '9') return static_cast<unsigned int>(character - '0');
-  if (character >= 'a' && character <= 'f') return static_cast<unsigned int>(character - 'a' + 10);
-  if (character >= 'A' && character <= 'F') return static_cast<unsigned int>(character - 'A' + 10);
-  return std::nullopt;
 }
 
 // The export's characters as UTF-8, all of them valid and none of them NUL.
@@ -110,11 +102,9 @@ class ExportText {
   const char* reason_ = nullptr;
 };
 
-struct Escape {
-  char written;
-  char meant;
-};
-constexpr Escape escapes[] = {{'\\', '\\'}, {'"', '"'}, {'n', '\n'}, {'r', '\r'}};
+// What a backslash in a text may be followed by, and what the two mean.
+constexpr std::string_view escapesWritten = "\\\"nr";
+constexpr std::string_view escapesMeant = "\\\"\n\r";
 
 class ExportReader {
  public:
@@ -182,8 +172,14 @@ class ExportReader {
       parent = tree_.subkey(parent, name);
       name = next;
     }
-    if (parent != nullptr) tree_.eraseKey(parent, name);
+    if (parent != nullptr) erase(parent->subkeys, name);
     return nullptr;
+  }
+
+  // A missing entry is nothing to do.
+  template <typename Entries>
+  static void erase(Entries& entries, std::string_view name) {
+    if (const auto found = entries.find(name); found != entries.end()) entries.erase(found);
   }
 
   static std::string_view nextComponent(std::string_view& path) {
@@ -194,10 +190,7 @@ class ExportReader {
   }
 
   static bool nameTooLong(std::string_view name) {
-    if (name.size() <= longestKeyName) return false;
-    std::size_t units = 0;
-    for (std::size_t i = 0; i < name.size();) units += utf16Units(nextCodePoint(name, i));
-    return units > longestKeyName;
+    return name.size() > longestKeyName && utf16Length(name) > longestKeyName;
   }
 
   bool readValueLine() {
@@ -208,15 +201,13 @@ class ExportReader {
     if (!accept('=')) return fail("a value without its equals sign");
     skipBlanks();
     if (accept('-')) {
-      tree_.eraseValue(key_, name);
+      erase(key_->values, name);
       return acceptValueEnd();
     }
     std::uint32_t type = 0;
     std::string data;
     if (!readData(type, data) || !acceptValueEnd()) return false;
-    RegistryValue* const value = tree_.addValue(key_, name);
-    value->type = type;
-    value->data = std::move(data);
+    key_->values[name] = {type, std::move(data)};
     return true;
   }
 
@@ -257,12 +248,9 @@ class ExportReader {
 
   bool readEscape(std::string& text) {
     if (atEnd()) return false;
-    const auto known = std::find_if(std::begin(escapes), std::end(escapes), [&](Escape escape) {
-      return escape.written == text_[position_];
-    });
-    if (known == std::end(escapes)) return false;
-    text += known->meant;
-    ++position_;
+    const std::size_t known = escapesWritten.find(text_[position_++]);
+    if (known == std::string_view::npos) return false;
+    text += escapesMeant[known];
     return true;
   }
 
@@ -275,27 +263,24 @@ class ExportReader {
     return true;
   }
 
-  bool readHexNumber(std::uint32_t& number) {
-    constexpr unsigned int mostDigits = 8;
-    number = 0;
-    unsigned int digits = 0;
-    for (; !atEnd() && digits < mostDigits; ++digits, ++position_) {
-      const auto digit = hexDigit(text_[position_]);
-      if (!digit) break;
-      number = number << 4 | *digit;
-    }
-    return digits > 0;
+  bool readHexNumber(std::uint32_t& number, std::size_t mostDigits = 8) {
+    const char* const begin = text_.data() + position_;
+    const char* const limit = begin + std::min(mostDigits, text_.size() - position_);
+    const char* const end = std::from_chars(begin, limit, number, 16).ptr;
+    position_ += static_cast<std::size_t>(end - begin);
+    return end != begin;
   }
 
   bool readBytes(std::string& bytes) {
     if (!skipContinuation()) return false;
     if (atLineEnd()) return true;
     for (;;) {
-      const auto high = position_ < text_.size() ? hexDigit(text_[position_]) : std::nullopt;
-      const auto low = position_ + 1 < text_.size() ? hexDigit(text_[position_ + 1]) : std::nullopt;
-      if (!high || !low) return fail("a byte that is not two hexadecimal digits");
-      bytes += static_cast<char>(*high << 4 | *low);
-      position_ += 2;
+      const std::size_t start = position_;
+      std::uint32_t byte = 0;
+      if (!readHexNumber(byte, 2) || position_ - start != 2) {
+        return fail("a byte that is not two hexadecimal digits");
+      }
+      bytes += static_cast<char>(byte);
       skipBlanks();
       if (!accept(',')) return true;
       if (!skipContinuation()) return false;

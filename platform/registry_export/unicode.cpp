@@ -71,22 +71,22 @@ char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexc
   return invalidCodePoint;
 }
 
-std::size_t encodeUtf8(char32_t codePoint, char (&bytes)[4]) noexcept {
-  if (codePoint < 0x80) {
-    bytes[0] = static_cast<char>(codePoint);
-    return 1;
-  }
-  const std::size_t following = codePoint < 0x800 ? 1 : codePoint < 0x10000 ? 2 : 3;
-  bytes[0] = static_cast<char>(leads[following - 1].mark | codePoint >> (6 * following));
-  for (std::size_t i = 1; i <= following; ++i) {
-    bytes[i] = static_cast<char>(0x80u | (codePoint >> (6 * (following - i)) & 0x3Fu));
-  }
-  return 1 + following;
+std::size_t utf16Length(std::string_view utf8) noexcept {
+  std::size_t units = 0;
+  for (std::size_t i = 0; i < utf8.size();) units += nextCodePoint(utf8, i) < 0x10000 ? 1 : 2;
+  return units;
 }
 
 void appendUtf8(std::string& text, char32_t codePoint) {
-  char bytes[4];
-  text.append(bytes, encodeUtf8(codePoint, bytes));
+  if (codePoint < 0x80) {
+    text += static_cast<char>(codePoint);
+    return;
+  }
+  const std::size_t following = codePoint < 0x800 ? 1 : codePoint < 0x10000 ? 2 : 3;
+  text += static_cast<char>(leads[following - 1].mark | codePoint >> (6 * following));
+  for (std::size_t i = 1; i <= following; ++i) {
+    text += static_cast<char>(0x80u | (codePoint >> (6 * (following - i)) & 0x3Fu));
+  }
 }
 
 }  // namespace platform

@@ -24,15 +24,14 @@ constexpr bool isContinuation(char byte) {
 // is invalid.
 char32_t nextUtf16CodePoint(std::string_view bytes, std::size_t& position) noexcept;
 
-// Writes the one to four bytes of a valid code point and gives their number.
-std::size_t encodeUtf8(char32_t codePoint, char (&bytes)[4]) noexcept;
+// Appends a valid code point.
 void appendUtf8(std::string& text, char32_t codePoint);
 
 // The letter that stands for `letter` where names are matched without regard to case, as the
 // registry of the original system does it: its capital, or itself where it has none.
 char32_t capitalOf(char32_t letter) noexcept;
 
-// Number of UTF-16 units that a code point takes.
-constexpr std::size_t utf16Units(char32_t codePoint) { return codePoint < 0x10000 ? 1 : 2; }
+// Number of UTF-16 units that a text takes; an invalid byte counts as two.
+std::size_t utf16Length(std::string_view utf8) noexcept;
 
 }  // namespace platform

@@ -7,10 +7,12 @@
 namespace platform {
 namespace {
 
-static_assert(sizeof(wchar_t) == sizeof(char16_t));
-
-const wchar_t* wide(const char16_t* text) { return reinterpret_cast<const wchar_t*>(text); }
-wchar_t* wide(char16_t* text) { return reinterpret_cast<wchar_t*>(text); }
+// A text in the library's encoding; false, with GetLastError, when it is too long or not valid.
+constexpr int wideSize = 514;
+using WideText = wchar_t[wideSize];
+bool widen(const char* text, WideText& wide) {
+  return ::MultiByteToWideChar(CP_ACP, 0, text, -1, wide, wideSize) > 0;
+}
 
 // The library's functions, as its own interface declares them.
 struct SystemEntryPoints {
@@ -43,9 +45,11 @@ ClusterKey getClusterKey(Cluster cluster) noexcept {
   return asOurs<ClusterKey>(library.getClusterKey(asSystems<void*>(cluster), KEY_READ));
 }
 
-unsigned int openKey(ClusterKey parent, const char16_t* path, ClusterKey* key) noexcept {
+unsigned int openKey(ClusterKey parent, const char* path, ClusterKey* key) noexcept {
+  WideText widePath;
+  if (!widen(path, widePath)) return ::GetLastError();
   HKEY opened = nullptr;
-  const LONG status = library.openKey(asSystems<HKEY>(parent), wide(path), KEY_READ, &opened);
+  const LONG status = library.openKey(asSystems<HKEY>(parent), widePath, KEY_READ, &opened);
   if (status == ERROR_SUCCESS) *key = asOurs<ClusterKey>(opened);
   return static_cast<unsigned int>(status);
 }
@@ -54,13 +58,19 @@ unsigned int closeKey(ClusterKey key) noexcept {
   return static_cast<unsigned int>(library.closeKey(asSystems<HKEY>(key)));
 }
 
-unsigned int queryValue(ClusterKey key, const char16_t* name, void* data,
-                        std::uint32_t* size) noexcept {
+unsigned int queryValue(ClusterKey key, const char* name, char* text, std::size_t size) noexcept {
+  WideText wideName;
+  if (!widen(name, wideName)) return ::GetLastError();
+  wchar_t value[longestClusterValue + 1] = {};  // the last unit stays 0: a text need not end in one
   DWORD type = REG_NONE;
-  DWORD room = *size;
-  const LONG status =
-      library.queryValue(asSystems<HKEY>(key), wide(name), &type, static_cast<BYTE*>(data), &room);
-  *size = room;
+  DWORD room = longestClusterValue * sizeof *value;
+  const LONG status = library.queryValue(asSystems<HKEY>(key), wideName, &type,
+                                         reinterpret_cast<BYTE*>(value), &room);
+  if (status == ERROR_SUCCESS &&
+      ::WideCharToMultiByte(CP_ACP, 0, value, -1, text, static_cast<int>(size), nullptr, nullptr) ==
+          0) {
+    *text = '\0';
+  }
   return static_cast<unsigned int>(status);
 }
 
@@ -93,14 +103,5 @@ void loadClusterLibrary(const Machine&, ClusterEntryPoints* entryPoints) noexcep
 }
 
 unsigned int GetLastError() noexcept { return ::GetLastError(); }
-
-bool MultiByteToWideChar(const char* text, char16_t* buffer, std::size_t size) noexcept {
-  return ::MultiByteToWideChar(CP_ACP, 0, text, -1, wide(buffer), static_cast<int>(size)) > 0;
-}
-
-bool WideCharToMultiByte(const char16_t* text, char* buffer, std::size_t size) noexcept {
-  return ::WideCharToMultiByte(CP_ACP, 0, wide(text), -1, buffer, static_cast<int>(size), nullptr,
-                               nullptr) > 0;
-}
 
 }  // namespace platform

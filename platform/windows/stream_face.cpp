@@ -6,8 +6,6 @@
 #include <io.h>
 #include <windows.h>
 
-#include <cerrno>
-
 #include "sysservices/fault_hook.h"
 
 namespace platform {
@@ -60,17 +58,6 @@ bool StreamFace::open(StreamTarget& target, std::intptr_t handle, bool appends) 
   (void)std::setvbuf(stream_, nullptr, _IONBF, 0);
   setPlace(target);
   return true;
-}
-
-int StreamFace::flush() noexcept {
-  errno = 0;
-  if (stream_ == nullptr || std::fflush(stream_) == 0) return 0;
-  return errno != 0 ? errno : EIO;
-}
-
-void StreamFace::close() noexcept {
-  if (stream_ != nullptr) (void)std::fclose(stream_);
-  stream_ = nullptr;
 }
 
 void StreamFace::fetchPlace(StreamTarget& target) const noexcept {

@@ -143,10 +143,7 @@ unsigned int OSSHFile::reopen() noexcept {
 
 unsigned int OSSHFile::createPrivate(const char* path, const char*) noexcept {
   constexpr mode_t ownerOnly = 0600;
-  (void)close();
-  openMode_ = OSS_OPEN_EXISTING;
-  options_ = 0;
-  path_ = path;
+  startAnew(path, OSS_OPEN_EXISTING, 0);
   const int descriptor = openDescriptor(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, ownerOnly);
   if (descriptor < 0) return fail(errno);
   handle_ = descriptor;
@@ -155,10 +152,7 @@ unsigned int OSSHFile::createPrivate(const char* path, const char*) noexcept {
 }
 
 unsigned int OSSHFile::duplicate(const OSSHFile& other) noexcept {
-  (void)close();
-  openMode_ = OSS_OPEN_EXISTING;
-  options_ = 0;
-  path_ = other.path_;
+  startAnew(other.path_, OSS_OPEN_EXISTING, 0);
   const int descriptor = static_cast<int>(other.handle_);
   const int copy = oss::systemCall(
       "fcntl", nullptr, [&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); });

@@ -72,8 +72,7 @@ unsigned int removeLockFile(const char* path) {
   }
   // Anything but a plain file can be nobody's lock; removing its name harms no holder.
   if (!S_ISREG(status.st_mode)) return removeName(path);
-  const int descriptor = oss::aboveStandard(oss::systemCall(
-      "open", path, [&] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+  const int descriptor = oss::openItself(path);
   if (descriptor < 0) return fail(errno);
   const unsigned int code = removeWhileLocked(descriptor, path);
   // The name is gone or left to its holder by now: a failed close changes nothing of that.
@@ -203,8 +202,7 @@ unsigned int ossAbsolutePath(const char* path, char* buffer, std::size_t size) {
 
 unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const int descriptor = oss::aboveStandard(oss::systemCall(
-      "open", path, [&] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+  const int descriptor = oss::openItself(path);
   if (descriptor < 0) return fail(errno);
   const unsigned int code = outcome(oss::systemCall(
       "fchmod", path, [&] { return ::fchmod(descriptor, static_cast<mode_t>(permissions)); }));

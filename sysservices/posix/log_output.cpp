@@ -21,20 +21,9 @@ void writeAll(int descriptor, const char* line, std::size_t length) {
   (void)ignored;
 }
 
-}  // namespace
-
-std::uint64_t ossThreadID() { return static_cast<std::uint64_t>(::syscall(SYS_gettid)); }
-
-namespace {
-
 // C libraries differ in what strerror_r returns: the text, or a number when it is in the buffer.
 [[maybe_unused]] const char* textOf(const char* text, const char*) { return text; }
 [[maybe_unused]] const char* textOf(int, const char* buffer) { return buffer; }
-
-}  // namespace
-
-namespace oss {
-namespace {
 
 std::atomic<unsigned int> forkedHere{0};
 std::atomic<unsigned int> forking{0};  // threads that are about to, or do
@@ -55,6 +44,10 @@ void inChild() {
 }
 
 }  // namespace
+
+std::uint64_t ossThreadID() { return static_cast<std::uint64_t>(::syscall(SYS_gettid)); }
+
+namespace oss {
 
 Forks forks() noexcept {
   static const int watched = ::pthread_atfork(

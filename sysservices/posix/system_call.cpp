@@ -26,6 +26,11 @@ int aboveStandard(int descriptor) noexcept {
   return moved;
 }
 
+int openItself(const char* path) noexcept {
+  return aboveStandard(systemCall(
+      "open", path, [&] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+}
+
 Standing standing(int descriptor, const char* path) noexcept {
   struct stat opened;
   struct stat named;
@@ -64,9 +69,7 @@ int syncDirectoryOf(const char* path) noexcept {
       "open", directory, [&] { return ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   const bool readable = descriptor >= 0;
   if (!readable && errno == EACCES) {
-    descriptor = aboveStandard(systemCall("open", path, [&] {
-      return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    }));
+    descriptor = openItself(path);
   }
   if (descriptor < 0) return errno;
   const int failed = systemCall(readable ? "fsync" : "syncfs", directory, [&] {

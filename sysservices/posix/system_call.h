@@ -34,6 +34,9 @@ int closeDescriptor(int descriptor) noexcept;
 // finds a registry file in its place. Returns the descriptor, or -1 with errno (it is closed then).
 int aboveStandard(int descriptor) noexcept;
 
+// Opens to be read what stands at a path itself, unless it is a link; returns as aboveStandard.
+int openItself(const char* path) noexcept;
+
 // Whether an open file is the one that a path names now. Unknown leaves errno.
 enum class Standing { AtName, Replaced, Unknown };
 Standing standing(int descriptor, const char* path) noexcept;

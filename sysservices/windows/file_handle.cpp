@@ -88,10 +88,7 @@ unsigned int OSSHFile::reopen() noexcept {
 // The file has the access list of its model from birth. One whose list cannot be had is refused by
 // takeAttributes, before anything is written to it.
 unsigned int OSSHFile::createPrivate(const char* path, const char* model) noexcept {
-  (void)close();
-  openMode_ = OSS_OPEN_EXISTING;
-  options_ = 0;
-  path_ = path;
+  startAnew(path, OSS_OPEN_EXISTING, 0);
   AccessList list(model);
   oss::FileOpening opening{GENERIC_READ | GENERIC_WRITE, CREATE_NEW, true, false};
   opening.security = list.descriptor();
@@ -120,10 +117,7 @@ unsigned int OSSHFile::takeAttributes(const char*, const OSSFileInfo& info) noex
 void OSSHFile::shareWithWriters(const OSSFileInfo&) noexcept {}
 
 unsigned int OSSHFile::duplicate(const OSSHFile& other) noexcept {
-  (void)close();
-  openMode_ = OSS_OPEN_EXISTING;
-  options_ = 0;
-  path_ = other.path_;
+  startAnew(other.path_, OSS_OPEN_EXISTING, 0);
   const HANDLE self = ::GetCurrentProcess();
   HANDLE copy = nullptr;
   const bool done = oss::systemCall("fcntl", nullptr, [&] {

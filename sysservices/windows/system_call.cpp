@@ -83,26 +83,18 @@ int checkPlain(HANDLE handle, const FileOpening& opening) {
   return 0;
 }
 
-// An open handle to ask a file with.
-class Inquiry {
- public:
-  Inquiry(const char* path, DWORD flags)
-      : handle_(::CreateFileA(path, FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr)) {}
-  ~Inquiry() {
-    if (handle_ != INVALID_HANDLE_VALUE) ::CloseHandle(handle_);
-  }
-  Inquiry(const Inquiry&) = delete;
-  Inquiry& operator=(const Inquiry&) = delete;
-
-  bool answer(BY_HANDLE_FILE_INFORMATION* status) const {
-    return handle_ != INVALID_HANDLE_VALUE && ::GetFileInformationByHandle(handle_, status) != 0;
-  }
-
- private:
-  HANDLE handle_;
-};
+// Asks a file through a handle of its own. False with GetLastError.
+bool ask(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) {
+  const HANDLE handle = ::CreateFileA(
+      path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return false;
+  const bool asked = ::GetFileInformationByHandle(handle, status) != 0;
+  const DWORD error = ::GetLastError();
+  ::CloseHandle(handle);
+  ::SetLastError(error);
+  return asked;
+}
 
 constexpr std::uint64_t whole(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
@@ -192,7 +184,7 @@ bool unlockHandle(HANDLE handle) noexcept {
 }
 
 bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept {
-  return patientCall("stat", path, [&] { return Inquiry(path, flags).answer(status); });
+  return patientCall("stat", path, [&] { return ask(path, flags, status); });
 }
 
 // The system counts tenths of microseconds from the beginning of 1601.

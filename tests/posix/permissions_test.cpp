@@ -15,6 +15,8 @@ namespace fs = std::filesystem;
 
 const std::string content = frame(variable("a", 1)) + frame(variable("b", 2));
 
+bool isRoot() { return ::geteuid() == 0; }
+
 class PermissionsTest : public RegistryTest {
  protected:
   void TearDown() override {
@@ -34,12 +36,11 @@ class PermissionsTest : public RegistryTest {
   }
   // In a child, as that user; as oneself where that is nobody's to choose.
   static void expectAs(uid_t user, const std::function<bool()>& body) {
-    expectInChild([&] {
-      return (!isAdministrator() || (::setgid(user) == 0 && ::setuid(user) == 0)) && body();
-    });
+    expectInChild(
+        [&] { return (!isRoot() || (::setgid(user) == 0 && ::setuid(user) == 0)) && body(); });
   }
   static void give(const std::string& name, uid_t user, unsigned int permissions) {
-    EXPECT_TRUE(!isAdministrator() || ::chown(name.c_str(), user, user) == 0);
+    EXPECT_TRUE(!isRoot() || ::chown(name.c_str(), user, user) == 0);
     setPermissions(name, permissions);
   }
 };
@@ -76,7 +77,7 @@ TEST_F(PermissionsTest, NoMaskOfTheProcessMakesTheFilesUnusable) {
 }
 
 TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
-  if (!isAdministrator()) GTEST_SKIP() << "needs two users";
+  if (!isRoot()) GTEST_SKIP() << "needs two users";
   writeFile(registry(), content);
   give(registry(), first, 0666);
   setPermissions(directory_, 0777);
@@ -100,7 +101,7 @@ TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
 }
 
 TEST_F(PermissionsTest, AGroupThatCannotBeKeptGetsNoMoreThanEverybody) {
-  if (!isAdministrator()) GTEST_SKIP() << "needs two users";
+  if (!isRoot()) GTEST_SKIP() << "needs two users";
   writeFile(registry(), content);
   setPermissions(registry(), 0664);
   setPermissions(directory_, 0777);

@@ -2,30 +2,9 @@
 // record of a name and a number.
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
-
 #include "bench/flavours.h"
 #include "support/registry_fixture.h"
 #include "support/stored_record.h"
-#include "sysservices/environment.h"
-
-// The path of a global registry comes from the environment, which must be set before it is made and
-// does not take every value everywhere.
-struct GlobalPath {
-  explicit GlobalPath(const char* path) {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", path);
-    const char* const set = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-    isNamed = set != nullptr && std::strcmp(set, path) == 0;
-  }
-  bool isNamed;
-};
-class GlobalAt : public GlobalPath, public GlobalReg {
- public:
-  GlobalAt(const char* path, unsigned int*) : GlobalPath(path) {
-    (void)ossEnvironmentSet("ZOR_GLOBAL_REG_PATHNAME", nullptr);
-  }
-};
 
 // `features` are those that its files cannot be read without.
 template <typename Described, typename Library, bool text, std::uint64_t features = 0>
@@ -38,7 +17,7 @@ struct Tested : Described {
   }
 };
 using BinaryVariables = Tested<flavours::BinaryVariables, GenRegBinVarVal, false>;
-using GlobalVariables = Tested<flavours::GlobalRegistry, GlobalAt, false, GENREG_PACKED_RECORDS>;
+using GlobalVariables = Tested<flavours::GlobalRegistry, GlobalReg, false, GENREG_PACKED_RECORDS>;
 using VariableLines = Tested<flavours::ProfileVariables, GenRegVarVal, true>;
 using ServiceLines = Tested<flavours::Services, GenRegServices, true>;
 
@@ -74,5 +53,23 @@ struct Operations {
     const Code code = next ? handle.GetNext(Flavour::mask, &key, &record)
                            : handle.Get(Flavour::mask, &key, &record);
     return code == 0 ? Flavour::entryOf(record).value : -std::int64_t{code};
+  }
+};
+
+using AllFlavours = ::testing::Types<BinaryVariables, GlobalVariables, VariableLines, ServiceLines>;
+
+template <typename Flavour>
+class FlavourTest : public RegistryTest {
+ protected:
+  using Run = Operations<Flavour>;
+  using Handle = typename Run::Handle;
+
+  // A file of records, each given by its name and its value's digit: "a1 b2".
+  static std::string bytesOf(const std::string& records) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < records.size(); i += 3) {
+      bytes += Flavour::stored(records.substr(i, 1), records[i + 1] - '0');
+    }
+    return bytes;
   }
 };

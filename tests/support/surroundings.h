@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -12,8 +11,6 @@
 enum class Need {
   Links,               // symbolic links and pipes with names
   PermissionBits,      // nine bits that say who may do what
-  Users,               // becoming another user
-  FileSizeLimit,       // a limit on the size of the files that a process writes
   Forks,               // children that start with their parent's open files
   Devices,             // a device that is always full, a shell to redirect to it
   RemovableLockFiles,  // an open lock file can be removed
@@ -41,9 +38,6 @@ void plantPipe(const std::string& name);
 // An empty stream for reading and writing, gone when it is closed.
 std::FILE* scratchStream();
 
-// The port number as a services record keeps it.
-std::uint16_t inNetworkOrder(unsigned int port);
-
 // Open descriptors or files of this process.
 std::size_t openDescriptors();
 // Gives two of the three standard descriptors up; whether they are still free.
@@ -58,10 +52,6 @@ int inChild(const std::function<int()>& body);
 void expectInChild(const std::function<bool()>& body);
 // Ends this process without any cleaning up.
 void killThisProcess();
-
-// What a test that Need::... lets through asks of the process. False when it is refused.
-bool limitFileSize(unsigned int bytes);
-bool isAdministrator();
 
 // A command for the system's shell, from one whose words stand in single quotes where they hold
 // blanks.

@@ -1,10 +1,8 @@
 #include "support/surroundings.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,8 +38,6 @@ void plantPipe(const std::string& name) { ASSERT_EQ(::mkfifo(name.c_str(), 0600)
 
 std::FILE* scratchStream() { return std::tmpfile(); }
 
-std::uint16_t inNetworkOrder(unsigned int port) { return htons(static_cast<std::uint16_t>(port)); }
-
 std::size_t openDescriptors() {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
 }
@@ -76,14 +72,6 @@ std::string shellCommand(const std::string& words) { return words; }
 int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
 void killThisProcess() { (void)::raise(SIGKILL); }
-
-bool limitFileSize(unsigned int bytes) {
-  const rlimit limit{bytes, bytes};
-  (void)::signal(SIGXFSZ, SIG_IGN);
-  return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
-}
-
-bool isAdministrator() { return ::geteuid() == 0; }
 
 ForkedChild::ForkedChild() : process_(::fork()) {
   if (process_ != 0) return;

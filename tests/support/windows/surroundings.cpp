@@ -76,10 +76,6 @@ const char* lacking(Need need) {
       return "symbolic links need a privilege here, and there are no pipes with names of files";
     case Need::PermissionBits:
       return "who may read a file is said by its access list, not by permission bits";
-    case Need::Users:
-      return "a process cannot become another user";
-    case Need::FileSizeLimit:
-      return "there is no limit on the size of a process's files";
     case Need::Forks:
       return "no process starts with its parent's open files";
     case Need::Devices:
@@ -129,10 +125,6 @@ std::FILE* scratchStream() {
   (void)::GetTempPathA(sizeof directory, directory);
   (void)::GetTempFileNameA(directory, "zor", 0, name);
   return std::fopen(name, "w+bD");
-}
-
-std::uint16_t inNetworkOrder(unsigned int port) {
-  return static_cast<std::uint16_t>((port & 0xFFu) << 8 | (port >> 8 & 0xFFu));
 }
 
 std::size_t openDescriptors() {
@@ -195,10 +187,6 @@ std::string shellCommand(const std::string& words) {
 int exitStatus(int status) { return status; }
 
 void killThisProcess() { ::TerminateProcess(::GetCurrentProcess(), 9); }
-
-bool becomeNobody() { return false; }
-bool limitFileSize(unsigned int) { return false; }
-bool isAdministrator() { return false; }
 
 ForkedChild::ForkedChild() = default;
 ForkedChild::~ForkedChild() = default;
