@@ -12,15 +12,15 @@
 
 #include "support/registry_fixture.h"
 
-namespace {
-thread_local long allocationsLeft = 0;  // on this thread, up to one that fails; 0: none does
-}
+// On this thread, up to one that fails; 0: none does.
+static thread_local long allocationsLeft = 0;
 
 void* operator new(std::size_t size) {
   const bool fails = allocationsLeft > 0 && --allocationsLeft == 0;
   void* const memory = fails ? nullptr : std::malloc(size == 0 ? 1 : size);
   return memory == nullptr ? throw std::bad_alloc() : memory;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
@@ -29,7 +29,7 @@ namespace {
 using Record = std::shared_ptr<zorreg_record>;
 
 Record recordOf(const std::vector<std::pair<const char*, std::string>>& fields) {
-  const Record record(zorreg_record_new(), zorreg_record_free);
+  Record record(zorreg_record_new(), zorreg_record_free);
   for (const auto& row : fields) zorreg_record_set(record.get(), row.first, row.second.c_str());
   return record;
 }
@@ -74,7 +74,7 @@ TEST_F(ZorregTest, StoresUtf8AndUnknownFieldsOfAnyLengthAndOutlivesAnEndOfMemory
     EXPECT_EQ(add("Value", bad), GENREG_RC_BAD_VALUE);
   }
   EXPECT_EQ(add("Value", "\xC2\x80\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF\xF4\x8F\xBF\xBF"), 0U);
-  const std::string content = "0x" + std::string(2 * 0xFFFF, 'a');
+  const std::string content = "0x" + std::string(std::size_t{2} * 0xFFFF, 'a');
   EXPECT_EQ(add("Field0x10", content + "aa"), GENREG_RC_BAD_VALUE);
   EXPECT_EQ(add("Field0x10", content), 0U) << zorreg_cause(handle.get());
   const Record key = recordOf({{"Type", "variable"}, {"Service", "Field0x10"}});
