@@ -163,6 +163,10 @@ class Exact : public Flavour {
   bool isMissing() const noexcept {
     return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
   }
+  // A directory, a device or the like stands in its place.
+  bool isNoPlainFile() const noexcept {
+    return ossPathExists(this->registryPath) && !ossIsFile(this->registryPath);
+  }
   // The file that holds the registry, also where a crash left it under the backup's name.
   const char* contentPath() const noexcept {
     return ossPathExists(this->registryPath) ? this->registryPath : this->backupPath;

@@ -162,6 +162,10 @@ class RegistryOf final : public Registry {
   unsigned int judge(unsigned int code) {
     const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
     if (notOpened && file_.isMissing()) code = GENREG_RC_NO_FILE;
+    if ((notOpened || code == GENREG_RC_NO_FILE) && file_.isNoPlainFile()) {
+      return fail(GENREG_RC_OPEN_FAILED,
+                  platform::utf8FromSystem(file_.contentPath()) + ": it is no plain file");
+    }
     if (code == 0 || code == GENREG_RC_END) {
       cause_.clear();
       return code_ = code;
@@ -398,7 +402,13 @@ class RegistryOf final : public Registry {
   unsigned int update(std::uint64_t request, Work work) {
     takeLayout();
     if (isUpdating_) return work();
-    if (judge(file_.BeginUpdate(request)) != 0) return code_;
+    const unsigned int begun = file_.BeginUpdate(request);
+    // Where there is not even a directory there is nothing to change.
+    const bool mayCreate = (request & GENREG_LOCK_CREATE_DIR) != 0;
+    if (begun == GENREG_RC_LOCK_FAILED && !mayCreate && file_.isMissing()) {
+      return judge(GENREG_RC_OPEN_FAILED);
+    }
+    if (judge(begun) != 0) return code_;
     struct Abandoned {
       Exact<Flavour, Record>* file;
       ~Abandoned() {

@@ -239,8 +239,7 @@ std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
       std::string line = textOf(record, "Type");
       for (const auto& [field, value] : record.all()) {
         if (field == "Type" || (field == "CheckSum" && value == "0")) continue;
-        const std::string word = quoted(printable(value));
-        line += "  " + field + "=" + word;
+        line.append("  ").append(field).append("=").append(quoted(printable(value)));
       }
       return {line};
     }

@@ -74,7 +74,10 @@ __all__ = ["open", "Registry", "Error", "NotFound", "Exists", "Busy", "Record", 
 
 
 def open(path: PathName | None, kind: str, *, lock_timeout: float | None = None) -> Registry:
-    """Opens the registry file at `path` as one of `kind`: "bin", "var", "services" or "global".
+    """Opens the registry file at `path` as one of `kind`: "bin", "var", "services" or "global",
+    and options behind commas: "big-endian" (bin), "joined" (var, services: a line that ends in a
+    backslash goes on in the next one), "alike" (var, services: written lines look like the file's),
+    "compact" (var: new lines are NAME=VALUE), "bytes" (values need not be UTF-8).
 
     The file need not exist: the first change makes it. A path is a text, bytes or a pathlib.Path,
     at most 253 bytes. None is the global registry's own path, which the environment variable

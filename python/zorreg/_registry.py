@@ -65,7 +65,7 @@ class Registry:
             raise failure(code, decode(library.zorreg_cause(None)))
         library.zorreg_set_lock_timeout(handle, wait)
         self._path = path
-        self._kind = kind
+        self._kind = kind.partition(",")[0]
         self._lock_timeout = lock_timeout
         self._turn = threading.RLock()
         self._process = os.getpid()

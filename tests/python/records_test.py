@@ -124,3 +124,35 @@ def test_the_manuals_example_runs(capsys):
     for test in doctest.DocTestFinder().find(zorreg.Registry, globs={"zorreg": zorreg}):
         runner.run(test)
     assert runner.tries > 0 and runner.failures == 0
+
+
+def test_options_stand_behind_the_kind():
+    look = b"A  =  1\r\nL  =  a \\\r\n  b\r\nC  =  3 # x\r\n"
+    with open("look.reg", "wb") as file:
+        file.write(look)
+    with zorreg.open("look.reg", "var,alike,joined,bytes") as registry:
+        assert registry.kind == "var"
+        assert registry["L"]["Value"] == "a b"
+        registry["D"] = {"Value": "\udcff"}
+        registry["C"] = {"Value": 4}
+        del registry["L"]
+    assert content("look.reg") == b"A  =  1\r\nC  =  4 # x\r\nD  =  \xff\r\n"
+    with zorreg.open("look.reg", "var,compact") as registry:
+        registry["E"] = {"Value": 5}
+    assert content("look.reg").endswith(b"\nE=5\r\n")
+    with zorreg.open("big.reg", "bin,big-endian") as registry:
+        registry["A"] = {"Value": 1}
+    assert content("big.reg")[:4] == b"\0\0\0\x24"
+    with zorreg.open("big.reg", "bin") as registry, pytest.raises(zorreg.Error) as refused:
+        registry["A"] = {"Value": 2}
+    assert "high byte first" in refused.value.cause
+    for kind in ("bin,joined", "var,like", "var alike"):
+        with pytest.raises(zorreg.Error, match="options"):
+            zorreg.open("x", kind)
+
+
+def test_what_is_no_file_is_no_empty_registry(settings):
+    with zorreg.open("plain", "var") as registry, pytest.raises(zorreg.Error, match="no plain file"):
+        registry.get("A")
+    with zorreg.open("missing/x", "var") as registry, pytest.raises(zorreg.NotFound):
+        del registry["A"]
