@@ -144,10 +144,10 @@ typedef struct zorreg_record zorreg_record; /* named fields with values */
 
 /* Makes a handle of the registry file at `path` (copied; UTF-8 on Windows, elsewhere the system's
  * bytes; at most 253 of them) as one of `kind`: "bin", "var", "services" or "global", and
- * options. Nothing is opened or made yet; the file need not exist. A null path: the global registry's own, which the
- * environment variable ZOR_GLOBAL_REG_PATHNAME names, else "global.reg"; for the other kinds it is
- * OSS_RC_NULL_ARGUMENT. One registry has one spelling: use the same path everywhere.
- * *registry is the handle, which zorreg_close ends, or null after a failure, of which
+ * options. Nothing is opened or made yet; the file need not exist. A null path: the global
+ * registry's own, which the environment variable ZOR_GLOBAL_REG_PATHNAME names, else "global.reg";
+ * for the other kinds it is OSS_RC_NULL_ARGUMENT. One registry has one spelling: use the same path
+ * everywhere. *registry is the handle, which zorreg_close ends, or null after a failure, of which
  * zorreg_cause(NULL) has the cause: OSS_RC_NULL_ARGUMENT; GENREG_RC_UNKNOWN_KIND;
  * GENREG_RC_NO_ARGUMENT (an empty path, an empty variable included); GENREG_RC_PATH_TOO_LONG (on
  * Windows of the path in the code page of the process); GENREG_RC_PATH_ENCODING (on Windows: it is

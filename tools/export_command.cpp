@@ -7,6 +7,7 @@
 #include "file_content.h"
 #include "platform/registry_export/registry_export.h"
 #include "platform/registry_export/unicode.h"
+#include "progress.h"
 #include "report.h"
 #include "sysservices/file_system.h"
 #include "verbs.h"
@@ -50,6 +51,7 @@ int onExport(const Words& words) {
     return reportCode(GENREG_RC_OPEN_FAILED, words.file);
   }
   if (bytes.size() > largestExport) return reportRefusal(words.file, "is larger than 1 GiB");
+  const Progress progress("reading " + words.file);
   RegistryTree tree;
   platform::ExportFault fault;
   if (!platform::readRegistryExport(bytes, tree, fault)) {

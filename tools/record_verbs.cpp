@@ -6,6 +6,7 @@
 
 #include "file_content.h"
 #include "pattern.h"
+#include "progress.h"
 #include "record_json.h"
 #include "record_words.h"
 
@@ -323,6 +324,7 @@ int repair(Kind kind, const Words& words) {
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   GenRegRepairReport report{};
+  const Progress progress("repairing " + store.file());
   const int status = onHandle(
       store, words, [&](auto& handle) { return handle.repair(words.dropUnreadable, report); });
   if (status != exitDone) return status;

@@ -9,6 +9,7 @@
 #include "content_update.h"
 #include "faces/line_parser.h"
 #include "file_content.h"
+#include "progress.h"
 #include "record_json.h"
 #include "record_verbs.h"
 #include "record_words.h"
@@ -39,7 +40,8 @@ int readInput(const Words& words, std::string& name, std::string& text) {
 // Hands the lines that are not blank, and do not begin with "#", to `setLine`(line), which gives an
 // exit status, and what is wrong with the line in `wrong`.
 template <typename SetLine>
-int forEachOf(const std::string& name, const std::string& text, SetLine setLine) {
+int forEachOf(const std::string& name, const std::string& text, Progress& progress,
+              SetLine setLine) {
   int status = exitDone;
   forEachLine(text, [&](const TextLine& line) {
     const std::size_t start = line.bytes.find_first_not_of(" \t");
@@ -47,6 +49,7 @@ int forEachOf(const std::string& name, const std::string& text, SetLine setLine)
     const std::string where = printable(name) + ", line " + std::to_string(line.number);
     std::string wrong;
     status = setLine(line.bytes.substr(start), wrong);
+    progress.step();
     if (!wrong.empty()) {
       status = reportUsage(where + ": " + wrong);
     } else if (status != exitDone) {
@@ -101,10 +104,11 @@ std::vector<Element> elementsOf(Kind kind, const std::string& text, std::string&
 }
 
 int mergeElements(Store& store, const Words& words, const std::string& name,
-                  const std::vector<Element>& elements) {
+                  const std::vector<Element>& elements, Progress& progress) {
   for (std::size_t i = 0; i < elements.size(); ++i) {
     if (!elements[i].hasRecord) continue;
     const int status = setRecord(store, words, elements[i].record);
+    progress.step();
     if (status == exitDone) continue;
     (void)reportRefusal(name + ", element " + std::to_string(i + 1),
                         "is not imported, nor is any other");
@@ -170,6 +174,7 @@ int replaceBy(Kind kind, const Words& words, const std::vector<Element>& element
 }  // namespace
 
 int apply(Store& store, const Words& words) {
+  Progress progress("changing " + store.file());
   std::string name;
   std::string text;
   if (const int status = readInput(words, name, text); status != exitDone) return status;
@@ -181,7 +186,7 @@ int apply(Store& store, const Words& words) {
   addChanges(line, store.kind(), given,
              [&](const Verb& verb) { status = std::get<Change>(verb.run).work(store, given); });
   return store.update([&] {
-    return forEachOf(name, text, [&](const std::string& bytes, std::string& wrong) {
+    return forEachOf(name, text, progress, [&](const std::string& bytes, std::string& wrong) {
       std::vector<std::string> parts;
       if (!splitWords(bytes, parts)) {
         wrong = "a quote is not closed";
@@ -202,6 +207,7 @@ int apply(Store& store, const Words& words) {
 }
 
 int import(Kind kind, const Words& words) {
+  Progress progress("importing into " + words.file);
   std::string name;
   std::string text;
   if (const int status = readInput(words, name, text); status != exitDone) return status;
@@ -222,8 +228,8 @@ int import(Kind kind, const Words& words) {
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   const int status = store.update([&] {
-    if (isJson) return mergeElements(store, words, name, elements);
-    return forEachOf(name, text, [&](const std::string& line, std::string& wrong) {
+    if (isJson) return mergeElements(store, words, name, elements, progress);
+    return forEachOf(name, text, progress, [&](const std::string& line, std::string& wrong) {
       const Parsed record = recordOfLine(kind, line);
       wrong = record.wrong;
       return wrong.empty() ? setRecord(store, words, record.fields) : int{exitUsage};
@@ -233,6 +239,7 @@ int import(Kind kind, const Words& words) {
 }
 
 int exportJson(Store& store, const Words&) {
+  const Progress progress("exporting " + store.file());
   Json all = Json::array();
   int status = exitDone;
   if (isText(store.kind())) {
