@@ -6,7 +6,7 @@
 //
 //   auto handle = std::make_shared<HandleOf<VariablesKind>>("settings.reg", &code);
 //   if (code == 0) code = handle->store(record, true, &changed);
-//   if (code != 0) fail(errorCode(code), handle.get());
+//   report(code, handle.get(), error);
 //
 // A flavour compares the fields that identify a record, or all that it says belongs to it. What it
 // leaves out, comments above all, is compared here: a change must be seen for one.
@@ -300,9 +300,12 @@ class HandleOf : public Handle, private Kind::Flavour {
   bool scans_ = false;
 };
 
-[[noreturn]] inline void fail(const std::error_code& error, const Handle* handle) {
-  if (handle == nullptr) throw Error(error, {}, {}, false);
-  throw Error(error, handle->file, handle->cause, handle->isCommitted);
+// The end of an operation: stores its code, or throws it where `error` is throws().
+inline void report(unsigned int code, const Handle* handle, std::error_code& error) {
+  if (code != 0 && handle != nullptr && &error == &throws()) {
+    throw Error(errorCode(code), handle->file, handle->cause, handle->isCommitted);
+  }
+  report(code, std::string(), error);
 }
 
 }  // namespace zor::detail

@@ -100,46 +100,36 @@ std::vector<Entry> readAll(void* list, unsigned int (*next)(void*, Info*),
   return entries;
 }
 
-// `error` null: what fails is thrown.
 template <typename Entry, typename Info>
 std::vector<Entry> readList(unsigned int code, void* list, unsigned int (*next)(void*, Info*),
-                            unsigned int (*close)(void*), std::error_code* error) {
+                            unsigned int (*close)(void*), std::error_code& error) {
   std::string which;
   std::vector<Entry> entries;
   if (list != nullptr) entries = readAll<Entry, Info>(list, next, close, &code, &which);
-  if (error != nullptr) *error = errorCode(code);
-  if (code != 0 && error == nullptr) throw Error(errorCode(code), which, {}, false);
+  report(code, which, error);
   return entries;
-}
-
-inline std::vector<Copy> readCopies(std::error_code* error) {
-  void* list = nullptr;
-  const unsigned int code = ossOpenServiceList(&list);
-  return readList<Copy, OSSServiceInfo_t>(code, list, ossGetNextService, ossCloseServiceList,
-                                          error);
-}
-inline std::vector<Instance> readInstances(const std::string& kind, std::error_code* error) {
-  void* list = nullptr;
-  unsigned int code = ossOpenInstanceList(kind.c_str(), &list);
-  if (code == GENREG_RC_KEY_NOT_FOUND) code = 0;  // no copy has any
-  return readList<Instance, OSSInstanceInfo_t>(code, list, ossGetNextInstance, ossCloseInstanceList,
-                                               error);
 }
 
 }  // namespace detail
 
 // The copies of the product that this machine has. What cannot be read is thrown, or `error` is the
 // first failure and the copies that can be read are given all the same.
-inline std::vector<Copy> copies() { return detail::readCopies(nullptr); }
-inline std::vector<Copy> copies(std::error_code& error) { return detail::readCopies(&error); }
+inline std::vector<Copy> copies(std::error_code& error = throws()) {
+  void* list = nullptr;
+  const unsigned int code = ossOpenServiceList(&list);
+  return detail::readList<Copy, OSSServiceInfo_t>(code, list, ossGetNextService,
+                                                  ossCloseServiceList, error);
+}
 
 // The instances of kind "ZOR" or "ZEM". Reading one may ask the service control manager or another
 // machine. Errors as copies'.
-inline std::vector<Instance> instances(const std::string& kind = "ZOR") {
-  return detail::readInstances(kind, nullptr);
-}
-inline std::vector<Instance> instances(const std::string& kind, std::error_code& error) {
-  return detail::readInstances(kind, &error);
+inline std::vector<Instance> instances(const std::string& kind = "ZOR",
+                                       std::error_code& error = throws()) {
+  void* list = nullptr;
+  unsigned int code = ossOpenInstanceList(kind.c_str(), &list);
+  if (code == GENREG_RC_KEY_NOT_FOUND) code = 0;  // no copy has any
+  return detail::readList<Instance, OSSInstanceInfo_t>(code, list, ossGetNextInstance,
+                                                       ossCloseInstanceList, error);
 }
 
 // A version code as people write it: "9.1.0.0".

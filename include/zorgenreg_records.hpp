@@ -49,45 +49,39 @@ inline const std::error_category& category() noexcept {
       return row == nullptr ? "unknown code" : row->meaning;
     }
     std::error_condition default_error_condition(int value) const noexcept override {
-      switch (static_cast<unsigned int>(value)) {
-        case GENREG_RC_BUSY:
-        case OSS_RC_LOCK_BUSY:
-          return std::errc::device_or_resource_busy;
-        case GENREG_RC_NOT_FOUND:
-        case GENREG_RC_NO_FILE:
-        case GENREG_RC_KEY_NOT_FOUND:
-        case OSS_RC_FILE_NOT_FOUND:
-          return std::errc::no_such_file_or_directory;
-        case GENREG_RC_DUPLICATE:
-        case OSS_RC_FILE_EXISTS:
-          return std::errc::file_exists;
-        case GENREG_RC_BUFFER_ALLOC:
-        case GENREG_RC_WORK_ALLOC:
-        case GENREG_RC_PACK_ALLOC:
-        case GENREG_RC_UNPACK_ALLOC:
-        case OSS_RC_NO_MEMORY:
-          return std::errc::not_enough_memory;
-        case OSS_RC_ACCESS_DENIED:
-          return std::errc::permission_denied;
-        case GENREG_RC_PATH_TOO_LONG:
-        case OSS_RC_NAME_TOO_LONG:
-          return std::errc::filename_too_long;
-        case OSS_RC_BUFFER_TOO_SMALL:
-          return std::errc::value_too_large;
-        case GENREG_RC_BAD_ARGUMENT:
-        case GENREG_RC_NO_ARGUMENT:
-        case GENREG_RC_KEY_REJECTED:
-        case GENREG_RC_SERVICES_PACK_NO_PORT:
-          return std::errc::invalid_argument;
-        case OSS_RC_DISK_FULL:
-          return std::errc::no_space_on_device;
-        case OSS_RC_TOO_MANY_FILES:
-          return std::errc::too_many_files_open;
-        case OSS_RC_IO_ERROR:
-          return std::errc::io_error;
-        default:
-          return {value, *this};
+      static constexpr struct {
+        unsigned int code;
+        std::errc like;
+      } rows[] = {
+          {GENREG_RC_BUSY, std::errc::device_or_resource_busy},
+          {OSS_RC_LOCK_BUSY, std::errc::device_or_resource_busy},
+          {GENREG_RC_NOT_FOUND, std::errc::no_such_file_or_directory},
+          {GENREG_RC_NO_FILE, std::errc::no_such_file_or_directory},
+          {GENREG_RC_KEY_NOT_FOUND, std::errc::no_such_file_or_directory},
+          {OSS_RC_FILE_NOT_FOUND, std::errc::no_such_file_or_directory},
+          {GENREG_RC_DUPLICATE, std::errc::file_exists},
+          {OSS_RC_FILE_EXISTS, std::errc::file_exists},
+          {GENREG_RC_BUFFER_ALLOC, std::errc::not_enough_memory},
+          {GENREG_RC_WORK_ALLOC, std::errc::not_enough_memory},
+          {GENREG_RC_PACK_ALLOC, std::errc::not_enough_memory},
+          {GENREG_RC_UNPACK_ALLOC, std::errc::not_enough_memory},
+          {OSS_RC_NO_MEMORY, std::errc::not_enough_memory},
+          {OSS_RC_ACCESS_DENIED, std::errc::permission_denied},
+          {GENREG_RC_PATH_TOO_LONG, std::errc::filename_too_long},
+          {OSS_RC_NAME_TOO_LONG, std::errc::filename_too_long},
+          {OSS_RC_BUFFER_TOO_SMALL, std::errc::value_too_large},
+          {GENREG_RC_BAD_ARGUMENT, std::errc::invalid_argument},
+          {GENREG_RC_NO_ARGUMENT, std::errc::invalid_argument},
+          {GENREG_RC_KEY_REJECTED, std::errc::invalid_argument},
+          {GENREG_RC_SERVICES_PACK_NO_PORT, std::errc::invalid_argument},
+          {OSS_RC_DISK_FULL, std::errc::no_space_on_device},
+          {OSS_RC_TOO_MANY_FILES, std::errc::too_many_files_open},
+          {OSS_RC_IO_ERROR, std::errc::io_error},
+      };
+      for (const auto& row : rows) {
+        if (row.code == static_cast<unsigned int>(value)) return row.like;
       }
+      return {value, *this};
     }
   };
   static const Category one;
@@ -133,6 +127,13 @@ class Error : public std::system_error {
   };
   std::shared_ptr<const Details> details_;  // so that a copy cannot throw
 };
+
+// The std::error_code of a call that names none: what fails is thrown as zor::Error. It never holds
+// anything.
+inline std::error_code& throws() noexcept {
+  static std::error_code none;
+  return none;
+}
 
 // Where a registry is: text in the system's 8-bit encoding, as the classes take it; of a
 // std::filesystem::path what its string() gives.
@@ -257,6 +258,15 @@ bool operator!=(const Type& left, const Type& right) {
 }
 
 namespace detail {
+
+// Stores a code, or throws it where `error` is throws().
+inline void report(unsigned int code, const std::string& file, std::error_code& error) {
+  if (&error != &throws()) {
+    error = errorCode(code);
+  } else if (code != 0) {
+    throw Error(errorCode(code), file, {}, false);
+  }
+}
 
 // A text of a field that need not hold a terminator.
 inline std::string textIn(const char* field, std::size_t size) {

@@ -20,9 +20,9 @@
 // second loop (GENREG_RC_SCAN_OPEN).
 //
 //
-// Each operation has two forms, as in std::filesystem. One throws zor::Error. The other takes a
-// std::error_code last, clears it or stores what failed there, and returns the value of "nothing";
-// registry.cause() has the words then. Either may throw std::bad_alloc.
+// Each operation has two forms, as in std::filesystem. Without its last argument it throws
+// zor::Error. With a std::error_code there it clears it or stores what failed, and returns the
+// value of "nothing"; registry.cause() has the words then. Either may throw std::bad_alloc.
 //
 // threads and processes take turns by its locks. It can be moved, also while an Update or a loop
 // uses it; what was moved from fails with GENREG_RC_NOT_READY.
@@ -98,17 +98,16 @@ class Scan {
   iterator end() const noexcept { return {}; }
 
   // Use a registry's begin() or scan(error).
-  Scan(std::shared_ptr<detail::HandleOf<Kind>> handle, std::error_code* error) {
+  Scan(std::shared_ptr<detail::HandleOf<Kind>> handle, std::error_code& error) {
     bool isEmpty = false;
     const unsigned int code = handle == nullptr ? GENREG_RC_NOT_READY : handle->openScan(&isEmpty);
-    if (error != nullptr) *error = errorCode(code);
-    if (code != 0 && error == nullptr) detail::fail(errorCode(code), handle.get());
+    detail::report(code, handle.get(), error);
     if (code == 0 && !isEmpty) state_ = std::make_shared<State>(std::move(handle), error);
   }
 
  private:
   struct State {
-    State(std::shared_ptr<detail::HandleOf<Kind>> opened, std::error_code* stored) noexcept
+    State(std::shared_ptr<detail::HandleOf<Kind>> opened, std::error_code& stored) noexcept
         : handle(std::move(opened)), error(stored) {}
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -125,13 +124,12 @@ class Scan {
       isOpen = false;
       const unsigned int closed = handle->closeScan();
       if (code == GENREG_RC_END) code = handle->note(closed, false);
-      if (error != nullptr) *error = errorCode(code);
-      if (code != 0 && error == nullptr) detail::fail(errorCode(code), handle.get());
+      detail::report(code, handle.get(), error);
       return false;
     }
 
     std::shared_ptr<detail::HandleOf<Kind>> handle;
-    std::error_code* error;
+    std::error_code& error;
     bool isOpen = true;
     typename Kind::Native native{};
     typename Kind::Record record{};
@@ -153,16 +151,12 @@ class Registry {
   // Makes `record` be there as it is: adds it, or changes what has its identity to it. Returns
   // whether that was a change; when it is so already nothing is written. Safe against other
   // writers.
-  bool set(const Record& record) {
-    return orThrow([&](std::error_code& error) { return set(record, error); });
+  bool set(const Record& record, std::error_code& error = throws()) {
+    return store(record, true, error);
   }
-  bool set(const Record& record, std::error_code& error) { return store(record, true, error); }
 
   // Adds a record; one of its identity is an error (std::errc::file_exists).
-  void add(const Record& record) {
-    orThrow([&](std::error_code& error) { return add(record, error), 0; });
-  }
-  void add(const Record& record, std::error_code& error) {
+  void add(const Record& record, std::error_code& error = throws()) {
     with(error, [&](Handle& handle) {
       Given given;
       const unsigned int code = given.fill(handle, record);
@@ -171,17 +165,16 @@ class Registry {
   }
 
   // As set, but a record of its identity must be there (std::errc::no_such_file_or_directory).
-  bool change(const Record& record) {
-    return orThrow([&](std::error_code& error) { return change(record, error); });
+  bool change(const Record& record, std::error_code& error = throws()) {
+    return store(record, false, error);
   }
-  bool change(const Record& record, std::error_code& error) { return store(record, false, error); }
 
   // A registry is a range of its records; comment lines and blank lines are none. In a file that
   // does not exist there are none. May throw Error, as may the step to the next record.
-  iterator begin() { return Scan<Kind>(handle_, nullptr).begin(); }
+  iterator begin() { return Scan<Kind>(handle_, throws()).begin(); }
   iterator end() const noexcept { return {}; }
   // The same range, which ends at the first failure and stores it; `error` outlives the loop.
-  Scan<Kind> scan(std::error_code& error) { return {handle_, &error}; }
+  Scan<Kind> scan(std::error_code& error) { return {handle_, error}; }
 
   // Whether the content is kept in memory between reads: the answers are the same, many reads of a
   // file that nobody changes are faster. Of a Global nothing is kept.
@@ -210,28 +203,18 @@ class Registry {
   using Handle = detail::HandleOf<Kind>;
   using Native = typename Kind::Native;
 
-  // Makes the handle; throws when `error` is null, else stores the outcome there.
-  Registry(const Path& path, std::error_code* error) {
+  // Makes the handle.
+  Registry(const Path& path, std::error_code& error) {
     unsigned int code = GENREG_RC_BAD_ARGUMENT;
     const bool isName = path.text.find('\0') == std::string::npos;
     if (isName) handle_ = std::make_shared<Handle>(path.text, &code);
     if (code != 0) handle_.reset();
-    if (error != nullptr) *error = errorCode(code);
-    if (code != 0 && error == nullptr) throw Error(errorCode(code), path.text, {}, false);
+    detail::report(code, path.text, error);
   }
   ~Registry() = default;
   // What was moved from fails with GENREG_RC_NOT_READY.
   Registry(Registry&&) noexcept = default;
   Registry& operator=(Registry&&) noexcept = default;
-
-  // Throws what `work` stores.
-  template <typename Work>
-  auto orThrow(Work work) {
-    std::error_code error;
-    auto result = work(error);
-    if (error) detail::fail(error, handle_.get());
-    return result;
-  }
 
   // The first record that matches the key of `fill`(native, complaint).
   template <typename Fill>
@@ -283,7 +266,8 @@ class Registry {
 
   template <typename Work>
   void with(std::error_code& error, Work work) {
-    error = errorCode(handle_ == nullptr ? GENREG_RC_NOT_READY : work(*handle_));
+    const unsigned int code = handle_ == nullptr ? GENREG_RC_NOT_READY : work(*handle_);
+    detail::report(code, handle_.get(), error);
   }
 
   bool store(const Record& record, bool mayBeNew, std::error_code& error) {
@@ -307,22 +291,16 @@ class Named : public Registry<Kind> {
   using typename Registry<Kind>::Record;
 
   // Opens nothing; the path is looked at. A relative one is resolved now.
-  explicit Named(const Path& path) : Registry<Kind>(path, nullptr) {}
-  Named(const Path& path, std::error_code& error) : Registry<Kind>(path, &error) {}
+  explicit Named(const Path& path, std::error_code& error = throws())
+      : Registry<Kind>(path, error) {}
 
   // The record of that name, or nothing.
-  std::optional<Record> get(const std::string& name) {
-    return this->orThrow([&](std::error_code& error) { return get(name, error); });
-  }
-  std::optional<Record> get(const std::string& name, std::error_code& error) {
+  std::optional<Record> get(const std::string& name, std::error_code& error = throws()) {
     return this->find(Kind::identity, keyOf(name), error);
   }
 
   // Removes the record of that name. Returns whether there was one.
-  bool remove(const std::string& name) {
-    return this->orThrow([&](std::error_code& error) { return remove(name, error); });
-  }
-  bool remove(const std::string& name, std::error_code& error) {
+  bool remove(const std::string& name, std::error_code& error = throws()) {
     return this->removeWhere(Kind::identity, keyOf(name), error);
   }
 
@@ -372,45 +350,30 @@ class Services : public Registry<detail::ServicesKind> {
 
  public:
   // As Variables'.
-  explicit Services(const Path& path) : Registry(path, nullptr) {}
-  Services(const Path& path, std::error_code& error) : Registry(path, &error) {}
+  explicit Services(const Path& path, std::error_code& error = throws()) : Registry(path, error) {}
 
   // The first service of that name, whatever its protocol; an alias is not looked for.
-  std::optional<Service> get(const std::string& name) {
-    return orThrow([&](std::error_code& error) { return get(name, error); });
-  }
-  std::optional<Service> get(const std::string& name, std::error_code& error) {
+  std::optional<Service> get(const std::string& name, std::error_code& error = throws()) {
     return find(SERVICES_NAME, keyOf(name), error);
   }
   // The service of that name and protocol.
-  std::optional<Service> get(const std::string& name, const std::string& protocol) {
-    return orThrow([&](std::error_code& error) { return get(name, protocol, error); });
-  }
   std::optional<Service> get(const std::string& name, const std::string& protocol,
-                             std::error_code& error) {
+                             std::error_code& error = throws()) {
     return find(SERVICES_IDENTITY, keyOf(name, protocol), error);
   }
   // The first service of that port, in host byte order, and protocol.
-  std::optional<Service> get(std::uint16_t port, const std::string& protocol) {
-    return orThrow([&](std::error_code& error) { return get(port, protocol, error); });
-  }
   std::optional<Service> get(std::uint16_t port, const std::string& protocol,
-                             std::error_code& error) {
+                             std::error_code& error = throws()) {
     return find(SERVICES_PORT | SERVICES_PROTOCOL, keyOf(port, protocol), error);
   }
 
   // Removes the service of that name and protocol, or of that port and protocol, of which there
   // must not be several (GENREG_RC_AMBIGUOUS). Returns whether there was one.
-  bool remove(const std::string& name, const std::string& protocol) {
-    return orThrow([&](std::error_code& error) { return remove(name, protocol, error); });
-  }
-  bool remove(const std::string& name, const std::string& protocol, std::error_code& error) {
+  bool remove(const std::string& name, const std::string& protocol,
+              std::error_code& error = throws()) {
     return removeWhere(SERVICES_IDENTITY, keyOf(name, protocol), error);
   }
-  bool remove(std::uint16_t port, const std::string& protocol) {
-    return orThrow([&](std::error_code& error) { return remove(port, protocol, error); });
-  }
-  bool remove(std::uint16_t port, const std::string& protocol, std::error_code& error) {
+  bool remove(std::uint16_t port, const std::string& protocol, std::error_code& error = throws()) {
     return removeWhere(SERVICES_PORT | SERVICES_PROTOCOL, keyOf(port, protocol), error);
   }
 };
@@ -424,46 +387,30 @@ class Services : public Registry<detail::ServicesKind> {
 class Global : public Registry<detail::GlobalKind> {
  public:
   // At the global registry's own path: that of ZOR_GLOBAL_REG_PATHNAME, else "global.reg".
-  Global() : Global(Path(detail::GlobalAt::ownPath())) {}
+  Global() : Global(throws()) {}
   explicit Global(std::error_code& error) : Global(Path(detail::GlobalAt::ownPath()), error) {}
   // As Variables'.
-  explicit Global(const Path& path) : Registry(path, nullptr) {}
-  Global(const Path& path, std::error_code& error) : Registry(path, &error) {}
+  explicit Global(const Path& path, std::error_code& error = throws()) : Registry(path, error) {}
 
   // The record of that type and identity, or nothing.
   template <typename Type>
-  std::optional<Type> get(const std::string& name) {
-    return orThrow([&](std::error_code& error) { return get<Type>(name, error); });
-  }
-  template <typename Type>
-  std::optional<Type> get(const std::string& name, std::error_code& error) {
+  std::optional<Type> get(const std::string& name, std::error_code& error = throws()) {
     return only<Type>(keyOf<Type>(name), error);
   }
   template <typename Type>
-  std::optional<Type> get(const std::string& service, const std::string& variable) {
-    return orThrow([&](std::error_code& error) { return get<Type>(service, variable, error); });
-  }
-  template <typename Type>
   std::optional<Type> get(const std::string& service, const std::string& variable,
-                          std::error_code& error) {
+                          std::error_code& error = throws()) {
     return only<Type>(keyOf<Type>(service, variable), error);
   }
 
   // Removes the record of that type and identity. Returns whether there was one.
   template <typename Type>
-  bool remove(const std::string& name) {
-    return orThrow([&](std::error_code& error) { return remove<Type>(name, error); });
-  }
-  template <typename Type>
-  bool remove(const std::string& name, std::error_code& error) {
+  bool remove(const std::string& name, std::error_code& error = throws()) {
     return removeKey(keyOf<Type>(name), error);
   }
   template <typename Type>
-  bool remove(const std::string& service, const std::string& variable) {
-    return orThrow([&](std::error_code& error) { return remove<Type>(service, variable, error); });
-  }
-  template <typename Type>
-  bool remove(const std::string& service, const std::string& variable, std::error_code& error) {
+  bool remove(const std::string& service, const std::string& variable,
+              std::error_code& error = throws()) {
     return removeKey(keyOf<Type>(service, variable), error);
   }
 
@@ -517,16 +464,15 @@ class Global : public Registry<detail::GlobalKind> {
 // (GENREG_RC_UPDATE_IN_SCAN), and in another Update of it (GENREG_RC_UPDATE_OPEN).
 class Update {
  public:
-  // Begins the update; throws, or stores what failed, when it cannot.
+  // Begins the update.
   template <typename Kind>
-  explicit Update(Registry<Kind>& registry) : handle_(registry.handle_) {
-    const std::error_code error = begin();
-    if (error) detail::fail(error, registry.handle_.get());
-  }
-  // As above, without a throw.
-  template <typename Kind>
-  Update(Registry<Kind>& registry, std::error_code& error) : handle_(registry.handle_) {
-    error = begin();
+  explicit Update(Registry<Kind>& registry, std::error_code& error = throws())
+      : handle_(registry.handle_) {
+    const unsigned int code = handle_ == nullptr
+                                  ? GENREG_RC_NOT_READY
+                                  : handle_->begin(GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR);
+    if (code != 0) handle_ = nullptr;
+    detail::report(code, registry.handle_.get(), error);
   }
   ~Update() {
     if (handle_ != nullptr) (void)handle_->abandon();
@@ -536,16 +482,11 @@ class Update {
 
   // Commits everything, or nothing, and ends the update either way. Nothing is written when nothing
   // changed. Once the update has ended: GENREG_RC_NO_UPDATE.
-  void commit() {
-    const std::shared_ptr<detail::Handle> handle = handle_;
-    std::error_code error;
-    commit(error);
-    if (error) detail::fail(error, handle.get());
-  }
-  void commit(std::error_code& error) {
+  void commit(std::error_code& error = throws()) {
     const std::shared_ptr<detail::Handle> handle = std::move(handle_);
     handle_ = nullptr;
-    error = errorCode(handle == nullptr ? GENREG_RC_NO_UPDATE : handle->commit());
+    const unsigned int code = handle == nullptr ? GENREG_RC_NO_UPDATE : handle->commit();
+    detail::report(code, handle.get(), error);
   }
 
   // Ends the update before its time; the registry is as it was.
@@ -555,14 +496,6 @@ class Update {
   }
 
  private:
-  std::error_code begin() {
-    const unsigned int code = handle_ == nullptr
-                                  ? GENREG_RC_NOT_READY
-                                  : handle_->begin(GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR);
-    if (code != 0) handle_ = nullptr;
-    return errorCode(code);
-  }
-
   std::shared_ptr<detail::Handle> handle_;
 };
 
