@@ -33,6 +33,10 @@ struct Complaint {
   unsigned int code = 0;
   std::string words{};
 
+  // Whether no stored text is like that, so that a key of it finds nothing.
+  bool isOfBytes() const noexcept {
+    return code == GENREG_RC_BAD_ARGUMENT || code == OSS_RC_BUFFER_TOO_SMALL;
+  }
   void add(unsigned int found, const std::string& text) {
     if (code == 0) *this = {found, text};
   }
@@ -87,12 +91,17 @@ struct VariablesKind {
   static constexpr bool isText = false;
   static constexpr bool isUnique = false;
 
-  static void fillKey(const std::string& name, Native& native, Complaint& complaint) {
+  static void fillName(const std::string& name, std::size_t size, Native& native,
+                       Complaint& complaint) {
     complaint.checkName("Variable", name);
-    complaint.put("Variable", name, native.Variable, sizeof native.Variable);
+    complaint.put("Variable", name, native.Variable, size);
+  }
+  // Another program may have filled the field without a terminator.
+  static void fillKey(const std::string& name, Native& native, Complaint& complaint) {
+    fillName(name, sizeof native.Variable + 1, native, complaint);
   }
   static void fill(const Record& record, Native& native, Memory&, Complaint& complaint) {
-    fillKey(record.name, native, complaint);
+    fillName(record.name, sizeof native.Variable, native, complaint);
     native.Value = record.value;
     complaint.put("Comment", record.comment, native.Comment, sizeof native.Comment);
   }

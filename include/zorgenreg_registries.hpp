@@ -20,6 +20,9 @@
 // second loop (GENREG_RC_SCAN_OPEN).
 //
 //
+// What is asked for by a name that no record can have, one that is too long or holds a NUL for
+// instance, is not there.
+//
 // Each operation has two forms, as in std::filesystem. Without its last argument it throws
 // zor::Error. With a std::error_code there it clears it or stores what failed, and returns the
 // value of "nothing"; registry.cause() has the words then. Either may throw std::bad_alloc.
@@ -220,13 +223,11 @@ class Registry {
   template <typename Fill>
   std::optional<Record> find(std::uint64_t mask, Fill fill, std::error_code& error) {
     std::optional<Record> result;
-    with(error, [&](Handle& handle) {
-      Native key{};
+    withKey(error, fill, [&](Handle& handle, Native& key) {
       Native found{};
       bool isThere = false;
-      unsigned int code = fillKey(handle, key, fill);
-      if (code == 0) code = handle.get(mask, key, found, &isThere);
-      if (code == 0 && isThere) result = Kind::read(found);
+      const unsigned int code = handle.get(mask, key, found, &isThere);
+      if (isThere) result = Kind::read(found);
       return code;
     });
     return result;
@@ -236,11 +237,8 @@ class Registry {
   template <typename Fill>
   bool removeWhere(std::uint64_t mask, Fill fill, std::error_code& error) {
     bool removed = false;
-    with(error, [&](Handle& handle) {
-      Native key{};
-      const unsigned int code = fillKey(handle, key, fill);
-      return code != 0 ? code : handle.remove(mask, key, &removed);
-    });
+    withKey(error, fill,
+            [&](Handle& handle, Native& key) { return handle.remove(mask, key, &removed); });
     return removed;
   }
 
@@ -257,17 +255,23 @@ class Registry {
     }
   };
 
-  template <typename Fill>
-  static unsigned int fillKey(Handle& handle, Native& key, Fill fill) {
-    detail::Complaint complaint;
-    fill(key, complaint);
-    return handle.note(complaint);
-  }
-
   template <typename Work>
   void with(std::error_code& error, Work work) {
     const unsigned int code = handle_ == nullptr ? GENREG_RC_NOT_READY : work(*handle_);
     detail::report(code, handle_.get(), error);
+  }
+
+  // `work`(handle, key), unless no record can have such a key.
+  template <typename Fill, typename Work>
+  void withKey(std::error_code& error, Fill fill, Work work) {
+    with(error, [&](Handle& handle) {
+      Native key{};
+      detail::Complaint complaint;
+      fill(key, complaint);
+      if (complaint.isOfBytes()) return 0U;
+      const unsigned int code = handle.note(complaint);
+      return code != 0 ? code : work(handle, key);
+    });
   }
 
   bool store(const Record& record, bool mayBeNew, std::error_code& error) {
