@@ -19,6 +19,7 @@
 // port 0 (GENREG_RC_SERVICES_PACK_NO_PORT) and an empty name (GENREG_RC_NO_ARGUMENT).
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -34,6 +35,7 @@
 #include <vector>
 
 #include "genreg_codes.h"
+#include "zorreg.h"
 
 namespace zor {
 
@@ -135,14 +137,49 @@ inline std::error_code& throws() noexcept {
   return none;
 }
 
-// Where a registry is: text in the system's 8-bit encoding, as the classes take it; of a
-// std::filesystem::path what its string() gives.
+namespace detail {
+
+// Whether every path has a text in the encoding of the system services: that of Windows is the code
+// page of the process, and none but UTF-8 has this character.
+inline bool pathsAreUtf8() noexcept {
+  zorreg* registry = nullptr;
+  const unsigned int code = zorreg_open("bin", "\xF0\x9F\x97\x8E", &registry);
+  zorreg_close(registry);
+  return code == 0;
+}
+
+}  // namespace detail
+
+// Where a registry is: text in the system's 8-bit encoding, as the classes take it.
 struct Path {
   // A path; null is the empty one.
   Path(const char* path) : text(path == nullptr ? "" : path) {}
   Path(std::string path) : text(std::move(path)) {}
-  Path(const std::filesystem::path& path) : text(path.string()) {}
-  std::string text;  // the path
+  // Its native text. Where that is wide it is a text of ASCII characters, or UTF-8 when that is the
+  // code page of the process; another path has no text and is GENREG_RC_PATH_ENCODING.
+  Path(const std::filesystem::path& path) { take(path); }
+  std::string text{};     // the path
+  unsigned int code = 0;  // why there is no text
+
+ private:
+  template <typename Native>
+  void take(const Native& path) {
+    if constexpr (std::is_same_v<typename Native::value_type, char>) {
+      text = path.native();
+    } else {
+      code = GENREG_RC_PATH_ENCODING;
+      const auto& wide = path.native();
+      const bool isPlain = std::all_of(wide.begin(), wide.end(), [](auto c) { return c < 0x80; });
+      if (!isPlain && !detail::pathsAreUtf8()) return;
+      try {
+        const auto bytes = path.u8string();
+        text.assign(bytes.begin(), bytes.end());
+        code = 0;
+      } catch (const std::system_error&) {
+        text.clear();  // not even Unicode
+      }
+    }
+  }
 };
 
 // --- records ---

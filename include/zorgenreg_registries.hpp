@@ -210,7 +210,8 @@ class Registry {
   Registry(const Path& path, std::error_code& error) {
     unsigned int code = GENREG_RC_BAD_ARGUMENT;
     const bool isName = path.text.find('\0') == std::string::npos;
-    if (isName) handle_ = std::make_shared<Handle>(path.text, &code);
+    if (isName) code = path.code;
+    if (isName && code == 0) handle_ = std::make_shared<Handle>(path.text, &code);
     if (code != 0) handle_.reset();
     detail::report(code, path.text, error);
   }

@@ -185,6 +185,18 @@ TEST_F(CppFaceCases, ANameThatNoRecordCanHaveIsNotFound) {
   EXPECT_EQ(thrown([&] { bin.get(""); }), GENREG_RC_NO_ARGUMENT);
 }
 
+TEST_F(CppFaceCases, APathIsThatVeryFileOrAnErrorWhereItCannotBeSpelled) {
+  const auto name =
+      std::filesystem::path(registry()).parent_path() / std::filesystem::u8path("\xE6\x97\xA5");
+  std::error_code error;
+  zor::Variables variables(name, error);
+  const bool isText = sizeof(std::filesystem::path::value_type) == 1;
+  if (!isText && zor::codeOf(error) == GENREG_RC_PATH_ENCODING) return;
+  ASSERT_FALSE(error);
+  variables.add({"a"});
+  EXPECT_TRUE(std::filesystem::exists(name));
+}
+
 TEST_F(CppFaceCases, AnErrorKnowsThatTheChangeIsCommittedAllTheSame) {
   zor::Variables variables(registry());
   unsigned long last = 0;
