@@ -90,7 +90,7 @@ class HandleOf : public Handle, private Kind::Flavour {
   unsigned int get(std::uint64_t mask, Native& key, Native& found, bool* isThere) {
     unsigned int code = this->Get(mask, &key, &found);
     if (code == 0 && !isWhollyShown(found)) {
-      const Exactly exactly(*this);
+      const auto whileHere = exactly();
       code = this->Get(mask, &key, &found);
     }
     *isThere = code == 0;
@@ -98,7 +98,7 @@ class HandleOf : public Handle, private Kind::Flavour {
   }
 
   unsigned int add(Native& record) {
-    const Single single(*this);
+    const auto whileHere = single();
     return note(this->Add(identityOf<Kind>(record), &record), true);
   }
 
@@ -174,42 +174,23 @@ class HandleOf : public Handle, private Kind::Flavour {
   }
 
   // While it lives, two records that differ in anything are not equal.
-  class Exactly {
-   public:
-    explicit Exactly(HandleOf& handle) noexcept
-        : handle_(handle),
-          before_{handle.GenRegBase::CompareRecord, handle.GenRegFile::UnpackRecord} {
-      handle_.useHooks(true);
-    }
-    ~Exactly() {
-      handle_.GenRegBase::CompareRecord = before_.compare;
-      handle_.GenRegFile::UnpackRecord = before_.unpack;
-    }
-    Exactly(const Exactly&) = delete;
-    Exactly& operator=(const Exactly&) = delete;
-
-   private:
-    HandleOf& handle_;
-    const Hooks before_;
-  };
+  [[nodiscard]] auto exactly() noexcept {
+    const Hooks before{this->GenRegBase::CompareRecord, this->GenRegFile::UnpackRecord};
+    useHooks(true);
+    return AtEnd([this, before] {
+      this->GenRegBase::CompareRecord = before.compare;
+      this->GenRegFile::UnpackRecord = before.unpack;
+    });
+  }
 
   // While it lives, an operation refuses a second record of one identity.
-  class Single {
-   public:
-    explicit Single(HandleOf& handle) noexcept
-        : handle_(handle), before_(handle.isFeatureSet(GENREG_ALLOW_DUPLICATES)) {
-      if (before_) (void)handle_.unsetFeature(GENREG_ALLOW_DUPLICATES);
-    }
-    ~Single() {
-      if (before_) (void)handle_.setFeature(GENREG_ALLOW_DUPLICATES);
-    }
-    Single(const Single&) = delete;
-    Single& operator=(const Single&) = delete;
-
-   private:
-    HandleOf& handle_;
-    const bool before_;
-  };
+  [[nodiscard]] auto single() noexcept {
+    const bool before = this->isFeatureSet(GENREG_ALLOW_DUPLICATES);
+    if (before) (void)this->unsetFeature(GENREG_ALLOW_DUPLICATES);
+    return AtEnd([this, before] {
+      if (before) (void)this->setFeature(GENREG_ALLOW_DUPLICATES);
+    });
+  }
 
   static unsigned int compare(std::uint64_t mask, void* stored, void* given) {
     const bool wholly = mask == GENREG_ALL_FIELDS;
@@ -264,14 +245,14 @@ class HandleOf : public Handle, private Kind::Flavour {
     }
     if (Kind::isUnique && isSame(found, wanted)) return 0;
     if (plainHooks(this).compare(GENREG_ALL_FIELDS, &found, &wanted) != 1) {
-      const Single single(*this);
+      const auto whileHere = single();
       code = this->Change(mask, &wanted, &wanted);
       *changed = code == 0;
       if (Kind::isUnique || (code != GENREG_RC_UNCHANGED && code != GENREG_RC_AMBIGUOUS)) {
         return note(code, true);
       }
     }
-    const Exactly exactly(*this);
+    const auto whileHere = exactly();
     code = this->Change(mask | differing, &wanted, &wanted);
     *changed = code == 0;
     return code == GENREG_RC_NOT_FOUND ? 0 : note(code, true);

@@ -72,11 +72,7 @@ inline std::string entryOf(const OSSInstanceInfo_t& info) {
 template <typename Entry, typename Info>
 std::vector<Entry> readAll(void* list, unsigned int (*next)(void*, Info*),
                            unsigned int (*close)(void*), unsigned int* failed, std::string* which) {
-  struct Closing {
-    void* list;
-    unsigned int (*close)(void*);
-    ~Closing() { (void)close(list); }
-  } const closing{list, close};
+  const AtEnd closing([&] { (void)close(list); });
   std::vector<Entry> entries;
   const auto info = std::make_unique<Info>();
   constexpr bool mayStick = std::is_same_v<Info, OSSInstanceInfo_t>;

@@ -305,6 +305,19 @@ inline void report(unsigned int code, const std::string& file, std::error_code& 
   }
 }
 
+// Calls `work` at the end of its life.
+template <typename Work>
+class AtEnd {
+ public:
+  explicit AtEnd(Work work) noexcept : work_(std::move(work)) {}
+  ~AtEnd() { work_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
+
+ private:
+  Work work_;
+};
+
 // A text of a field that need not hold a terminator.
 inline std::string textIn(const char* field, std::size_t size) {
   const void* end = std::memchr(field, '\0', size);

@@ -160,11 +160,7 @@ class Registry {
 
   // Adds a record; one of its identity is an error (std::errc::file_exists).
   void add(const Record& record, std::error_code& error = throws()) {
-    with(error, [&](Handle& handle) {
-      Given given;
-      const unsigned int code = given.fill(handle, record);
-      return code != 0 ? code : handle.add(given.native);
-    });
+    withRecord(record, error, [](Handle& handle, Native& native) { return handle.add(native); });
   }
 
   // As set, but a record of its identity must be there (std::errc::no_such_file_or_directory).
@@ -224,7 +220,7 @@ class Registry {
   template <typename Fill>
   std::optional<Record> find(std::uint64_t mask, Fill fill, std::error_code& error) {
     std::optional<Record> result;
-    withKey(error, fill, [&](Handle& handle, Native& key) {
+    withFilled(true, fill, error, [&](Handle& handle, Native& key) {
       Native found{};
       bool isThere = false;
       const unsigned int code = handle.get(mask, key, found, &isThere);
@@ -238,49 +234,44 @@ class Registry {
   template <typename Fill>
   bool removeWhere(std::uint64_t mask, Fill fill, std::error_code& error) {
     bool removed = false;
-    withKey(error, fill,
-            [&](Handle& handle, Native& key) { return handle.remove(mask, key, &removed); });
+    withFilled(true, fill, error,
+               [&](Handle& handle, Native& key) { return handle.remove(mask, key, &removed); });
     return removed;
   }
 
  private:
   friend class Update;
 
-  struct Given {
+  // `work`(handle, native) on what `fill`(native, complaint) makes; nothing, and no failure, when
+  // that is a key that no record can have.
+  template <typename Fill, typename Work>
+  void withFilled(bool isKey, Fill fill, std::error_code& error, Work work) {
     Native native{};
-    typename Kind::Memory memory{};
-    unsigned int fill(Handle& handle, const Record& record) {
-      detail::Complaint complaint;
-      Kind::fill(record, native, memory, complaint);
-      return handle.note(complaint);
+    detail::Complaint complaint;
+    fill(native, complaint);
+    unsigned int code = 0;
+    if (handle_ == nullptr) {
+      code = GENREG_RC_NOT_READY;
+    } else if (!isKey || !complaint.isOfBytes()) {
+      code = handle_->note(complaint);
+      if (code == 0) code = work(*handle_, native);
     }
-  };
-
-  template <typename Work>
-  void with(std::error_code& error, Work work) {
-    const unsigned int code = handle_ == nullptr ? GENREG_RC_NOT_READY : work(*handle_);
     detail::report(code, handle_.get(), error);
   }
 
-  // `work`(handle, key), unless no record can have such a key.
-  template <typename Fill, typename Work>
-  void withKey(std::error_code& error, Fill fill, Work work) {
-    with(error, [&](Handle& handle) {
-      Native key{};
-      detail::Complaint complaint;
-      fill(key, complaint);
-      if (complaint.isOfBytes()) return 0U;
-      const unsigned int code = handle.note(complaint);
-      return code != 0 ? code : work(handle, key);
-    });
+  template <typename Work>
+  void withRecord(const Record& record, std::error_code& error, Work work) {
+    typename Kind::Memory memory{};
+    const auto fill = [&](Native& native, detail::Complaint& complaint) {
+      Kind::fill(record, native, memory, complaint);
+    };
+    withFilled(false, fill, error, work);
   }
 
   bool store(const Record& record, bool mayBeNew, std::error_code& error) {
     bool changed = false;
-    with(error, [&](Handle& handle) {
-      Given given;
-      const unsigned int code = given.fill(handle, record);
-      return code != 0 ? code : handle.store(given.native, mayBeNew, &changed);
+    withRecord(record, error, [&](Handle& handle, Native& native) {
+      return handle.store(native, mayBeNew, &changed);
     });
     return changed;
   }
