@@ -155,11 +155,12 @@ struct Path {
   // A path; null is the empty one.
   Path(const char* path) : text(path == nullptr ? "" : path) {}
   Path(std::string path) : text(std::move(path)) {}
-  // Its native text. Where that is wide it is a text of ASCII characters, or UTF-8 when that is the
-  // code page of the process; another path has no text and is GENREG_RC_PATH_ENCODING.
+  // Its native text. Where that is wide, which the classes do not take, it is the same in ASCII, or
+  // in UTF-8 when that is the code page of the process; else it fails as GENREG_RC_PATH_ENCODING,
+  // never as another file, and can be given as text in the code page.
   Path(const std::filesystem::path& path) { take(path); }
   std::string text{};     // the path
-  unsigned int code = 0;  // why there is no text
+  unsigned int code = 0;  // why it cannot be taken
 
  private:
   template <typename Native>
@@ -167,17 +168,16 @@ struct Path {
     if constexpr (std::is_same_v<typename Native::value_type, char>) {
       text = path.native();
     } else {
-      code = GENREG_RC_PATH_ENCODING;
       const auto& wide = path.native();
       const bool isPlain = std::all_of(wide.begin(), wide.end(), [](auto c) { return c < 0x80; });
-      if (!isPlain && !detail::pathsAreUtf8()) return;
       try {
         const auto bytes = path.u8string();
         text.assign(bytes.begin(), bytes.end());
-        code = 0;
+        if (isPlain || detail::pathsAreUtf8()) return;
       } catch (const std::system_error&) {
-        text.clear();  // not even Unicode
+        text.clear();  // it is not even Unicode
       }
+      code = GENREG_RC_PATH_ENCODING;
     }
   }
 };
