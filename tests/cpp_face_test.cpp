@@ -165,6 +165,38 @@ TEST_F(CppFaceCases, WhatCannotBeStoredAsItIsFailsInBothForms) {
   EXPECT_EQ(thrown([] { zor::Variables(""); }), GENREG_RC_NO_ARGUMENT);
 }
 
+TEST_F(CppFaceCases, ANameThatNoRecordCanHaveIsNotFound) {
+  const std::string longest(16, 'x');  // fills its field without a terminator
+  const std::string nul("a\0b", 3);
+  writeFile(path("bin"), frameBytes(36, longest + little(7, 4) + std::string(16, '\0')));
+  writeFile(path("services"), "a 1/tcp\n");
+  zor::Variables bin(path("bin"));
+  zor::Profile var(path("var"));
+  zor::Services services(path("services"));
+  zor::Global global(path("global"));
+  for (const std::string& name : {longest + "x", nul, std::string("a\nb")}) {
+    EXPECT_FALSE(bin.get(name) || bin.remove(name) || var.get(name) || var.remove(name));
+    EXPECT_FALSE(services.get(name) || services.get("a", name) || services.remove(1, name));
+  }
+  const std::string tooLong(300, 'x');
+  EXPECT_FALSE(global.get<zor::GlobalVariable>("S", tooLong));
+  EXPECT_FALSE(global.remove<zor::GlobalInstance>(tooLong));
+  EXPECT_TRUE(bin.get(longest)->value == 7 && bin.remove(longest));
+  EXPECT_EQ(thrown([&] { bin.get(""); }), GENREG_RC_NO_ARGUMENT);
+}
+
+TEST_F(CppFaceCases, APathIsThatVeryFileOrAnErrorWhereItCannotBeSpelled) {
+  const auto name =
+      std::filesystem::path(registry()).parent_path() / std::filesystem::u8path("\xE6\x97\xA5");
+  std::error_code error;
+  zor::Variables variables(name, error);
+  const bool isText = sizeof(std::filesystem::path::value_type) == 1;
+  if (!isText && zor::codeOf(error) == GENREG_RC_PATH_ENCODING) return;
+  ASSERT_FALSE(error);
+  variables.add({"a"});
+  EXPECT_TRUE(std::filesystem::exists(name));
+}
+
 TEST_F(CppFaceCases, AnErrorKnowsThatTheChangeIsCommittedAllTheSame) {
   zor::Variables variables(registry());
   unsigned long last = 0;

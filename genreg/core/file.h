@@ -99,9 +99,8 @@ class File final : private platform::StreamTarget {
   // Writes out what was appended, ends the lock and closes. Returns 0 or the first error number.
   int close() noexcept;
 
-  // The error number of the last transfer that failed, and whether it was a write.
+  // The error number of the last transfer that failed.
   int error() const noexcept { return error_; }
-  bool writeFailed() const noexcept { return writeFailed_; }
 
   // A stream of the C library that stands for this file; null with errno when there can be none.
   // Owned by this object, ends with close().

@@ -1,3 +1,5 @@
+// The protocol: lock, recovery, close, commit, unlock. The files are opened in session_files.cpp
+// and read in session_reads.cpp.
 #include "genreg/core/session.h"
 
 #include <cerrno>
@@ -5,10 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <new>
 
-#include "genreg/core/cached_reads.h"
-#include "genreg/core/pending.h"
+#include "genreg/core/session_calls.h"
 #include "genreg_codes.h"
 #include "sysservices/file_system.h"
 #include "sysservices/memory.h"
@@ -16,32 +16,6 @@
 
 namespace genreg {
 namespace {
-
-constexpr std::uint32_t ownerReadWrite = 0600;
-
-bool isUpdate(std::uint64_t kind) {
-  return kind == GENREG_OP_CHANGE || kind == GENREG_OP_ADD || kind == GENREG_OP_DELETE;
-}
-
-bool isMissing(Code code) { return code == OSS_RC_FILE_NOT_FOUND || code == OSS_RC_NOT_A_FILE; }
-
-std::uint32_t permissionsOf(std::uint64_t field) {
-  return field == 0 ? ownerReadWrite : static_cast<std::uint32_t>(field);
-}
-
-OSSFileOpenParam openParam(const char* path, std::uint32_t mode, std::uint64_t permissions) {
-  return {OSS_PARAM_LEVEL, path, OSS_ACCESS_READ_WRITE, mode, 0, permissionsOf(permissions), 0};
-}
-
-Code infoOf(const char* path, OSSFileInfo* info) {
-  const OSSFileInfoRequest request{OSS_PARAM_LEVEL, path};
-  return ossFileGetInfoV9(&request, info);
-}
-
-Code deleteIfThere(const char* path) {
-  const Code code = ossFileDelete(path);
-  return code == OSS_RC_FILE_NOT_FOUND ? OSS_RC_OK : code;
-}
 
 bool endsWith(const char* text, const char* suffix) {
   const std::size_t length = std::strlen(text);
@@ -126,30 +100,7 @@ bool Session::commits(std::uint64_t kind) const noexcept {
   return isUpdate(kind) && !appendsInPlace(kind);
 }
 
-Code Session::askSize(std::uint64_t* size) const noexcept {
-  OSSFileInfo info{};
-  const Code code = infoOf(registryPath(), &info);
-  *size = info.size;
-  return code;
-}
-
 // --- lock ---
-
-bool Session::createDirectory(Routine& routine, std::uint32_t purpose,
-                              unsigned int point) noexcept {
-  constexpr std::uint32_t ownerOnly = 0700;
-  char directory[OSS_FULL_PATH_SIZE];
-  if (const Code code = ossDirectoryName(registryPath(), directory, sizeof directory); code != 0) {
-    return routine.failFrom(probeDirectoryName, code, code, point);
-  }
-  if (ossIsDirectory(directory)) return true;
-  const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory, ownerOnly, purpose};
-  if (const Code code = ossDirectoryCreate(&param); code != 0) {
-    return routine.failAbout(probeDirectoryCreate, code, GENREG_RC_CREATE_DIRECTORY, point + 2,
-                             text(directory));
-  }
-  return true;
-}
 
 Code Session::lock(std::uint64_t request) noexcept {
   Routine routine(Function::lockRegistry);
@@ -322,338 +273,6 @@ Code Session::setBackupAside() noexcept {
   return code != OSS_RC_OK ? code : ossDirectorySync(registryPath());
 }
 
-// --- open ---
-
-Code Session::open(std::uint64_t kind) noexcept {
-  Routine routine(Function::openRegFile);
-  if (isScanning()) return routine.refuse(GENREG_RC_SCAN_OPEN, 10);
-  hideStreams();
-  (void)main_.close();
-  (void)second_.close();
-  const bool needsTemporary = kind != GENREG_OP_READ && !appendsInPlace(kind);
-  const bool makesTemporary = needsTemporary && kind != GENREG_OP_VERIFY;
-  const bool opened = openRegistry(routine, kind) &&
-                      (!makesTemporary || setLeftoversAside(routine, kind)) &&
-                      (!needsTemporary || openTemporary(routine, kind));
-  if (!opened) {
-    (void)main_.close();
-    (void)second_.close();
-  }
-  return routine.code();
-}
-
-Code Session::openContent() noexcept {
-  Routine routine(Function::openRegFile);
-  hideStreams();
-  (void)main_.close();
-  (void)second_.close();
-  void* memory = nullptr;
-  if (_ossMemAlloc(&memory, 0, sizeof(Pending), 1, "session", __LINE__) != 0) {
-    return routine.refuse(GENREG_RC_BUFFER_ALLOC, 25);
-  }
-  pending_ = new (memory) Pending;
-  if (!recover(routine) || !ossPathExists(registryPath())) return routine.code();
-  if (openRegistry(routine, GENREG_OP_CHANGE) && setLeftoversAside(routine, GENREG_OP_CHANGE) &&
-      !main_.more(main_.size())) {
-    const bool noMemory = main_.error() == ENOMEM;
-    (void)routine.failSystem(main_.error(),
-                             noMemory ? GENREG_RC_BUFFER_ALLOC : GENREG_RC_READ_FAILED, 68,
-                             registryPath());
-  }
-  if (!routine.ok()) (void)main_.close();
-  return routine.code();
-}
-
-// A registry file that came into being since the update began is somebody else's (I4).
-Code Session::openForCommit() noexcept {
-  if (!main_.isOpen()) {
-    const Code code = open(GENREG_OP_ADD);
-    if (code != 0 || main_.size() == 0) return code;
-    (void)deleteTemporary();
-    return Routine(Function::openRegFile).refuse(GENREG_RC_OPEN_FAILED, 96, text(registryPath()));
-  }
-  Routine routine(Function::openRegFile);
-  (void)openTemporary(routine, GENREG_OP_CHANGE);
-  return routine.code();
-}
-
-void Session::endMany() noexcept {
-  if (pending_ == nullptr) return;
-  void* memory = pending_;
-  pending_->~Pending();
-  pending_ = nullptr;
-  (void)_ossMemFree(&memory, 0, 0, "session", __LINE__);
-  (void)main_.close();
-  (void)second_.close();
-}
-
-bool Session::openRegistry(Routine& routine, std::uint64_t kind) noexcept {
-  const char* path = registryPath();
-  if (kind == GENREG_OP_READ) return openReadable(routine, false, 40) == GENREG_RC_OK;
-  if (isUpdate(kind) && !recover(routine)) return false;
-
-  bool creates = false;
-  appending_ = appendsInPlace(kind);
-  if (kind == GENREG_OP_ADD) {
-    if (!createDirectory(routine, 1, 30)) return false;
-    creates = !ossPathExists(path);
-  } else if (!ossIsFile(path)) {
-    return routine.end(GENREG_RC_NO_FILE);
-  }
-  const bool writes = creates || appending_;
-  const OSSFileOpenParam param =
-      openParam(path, writes ? OSS_OPEN_APPEND : OSS_OPEN_EXISTING, handle_.registryPermissions);
-  if (const Code code = main_.handle().open(&param); code != 0) {
-    return routine.failAbout(probeFileOpen, code, GENREG_RC_OPEN_FAILED, 40, text(path));
-  }
-  const bool exclusive = writes || g_bIsPlatformID_Win32On95;
-  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
-                                   exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_LOCK_WAIT};
-  if (const Code code = main_.handle().lock(&lockParam); code != 0) {
-    return routine.failAbout(probeFileLock, code, GENREG_RC_FILE_LOCK, 50, text(path));
-  }
-  if (const int error = main_.begin(writes, 0); error != 0) {
-    return routine.failSystem(error, GENREG_RC_OPEN_FAILED, 60, path);
-  }
-  if (isUpdate(kind)) {
-    (void)claim_.close();  // of an update that was not carried on
-    temporaryDropped_ = false;
-  }
-  if (!claim_.isOpen()) opened_ = main_.info();
-  if (appending_) handle_.lockFile.shareWithWriters(main_.info());
-  // A registry file that this very update created has a name that no power cut may take back (I3).
-  if (creates && ossDirectorySync(path) != 0) {
-    return routine.failSystem(ossFileLastError(), GENREG_RC_OPEN_FAILED, 65, path);
-  }
-  return true;
-}
-
-// Where the file system has no hard links, a commit renames the registry to its backup name before
-// it renames the new file into place, and a crash may leave it there. The backup then is the last
-// committed content; the file is complete under either name, and whichever is opened stays what it
-// is. One round missed 31 times in 25 million opens against a writer in a tight loop, three rounds
-// never did.
-Code Session::openReadable(Routine& routine, bool mustExist, unsigned int point) noexcept {
-  constexpr int rounds = 3;
-  appending_ = false;
-  Step failed = Step::Open;
-  Code code = openToRead(main_, registryPath(), 0, &failed);
-  for (int round = 0; isMissing(code) && round < rounds; ++round) {
-    code = openToRead(main_, backupPath(), OSS_OPEN_NO_LINK, &failed);
-    if (!isMissing(code)) break;  // a backup that cannot be read is not "no registry"
-    code = openToRead(main_, registryPath(), 0, &failed);
-  }
-  if (code == 0) return GENREG_RC_OK;
-  if (isMissing(code) && !mustExist) {
-    (void)routine.end(GENREG_RC_NO_FILE);
-    return GENREG_RC_NO_FILE;
-  }
-  if (failed == Step::Begin) {
-    (void)routine.failSystem(static_cast<int>(code), GENREG_RC_OPEN_FAILED, point + 20,
-                             registryPath());
-    return routine.code();
-  }
-  const bool opened = failed == Step::Lock;
-  const Code result = opened ? GENREG_RC_FILE_LOCK : GENREG_RC_OPEN_FAILED;
-  if (opened) point += 10;
-  (void)routine.failFrom(opened ? probeFileLock : probeFileOpen, code, result, point);
-  return routine.refuse(result, point + 1, text(registryPath()));
-}
-
-// The code of opening or locking, or the error number of beginning to read.
-Code Session::openToRead(File& file, const char* path, std::uint32_t options,
-                         Step* failed) noexcept {
-  OSSFileOpenParam param = openParam(path, OSS_OPEN_EXISTING, handle_.registryPermissions);
-  param.options = options | OSS_OPEN_CHECK_LATER;
-  *failed = Step::Open;
-  if (const Code code = file.handle().open(&param); code != 0) return code;
-  const OSSFileLockParam lockParam{OSS_PARAM_LEVEL,
-                                   g_bIsPlatformID_Win32On95 ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
-                                   OSS_LOCK_WAIT};
-  if (const Code code = file.handle().lock(&lockParam); code != 0) {
-    (void)file.handle().close();
-    *failed = Step::Lock;
-    return code;
-  }
-  Code unsuitable = 0;
-  const int error = file.beginReading(&unsuitable);
-  if (error != 0) *failed = Step::Begin;
-  return error != 0 ? static_cast<Code>(error) : unsuitable;
-}
-
-// --- content that is kept between reads ---
-
-void Session::setCachedReads(bool on) noexcept {
-  caches_ = on;
-  if (!on && scanned_ == &main_) dropCache();
-}
-
-void Session::dropCache() noexcept {
-  if (cache_ == nullptr) return;
-  void* memory = cache_;
-  cache_->~CachedReads();
-  cache_ = nullptr;
-  (void)_ossMemFree(&memory, 0, 0, "session", __LINE__);
-}
-
-// What is not plainly the registry under its own name takes openReadable(), which also finds the
-// words for what is wrong.
-CachedReads* Session::cachedReads() noexcept {
-  const bool isBusy = main_.isOpen() || second_.isOpen() || isScanning();
-  if (!caches_ || isBusy) return nullptr;
-  if (cache_ == nullptr) {
-    void* memory = nullptr;
-    if (_ossMemAlloc(&memory, 0, sizeof(CachedReads), 1, "session", __LINE__) != 0) return nullptr;
-    cache_ = new (memory) CachedReads;
-  }
-  if (cache_->isCurrent(registryPath())) return cache_;
-  cache_->drop();
-  const std::int64_t start = ossFileClock();
-  Step failed = Step::Open;
-  const bool opened = openToRead(cache_->file(), registryPath(), 0, &failed) == 0;
-  return opened && cache_->load(start) ? cache_ : nullptr;
-}
-
-bool Session::scanCached() noexcept {
-  CachedReads* cache = cachedReads();
-  if (cache == nullptr) return false;
-  scanned_ = &cache->file();
-  scanned_->seek(0);
-  return true;
-}
-
-int Session::endScan() noexcept {
-  if (scanned_ == &main_) return main_.close();
-  scanned_->endStream();
-  scanned_ = &main_;
-  if (!caches_) dropCache();
-  return 0;
-}
-
-bool Session::setLeftoversAside(Routine& routine, std::uint64_t kind) noexcept {
-  if (const Code code = deleteIfThere(corruptPath()); code != 0) {
-    return routine.failAbout(probeFileDelete, code, GENREG_RC_CORRUPT_DELETE, 70,
-                             text(corruptPath()));
-  }
-  for (bool waited = true; waited;) {
-    waited = false;
-    if (!setLeftoverAside(routine, &waited)) return false;
-    // The other writer has committed, perhaps.
-    if (waited && !openRegistry(routine, kind)) return false;
-  }
-  return true;
-}
-
-// The temporary file of an update that did not finish becomes the corrupt file, for people to look
-// at. A temporary file that its writer still has locked is no
-// leftover: that writer's lock file was removed by a third party, and this one waits for it (I1).
-bool Session::setLeftoverAside(Routine& routine, bool* waited) noexcept {
-  OSSHFile leftover;
-  Code code = lockLeftover(leftover, waited);
-  if (code == OSS_RC_OK) code = ossFileRename(temporaryPath(), corruptPath());
-  if (code == OSS_RC_FILE_NOT_FOUND) return true;
-  if (code != 0) {
-    return routine.failAbout(probeFileRename, code, GENREG_RC_CORRUPT_RENAME, 80,
-                             text(temporaryPath()), text(corruptPath()));
-  }
-  // It may be older than a change of the registry's permissions (I6). One that has a second name is
-  // somebody else's file, too, and keeps its own.
-  OSSFileInfo info{};
-  if (leftover.isOpen() && leftover.getInfo(&info) == OSS_RC_OK && info.links == 1) {
-    (void)ossFileSetPermissions(corruptPath(), ownerReadWrite);
-  }
-  return true;
-}
-
-// Opens and locks the file at the temporary file's name, so that nobody else sets it aside or makes
-// use of it; one that cannot be opened is nobody's. Whoever had the lock may have renamed the file,
-// and a third one made another. OSS_RC_FILE_NOT_FOUND when there is none.
-Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
-  constexpr std::uint64_t longestClaim = 10000;  // milliseconds; no writer holds it as long
-  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
-  param.options = OSS_OPEN_NO_LINK;
-  for (;;) {
-    const Code found = leftover.open(&param);
-    if (found != OSS_RC_OK) return found == OSS_RC_FILE_NOT_FOUND ? found : OSS_RC_OK;
-    OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
-    Code code = leftover.lock(&lockParam);
-    if (code == OSS_RC_LOCK_BUSY && !isImpatient_) {
-      *waited = true;
-      (void)main_.close();  // the other writer may be waiting for it
-      lockParam.wait = OSS_LOCK_WAIT;
-      lockParam.limit = longestClaim;
-      code = leftover.lock(&lockParam);
-    }
-    OSSFileInfo opened{};
-    OSSFileInfo named{};
-    if (code == OSS_RC_OK) code = leftover.getInfo(&opened);
-    if (code == OSS_RC_OK) code = infoOf(temporaryPath(), &named);
-    if (code != OSS_RC_OK || named.isSameFile(opened)) return code;
-  }
-}
-
-bool Session::openTemporary(Routine& routine, std::uint64_t kind) noexcept {
-  OSSFileInfo info{};
-  if (const Code code = infoOf(registryPath(), &info); code != 0) {
-    return routine.failAbout(probeFileGetInfo, code, GENREG_RC_FILE_INFO_OPEN, 90,
-                             text(registryPath()));
-  }
-  // Renaming a new file into place would part the link from its target, or one name of the file
-  // from its others, and both would go on as registries of their own.
-  if (info.isSymbolicLink || info.links > 1) {
-    return routine.fail(GENREG_RC_OPEN_FAILED, 95, text(registryPath()), number(info.links),
-                        text("a link: update it under its one real name"));
-  }
-  return kind == GENREG_OP_VERIFY ? openWritten(routine) : createTemporary(routine, info);
-}
-
-bool Session::openWritten(Routine& routine) noexcept {
-  OSSFileOpenParam param = openParam(temporaryPath(), OSS_OPEN_EXISTING, 0);
-  param.options = OSS_OPEN_NO_LINK;
-  int error = 0;
-  if (second_.handle().open(&param) != OSS_RC_OK) {
-    error = second_.handle().lastError();
-  } else if (!claim_.isOpen() && !claimTemporary()) {
-    error = EAGAIN;
-  } else {
-    error = second_.begin(false, 0);
-  }
-  return error == 0 || routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 100, temporaryPath());
-}
-
-bool Session::createTemporary(Routine& routine, const OSSFileInfo& registry) noexcept {
-  OSSHFile& file = second_.handle();
-  temporaryDurable_ = false;
-  if (file.createPrivate(temporaryPath(), registryPath()) != OSS_RC_OK) {
-    return routine.failSystem(file.lastError(), GENREG_RC_OPEN_TEMP_FAILED, 105, temporaryPath());
-  }
-  if (!claimTemporary()) {
-    return routine.failSystem(EAGAIN, GENREG_RC_OPEN_TEMP_FAILED, 107, temporaryPath());
-  }
-  int error = 0;
-  if (file.takeAttributes(registryPath(), registry) != OSS_RC_OK) {
-    error = file.lastError();
-    (void)routine.failSystem(error, GENREG_RC_TEMP_PERMISSIONS, 110, temporaryPath());
-  } else if (error = second_.begin(true, registry.size); error != 0) {
-    (void)routine.failSystem(error, GENREG_RC_OPEN_TEMP_FAILED, 115, temporaryPath());
-  }
-  if (error != 0) (void)deleteTemporary();
-  handle_.lockFile.shareWithWriters(registry);
-  return error == 0;
-}
-
-// Locks the new temporary file, and makes sure that nobody who found it before that has set it
-// aside (I1).
-bool Session::claimTemporary() noexcept {
-  const OSSFileLockParam param{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
-  if (claim_.duplicate(second_.handle()) == OSS_RC_OK && claim_.lock(&param) == OSS_RC_OK &&
-      claim_.isAt(temporaryPath())) {
-    return true;
-  }
-  (void)claim_.close();
-  return false;
-}
-
 // --- close ---
 
 Code Session::close(std::uint64_t kind) noexcept { return finish(kind, commits(kind)); }
@@ -713,14 +332,6 @@ void Session::finishFiles(Routine& routine, std::uint64_t kind) noexcept {
                              OSS_SYSCALL_CLOSE);
   }
   if (error != 0) temporaryDropped_ = deleteTemporary() == OSS_RC_OK;
-}
-
-// By now the name may be another writer's, if a third party has removed the lock file (I1).
-Code Session::deleteTemporary() noexcept {
-  if (temporaryDropped_ || (claim_.isOpen() && !claim_.isAt(temporaryPath()))) return OSS_RC_OK;
-  const Code code = ossFileDelete(temporaryPath());
-  (void)claim_.close();
-  return code;
 }
 
 // --- commit ---
@@ -868,20 +479,6 @@ void Session::endOld(Routine& routine) noexcept {
   if (code == 0) return;
   (void)routine.failAbout(probeFileDelete, code, GENREG_RC_BACKUP_DELETE_FAILED, 70,
                           text(backupPath()));
-}
-
-// --- the handle's streams ---
-
-bool Session::showStreams() noexcept {
-  handle_.mainStream = scanned_->isOpen() ? scanned_->stream() : nullptr;
-  handle_.secondStream = second_.isOpen() ? second_.stream() : nullptr;
-  return (!scanned_->isOpen() || handle_.mainStream != nullptr) &&
-         (!second_.isOpen() || handle_.secondStream != nullptr);
-}
-
-void Session::hideStreams() noexcept {
-  handle_.mainStream = nullptr;
-  handle_.secondStream = nullptr;
 }
 
 }  // namespace genreg

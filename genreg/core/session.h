@@ -1,5 +1,6 @@
 // The protocol that keeps a registry: lock, recovery, leftovers, open, close, commit, unlock. All
-// of it is in this class; nothing else creates, renames or deletes a registry's files.
+// of it is in this class; nothing else creates, renames or deletes a registry's files. What opens
+// them is in session_files.cpp, what reads in session_reads.cpp, the rest in session.cpp.
 //
 // Files of a registry NAME in the directory DIR:
 //   NAME           the records
@@ -11,9 +12,8 @@
 //
 // Invariants. The code names the one that a step keeps.
 //   I1  One writer: whoever changes a file of the registry holds the exclusive lock on the file
-//   that
-//       stands at the lock's name. The temporary file is locked, too, by the one who writes it: a
-//       lock file that a third party removes lets nobody else at it.
+//       that stands at the lock's name. The temporary file is locked, too, by the one who writes
+//       it: a lock file that a third party removes lets nobody else at it.
 //   I2  What NAME shows is always one committed content as a whole; where the file system has hard
 //       links, the name is never missing either.
 //   I3  A content is committed only once it is on stable storage, and the names are on stable
