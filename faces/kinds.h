@@ -9,10 +9,12 @@ enum class Kind { Bin, Global, Var, Services };
 constexpr const char* kindNames[] = {"bin", "global", "var", "services"};
 constexpr const char* nameOf(Kind kind) { return kindNames[static_cast<int>(kind)]; }
 
-// What a file is taken for by its first bytes.
+// What a file is taken for by the records or lines in its first bytes.
 struct Guess {
   Kind kind = Kind::Bin;
   bool certain = false;    // `kind` and no other
+  bool fitsRival = false;  // `rival` as well as `kind`
+  Kind rival = Kind::Bin;
   bool bigEndian = false;  // its length fields are
   bool isText = false;
   bool isEmpty = false;  // or absent, or not to be read: it may be anything
