@@ -14,9 +14,9 @@ enum class Verdict { Clean, Remarks, Look, Missing, Damaged, Unreadable };
 constexpr struct {
   const char* words;
   int status;
-} verdicts[] = {{"clean", exitDone},       {"whole, with remarks", exitDone},
-                {"needs a look", exitNotFound}, {"missing", exitNotFound},
-                {"damaged", exitFailed},   {"cannot be read", exitFailed}};
+} verdicts[] = {
+    {"clean", exitDone},       {"whole, with remarks", exitDone}, {"needs a look", exitNotFound},
+    {"missing", exitNotFound}, {"damaged", exitFailed},           {"cannot be read", exitFailed}};
 
 // In the order of the topics.
 constexpr struct {
@@ -39,14 +39,13 @@ std::string meaningOf(unsigned int code) {
 void printText(const Checked& checked, const char* verdict, const std::vector<Finding>& findings) {
   std::string counted;
   if (checked.isRead) {
-    counted = std::string(nameOf(checked.kind)) + ", " + std::to_string(checked.records) +
-              " records: ";
+    counted =
+        std::string(nameOf(checked.kind)) + ", " + std::to_string(checked.records) + " records: ";
   }
   std::printf("%s: %s%s\n", printable(checked.file).c_str(), counted.c_str(), verdict);
   for (const Finding& finding : findings) {
-    std::printf("  %s: %s: %s\n    do: %s\n", rowOf(finding).name,
-                printable(finding.where).c_str(), printable(finding.what).c_str(),
-                printable(finding.action).c_str());
+    std::printf("  %s: %s: %s\n    do: %s\n", rowOf(finding).name, printable(finding.where).c_str(),
+                printable(finding.what).c_str(), printable(finding.action).c_str());
   }
 }
 
