@@ -77,6 +77,8 @@ bool guessFrames(const std::string& bytes, std::size_t at, bool toTheEnd, Guess&
     const Frames frames = framesFrom(bytes, at, bigEndian);
     if (frames.count == 0 || (toTheEnd && frames.end < bytes.size())) continue;
     decide(frames.tally, Kind::Bin, Kind::Global, guess);
+    // A variable may hold any bytes: every global record of that length is one, too.
+    guess.fitsRival = frames.tally.one != 0 && frames.tally.other != 0;
     // What has the form of no variable can only be a global record that nobody knows.
     if (frames.tally.one == 0) guess.kind = Kind::Global;
     guess.bigEndian = bigEndian && guess.kind == Kind::Bin;
@@ -85,10 +87,9 @@ bool guessFrames(const std::string& bytes, std::size_t at, bool toTheEnd, Guess&
   return false;
 }
 
-// Bytes that neither begin with a record nor are a text: records of a known form behind the damage,
-// whole to the end, say what they may be.
+// Bytes that are no text and do not begin with a record of a known form: those behind the damage,
+// whole to the end, say what it may be.
 void guessDamaged(const std::string& bytes, Guess& guess) {
-  guess.kind = Kind::Global;
   for (std::size_t at = 1; at < bytes.size(); ++at) {
     Guess found;
     if (!guessFrames(bytes, at, true, found) || !found.certain) continue;
@@ -148,12 +149,15 @@ Guess guessKind(const std::string& file) {
   Guess guess;
   const std::string bytes = beginningOf(file);
   guess.isEmpty = bytes.empty();
+  if (guess.isEmpty) return guess;
   // No text begins with a length that a record may have.
-  if (guess.isEmpty || guessFrames(bytes, 0, false, guess)) return guess;
-  guess.isText = isText(bytes);
+  const bool isFramed = guessFrames(bytes, 0, false, guess);
+  if (guess.certain || guess.fitsRival) return guess;
+  guess.isText = !isFramed && isText(bytes);
   if (guess.isText) {
     guessText(bytes, guess);
   } else {
+    guess.kind = Kind::Global;
     guessDamaged(bytes, guess);
   }
   return guess;

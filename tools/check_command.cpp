@@ -12,6 +12,7 @@
 #include "report.h"
 #include "store.h"
 #include "sysservices/file_system.h"
+#include "sysservices/return_codes.h"
 #include "verbs.h"
 
 namespace tool {
@@ -21,23 +22,22 @@ struct CheckWords : Words {
   bool strict = false;
 };
 
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
-};
-
 // Why the bytes of a file cannot be read to the end, in the system's words; empty when they can.
 std::string reasonUnreadable(const std::string& file) {
   if (ossIsDirectory(file.c_str())) return std::strerror(EISDIR);
   const Seen seen(file);
   if (!seen.isThere) return std::strerror(seen.error == 0 ? ENOENT : seen.error);
   if (!ossIsFile(file.c_str())) return "no plain file";
-  const std::unique_ptr<std::FILE, StreamCloser> stream(ossFileOpenToRead(file.c_str()));
-  if (stream == nullptr) return std::strerror(ossFileLastError());
+  OSSHFile opened;
+  const OSSFileOpenParam param{
+      OSS_PARAM_LEVEL, file.c_str(), OSS_ACCESS_READ_WRITE, OSS_OPEN_EXISTING, 0, 0, 0};
+  unsigned int code = opened.open(&param);
   char block[16384];
-  errno = 0;
-  while (std::fread(block, 1, sizeof block, stream.get()) != 0) {
+  std::size_t count = sizeof block;
+  for (std::uint64_t offset = 0; code == OSS_RC_OK && count != 0; offset += count) {
+    code = opened.readAt(block, sizeof block, offset, &count);
   }
-  return std::ferror(stream.get()) == 0 ? std::string() : std::strerror(errno);
+  return code == OSS_RC_OK ? std::string() : std::strerror(opened.lastError());
 }
 
 // In a commit without hard links the file may change its name between two steps of a look.

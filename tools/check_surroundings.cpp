@@ -13,8 +13,6 @@
 namespace tool {
 namespace {
 
-constexpr const char* nothing = "nothing";
-
 bool isLockHeld(const std::string& path) {
   OSSHFile file;
   const OSSFileOpenParam open{OSS_PARAM_LEVEL,
@@ -151,7 +149,7 @@ Surroundings lookAround(const RegistryFiles& files) {
 void checkSurroundings(const RegistryFiles& files, const Surroundings& seen, const Checked& checked,
                        Findings& findings) {
   if (seen.isUpdating) {
-    findings.add(Topic::Running, files.lock, "an update is running", nothing);
+    findings.add(Topic::Running, files.lock, "an update is running", "nothing, unless it stays so");
   } else {
     checkLeftOvers(files, seen, checked, findings);
     if (seen.registry.isThere && seen.names() > 1) {
