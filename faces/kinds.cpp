@@ -10,17 +10,10 @@
 namespace faces {
 namespace {
 
-constexpr std::size_t looked = 65536;  // bytes of a file that decide
 constexpr std::uint32_t shortestRecord = 3;
 constexpr std::uint32_t longestRecord = 0x100000;
 // A global registry's record begins with its type, a small number; a variable's with its name.
 constexpr std::uint32_t largestType = 0x1F;
-
-// The bytes that decide; none when the file cannot be read.
-std::string beginningOf(const std::string& file) {
-  std::string bytes;
-  return readContent(file, looked, bytes) ? bytes : std::string();
-}
 
 std::uint32_t numberAt(const std::string& bytes, std::size_t at, bool bigEndian) {
   std::uint32_t number = 0;
@@ -90,7 +83,7 @@ bool guessFrames(const std::string& bytes, std::size_t at, bool toTheEnd, Guess&
 // Bytes that are no text and do not begin with a record of a known form: those behind the damage,
 // whole to the end, say what it may be.
 void guessDamaged(const std::string& bytes, Guess& guess) {
-  for (std::size_t at = 1; at < bytes.size(); ++at) {
+  for (std::size_t at = 1; at < std::min(bytes.size(), kindBytes); ++at) {
     Guess found;
     if (!guessFrames(bytes, at, true, found) || !found.certain) continue;
     guess.kind = found.kind;
@@ -145,10 +138,10 @@ void guessText(std::string_view bytes, Guess& guess) {
 
 }  // namespace
 
-Guess guessKind(const std::string& file) {
+Guess guessKind(const std::string& file, std::size_t most) {
   Guess guess;
-  const std::string bytes = beginningOf(file);
-  guess.isEmpty = bytes.empty();
+  std::string bytes;
+  guess.isEmpty = !readContent(file, most, bytes) || bytes.empty();
   if (guess.isEmpty) return guess;
   // No text begins with a length that a record may have.
   const bool isFramed = guessFrames(bytes, 0, false, guess);

@@ -54,7 +54,7 @@ std::string reasonUnreadable(const RegistryFiles& files) {
 // What kind the registry is of, as far as that can be known or was said.
 void findKind(const RegistryFiles& files, const std::string& type, Checked& checked,
               Findings& findings) {
-  const Guess guess = guessKind(files.content());
+  const Guess guess = guessKind(files.content(), std::string::npos);
   checked.kind = guess.kind;
   checked.bigEndian = guess.bigEndian;
   for (const Kind kind : allKinds) {

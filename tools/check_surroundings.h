@@ -35,9 +35,10 @@ struct Surroundings {
   bool isUpdating = false;
 };
 
-// Looks until what is seen is left over and not an update's that runs: two looks found the same and
-// nobody has the update lock. The lock is asked for without waiting, on a lock file that is there
-// and in neither look was another, so that an update that ends just then can still remove it.
+// Looks until it is known whether what is seen is left over or an update's that runs: it is left
+// over when two looks found the same and nobody has the update lock. That is asked for without
+// waiting, on a lock file that is there, and only when it has been for a while: who ends an update
+// just then, or begins one without waiting, would find the lock taken.
 Surroundings lookAround(const RegistryFiles& files);
 
 // Says what the next update does with what is left over, and what would make it fail.
