@@ -105,9 +105,9 @@ TEST_F(CheckToolTest, EveryRecordSaysTheKindAndEveryGapIsReported) {
   EXPECT_NE(mixed.output.find("bin or global"), std::string::npos) << mixed.output;
   writeFile(registry(), "\xff" + (a + a).substr(1));
   EXPECT_NE(runTool("check " + registry()).output.find("zorreg bin "), std::string::npos);
-  writeFile(registry(), "A=1\nodd\n=1\nB=1\n# odd\nodd\nC=1\n");
+  writeFile(registry(), "A=1\nodd\nX=\"B=1\nB=1\n# odd\nodd\nC=1\n");
   const ToolRun repaired = runTool("var " + registry() + " repair --drop-unreadable");
-  EXPECT_NE(repaired.output.find("offset 4: 7 bytes\n  offset 21: 4 bytes\n"), std::string::npos)
+  EXPECT_NE(repaired.output.find("offset 4: 11 bytes\n  offset 25: 4 bytes\n"), std::string::npos)
       << repaired.output;
 }
 

@@ -107,7 +107,7 @@ std::uint64_t checkLines(const RegistryFiles& files, Kind kind, Findings& findin
     };
     constexpr const char* kept = "nothing, if it is meant; updates keep it as it is";
     if (line.isTooLong()) return odd("longer than 2,046 characters", "shorten it: no Add is done");
-    if (line.holdsNul()) return odd("holds NUL bytes", kept);
+    if (line.holdsNul()) odd("holds NUL bytes", kept);
     if (!line.ended) odd("the last line lacks its newline", "nothing; the next Add ends it");
     const faces::LineParser::Line parsed = parser.parse(line.bytes.c_str());
     if (parsed.code != 0) {
