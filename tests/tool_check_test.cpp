@@ -99,7 +99,7 @@ TEST_F(CheckToolTest, ARunningUpdateIsNoFaultAndWhatWouldBeRefusedIs) {
 
 TEST_F(CheckToolTest, EveryRecordSaysTheKindAndEveryGapIsReported) {
   const std::string a = frame(variable("a", 1));
-  writeFile(registry(), a + framed(stored(4, 0x3, {text("ZOR"), text("ABC")})));
+  writeFile(registry(), a + a + framed(stored(4, 0x3, {text("ZOR"), text("ABC")})));
   const ToolRun mixed = runTool("check " + registry());
   EXPECT_EQ(mixed.status, 1);
   EXPECT_NE(mixed.output.find("bin or global"), std::string::npos) << mixed.output;

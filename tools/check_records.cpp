@@ -109,7 +109,8 @@ std::uint64_t checkLines(const RegistryFiles& files, Kind kind, Findings& findin
     if (line.isTooLong()) return odd("longer than 2,046 characters", "shorten it: no Add is done");
     if (line.holdsNul()) odd("holds NUL bytes", kept);
     if (!line.ended) odd("the last line lacks its newline", "nothing; the next Add ends it");
-    const faces::LineParser::Line parsed = parser.parse(line.bytes.c_str());
+    const faces::LineParser::Line parsed =
+        parser.parse(line.bytes.substr(0, line.bytes.find('\0')));
     if (parsed.code != 0) {
       const GenRegReturnCode* row = genRegFindReturnCode(parsed.code);
       odd(row == nullptr ? "does not parse" : row->meaning, kept);

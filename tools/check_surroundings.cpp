@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "platform/tool/write_access.h"
@@ -13,7 +14,8 @@
 namespace tool {
 namespace {
 
-bool isLockHeld(const std::string& path) {
+// Whether somebody has the update lock; nothing when this user may not ask.
+std::optional<bool> isLockHeld(const std::string& path) {
   OSSHFile file;
   const OSSFileOpenParam open{OSS_PARAM_LEVEL,
                               path.c_str(),
@@ -22,9 +24,10 @@ bool isLockHeld(const std::string& path) {
                               OSS_OPEN_AS_LOCK_FILE,
                               0,
                               0};
-  if (file.open(&open) != OSS_RC_OK) return false;
+  const unsigned int opened = file.open(&open);
+  if (opened == OSS_RC_ACCESS_DENIED) return std::nullopt;
   const OSSFileLockParam lock{OSS_PARAM_LEVEL, OSS_LOCK_SHARED, OSS_LOCK_NOWAIT};
-  return file.lock(&lock) == OSS_RC_LOCK_BUSY;
+  return opened == OSS_RC_OK && file.lock(&lock) == OSS_RC_LOCK_BUSY;
 }
 
 bool isPlain(const Seen& seen) { return seen.info.isFile && !seen.info.isSymbolicLink; }
@@ -41,7 +44,10 @@ void checkLeftOvers(const RegistryFiles& files, const Surroundings& seen, const 
     std::string action;
   } rows[] = {
       {files.lock, seen.lock, isPlain(seen.lock) && seen.lock.info.links == 1, Topic::LeftOver,
-       "the lock file of an update that died", "nothing; the next update takes the lock over"},
+       seen.isLockKnown
+           ? "the lock file of an update that died"
+           : "the lock file of an update that is running or died: this user may not ask",
+       "nothing; the next update takes the lock over"},
       {files.temporary, seen.temporary, true, Topic::LeftOver,
        "the work of an update that did not finish",
        "nothing; the next update sets it aside as the corrupt file"},
@@ -139,7 +145,9 @@ Surroundings lookAround(const RegistryFiles& files) {
     const Surroundings before = seen;
     seen = Surroundings(files);
     if (!seen.isSame(before)) continue;
-    seen.isUpdating = seen.lock.isThere && isLockHeld(files.lock);
+    const std::optional<bool> isHeld = seen.lock.isThere ? isLockHeld(files.lock) : false;
+    seen.isUpdating = isHeld.value_or(false);
+    seen.isLockKnown = isHeld.has_value();
     return seen;
   }
   seen.isUpdating = true;

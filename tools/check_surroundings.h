@@ -33,6 +33,7 @@ struct Surroundings {
   Seen corrupt;
   Seen backup;
   bool isUpdating = false;
+  bool isLockKnown = true;  // else it may be updating
 };
 
 // Looks until it is known whether what is seen is left over or an update's that runs: it is left
