@@ -138,17 +138,22 @@ std::uint64_t Surroundings::names() const {
 Surroundings lookAround(const RegistryFiles& files) {
   constexpr auto pause = std::chrono::milliseconds(10);  // an update is seldom as long at one step
   constexpr int rounds = 30;
+  constexpr int enough = 2;  // one update may hand the lock to the next just when it is asked for
   Surroundings seen(files);
+  int unmoved = 0;
   for (int round = 0; round < rounds; ++round) {
     if (seen.isQuiet()) return seen;
     std::this_thread::sleep_for(pause);
     const Surroundings before = seen;
     seen = Surroundings(files);
-    if (!seen.isSame(before)) continue;
+    if (!seen.isSame(before)) {
+      unmoved = 0;
+      continue;
+    }
     const std::optional<bool> isHeld = seen.lock.isThere ? isLockHeld(files.lock) : false;
     seen.isUpdating = isHeld.value_or(false);
     seen.isLockKnown = isHeld.has_value();
-    return seen;
+    if (seen.isUpdating || ++unmoved == enough) return seen;
   }
   seen.isUpdating = true;
   return seen;

@@ -37,7 +37,7 @@ struct Surroundings {
 };
 
 // Looks until it is known whether what is seen is left over or an update's that runs: it is left
-// over when two looks found the same and nobody has the update lock. That is asked for without
+// over when three looks found the same and nobody had the update lock. That is asked for without
 // waiting, on a lock file that is there, and only when it has been for a while: who ends an update
 // just then, or begins one without waiting, would find the lock taken.
 Surroundings lookAround(const RegistryFiles& files);
