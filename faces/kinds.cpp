@@ -65,30 +65,37 @@ Frames framesFrom(const std::string& bytes, std::size_t at, bool bigEndian) {
   return frames;
 }
 
-bool guessFrames(const std::string& bytes, std::size_t at, bool toTheEnd, Guess& guess) {
+void decideFrames(const Frames& frames, bool bigEndian, Guess& guess) {
+  decide(frames.tally, Kind::Bin, Kind::Global, guess);
+  // A variable may hold any bytes: every global record of that length is one, too.
+  guess.fitsRival = frames.tally.one != 0 && frames.tally.other != 0;
+  // What has the form of no variable can only be a global record that nobody knows.
+  if (frames.tally.one == 0) guess.kind = Kind::Global;
+  guess.bigEndian = bigEndian && guess.kind == Kind::Bin;
+}
+
+bool guessFrames(const std::string& bytes, Guess& guess) {
   for (const bool bigEndian : {false, true}) {
-    const Frames frames = framesFrom(bytes, at, bigEndian);
-    if (frames.count == 0 || (toTheEnd && frames.end < bytes.size())) continue;
-    decide(frames.tally, Kind::Bin, Kind::Global, guess);
-    // A variable may hold any bytes: every global record of that length is one, too.
-    guess.fitsRival = frames.tally.one != 0 && frames.tally.other != 0;
-    // What has the form of no variable can only be a global record that nobody knows.
-    if (frames.tally.one == 0) guess.kind = Kind::Global;
-    guess.bigEndian = bigEndian && guess.kind == Kind::Bin;
+    const Frames frames = framesFrom(bytes, 0, bigEndian);
+    if (frames.count == 0) continue;
+    decideFrames(frames, bigEndian, guess);
     return true;
   }
   return false;
 }
 
 // Bytes that are no text and do not begin with a record of a known form: those behind the damage,
-// whole to the end, say what it may be.
+// all of one known form to the end, say what it may be.
 void guessDamaged(const std::string& bytes, Guess& guess) {
-  for (std::size_t at = 1; at < std::min(bytes.size(), kindBytes); ++at) {
-    Guess found;
-    if (!guessFrames(bytes, at, true, found) || !found.certain) continue;
-    guess.kind = found.kind;
-    guess.bigEndian = found.bigEndian;
-    return;
+  for (const bool bigEndian : {false, true}) {
+    for (std::size_t at = 1; at < std::min(bytes.size(), kindBytes); ++at) {
+      const Frames frames = framesFrom(bytes, at, bigEndian);
+      const std::size_t most = std::max(frames.tally.one, frames.tally.other);
+      if (most == 0 || most != frames.count || frames.end < bytes.size()) continue;
+      decideFrames(frames, bigEndian, guess);
+      guess.certain = false;
+      return;
+    }
   }
 }
 
@@ -144,7 +151,7 @@ Guess guessKind(const std::string& file, std::size_t most) {
   guess.isEmpty = !readContent(file, most, bytes) || bytes.empty();
   if (guess.isEmpty) return guess;
   // No text begins with a length that a record may have.
-  const bool isFramed = guessFrames(bytes, 0, false, guess);
+  const bool isFramed = guessFrames(bytes, guess);
   if (guess.certain || guess.fitsRival) return guess;
   guess.isText = !isFramed && isText(bytes);
   if (guess.isText) {
