@@ -10,17 +10,10 @@
 namespace faces {
 namespace {
 
-constexpr std::size_t looked = 65536;  // bytes of a file that decide
 constexpr std::uint32_t shortestRecord = 3;
 constexpr std::uint32_t longestRecord = 0x100000;
 // A global registry's record begins with its type, a small number; a variable's with its name.
 constexpr std::uint32_t largestType = 0x1F;
-
-// The bytes that decide; none when the file cannot be read.
-std::string beginningOf(const std::string& file) {
-  std::string bytes;
-  return readContent(file, looked, bytes) ? bytes : std::string();
-}
 
 std::uint32_t numberAt(const std::string& bytes, std::size_t at, bool bigEndian) {
   std::uint32_t number = 0;
@@ -31,20 +24,79 @@ std::uint32_t numberAt(const std::string& bytes, std::size_t at, bool bigEndian)
   return number;
 }
 
-// The first record decides. No text begins with a length that a record may have.
-bool guessBinary(const std::string& bytes, Guess& guess) {
+// How many records, or lines, look like the one kind and no other, like the other, or like both.
+struct Tally {
+  std::size_t one = 0;
+  std::size_t other = 0;
+  std::size_t both = 0;
+};
+
+void decide(const Tally& tally, Kind one, Kind other, Guess& guess) {
+  const bool isOne = tally.one >= tally.other;
+  guess.kind = isOne ? one : other;
+  guess.rival = isOne ? other : one;
+  guess.certain = (tally.one == 0) != (tally.other == 0);
+  guess.fitsRival = tally.one == tally.other && tally.one + tally.both != 0;
+}
+
+struct Frames {
+  Tally tally;            // variables are the one kind
+  std::size_t count = 0;  // of any form
+  std::size_t end = 0;    // where the last one ends, perhaps behind the bytes
+};
+
+// The frames from an offset on, up to the first that is none; the last one may be cut off.
+Frames framesFrom(const std::string& bytes, std::size_t at, bool bigEndian) {
+  Frames frames;
+  while (at <= bytes.size() && bytes.size() - at >= 4) {
+    const std::uint32_t length = numberAt(bytes, at, bigEndian);
+    if (length < shortestRecord || length > longestRecord) break;
+    const std::uint32_t type = bytes.size() - at < 8 ? 0 : numberAt(bytes, at + 4, false);
+    const bool isTyped = !bigEndian && type != 0 && type <= largestType;
+    if (isTyped) {
+      ++frames.tally.other;
+    } else if (length == sizeof(BinVarValRecord)) {
+      ++frames.tally.one;
+    }
+    ++frames.count;
+    at += 4 + std::size_t{length};
+  }
+  frames.end = at;
+  return frames;
+}
+
+void decideFrames(const Frames& frames, bool bigEndian, Guess& guess) {
+  decide(frames.tally, Kind::Bin, Kind::Global, guess);
+  // A variable may hold any bytes: every global record of that length is one, too.
+  guess.fitsRival = frames.tally.one != 0 && frames.tally.other != 0;
+  // What has the form of no variable can only be a global record that nobody knows.
+  if (frames.tally.one == 0) guess.kind = Kind::Global;
+  guess.bigEndian = bigEndian && guess.kind == Kind::Bin;
+}
+
+bool guessFrames(const std::string& bytes, Guess& guess) {
   for (const bool bigEndian : {false, true}) {
-    const std::uint32_t length = bytes.size() < 4 ? 0 : numberAt(bytes, 0, bigEndian);
-    if (length < shortestRecord || length > longestRecord) continue;
-    const std::uint32_t type = bytes.size() < 8 ? 0 : numberAt(bytes, 4, false);
-    const bool typed = !bigEndian && type != 0 && type <= largestType;
-    const bool variable = !typed && length == sizeof(BinVarValRecord);
-    guess.kind = variable ? Kind::Bin : Kind::Global;
-    guess.certain = typed || variable;
-    guess.bigEndian = bigEndian && variable;
+    const Frames frames = framesFrom(bytes, 0, bigEndian);
+    if (frames.count == 0) continue;
+    decideFrames(frames, bigEndian, guess);
     return true;
   }
   return false;
+}
+
+// Bytes that are no text and do not begin with a record of a known form: those behind the damage,
+// all of one known form to the end, say what it may be.
+void guessDamaged(const std::string& bytes, Guess& guess) {
+  for (const bool bigEndian : {false, true}) {
+    for (std::size_t at = 1; at < std::min(bytes.size(), kindBytes); ++at) {
+      const Frames frames = framesFrom(bytes, at, bigEndian);
+      const std::size_t most = std::max(frames.tally.one, frames.tally.other);
+      if (most == 0 || most != frames.count || frames.end < bytes.size()) continue;
+      decideFrames(frames, bigEndian, guess);
+      guess.certain = false;
+      return;
+    }
+  }
 }
 
 // A text has no more odd bytes than lines: one here and there is no reason to refuse it.
@@ -69,10 +121,9 @@ bool isPortAndProtocol(std::string_view word) {
   return slash != 0 && slash < word.size() - 1 && word[slash] == '/';
 }
 
-// Counts the lines that are an assignment and no service, and the other way round.
+// Counts the lines that are an assignment, those that are a service, and what is both.
 void guessText(std::string_view bytes, Guess& guess) {
-  std::size_t assignments = 0;
-  std::size_t services = 0;
+  Tally tally;
   while (!bytes.empty()) {
     std::string_view line = bytes.substr(0, bytes.find('\n'));
     bytes.remove_prefix(std::min(line.size() + 1, bytes.size()));
@@ -80,28 +131,34 @@ void guessText(std::string_view bytes, Guess& guess) {
     const std::string_view name = takeWord(line);
     const std::string_view next = takeWord(line);
     const bool assigns = name.find('=') != name.npos || next.substr(0, 1) == "=";
-    if (assigns) {
-      ++assignments;
-    } else if (isPortAndProtocol(next)) {
-      ++services;
+    const bool serves = isPortAndProtocol(next);
+    if (assigns && serves) {
+      ++tally.both;
+    } else if (assigns) {
+      ++tally.one;
+    } else if (serves) {
+      ++tally.other;
     }
   }
-  guess.kind = services > assignments ? Kind::Services : Kind::Var;
-  guess.certain = (services == 0) != (assignments == 0);
+  decide(tally, Kind::Var, Kind::Services, guess);
 }
 
 }  // namespace
 
-Guess guessKind(const std::string& file) {
+Guess guessKind(const std::string& file, std::size_t most) {
   Guess guess;
-  const std::string bytes = beginningOf(file);
-  guess.isEmpty = bytes.empty();
-  if (guess.isEmpty || guessBinary(bytes, guess)) return guess;
-  guess.isText = isText(bytes);
+  std::string bytes;
+  guess.isEmpty = !readContent(file, most, bytes) || bytes.empty();
+  if (guess.isEmpty) return guess;
+  // No text begins with a length that a record may have.
+  const bool isFramed = guessFrames(bytes, guess);
+  if (guess.certain || guess.fitsRival) return guess;
+  guess.isText = !isFramed && isText(bytes);
   if (guess.isText) {
     guessText(bytes, guess);
   } else {
     guess.kind = Kind::Global;
+    guessDamaged(bytes, guess);
   }
   return guess;
 }

@@ -223,7 +223,8 @@ TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
   std::ostringstream json;
   json << "{\n  \"file\": " << std::quoted(registry())
        << ",\n  \"kept\": 1,\n  \"dropped\": 1,\n  \"bytesLeftOut\": 4,\n"
-       << "  \"firstDamage\": 6,\n  \"original\": " << std::quoted(corrupt()) << "\n}\n";
+       << "  \"firstDamage\": 6,\n  \"original\": " << std::quoted(corrupt())
+       << ",\n  \"gaps\": [\n    {\n      \"offset\": 6,\n      \"length\": 4\n    }\n  ]\n}\n";
   const std::string aside =
       "\nthe original is now " + corrupt() + ", which the next update deletes\n";
   const std::string whole = registry() + ": 1 records kept; ";

@@ -9,65 +9,99 @@
 namespace tool {
 namespace {
 
-const char* nameOf(Severity severity) {
-  switch (severity) {
-    case Severity::Note:
-      return "left over";
-    case Severity::Odd:
-      return "odd";
-    default:
-      return "damage";
+// From what is good to what is worst.
+enum class Verdict { Clean, Remarks, Look, Missing, Damaged, Unreadable };
+constexpr struct {
+  const char* words;
+  int status;
+} verdicts[] = {
+    {"clean", exitDone},       {"whole, with remarks", exitDone}, {"needs a look", exitNotFound},
+    {"missing", exitNotFound}, {"damaged", exitFailed},           {"cannot be read", exitFailed}};
+
+// In the order of the topics.
+constexpr struct {
+  const char* name;
+  Verdict verdict;
+} topics[] = {{"running", Verdict::Remarks},      {"left over", Verdict::Remarks},
+              {"odd", Verdict::Remarks},          {"rights", Verdict::Remarks},
+              {"left over", Verdict::Look},       {"refused", Verdict::Look},
+              {"repeated", Verdict::Look},        {"other kind", Verdict::Look},
+              {"missing", Verdict::Missing},      {"damage", Verdict::Damaged},
+              {"unreadable", Verdict::Unreadable}};
+
+const auto& rowOf(const Finding& finding) { return topics[static_cast<int>(finding.topic)]; }
+
+std::string meaningOf(unsigned int code) {
+  const GenRegReturnCode* row = genRegFindReturnCode(code);
+  return row == nullptr ? "unknown code" : std::string(row->name) + ": " + row->meaning;
+}
+
+void printText(const Checked& checked, const char* verdict, const std::vector<Finding>& findings) {
+  std::string counted;
+  if (checked.isRead) {
+    counted =
+        std::string(nameOf(checked.kind)) + ", " + std::to_string(checked.records) + " records: ";
   }
+  std::printf("%s: %s%s\n", printable(checked.file).c_str(), counted.c_str(), verdict);
+  for (const Finding& finding : findings) {
+    std::printf("  %s: %s: %s\n    do: %s\n", rowOf(finding).name, printable(finding.where).c_str(),
+                printable(finding.what).c_str(), printable(finding.action).c_str());
+  }
+}
+
+Json jsonOf(const Checked& checked, const char* verdict, const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings) {
+    list.push_back({{"kind", rowOf(finding).name},
+                    {"where", finding.where},
+                    {"what", finding.what},
+                    {"action", finding.action}});
+  }
+  return {{"file", checked.file},
+          {"type", checked.isRead ? Json(nameOf(checked.kind)) : Json()},
+          {"records", checked.records},
+          {"verdict", verdict},
+          {"findings", list}};
 }
 
 }  // namespace
 
-void Findings::addCode(const std::string& where, unsigned int code) {
-  const GenRegReturnCode* row = genRegFindReturnCode(code);
-  add(Severity::Damage, where,
-      row == nullptr ? "unknown code" : std::string(row->name) + ": " + row->meaning);
+std::string commandOn(const Checked& checked, const std::string& verb) {
+  return std::string("zorreg ") + nameOf(checked.kind) +
+         (checked.kind == Kind::Global ? " --file " : " ") + printable(checked.file) +
+         (checked.bigEndian ? " --big-endian " : " ") + verb;
 }
 
 void Findings::addBadRecord(const std::string& where, unsigned int code) {
-  addCode(where, code);
+  add(Topic::Damage, where, meaningOf(code), "");
   (code == GENREG_RC_UNPACK_FAILED ? unreadable_ : unframed_) = true;
 }
 
-int Findings::print(const std::string& file, Kind kind, std::uint64_t records, bool json) const {
-  int status = findings_.empty() ? exitDone : exitNotFound;
-  for (const Finding& finding : findings_) {
-    if (finding.severity == Severity::Damage) status = exitFailed;
+void Findings::addNotOpened(const std::string& where, unsigned int code) {
+  add(Topic::Unreadable, where, meaningOf(code), "check again; ZOROSSE_LOG=stderr says more");
+}
+
+int Findings::print(const Checked& checked, bool strict, bool json) const {
+  std::vector<Finding> findings = findings_;
+  const std::string repair =
+      unreadable_ || unframed_
+          ? commandOn(checked, unreadable_ ? "repair --drop-unreadable" : "repair")
+          : "";
+  Verdict worst = Verdict::Clean;
+  for (Finding& finding : findings) {
+    worst = std::max(worst, rowOf(finding).verdict);
+    if (finding.action.empty()) finding.action = repair;
   }
-  static constexpr const char* verdicts[] = {"clean", "whole, with remarks", "", "damaged"};
-  std::string repair;
-  if (unreadable_ || unframed_) {
-    repair = std::string("zorreg ") + nameOf(kind) + (kind == Kind::Global ? " --file " : " ") +
-             printable(file) + " repair" + (unreadable_ ? " --drop-unreadable" : "");
-  }
+  const auto& verdict = verdicts[static_cast<int>(worst)];
   if (json) {
-    Json list = Json::array();
-    for (const Finding& finding : findings_) {
-      list.push_back(
-          {{"kind", nameOf(finding.severity)}, {"where", finding.where}, {"what", finding.what}});
-    }
-    Json all{{"file", file},
-             {"type", nameOf(kind)},
-             {"records", records},
-             {"verdict", verdicts[status]},
-             {"findings", list}};
+    Json all = jsonOf(checked, verdict.words, findings);
     if (!repair.empty()) all["repair"] = repair;
     printJson(all);
-    return status;
+  } else {
+    printText(checked, verdict.words, findings);
+    if (!repair.empty()) std::printf("what is whole can be kept: %s\n", repair.c_str());
   }
-  std::printf("%s: %s, %llu records: %s\n", printable(file).c_str(), nameOf(kind),
-              static_cast<unsigned long long>(records), verdicts[status]);
-  Table table;
-  for (const Finding& finding : findings_) {
-    table.add({nameOf(finding.severity), printable(finding.where), printable(finding.what)});
-  }
-  table.print();
-  if (!repair.empty()) std::printf("what is whole can be kept: %s\n", repair.c_str());
-  return status;
+  return strict && worst == Verdict::Remarks ? int{exitNotFound} : verdict.status;
 }
 
 }  // namespace tool

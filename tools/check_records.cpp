@@ -1,33 +1,54 @@
-// The records and lines of each flavour, one after the other.
-#include <cstdint>
+#include "check_records.h"
+
 #include <map>
 
-#include "check_findings.h"
 #include "faces/line_parser.h"
 #include "faces/record_fields.h"
-#include "file_content.h"
 #include "genreg.h"
 #include "record_words.h"
+#include "sysservices/file_system.h"
 
 namespace tool {
 namespace {
 
 std::string at(std::int64_t offset) { return "offset " + std::to_string(offset); }
 
-// Names that were met, and where first.
-class Duplicates {
+// Names that were met, and where first. Records of one name are one thing that was said twice where
+// the kind allows that; else an update refuses to choose.
+class Repeats {
  public:
-  explicit Duplicates(Findings& findings) : findings_(findings) {}
+  Repeats(bool areAllowed, Findings& findings) : areAllowed_(areAllowed), findings_(findings) {}
   void met(const std::string& name, const std::string& where) {
     const auto [first, isNew] = seen_.emplace(name, where);
     if (isNew) return;
-    findings_.add(Severity::Odd, where, "the same name as at " + first->second + ": " + name);
+    findings_.add(areAllowed_ ? Topic::Odd : Topic::Repeated, where,
+                  "the same name as at " + first->second + ": " + name,
+                  areAllowed_ ? "nothing; an update changes them all"
+                              : "remove one of them, naming what they differ in, or with edit");
   }
 
  private:
+  bool areAllowed_;
   Findings& findings_;
   std::map<std::string, std::string> seen_;
 };
+
+bool askInfo(const std::string& file, OSSFileInfo& info) {
+  const OSSFileInfoRequest request{OSS_PARAM_LEVEL, file.c_str()};
+  return ossFileGetInfoV9(&request, &info) == OSS_RC_OK;
+}
+
+// What stands behind the last record of a scan that ends at `offset`. A file that was changed since
+// is not looked at.
+void checkEnd(const std::string& file, const OSSFileInfo& opened, std::int64_t offset,
+              Findings& findings) {
+  OSSFileInfo now{};
+  const auto end = static_cast<std::uint64_t>(offset);
+  if (!askInfo(file, now) || !now.isUntouched(opened) || now.size <= end) return;
+  findings.add(Topic::LeftOver, at(offset),
+               std::to_string(now.size - end) + " bytes of an append that did not finish",
+               "nothing; the next update leaves them out");
+}
 
 // Walks a binary registry; a record that cannot be unpacked is reported and passed over, one that
 // cannot be read ends the walk.
@@ -37,9 +58,11 @@ std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& fin
   unsigned int opened = 0;
   Flavour registry(file.c_str(), &opened);
   if (bigEndian) (void)registry.setFeature(GENREG_BIG_ENDIAN_LENGTH);
+  OSSFileInfo info{};
+  const bool isKnown = askInfo(file, info);
   if (opened == 0) opened = registry.OpenScan();
   if (opened != 0) {
-    findings.addCode("registry file", opened);
+    findings.addNotOpened(file, opened);
     return 0;
   }
   std::uint64_t whole = 0;
@@ -49,7 +72,10 @@ std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& fin
     Record key{};
     Record record;
     const unsigned int code = registry.GetNext(0, &key, &record);
-    if (code == GENREG_RC_END) break;
+    if (code == GENREG_RC_END) {
+      if (isKnown) checkEnd(file, info, offset, findings);
+      break;
+    }
     if (code == 0) {
       ++whole;
       visit(record, at(offset));
@@ -64,28 +90,33 @@ std::uint64_t checkBinary(const std::string& file, bool bigEndian, Findings& fin
 
 // Walks the lines of a text registry.
 template <typename Visit>
-std::uint64_t checkLines(const std::string& file, Kind kind, Findings& findings, Visit visit) {
+std::uint64_t checkLines(const RegistryFiles& files, Kind kind, Findings& findings, Visit visit) {
   std::string text;
-  if (!readContent(file, std::string::npos, text)) {
-    findings.addCode("registry file", GENREG_RC_OPEN_FAILED);
+  // The file may be renamed between the two steps of a commit without hard links.
+  if (!readContent(files.content(), std::string::npos, text) &&
+      !readContent(files.content(), std::string::npos, text)) {
+    findings.addNotOpened(files.registry, GENREG_RC_OPEN_FAILED);
     return 0;
   }
   const faces::LineParser parser(nameOf(kind));
   std::uint64_t records = 0;
   forEachLine(text, [&](const TextLine& line) {
     const std::string where = "line " + std::to_string(line.number);
-    const auto odd = [&](const std::string& what) { findings.add(Severity::Odd, where, what); };
-    if (line.isTooLong()) return odd("longer than 2,046 characters: updates keep it as it is");
-    if (line.holdsNul()) odd("holds NUL bytes: updates keep it as it is");
-    if (!line.ended) odd("the last line lacks its newline: the next Add ends it");
-    const faces::LineParser::Line parsed = parser.parse(line.bytes.c_str());
+    const auto odd = [&](const std::string& what, const char* action) {
+      findings.add(Topic::Odd, where, what, action);
+    };
+    constexpr const char* kept = "nothing, if it is meant; updates keep it as it is";
+    if (line.isTooLong()) return odd("longer than 2,046 characters", "shorten it: no Add is done");
+    if (line.holdsNul()) odd("holds NUL bytes", kept);
+    if (!line.ended) odd("the last line lacks its newline", "nothing; the next Add ends it");
+    const faces::LineParser::Line parsed =
+        parser.parse(line.bytes.substr(0, line.bytes.find('\0')));
     if (parsed.code != 0) {
       const GenRegReturnCode* row = genRegFindReturnCode(parsed.code);
-      odd(std::string(row == nullptr ? "does not parse" : row->meaning) +
-          ": updates keep it as it is");
+      odd(row == nullptr ? "does not parse" : row->meaning, kept);
     } else if (parsed.isEntry) {
       ++records;
-      if (parsed.isOdd) return odd("the port and protocol are not understood");
+      if (parsed.isOdd) return odd("the port and protocol are not understood", kept);
       visit(parsed.fields, where);
     }
   });
@@ -110,37 +141,39 @@ std::string identityOf(const GlobalRegRecord& record) {
 
 }  // namespace
 
-std::uint64_t checkRecords(const std::string& file, const Guess& guess, Findings& findings) {
-  Duplicates duplicates(findings);
-  switch (guess.kind) {
+std::uint64_t checkRecords(const RegistryFiles& files, const Checked& checked, Findings& findings) {
+  // Services of one name and protocol, and global records of one identity, are to be one.
+  Repeats repeats(checked.kind == Kind::Bin || checked.kind == Kind::Var, findings);
+  switch (checked.kind) {
     case Kind::Bin:
       return checkBinary<GenRegBinVarVal, BinVarValRecord>(
-          file, guess.bigEndian, findings,
+          files.registry, checked.bigEndian, findings,
           [&](const BinVarValRecord& record, const std::string& where) {
             const std::size_t length = ::strnlen(record.Variable, sizeof record.Variable);
             if (length == sizeof record.Variable) {
-              findings.add(Severity::Odd, where, "the name has no end");
+              findings.add(Topic::Odd, where, "the name has no end",
+                           "nothing, if another program means it so");
             }
-            duplicates.met(std::string(record.Variable, length), where);
+            repeats.met(std::string(record.Variable, length), where);
           });
     case Kind::Global:
       return checkBinary<GlobalReg, GlobalRegRecord>(
-          file, false, findings, [&](const GlobalRegRecord& record, const std::string& where) {
-            duplicates.met(identityOf(record), where);
+          files.registry, false, findings,
+          [&](const GlobalRegRecord& record, const std::string& where) {
+            repeats.met(identityOf(record), where);
           });
     case Kind::Var:
-      return checkLines(file, guess.kind, findings,
+      return checkLines(files, checked.kind, findings,
                         [&](const faces::NamedFields& record, const std::string& where) {
-                          duplicates.met(*record.find("Variable"), where);
+                          repeats.met(*record.find("Variable"), where);
                         });
     default:
-      return checkLines(file, guess.kind, findings,
-                        [&](const faces::NamedFields& record, const std::string& where) {
-                          const std::string* protocol = record.find("Protocol");
-                          duplicates.met(
-                              *record.find("Name") + "/" + (protocol == nullptr ? "" : *protocol),
-                              where);
-                        });
+      return checkLines(
+          files, checked.kind, findings,
+          [&](const faces::NamedFields& record, const std::string& where) {
+            const std::string* protocol = record.find("Protocol");
+            repeats.met(*record.find("Name") + "/" + (protocol == nullptr ? "" : *protocol), where);
+          });
   }
 }
 

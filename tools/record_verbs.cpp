@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "check_gaps.h"
 #include "file_content.h"
 #include "pattern.h"
 #include "progress.h"
@@ -320,6 +321,27 @@ int dump(Store& store, const Words& words) {
   return onHandle(store, words, [](auto& handle) { return handle.dump(); });
 }
 
+namespace {
+
+// Where the bytes are that a repair left out. None when the two files are not the repair's any
+// more: the next update may have come.
+std::vector<Gap> gapsBehind(Kind kind, const Words& words, const GenRegRepairReport& report,
+                            const std::string& original) {
+  std::string before;
+  std::string after;
+  if (report.bytesLeftOut == 0 || !readContent(original, std::string::npos, before) ||
+      !readContent(words.file, std::string::npos, after)) {
+    return {};
+  }
+  const std::vector<Gap> gaps = gapsOf(kind, words.bigEndian, before, after);
+  std::uint64_t leftOut = 0;
+  for (const Gap& gap : gaps) leftOut += gap.length;
+  const bool fits = leftOut == report.bytesLeftOut && gaps.front().offset == report.firstDamage;
+  return fits ? gaps : std::vector<Gap>();
+}
+
+}  // namespace
+
 int repair(Kind kind, const Words& words) {
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
@@ -328,7 +350,8 @@ int repair(Kind kind, const Words& words) {
   const int status = onHandle(
       store, words, [&](auto& handle) { return handle.repair(words.dropUnreadable, report); });
   if (status != exitDone) return status;
-  printRepair(words.file, RegistryFiles(words.file).corrupt, report, words.json);
+  const std::string original = RegistryFiles(words.file).corrupt;
+  printRepair(words.file, original, report, gapsBehind(kind, words, report, original), words.json);
   return reportChange(words, report.bytesLeftOut != 0);
 }
 

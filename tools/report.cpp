@@ -80,7 +80,7 @@ int reportUsage(const std::string& message) { return report(message, exitUsage);
 int reportFailure(const std::string& message) { return report(message, exitFailed); }
 
 void printRepair(const std::string& file, const std::string& original,
-                 const GenRegRepairReport& report, bool json) {
+                 const GenRegRepairReport& report, const std::vector<Gap>& gaps, bool json) {
   const bool repaired = report.bytesLeftOut != 0;
   if (json) {
     Json row{{"file", file},
@@ -88,6 +88,10 @@ void printRepair(const std::string& file, const std::string& original,
              {"dropped", report.dropped},
              {"bytesLeftOut", report.bytesLeftOut}};
     if (repaired) row.update({{"firstDamage", report.firstDamage}, {"original", original}});
+    if (!gaps.empty()) row["gaps"] = Json::array();
+    for (const Gap& gap : gaps) {
+      row["gaps"].push_back({{"offset", gap.offset}, {"length", gap.length}});
+    }
     printJson(row);
     return;
   }
@@ -97,6 +101,11 @@ void printRepair(const std::string& file, const std::string& original,
             std::to_string(report.firstDamage);
     if (report.dropped != 0) {
       line += ", among them " + std::to_string(report.dropped) + " that cannot be read";
+    }
+    for (const Gap& gap : gaps) {
+      if (gaps.size() == 1) break;  // the first line has said it
+      line +=
+          "\n  offset " + std::to_string(gap.offset) + ": " + std::to_string(gap.length) + " bytes";
     }
     line += "\nthe original is now " + printable(original) + ", which the next update deletes";
   } else {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "check_gaps.h"
 #include "genreg.h"
 
 namespace tool {
@@ -43,8 +45,9 @@ int reportUsage(const std::string& message);
 // The same with exitFailed.
 int reportFailure(const std::string& message);
 
-// Prints what a repair kept, what it left out and where the original is now.
+// Prints what a repair kept, what it left out and where, if that is known, and where the original
+// is now.
 void printRepair(const std::string& file, const std::string& original,
-                 const GenRegRepairReport& report, bool json);
+                 const GenRegRepairReport& report, const std::vector<Gap>& gaps, bool json);
 
 }  // namespace tool
