@@ -125,9 +125,10 @@ Strings zshArguments(const CLI::App& command) {
   std::size_t number = 0;
   for (const CLI::Option* place : placesOf(command)) {
     const bool many = takesMany(*place);
-    const std::string at = many ? "*" : std::to_string(++number);
-    const std::string action = takesCommands(*place) ? "->command" : zshAction(*place);
-    arguments.push_back(inPosix(at + ":" + zshText(place->get_name(true)) + ":" + action));
+    std::string argument = many ? "*" : std::to_string(++number);
+    argument.append(":").append(zshText(place->get_name(true))).append(":");
+    argument += takesCommands(*place) ? "->command" : zshAction(*place);
+    arguments.push_back(inPosix(argument));
   }
   if (!verbsOf(command).empty()) {
     arguments.push_back(inPosix(std::to_string(number + 1) + ":verb:->verb"));

@@ -81,15 +81,14 @@ int edit(Kind kind, const Words& words) {
     return reportFailure("the copy to edit, " + printable(copy.path()) + ", cannot be written");
   }
   const std::string untouched = "; " + printable(words.file) + " is not changed";
+  const std::string editor = "the editor '" + printable(EditedCopy::editor()) + "'";
+  const std::string noFile = editor + " left no file" + untouched;
+  const std::string why = editor + " failed" + untouched;
   for (;;) {
     const bool isFine = copy.runEditor();
-    const std::string editor = "the editor '" + printable(EditedCopy::editor()) + "'";
     std::string after;
-    if (!copy.read(after)) return reportFailure(editor + " left no file" + untouched);
-    if (!isFine) {
-      const std::string why = editor + " failed" + untouched;
-      return after == before ? reportFailure(why) : keep(copy, why);
-    }
+    if (!copy.read(after)) return reportFailure(noFile);
+    if (!isFine) return after == before ? reportFailure(why) : keep(copy, why);
     if (after == before) {
       std::printf("%s: unchanged\n", printable(words.file).c_str());
       return exitDone;

@@ -74,8 +74,7 @@ bool isOfContent(const char* name) {
 bool copyAttribute(const char* model, const char* name, int descriptor) {
   char value[4096];
   const ssize_t size = ::getxattr(model, name, value, sizeof value);
-  return size >= 0 &&
-         ::fsetxattr(descriptor, name, value, static_cast<std::size_t>(size), 0) == 0;
+  return size >= 0 && ::fsetxattr(descriptor, name, value, static_cast<std::size_t>(size), 0) == 0;
 }
 
 // Gives a new file the extended attributes of its model, a security label among them, as far as the

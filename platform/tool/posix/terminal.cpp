@@ -19,8 +19,7 @@ bool isTerminal(std::FILE* stream) noexcept { return ::isatty(::fileno(stream)) 
 
 bool showsColours(std::FILE* stream) noexcept {
   const char* const terminal = std::getenv("TERM");
-  return isTerminal(stream) && terminal != nullptr &&
-         std::strcmp(terminal, "dumb") != 0;
+  return isTerminal(stream) && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
 }  // namespace platform
