@@ -223,7 +223,8 @@ std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
       char line[96];
       (void)std::snprintf(line, sizeof line, "%-15s %11s  ", quoted(printable(name)).c_str(),
                           textOf(record, "Value").c_str());
-      return {line + comment};
+      std::string row = line + comment;
+      return {row.erase(row.find_last_not_of(' ') + 1)};
     }
     case Kind::Var:
       return {printable(name), printable(textOf(record, "Value")), comment};

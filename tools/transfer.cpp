@@ -6,6 +6,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "command_tree.h"
 #include "content_update.h"
 #include "faces/line_parser.h"
 #include "file_content.h"
@@ -185,6 +186,10 @@ int apply(Store& store, const Words& words) {
       std::vector<std::string> parts;
       if (!splitWords(bytes, parts)) {
         wrong = "a quote is not closed";
+        return int{exitUsage};
+      }
+      if (verbNamed(line, parts.front()) == nullptr) {
+        wrong = "'" + printable(parts.front()) + "' is no verb that changes a record";
         return int{exitUsage};
       }
       std::reverse(parts.begin(), parts.end());
