@@ -114,6 +114,16 @@ int mergeElements(Store& store, const Words& words, const std::string& name,
   return exitDone;
 }
 
+// Whether the line is read as the record; an empty field is none.
+bool givesBack(const faces::LineParser& parser, const std::string& line,
+               const NamedFields& record) {
+  NamedFields wanted;
+  for (const auto& [name, value] : record.all()) {
+    if (name == "Value" || !value.empty()) wanted.set(name, value);
+  }
+  return parser.parse(line).fields.all() == wanted.all();
+}
+
 // The text that the elements stand for. A record whose line still says what it says keeps it.
 std::string textOf(Kind kind, const std::vector<Element>& elements, std::string& wrong) {
   const faces::LineParser parser(nameOf(kind));
@@ -134,6 +144,10 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
                 (row == nullptr ? "it makes no line" : row->meaning);
         return {};
       }
+      if (!givesBack(parser, line, element.record)) {
+        wrong = "element " + std::to_string(i + 1) + ": its line would not be read as it is";
+        return {};
+      }
       if (!element.line.empty() && element.line.back() == '\r') line += '\r';
     }
     text.append(line).append("\n");
@@ -142,18 +156,20 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
 }
 
 // Makes the registry hold the elements and nothing else, in their order.
-int replaceBy(Kind kind, const Words& words, const std::vector<Element>& elements) {
+int replaceBy(Kind kind, const Words& words, const std::string& name,
+              const std::vector<Element>& elements) {
   std::string wrong;
   std::string content;
   if (isText(kind)) {
     content = textOf(kind, elements, wrong);
-    if (!wrong.empty()) return reportUsage(wrong);
+    if (!wrong.empty()) return reportUsage(printable(name) + ", " + wrong);
   } else {
     const int status = contentOfRecords(kind, words.bigEndian, content, [&](Store& store) {
       for (std::size_t i = 0; i < elements.size(); ++i) {
         const unsigned int code = store.registry().add(elements[i].record);
         if (code == 0) continue;
-        return reportUsage("element " + std::to_string(i + 1) + ": " + store.registry().cause());
+        return reportUsage(printable(name) + ", element " + std::to_string(i + 1) + ": " +
+                           store.registry().cause());
       }
       return int{exitDone};
     });
@@ -223,7 +239,8 @@ int import(Kind kind, const Words& words) {
   if (words.replace && !isJson) {
     return reportUsage("--replace takes JSON, as export prints it");
   }
-  if (isJson && (words.replace || content.bytes.empty())) return replaceBy(kind, words, elements);
+  if (isJson && (words.replace || content.bytes.empty()))
+    return replaceBy(kind, words, name, elements);
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   const int status = store.update([&] {
