@@ -138,7 +138,7 @@ int restore(Kind kind, const Words& words) {
     return int{exitDone};
   });
   if (status != exitDone) return status;
-  std::printf("%s: %zu records restored from %s\n", printable(words.file).c_str(),
+  std::printf("%s: %zu records restored from %s\n", shownText(printable(words.file)).c_str(),
               entries.all.size(), printable(words.other).c_str());
   return reportChange(words, isChanged);
 }

@@ -90,7 +90,7 @@ int edit(Kind kind, const Words& words) {
     if (!copy.read(after)) return reportFailure(noFile);
     if (!isFine) return after == before ? reportFailure(why) : keep(copy, why);
     if (after == before) {
-      std::printf("%s: unchanged\n", printable(words.file).c_str());
+      std::printf("%s: unchanged\n", shownText(printable(words.file)).c_str());
       return exitDone;
     }
     const std::vector<LineFinding> findings =

@@ -10,8 +10,14 @@
 namespace tool {
 namespace {
 
+struct Alias {
+  std::string file;
+  std::string shown;
+};
+Alias alias;  // ShownAs
+
 int report(const std::string& message, int status) {
-  std::fprintf(stderr, "zorreg: %s\n", message.c_str());
+  std::fprintf(stderr, "zorreg: %s\n", shownText(message).c_str());
   return status;
 }
 
@@ -32,6 +38,16 @@ constexpr struct {
 
 }  // namespace
 
+ShownAs::ShownAs(const std::string& file, const std::string& shown) { alias = {file, shown}; }
+
+ShownAs::~ShownAs() { alias = {}; }
+
+std::string shownText(const std::string& text) {
+  const std::size_t at = alias.file.empty() ? std::string::npos : text.find(alias.file);
+  if (at == std::string::npos) return text;
+  return text.substr(0, at) + alias.shown + shownText(text.substr(at + alias.file.size()));
+}
+
 int reportCode(unsigned int code, const std::string& file, const std::string& cause,
                const std::string& near) {
   const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
@@ -49,7 +65,7 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
   for (const auto& advice : advices) {
     if (advice.code == code) message += std::string("; ") + advice.text;
   }
-  std::fprintf(stderr, "zorreg: %s\nzorreg: %s (0x%08X)\n", message.c_str(),
+  std::fprintf(stderr, "zorreg: %s\nzorreg: %s (0x%08X)\n", shownText(message).c_str(),
                row == nullptr ? "unknown code" : row->name, code);
   switch (code) {
     case GENREG_RC_NOT_FOUND:
@@ -83,11 +99,11 @@ void printRepair(const std::string& file, const std::string& original,
                  const GenRegRepairReport& report, const std::vector<Gap>& gaps, bool json) {
   const bool repaired = report.bytesLeftOut != 0;
   if (json) {
-    Json row{{"file", file},
+    Json row{{"file", shownText(file)},
              {"kept", report.kept},
              {"dropped", report.dropped},
              {"bytesLeftOut", report.bytesLeftOut}};
-    if (repaired) row.update({{"firstDamage", report.firstDamage}, {"original", original}});
+    if (repaired) row.update({{"firstDamage", report.firstDamage}, {"original", shownText(original)}});
     if (!gaps.empty()) row["gaps"] = Json::array();
     for (const Gap& gap : gaps) {
       row["gaps"].push_back({{"offset", gap.offset}, {"length", gap.length}});
@@ -111,7 +127,7 @@ void printRepair(const std::string& file, const std::string& original,
   } else {
     line += "nothing to repair";
   }
-  std::printf("%s\n", line.c_str());
+  std::printf("%s\n", shownText(line).c_str());
 }
 
 }  // namespace tool

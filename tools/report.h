@@ -21,6 +21,19 @@ enum ExitStatus {
   exitChanged = 6,   // done, and something was changed, where --exit-changed asks
 };
 
+// While it lives, what is printed calls the file `file` by the name `shown`: a dry run works on a
+// copy, and speaks of the registry. One at a time.
+class ShownAs {
+ public:
+  ShownAs(const std::string& file, const std::string& shown);
+  ~ShownAs();
+  ShownAs(const ShownAs&) = delete;
+  ShownAs& operator=(const ShownAs&) = delete;
+};
+
+// The text, with the file called as it is to be shown.
+std::string shownText(const std::string& text);
+
 // Prints on standard error what failed, on which file, why and what may be done about it: the cause
 // that the library knows, else the code's meaning, `near` (of the name that was not found; may be
 // empty), then the code; gives the exit status that the code stands for. A file that could not be

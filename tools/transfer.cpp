@@ -6,6 +6,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "command_tree.h"
 #include "content_update.h"
 #include "faces/line_parser.h"
 #include "file_content.h"
@@ -117,6 +118,16 @@ int mergeElements(Store& store, const Words& words, const std::string& name,
   return exitDone;
 }
 
+// Whether the line is read as the record; an empty field is none.
+bool givesBack(const faces::LineParser& parser, const std::string& line,
+               const NamedFields& record) {
+  NamedFields wanted;
+  for (const auto& [name, value] : record.all()) {
+    if (name == "Value" || !value.empty()) wanted.set(name, value);
+  }
+  return parser.parse(line).fields.all() == wanted.all();
+}
+
 // The text that the elements stand for. A record whose line still says what it says keeps it.
 std::string textOf(Kind kind, const std::vector<Element>& elements, std::string& wrong) {
   const faces::LineParser parser(nameOf(kind));
@@ -137,6 +148,10 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
                 (row == nullptr ? "it makes no line" : row->meaning);
         return {};
       }
+      if (!givesBack(parser, line, element.record)) {
+        wrong = "element " + std::to_string(i + 1) + ": its line would not be read as it is";
+        return {};
+      }
       if (!element.line.empty() && element.line.back() == '\r') line += '\r';
     }
     text.append(line).append("\n");
@@ -145,18 +160,20 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
 }
 
 // Makes the registry hold the elements and nothing else, in their order.
-int replaceBy(Kind kind, const Words& words, const std::vector<Element>& elements) {
+int replaceBy(Kind kind, const Words& words, const std::string& name,
+              const std::vector<Element>& elements) {
   std::string wrong;
   std::string content;
   if (isText(kind)) {
     content = textOf(kind, elements, wrong);
-    if (!wrong.empty()) return reportUsage(wrong);
+    if (!wrong.empty()) return reportUsage(printable(name) + ", " + wrong);
   } else {
     const int status = contentOfRecords(kind, words.bigEndian, content, [&](Store& store) {
       for (std::size_t i = 0; i < elements.size(); ++i) {
         const unsigned int code = store.registry().add(elements[i].record);
         if (code == 0) continue;
-        return reportUsage("element " + std::to_string(i + 1) + ": " + store.registry().cause());
+        return reportUsage(printable(name) + ", element " + std::to_string(i + 1) + ": " +
+                           store.registry().cause());
       }
       return int{exitDone};
     });
@@ -192,6 +209,10 @@ int apply(Store& store, const Words& words) {
         wrong = "a quote is not closed";
         return int{exitUsage};
       }
+      if (verbNamed(line, parts.front()) == nullptr) {
+        wrong = "'" + printable(parts.front()) + "' is no verb that changes a record";
+        return int{exitUsage};
+      }
       std::reverse(parts.begin(), parts.end());
       given = Words();
       given.file = words.file;
@@ -224,7 +245,8 @@ int import(Kind kind, const Words& words) {
   if (words.replace && !isJson) {
     return reportUsage("--replace takes JSON, as export prints it");
   }
-  if (isJson && (words.replace || content.bytes.empty())) return replaceBy(kind, words, elements);
+  if (isJson && (words.replace || content.bytes.empty()))
+    return replaceBy(kind, words, name, elements);
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   const int status = store.update([&] {

@@ -6,6 +6,7 @@
 #include "content_update.h"
 #include "output.h"
 #include "record_words.h"
+#include "report.h"
 #include "scratch.h"
 #include "unified_diff.h"
 
@@ -42,6 +43,7 @@ int runOnCopy(Kind kind, const Verb& verb, const Words& words) {
   const ScratchDirectory directory;
   Words trial = words;
   trial.file = directory.pathOf(words.file);
+  const ShownAs shownAs(trial.file, words.file);
   trial.dryRun = trial.verbose = trial.exitChanged = false;
   std::string before;
   std::string after;
