@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "faces/exact_registry.h"
+#include "faces/line_layout.h"
 
 namespace faces {
 
@@ -40,10 +41,16 @@ class LineParser::FlavourOf final : public Flavour {
     Made<Record> made;
     if (const Complaint wrong = makeRecord(record, nullptr, made)) return wrong.code;
     char text[GENREG_LINE_SIZE] = "";
+    // A line without the form of a record gives no look to one.
+    if (!line.empty() && parse(line).isEntry) (void)line.copy(text, sizeof text - 1);
+    const std::string replaced = text;
     const unsigned int code = code_ != 0 ? code_ : hooks_.writeLine(made.record, text);
     if (code != 0) return code;
     line = text;
     line.erase(line.find_last_not_of("\r\n") + 1);
+    if (std::is_same_v<Record, ServiceEntryRecord> && !replaced.empty()) {
+      line = reshapedServices(LineLayout(), replaced, line);
+    }
     return 0;
   }
 

@@ -25,8 +25,8 @@ class LineParser {
   // `line` has no newline.
   Line parse(const std::string& line) const;
 
-  // The line, without its newline, that an Add of the record writes. Returns 0 or the code of what
-  // is wrong with the fields or the line.
+  // Makes of `line`, which may be empty, the one that is written in its place for the record; both
+  // without a newline. Returns 0, or the code of what is wrong with the fields or the line.
   unsigned int format(const NamedFields& record, std::string& line) const;
 
  private:

@@ -235,7 +235,9 @@ TEST_F(RecordsTool, RepairKeepsWhatIsWholeAndSetsTheOriginalAside) {
   EXPECT_EQ(readFile(registry()), a);
   EXPECT_EQ(readFile(corrupt()), a + a.substr(0, 20));
   expectOn(global36 + bad, "global --file",
-           {{"repair", 0, registry() + ": 2 records kept; nothing to repair\n"},
+           {{"repair", 0,
+             registry() + ": 2 records kept; nothing to repair\nit holds records that cannot be "
+                          "read: --drop-unreadable leaves them out\n"},
             {"repair --drop-unreadable", 0,
              whole + "32 bytes left out, the first at offset 40, among them 1 that cannot be read" +
                  aside}});

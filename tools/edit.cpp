@@ -12,6 +12,7 @@
 #include "output.h"
 #include "platform/tool/terminal.h"
 #include "report.h"
+#include "store.h"
 #include "unified_diff.h"
 
 namespace tool {
@@ -69,6 +70,10 @@ int readText(Kind kind, const Words& words, Content& content, std::string& text)
 }  // namespace
 
 int edit(Kind kind, const Words& words) {
+  std::uint64_t milliseconds = 0;
+  if (const std::string wrong = readWait(words, milliseconds); !wrong.empty()) {
+    return reportUsage(wrong);
+  }
   const RegistryFiles files(words.file);
   if (files.code != 0) return reportCode(files.code, words.file);
   const std::string reason = reasonAgainst(files.content(), kind, words.bigEndian);

@@ -51,6 +51,13 @@ bool isQuoted(const std::string& value) {
   return value.size() > 1 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0];
 }
 
+// The value in the quotes that the old one has, else in such that a shell takes it as it is.
+std::string inQuotes(const std::string& value, const std::string& old) {
+  const bool isPlain = value.find_first_of("\"$`\\") == std::string::npos;
+  const char quote = isQuoted(old) ? old[0] : isPlain ? '"' : '\'';
+  return value.find(quote) == std::string::npos ? quote + value + quote : value;
+}
+
 std::string withoutQuotes(const std::string& value) {
   return isQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
@@ -219,11 +226,9 @@ int setRecord(Store& store, const Words& words, NamedFields record) {
     if (isProfile) {
       const std::string& old = textOf(found, "Value");
       const std::string value = textOf(record, "Value");
-      const bool isBare = value.empty() || value[0] != '"';
-      const bool takesQuotes = isThere ? !old.empty() && old[0] == '"' : store.quotes(value);
-      if (isBare && takesQuotes && value.find('"') == std::string::npos) {
-        record.set("Value", "\"" + value + "\"");
-      }
+      const bool isBare = !isQuoted(value);
+      const bool takesQuotes = (isThere && isQuoted(old)) || store.quotes(value, isThere);
+      if (isBare && takesQuotes) record.set("Value", inQuotes(value, old));
     }
   }
   return store.outcome(store.registry().set(record));
@@ -340,6 +345,14 @@ std::vector<Gap> gapsBehind(Kind kind, const Words& words, const GenRegRepairRep
   return fits ? gaps : std::vector<Gap>();
 }
 
+bool holdsUnreadable(Store& store) {
+  faces::NamedFields record;
+  unsigned int code = store.registry().scan();
+  while (code == 0) code = store.registry().next(record);
+  (void)store.registry().endScan();
+  return code == GENREG_RC_UNPACK_FAILED;
+}
+
 }  // namespace
 
 int repair(Kind kind, const Words& words) {
@@ -352,6 +365,9 @@ int repair(Kind kind, const Words& words) {
   if (status != exitDone) return status;
   const std::string original = RegistryFiles(words.file).corrupt;
   printRepair(words.file, original, report, gapsBehind(kind, words, report, original), words.json);
+  if (!words.dropUnreadable && !words.json && holdsUnreadable(store)) {
+    std::printf("it holds records that cannot be read: --drop-unreadable leaves them out\n");
+  }
   return reportChange(words, report.bytesLeftOut != 0);
 }
 

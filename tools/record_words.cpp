@@ -1,6 +1,7 @@
 #include "record_words.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <sstream>
 
@@ -82,6 +83,13 @@ std::string conflict(const Words& words) {
 
 // --- lines ---
 
+// "x" and two digits, not of the byte 0.
+bool readHexByte(const std::string& text, std::size_t at, unsigned int& byte) {
+  if (at + 3 > text.size() || text[at] != 'x') return false;
+  const auto [stop, error] = std::from_chars(&text[at + 1], &text[at + 1] + 2, byte, 16);
+  return error == std::errc() && stop == &text[at + 1] + 2 && byte != 0;
+}
+
 // The name; then the value; the rest is the comment.
 Parsed binLine(const std::string& line) {
   WordReader words(line);
@@ -91,7 +99,12 @@ Parsed binLine(const std::string& line) {
   Parsed parsed;
   parsed.fields.set("Variable", name);
   parsed.fields.set("Value", value);
-  const std::string comment = trimmed(words.rest());
+  std::string comment = trimmed(words.rest());
+  if (!comment.empty() && comment[0] == '"') {
+    WordReader quotedComment(comment);
+    std::string word;
+    if (quotedComment.next(word) && trimmed(quotedComment.rest()).empty()) comment = word;
+  }
   if (!comment.empty()) parsed.fields.set("Comment", comment);
   return parsed;
 }
@@ -216,13 +229,16 @@ Parsed recordOfLine(Kind kind, const std::string& line) {
 }
 
 std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
-  const std::string comment = printable(textOf(record, "Comment"));
+  std::string comment = printable(textOf(record, "Comment"));
   const std::string name = textOf(record, kind == Kind::Services ? "Name" : "Variable");
   switch (kind) {
     case Kind::Bin: {
-      char line[96];
-      (void)std::snprintf(line, sizeof line, "%-15s %11s  ", quoted(printable(name)).c_str(),
+      char line[128];
+      (void)std::snprintf(line, sizeof line, "%-15s %11s  ", quoted(name).c_str(),
                           textOf(record, "Value").c_str());
+      const std::string stored = textOf(record, "Comment");
+      const bool isShown = stored == trimmed(comment) && comment.find('"') != 0;
+      if (!isShown) comment = quoted(stored);
       const std::string text = line + comment;
       return {text.substr(0, text.find_last_not_of(' ') + 1)};
     }
@@ -240,7 +256,7 @@ std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
       std::string line = textOf(record, "Type");
       for (const auto& [field, value] : record.all()) {
         if (field == "Type" || (field == "CheckSum" && value == "0")) continue;
-        line.append("  ").append(field).append("=").append(quoted(printable(value)));
+        line.append("  ").append(field).append("=").append(quoted(value));
       }
       return {line};
     }
@@ -255,10 +271,13 @@ bool WordReader::next(std::string& word) {
   for (; at_ < line_.size(); ++at_) {
     const char character = line_[at_];
     if (quote == '\0' && (character == ' ' || character == '\t')) break;
-    const bool isEscaped = quote == '"' && character == '\\' && at_ + 1 < line_.size() &&
-                           (line_[at_ + 1] == '"' || line_[at_ + 1] == '\\');
-    if (isEscaped) {
+    const bool isEscape = quote == '"' && character == '\\' && at_ + 1 < line_.size();
+    unsigned int byte = 0;
+    if (isEscape && (line_[at_ + 1] == '"' || line_[at_ + 1] == '\\')) {
       word += line_[++at_];
+    } else if (isEscape && readHexByte(line_, at_ + 1, byte)) {
+      word += static_cast<char>(byte);
+      at_ += 3;
     } else if (quote == character) {
       quote = '\0';
     } else if (quote == '\0' && (character == '"' || character == '\'')) {
@@ -278,9 +297,21 @@ bool splitWords(const std::string& line, std::vector<std::string>& words) {
 }
 
 std::string quoted(const std::string& word) {
-  if (!word.empty() && word.find_first_of(" \t\"'") == std::string::npos) return word;
+  const auto isControl = [](char byte) {
+    return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+  };
+  const bool isPlain = !word.empty() && word[0] != '#' &&
+                       word.find_first_of(" \"'") == std::string::npos &&
+                       std::none_of(word.begin(), word.end(), isControl);
+  if (isPlain) return word;
   std::string text = "\"";
   for (const char character : word) {
+    if (isControl(character)) {
+      char escape[8];
+      (void)std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(character));
+      text += escape;
+      continue;
+    }
     if (character == '"' || character == '\\') text += '\\';
     text += character;
   }

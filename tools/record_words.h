@@ -39,7 +39,8 @@ Parsed recordOfLine(Kind kind, const std::string& line);
 std::vector<std::string> cellsOf(Kind kind, const faces::NamedFields& record);
 
 // The words of a line, with blanks between them. Blanks between single or double quotes belong to a
-// word; between double quotes a backslash takes a double quote or backslash behind it as it is.
+// word; between double quotes a backslash takes a double quote or backslash behind it as it is,
+// and with "x" and two digits it stands for a byte.
 class WordReader {
  public:
   explicit WordReader(const std::string& line) : line_(line) {}

@@ -103,7 +103,8 @@ void printRepair(const std::string& file, const std::string& original,
              {"kept", report.kept},
              {"dropped", report.dropped},
              {"bytesLeftOut", report.bytesLeftOut}};
-    if (repaired) row.update({{"firstDamage", report.firstDamage}, {"original", shownText(original)}});
+    if (repaired)
+      row.update({{"firstDamage", report.firstDamage}, {"original", shownText(original)}});
     if (!gaps.empty()) row["gaps"] = Json::array();
     for (const Gap& gap : gaps) {
       row["gaps"].push_back({{"offset", gap.offset}, {"length", gap.length}});

@@ -34,6 +34,7 @@ int findFile(Kind kind, Words& words) {
   if (kind == Kind::Global && words.file.empty()) {
     const char* named = std::getenv(globalPathVariable);
     words.file = named == nullptr ? "global.reg" : named;
+    if (words.file.empty()) return reportUsage(std::string(globalPathVariable) + " is empty");
   }
   std::filesystem::path file(words.file);
   std::error_code error;
@@ -46,7 +47,8 @@ int findFile(Kind kind, Words& words) {
     file = target.is_absolute() ? target : file.parent_path() / target;
     words.file = file.string();
   }
-  if (std::filesystem::is_directory(file, error)) return reportRefusal(words.file, "is a directory");
+  if (std::filesystem::is_directory(file, error))
+    return reportRefusal(words.file, "is a directory");
   return exitDone;
 }
 
@@ -106,12 +108,12 @@ const std::string* Store::oddityOf(const std::string& name) {
 }
 
 // A shell takes these as they are.
-bool Store::quotes(const std::string& value) {
+bool Store::quotes(const std::string& value, bool isThere) {
   constexpr const char* plain =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
   const bool needsQuotes = value.find_first_not_of(plain) != std::string::npos;
   if (!layout_) layout_ = faces::layoutOfProfile(content());
-  return layout_->quotesAll || (layout_->isShell && needsQuotes);
+  return (layout_->quotesAll && !isThere) || (layout_->isShell && needsQuotes);
 }
 
 // The name of a record that is most like the given one; empty when none is.

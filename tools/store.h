@@ -53,9 +53,9 @@ class Store {
   // Of a profile: what is odd about a line that assigns the name in a way that cannot be changed as
   // a whole; null when nothing is.
   const std::string* oddityOf(const std::string& name);
-  // Of a profile: whether a new value is put into double quotes, as the others
-  // are, or as a shell needs it.
-  bool quotes(const std::string& value);
+  // Of a profile: whether a value is put into quotes, as a shell needs it or, of a new line, as the
+  // others are.
+  bool quotes(const std::string& value, bool isThere);
 
   // Hands every record to `visit`; gives the exit status.
   template <typename Visit>

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <set>
 
 #include "command_tree.h"
 #include "content_update.h"
@@ -21,7 +22,8 @@ namespace {
 
 using faces::NamedFields;
 
-constexpr const char* lineMember = "Line";  // of a text: the line as it stands in the file
+constexpr const char* lineMember = "Line";    // of a text: the line as it stands in the file
+constexpr const char* endedMember = "Ended";  // of a Line: false for one without a newline
 
 // The whole of what the words name as input. Gives the exit status.
 int readInput(const Words& words, std::string& name, std::string& text) {
@@ -49,7 +51,11 @@ int forEachOf(const std::string& name, const std::string& text, Progress& progre
     if (status != exitDone || start == std::string::npos || line.bytes[start] == '#') return;
     const std::string where = printable(name) + ", line " + std::to_string(line.number);
     std::string wrong;
-    status = setLine(line.bytes.substr(start), wrong);
+    if (line.holdsNul()) {
+      wrong = "it holds a NUL byte";
+    } else {
+      status = setLine(line.bytes.substr(start), wrong);
+    }
     progress.step();
     if (!wrong.empty()) {
       status = reportUsage(where + ": " + wrong);
@@ -68,18 +74,28 @@ struct Element {
   std::string line;  // of a text
   bool hasLine = false;
   bool hasRecord = false;
+  bool isUnended = false;  // the line has no newline
 };
 
 // Reads an array of objects; what is wrong with it in `wrong`.
 std::vector<Element> elementsOf(Kind kind, const std::string& text, std::string& wrong) {
   std::vector<Element> elements;
+  // Deeper than an export ever is; what is built of such a text could not even be copied.
+  constexpr int mostDepth = 8;
   Json json;
+  bool isTooDeep = false;
   try {
-    json = Json::parse(text);
+    json = Json::parse(text, [&](int depth, Json::parse_event_t, Json&) {
+      isTooDeep = isTooDeep || depth > mostDepth;
+      return !isTooDeep;
+    });
   } catch (const Json::parse_error& error) {
     wrong = "no JSON: byte " + std::to_string(error.byte);
-    return elements;
+  } catch (const Json::exception&) {
+    wrong = "a number that is too large";
   }
+  if (isTooDeep) wrong = "no array of objects with fields";
+  if (!wrong.empty()) return elements;
   if (json.is_object()) json = Json::array({json});
   for (std::size_t i = 0; i < json.size() && wrong.empty(); ++i) {
     const std::string where = "element " + std::to_string(i + 1) + ": ";
@@ -92,7 +108,9 @@ std::vector<Element> elementsOf(Kind kind, const std::string& text, std::string&
       const bool isLine = textOfJson(object[lineMember], element.line) &&
                           element.line.find('\n') == std::string::npos;
       if (!isLine) wrong = where + "Line is no line";
+      element.isUnended = object.value(endedMember, true) == false && i + 1 == json.size();
       object.erase(lineMember);
+      object.erase(endedMember);
     }
     if (!wrong.empty()) break;
     element.hasRecord = !object.empty();
@@ -104,15 +122,52 @@ std::vector<Element> elementsOf(Kind kind, const std::string& text, std::string&
   return elements;
 }
 
+// What two records of the kind must not have in common, where that is plain.
+std::string identityText(Kind kind, const NamedFields& record) {
+  if (kind == Kind::Global) return jsonOf(kind, record).dump(-1, ' ', true);
+  std::string text;
+  for (const char* field : {"Variable", "Name", "Protocol"}) {
+    if (const std::string* value = record.find(field)) text.append(*value).append("\n");
+  }
+  return text;
+}
+
+// The lines of a text as they stand in the file.
+std::set<std::string> linesOf(Store& store) {
+  std::set<std::string> lines;
+  std::string text;
+  if (!isText(store.kind())) return lines;
+  (void)readContent(RegistryFiles(store.file()).content(), std::string::npos, text);
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    lines.insert(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return lines;
+}
+
+// Whether an element is what its line says, and that line is in the file: nobody has edited it.
+bool isAsItWas(Kind kind, const Element& element, const std::set<std::string>& there) {
+  if (!element.hasLine || there.count(element.line) == 0) return false;
+  const std::string bare = element.line.substr(0, element.line.find_last_not_of('\r') + 1);
+  return faces::LineParser(nameOf(kind)).parse(bare).fields.all() == element.record.all();
+}
+
 int mergeElements(Store& store, const Words& words, const std::string& name,
                   const std::vector<Element>& elements, Progress& progress) {
+  const std::set<std::string> there = linesOf(store);
+  std::set<std::string> seen;
   for (std::size_t i = 0; i < elements.size(); ++i) {
-    if (!elements[i].hasRecord) continue;
+    if (!elements[i].hasRecord || isAsItWas(store.kind(), elements[i], there)) continue;
+    const std::string which = name + ", element " + std::to_string(i + 1);
+    if (!seen.insert(identityText(store.kind(), elements[i].record)).second) {
+      return reportUsage(which +
+                         ": another element has its name; --replace takes them as they are");
+    }
     const int status = setRecord(store, words, elements[i].record);
     progress.step();
     if (status == exitDone) continue;
-    (void)reportRefusal(name + ", element " + std::to_string(i + 1),
-                        "is not imported, nor is any other");
+    (void)reportRefusal(which, "is not imported, nor is any other");
     return status;
   }
   return exitDone;
@@ -141,6 +196,7 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
       isKept = parser.parse(line.substr(0, end + 1)).fields.all() == element.record.all();
     }
     if (!isKept) {
+      line.erase(line.find_last_not_of('\r') + 1);
       const unsigned int code = parser.format(element.record, line);
       const GenRegReturnCode* row = genRegFindReturnCode(code);
       if (code != 0) {
@@ -154,14 +210,18 @@ std::string textOf(Kind kind, const std::vector<Element>& elements, std::string&
       }
       if (!element.line.empty() && element.line.back() == '\r') line += '\r';
     }
-    text.append(line).append("\n");
+    text.append(line).append(element.isUnended ? "" : "\n");
   }
   return text;
 }
 
-// Makes the registry hold the elements and nothing else, in their order.
+// Makes the registry hold the elements and nothing else, in their order; without --replace only
+// when it holds nothing yet, else it is overtaken and nothing is done.
 int replaceBy(Kind kind, const Words& words, const std::string& name,
-              const std::vector<Element>& elements) {
+              const std::vector<Element>& elements, bool* isOvertaken) {
+  const std::string reason =
+      reasonAgainst(RegistryFiles(words.file).content(), kind, words.bigEndian);
+  if (!reason.empty()) return reportRefusal(words.file, reason);
   std::string wrong;
   std::string content;
   if (isText(kind)) {
@@ -181,10 +241,14 @@ int replaceBy(Kind kind, const Words& words, const std::string& name,
   }
   bool isChanged = false;
   const int status = updateContent(words, [&](const Content& now, std::string& whole) {
+    // Somebody else's first record came in between.
+    *isOvertaken = !words.replace && !now.bytes.empty();
+    if (*isOvertaken) return int{exitDone};
     isChanged = now.bytes != content;
     whole = content;
     return int{exitDone};
   });
+  if (*isOvertaken) return status;
   return status == exitDone ? reportChange(words, isChanged) : status;
 }
 
@@ -219,7 +283,7 @@ int apply(Store& store, const Words& words) {
       try {
         line.parse(parts);
       } catch (const CLI::ParseError& error) {
-        wrong = error.what();
+        wrong = error.get_exit_code() == 0 ? "there is no help here" : error.what();
         return int{exitUsage};
       }
       return status;
@@ -245,8 +309,11 @@ int import(Kind kind, const Words& words) {
   if (words.replace && !isJson) {
     return reportUsage("--replace takes JSON, as export prints it");
   }
-  if (isJson && (words.replace || content.bytes.empty()))
-    return replaceBy(kind, words, name, elements);
+  if (isJson && (words.replace || content.bytes.empty())) {
+    bool isOvertaken = false;
+    const int status = replaceBy(kind, words, name, elements, &isOvertaken);
+    if (!isOvertaken) return status;
+  }
   Store store(kind, words);
   if (store.status() != exitDone) return store.status();
   const int status = store.update([&] {
@@ -280,7 +347,9 @@ int exportJson(Store& store, const Words&) {
       Json object = line.isEntry ? jsonOf(store.kind(), line.fields) : Json::object();
       std::string written;
       const bool isPlain = line.isEntry && parser.format(line.fields, written) == 0;
-      if (!isPlain || written != bytes) object[lineMember] = jsonOfText(bytes);
+      const bool isEnded = at + bytes.size() < text.size();
+      if (!isPlain || written != bytes || !isEnded) object[lineMember] = jsonOfText(bytes);
+      if (!isEnded) object[endedMember] = false;
       all.push_back(std::move(object));
     }
   } else {

@@ -13,48 +13,58 @@
 namespace tool {
 namespace {
 
-// What a diff shows of a registry.
-int shownContent(Kind kind, const Words& words, std::string& shown) {
-  Content content;
-  if (const int status = readContentOf(words.file, content); status != exitDone) return status;
-  shown = isText(kind) ? content.bytes : "";
-  if (isText(kind) || content.bytes.empty()) return exitDone;
+// What a diff shows of a registry of these bytes: of a binary one all that can be read.
+std::string shownContent(Kind kind, const Words& words, const std::string& bytes) {
+  if (isText(kind) || bytes.empty()) return bytes;
+  std::string shown;
   Store store(kind, words);
-  if (store.status() != exitDone) return store.status();
-  return store.forEach([&](const faces::NamedFields& record) {
-    for (const std::string& cell : cellsOf(kind, record)) shown += cell + "\n";
-  });
+  if (store.status() != exitDone || store.registry().scan() != 0) return shown;
+  faces::NamedFields record;
+  while (store.registry().next(record) == 0) {
+    for (const std::string& cell : cellsOf(kind, record)) shown.append(cell).append("\n");
+  }
+  return shown;
 }
 
-int copyContent(const std::string& from, const std::string& to) {
-  Content content;
-  if (const int status = readContentOf(from, content); status != exitDone) return status;
+int writeCopy(const Content& content, const std::string& file) {
   if (!content.isThere) return exitDone;
-  std::ofstream copy(to, std::ios::binary);
+  std::ofstream copy(file, std::ios::binary);
   copy.write(content.bytes.data(), static_cast<std::streamsize>(content.bytes.size()));
   copy.close();
-  return copy ? int{exitDone}
-              : reportFailure("a copy of " + printable(from) + " cannot be written");
+  return copy ? int{exitDone} : reportFailure("a copy of the registry cannot be written");
 }
 
-}  // namespace
-
-int runOnCopy(Kind kind, const Verb& verb, const Words& words) {
+// Runs the verb on a copy, which is gone when this returns; gives its exit status, the diff, and
+// whether anything would be changed.
+int tryOn(Kind kind, const Verb& verb, const Words& words, std::string& diff, bool& isChanged) {
   const ScratchDirectory directory;
   Words trial = words;
   trial.file = directory.pathOf(words.file);
   const ShownAs shownAs(trial.file, words.file);
   trial.dryRun = trial.verbose = trial.exitChanged = false;
-  std::string before;
-  std::string after;
-  int status = copyContent(words.file, trial.file);
-  // A damaged registry has no listing; its copy says so.
-  if (status == exitDone) status = shownContent(kind, words, before);
-  if (status == exitDone) status = runVerb(kind, verb, trial);
-  if (status == exitDone) status = shownContent(kind, trial, after);
+  Content before;
+  Content after;
+  int status = readContentOf(words.file, before);
+  if (status == exitDone) status = writeCopy(before, trial.file);
   if (status != exitDone) return status;
-  (void)std::fputs(unifiedDiff(before, after, printable(words.file)).c_str(), stdout);
-  return reportChange(words, before != after);
+  const std::string shownBefore = shownContent(kind, trial, before.bytes);
+  status = runVerb(kind, verb, trial);
+  if (status == exitDone) status = readContentOf(trial.file, after);
+  if (status != exitDone) return status;
+  isChanged = before != after;
+  diff = unifiedDiff(shownBefore, shownContent(kind, trial, after.bytes), printable(words.file));
+  return exitDone;
+}
+
+}  // namespace
+
+int runOnCopy(Kind kind, const Verb& verb, const Words& words) {
+  std::string diff;
+  bool isChanged = false;
+  const int status = tryOn(kind, verb, words, diff, isChanged);
+  if (status != exitDone) return status;
+  (void)std::fputs(diff.c_str(), stdout);
+  return reportChange(words, isChanged);
 }
 
 int contentOfRecords(Kind kind, bool bigEndian, std::string& content,

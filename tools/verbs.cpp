@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include <filesystem>
 #include <memory>
 
 #include "report.h"
@@ -57,6 +58,10 @@ void addArgument(CLI::App& command, const Argument& argument, Words& words) {
 int runVerb(Kind kind, const Verb& verb, const Words& given) {
   Words words = given;
   if (const int status = findFile(kind, words); status != exitDone) return status;
+  std::error_code ignored;
+  if (std::filesystem::is_directory(words.file, ignored)) {
+    return reportRefusal(words.file, "is a directory");
+  }
   if (words.dryRun) return runOnCopy(kind, verb, words);
   if (const auto* whole = std::get_if<Whole>(&verb.run)) return (*whole)(kind, words);
   Store store(kind, words);
