@@ -47,8 +47,6 @@ int findFile(Kind kind, Words& words) {
     file = target.is_absolute() ? target : file.parent_path() / target;
     words.file = file.string();
   }
-  if (std::filesystem::is_directory(file, error))
-    return reportRefusal(words.file, "is a directory");
   return exitDone;
 }
 
