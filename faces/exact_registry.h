@@ -161,7 +161,7 @@ class Exact : public Flavour {
 
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
   bool isMissing() const noexcept {
-    return !ossPathExists(this->registryPath) && !ossPathExists(this->backupPath);
+    return isAbsent(this->registryPath) && isAbsent(this->backupPath);
   }
   // A directory, a device or the like stands in its place.
   bool isNoPlainFile() const noexcept {
@@ -221,6 +221,13 @@ class Exact : public Flavour {
   }
 
  private:
+  // What may not be looked at is not known to be missing.
+  static bool isAbsent(const char* path) noexcept {
+    const OSSFileInfoRequest request{OSS_PARAM_LEVEL, path};
+    OSSFileInfo info{};
+    return ossFileGetInfoV9(&request, &info) == OSS_RC_FILE_NOT_FOUND && !ossPathExists(path);
+  }
+
   static unsigned int compare(std::uint64_t mask, void* stored, void* given) noexcept {
     const auto& left = *static_cast<const Record*>(stored);
     const auto& right = *static_cast<const Record*>(given);

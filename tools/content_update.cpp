@@ -1,12 +1,12 @@
 #include "content_update.h"
 
 #include <cstdio>
+#include <filesystem>
 
 #include "file_content.h"
 #include "genreg.h"
 #include "report.h"
 #include "store.h"
-#include "sysservices/file_system.h"
 
 namespace tool {
 namespace {
@@ -86,6 +86,13 @@ class ContentHandle : public GenRegText {
   }
 };
 
+// What may not be looked at is not known to be missing.
+bool isAbsent(const std::string& path) {
+  std::error_code code;
+  return std::filesystem::symlink_status(path, code).type() ==
+         std::filesystem::file_type::not_found;
+}
+
 int report(const ContentHandle& handle, unsigned int code, const std::string& file) {
   return reportCode(code, file, handle.getLastCause());
 }
@@ -117,8 +124,8 @@ int readContentOf(const std::string& file, Content& content) {
   const unsigned int code = handle.opened != 0 ? handle.opened : handle.scan(content);
   if (code == 0) return exitDone;
   // Looked for after the failure: in a commit without hard links the name is missing for a moment.
-  const bool isThere = ossPathExists(files.registry.c_str()) || ossPathExists(files.backup.c_str());
-  if (code == GENREG_RC_OPEN_FAILED && !isThere) return exitDone;
+  const bool isMissing = isAbsent(files.registry) && isAbsent(files.backup);
+  if (code == GENREG_RC_OPEN_FAILED && isMissing) return exitDone;
   return report(handle, code, file);
 }
 

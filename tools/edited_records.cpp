@@ -72,14 +72,15 @@ class Changes {
     if (!isAsBefore(entries)) {
       return reportRefusal(store.file(), "was changed by another program meanwhile");
     }
+    // As the lines are those of the entries, a line's place is that of its record.
+    std::map<std::string, std::vector<std::size_t>> places;
+    for (std::size_t i = 0; i < old_.size(); ++i) places[old_[i].bytes].push_back(i);
     for (const Line& line : gone_) {
-      const auto has = [&](const Line& other) { return other.bytes == line.bytes; };
-      if (std::count_if(old_.begin(), old_.end(), has) > 1) {
+      const std::vector<std::size_t>& found = places[line.bytes];
+      if (found.size() > 1) {
         return reportRefusal(store.file(), "holds this record more than once: " + line.bytes);
       }
-      for (const Entry& entry : entries.all) {
-        if (lineOf(kind_, entry.record) == line.bytes) removed.push_back(entry.record);
-      }
+      for (const std::size_t place : found) removed.push_back(entries.all[place].record);
     }
     for (const NamedFields& record : removed) replaced.emplace(identityOf(kind_, record), record);
     std::map<std::string, NamedFields> left = replaced;
