@@ -1,7 +1,7 @@
-// The flavours with a comparison that knows every field: two records that differ in anything that a
-// person can set are not equal, so that a change of it is a change, and what is written back is
-// what was there. The flavour's own comparison finds names by its index, but knows less; one call
-// switches between the two.
+// The flavours with comparisons that know every field: two records that differ in anything that a
+// person can set are not equal, so that a change of it is a change. One of them leaves keys to the
+// flavour, which finds names by its index; the other takes keys of any field and reads every byte,
+// so that what is written back is what was there. One call switches between the two.
 #pragma once
 
 #include <algorithm>
@@ -34,6 +34,12 @@ constexpr bool isLine =
 template <typename Record>
 constexpr bool isGlobal = std::is_same_v<Record, GlobalRegRecord>;
 
+// The mask of all that a record has.
+inline constexpr std::uint64_t everything = ~(asFound | byIdentity | isMade);
+
+// Whether a terminal shows a byte as itself.
+inline bool isShown(char byte) noexcept { return (byte >= ' ' && byte <= '~') || byte == '\t'; }
+
 inline bool equalTexts(const char* left, const char* right) noexcept {
   return std::strcmp(left == nullptr ? "" : left, right == nullptr ? "" : right) == 0;
 }
@@ -51,6 +57,23 @@ inline bool sameComment(std::uint64_t, const BinVarValRecord& stored,
 }
 inline bool sameComment(std::uint64_t, const GlobalRegRecord&, const GlobalRegRecord&) noexcept {
   return true;  // the flavour compares it
+}
+
+// Whether what the flavour reads of a comment, with a "." for each byte that no terminal shows, may
+// be the given one.
+template <typename Record>
+bool showsSame(const Record& stored, const Record& given) noexcept {
+  if constexpr (isLine<Record>) {
+    const char* left = bareComment(commentOf(stored));
+    const char* right = commentOf(given);
+    if (left == nullptr || right == nullptr) return equalTexts(left, right);
+    for (; *left != '\0'; ++left, ++right) {
+      if (*left != *right && (*left != '.' || isShown(*right))) return false;
+    }
+    return *right == '\0';
+  } else {
+    return sameComment(everything, stored, given);
+  }
 }
 
 template <typename Record>
@@ -89,6 +112,10 @@ class Exact : public Flavour {
   Exact(const char* path, unsigned int* code) noexcept : Flavour(path, code) {
     if (*code != 0) return;
     plainCompare.store(this->GenRegFile::CompareRecord, std::memory_order_relaxed);
+    const genreg::HandleAccess access(*this);
+    static const genreg::RecordForm whole = knowingAll(*access.installed());
+    access.exchange(whole);
+    this->GenRegFile::CompareRecord = compareWhole;
     plainValidate.store(this->GenRegFile::ValidateKey, std::memory_order_relaxed);
     plainUnpack.store(this->GenRegFile::UnpackRecord.text, std::memory_order_relaxed);
     unpackHook_ = this->GenRegFile::UnpackRecord;
@@ -99,8 +126,7 @@ class Exact : public Flavour {
   }
 
   void compareExactly(bool exactly) noexcept {
-    this->GenRegFile::CompareRecord =
-        exactly ? compare : plainCompare.load(std::memory_order_relaxed);
+    this->GenRegFile::CompareRecord = exactly ? compare : compareWhole;
     this->GenRegFile::ValidateKey =
         exactly ? validate : plainValidate.load(std::memory_order_relaxed);
     if constexpr (isLine<Record>) {
@@ -228,6 +254,24 @@ class Exact : public Flavour {
     return ossFileGetInfoV9(&request, &info) == OSS_RC_FILE_NOT_FOUND && !ossPathExists(path);
   }
 
+  // The flavour's form with another comparison, since it knows its own comparison by its form.
+  static genreg::RecordForm knowingAll(genreg::RecordForm flavours) noexcept {
+    flavours.compareRecord = compareWhole;
+    return flavours;
+  }
+
+  // Keys as the flavour compares them; of whole records, all that a reading by the flavour shows.
+  static unsigned int compareWhole(std::uint64_t mask, void* stored, void* given) noexcept {
+    const GenRegCompareHook plain = plainCompare.load(std::memory_order_relaxed);
+    const unsigned int code = plain(mask, stored, given);
+    if (mask != GENREG_ALL_FIELDS || code != 1) return code;
+    const auto& left = *static_cast<const Record*>(stored);
+    const auto& right = *static_cast<const Record*>(given);
+    return showsSame(left, right) && sameAliases(left, right) && sameBeyond(everything, left, right)
+               ? 1
+               : 0;
+  }
+
   static unsigned int compare(std::uint64_t mask, void* stored, void* given) noexcept {
     const auto& left = *static_cast<const Record*>(stored);
     const auto& right = *static_cast<const Record*>(given);
@@ -275,8 +319,6 @@ class Exact : public Flavour {
     const unsigned int code = work();
     return code == 0 && carried_.isLost ? OSS_RC_NO_MEMORY : code;
   }
-
-  static constexpr std::uint64_t everything = ~(asFound | byIdentity | isMade);
 
   static unsigned int validate(std::uint64_t mask, void* keyOrRecord) noexcept {
     if (keyOrRecord != nullptr && (mask & isMade) != 0) return 0;

@@ -79,7 +79,7 @@ class KnownNames {
 
  private:
   static bool isPlain(const char* text) noexcept {
-    while ((*text >= ' ' && *text <= '~') || *text == '\t') ++text;
+    while (isShown(*text)) ++text;
     return *text == '\0';
   }
 

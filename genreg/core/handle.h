@@ -21,6 +21,9 @@ class HandleAccess {
   static Code setUp(GenRegFile& handle, Routine& routine, const char* path, const RecordForm* form,
                     unsigned int* rc) noexcept;
   static void install(GenRegFile& handle, const RecordForm& form) noexcept;
+  // The form whose hooks are taken for the flavour's own; a caller may exchange both.
+  const RecordForm* installed() const noexcept { return handle_.form; }
+  void exchange(const RecordForm& form) const noexcept { handle_.form = &form; }
   // Checks a path and names the files: 0, GENREG_RC_NO_ARGUMENT for null or empty,
   // GENREG_RC_PATH_TOO_LONG, OSS_RC_NO_MEMORY, GENREG_RC_BASE_NAME or GENREG_RC_DIRECTORY_NAME (no
   // name is set then).
