@@ -186,6 +186,11 @@ class Exact : public Flavour {
   }
 
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
+  // Whether the last operation found no file; somebody may have made one since.
+  bool wasMissing() noexcept {
+    genreg::Session* const opened = genreg::HandleAccess(*this).session();
+    return opened != nullptr && opened->cause().isMissingFile();
+  }
   bool isMissing() const noexcept {
     return isAbsent(this->registryPath) && isAbsent(this->backupPath);
   }

@@ -120,12 +120,16 @@ int readContentOf(const std::string& file, Content& content) {
   content = {};
   const RegistryFiles files(file);
   if (files.code != 0) return reportCode(files.code, file);
+  constexpr int mostTries = 3;
   ContentHandle handle(file);
-  const unsigned int code = handle.opened != 0 ? handle.opened : handle.scan(content);
-  if (code == 0) return exitDone;
-  // Looked for after the failure: in a commit without hard links the name is missing for a moment.
-  const bool isMissing = isAbsent(files.registry) && isAbsent(files.backup);
-  if (code == GENREG_RC_OPEN_FAILED && isMissing) return exitDone;
+  unsigned int code = handle.opened;
+  for (int tries = 0; handle.opened == 0 && tries < mostTries; ++tries) {
+    code = handle.scan(content);
+    if (code == 0) return exitDone;
+    if (code != GENREG_RC_OPEN_FAILED) break;
+    if (isAbsent(files.registry) && isAbsent(files.backup)) return exitDone;
+    // Somebody may have made it since.
+  }
   return report(handle, code, file);
 }
 

@@ -67,8 +67,13 @@ Code logFailure(Function function, Code code, unsigned int point) noexcept {
 
 thread_local Cause* Cause::active = nullptr;
 
+bool Cause::isMissingFile() const noexcept {
+  return root_ == GENREG_RC_NO_FILE || root_ == OSS_RC_FILE_NOT_FOUND;
+}
+
 void Cause::explain(Code code, Code calleeCode, const char* more) noexcept {
   if (text_[0] != '\0') return;
+  root_ = calleeCode != 0 ? calleeCode : code;
   std::size_t length = 0;
   const auto add = [&](const char* part) {
     if (part == nullptr || *part == '\0' || length + 1 >= sizeof text_) return;

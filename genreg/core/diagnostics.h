@@ -46,7 +46,12 @@ class Cause {
   explicit Cause(const char* path) noexcept : path_(path) {}
 
   const char* text() const noexcept { return text_; }
-  void clear() noexcept { text_[0] = '\0'; }
+  // Whether what failed first was that there is no such file.
+  bool isMissingFile() const noexcept;
+  void clear() noexcept {
+    text_[0] = '\0';
+    root_ = 0;
+  }
   // A failure, made of what codes mean and of a text, unless there is one already.
   void explain(Code code, Code calleeCode = 0, const char* more = nullptr) noexcept;
 
@@ -57,6 +62,7 @@ class Cause {
  private:
   const char* path_;
   char text_[512] = "";
+  Code root_ = 0;  // the first failure's innermost code
 };
 
 class Routine {

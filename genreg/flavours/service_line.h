@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "genreg/core/diagnostics.h"
+#include "genreg/flavours/protocols.h"
 #include "genreg/line_text.h"
 
 namespace genreg {
@@ -25,11 +26,6 @@ struct ServiceHead {
     return static_cast<std::uint16_t>(number);
   }
 };
-
-inline bool isProtocol(std::string_view word) noexcept {
-  using namespace std::string_view_literals;
-  return word == "tcp"sv || word == "udp"sv || word == "ddp"sv || word == "divert"sv;
-}
 
 // Reads the head of a plain line: a name, digits, a slash and a known protocol, ended by a blank, a
 // "#" or the line's end. False for any other line. Most of a search is this.
