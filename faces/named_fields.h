@@ -21,6 +21,12 @@ class NamedFields {
     return nullptr;
   }
   bool has(std::string_view name) const noexcept { return find(name) != nullptr; }
+  // The value, empty when the field is absent.
+  const std::string& text(std::string_view name) const noexcept {
+    static const std::string none;
+    const std::string* const value = find(name);
+    return value == nullptr ? none : *value;
+  }
 
   // A field that is new comes last. `value` may be one of this record's own.
   void set(std::string_view name, std::string value) {

@@ -8,6 +8,7 @@
 #include "command_tree.h"
 #include "commands.h"
 #include "completion_scripts.h"
+#include "shell_word.h"
 
 namespace tool {
 namespace {
@@ -20,21 +21,7 @@ std::string joined(const Strings& words, const char* between = " ") {
   return text;
 }
 
-// In single quotes, for any of the shells; a quote mark becomes `quote`.
-std::string quoted(const std::string& text, const char* quote) {
-  std::string word = "'";
-  for (const char character : text) {
-    if (character == '\'') {
-      word += quote;
-    } else {
-      word += character;
-    }
-  }
-  return word + "'";
-}
-
-std::string inPosix(const std::string& text) { return quoted(text, "'\\''"); }
-std::string inFish(const std::string& text) { return quoted(text, "\\'"); }
+std::string inFish(const std::string& text) { return shellWord(text, "\\'"); }
 
 Strings namesOf(const CLI::Option& option) {
   Strings names;
@@ -74,15 +61,15 @@ void printBashRow(const CLI::App& command) {
   for (const CLI::Option* option : optionsOf(command)) {
     for (const std::string& name : namesOf(*option)) {
       options.push_back(name);
-      if (takesValue(*option)) values.push_back(inPosix(name + "=" + wordsFor(*option)));
+      if (takesValue(*option)) values.push_back(shellWord(name + "=" + wordsFor(*option)));
     }
   }
-  for (const CLI::Option* place : placesOf(command)) places.push_back(inPosix(wordsFor(*place)));
+  for (const CLI::Option* place : placesOf(command)) places.push_back(shellWord(wordsFor(*place)));
   std::printf(
       "    %s)\n      verbs=%s\n      options=%s\n      values=(%s)\n      places=(%s)\n"
       "      ;;\n",
-      inPosix(pathOf(command)).c_str(), inPosix(joined(verbNames(command))).c_str(),
-      inPosix(joined(options)).c_str(), joined(values).c_str(), joined(places).c_str());
+      shellWord(pathOf(command)).c_str(), shellWord(joined(verbNames(command))).c_str(),
+      shellWord(joined(options)).c_str(), joined(values).c_str(), joined(places).c_str());
 }
 
 void printBash(const CLI::App& app) {
@@ -119,7 +106,7 @@ Strings zshArguments(const CLI::App& command) {
     for (const std::string& name : namesOf(*option)) {
       std::string text = name + "[" + zshText(option->get_description()) + "]";
       if (takesValue(*option)) text += ":" + name.substr(2) + ":" + zshAction(*option);
-      arguments.push_back(inPosix(text));
+      arguments.push_back(shellWord(text));
     }
   }
   std::size_t number = 0;
@@ -128,11 +115,11 @@ Strings zshArguments(const CLI::App& command) {
     std::string argument = many ? "*" : std::to_string(++number);
     argument.append(":").append(zshText(place->get_name(true))).append(":");
     argument += takesCommands(*place) ? "->command" : zshAction(*place);
-    arguments.push_back(inPosix(argument));
+    arguments.push_back(shellWord(argument));
   }
   if (!verbsOf(command).empty()) {
-    arguments.push_back(inPosix(std::to_string(number + 1) + ":verb:->verb"));
-    arguments.push_back(inPosix("*::words:->words"));
+    arguments.push_back(shellWord(std::to_string(number + 1) + ":verb:->verb"));
+    arguments.push_back(shellWord("*::words:->words"));
   }
   return arguments;
 }
@@ -141,7 +128,7 @@ void printZshVerbs(const char* state, const CLI::App& command) {
   std::printf("    %s)\n      local -a verbs=(\n", state);
   for (const CLI::App* verb : verbsOf(command)) {
     const std::string row = verb->get_name() + ":" + summaryOf(verb->get_description());
-    std::printf("        %s\n", inPosix(row).c_str());
+    std::printf("        %s\n", shellWord(row).c_str());
   }
   std::printf("      )\n      _describe verb verbs\n      ;;\n");
 }

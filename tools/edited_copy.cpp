@@ -2,47 +2,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <random>
 
 #include "file_content.h"
+#include "shell_word.h"
 #include "sysservices/file_system.h"
 
 namespace tool {
-namespace {
-
-constexpr std::uint32_t ownerAlone = 0700;
-
-// As one word of the system's shell.
-std::string quoted(const std::string& path) {
-  if (ossPathSeparator != '/') return "\"" + path + "\"";
-  std::string word = "'";
-  for (const char character : path) {
-    word += character == '\'' ? std::string("'\\''") : std::string(1, character);
-  }
-  return word + "'";
-}
-
-}  // namespace
-
-EditedCopy::EditedCopy(const std::string& baseName) {
-  std::random_device random;
-  std::error_code none;
-  const std::string name = "zorreg-edit-" + std::to_string(random()) + std::to_string(random());
-  const std::filesystem::path directory = std::filesystem::temp_directory_path(none) / name;
-  directory_ = directory.string();
-  path_ = (directory / baseName).string();
-}
-
-EditedCopy::~EditedCopy() {
-  std::error_code none;
-  if (!isKept_) (void)std::filesystem::remove_all(directory_, none);
-}
-
 bool EditedCopy::write(const std::string& bytes) {
-  const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory_.c_str(), ownerAlone, 1};
-  if (ossPathExists(directory_.c_str()) || ossDirectoryCreate(&param) != 0) return false;
   std::ofstream stream(path_, std::ios::binary);
   stream << bytes;
   stream.close();
@@ -63,8 +30,9 @@ std::string EditedCopy::editor() {
 
 bool EditedCopy::runEditor() const {
   (void)std::fflush(stdout);
-  return std::system((editor() + " " + quoted(path_)).c_str()) ==
-         0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
+  const std::string word = ossPathSeparator == '/' ? shellWord(path_) : "\"" + path_ + "\"";
+  const std::string command = editor() + " " + word;
+  return std::system(command.c_str()) == 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
 }
 
 }  // namespace tool

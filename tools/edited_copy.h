@@ -3,21 +3,19 @@
 
 #include <string>
 
+#include "scratch.h"
+
 namespace tool {
 
-// A file of that base name in a directory that is open to its owner alone. Both go with it unless
-// it is kept.
+// A file of the same name as another one, that goes unless it is kept.
 class EditedCopy {
  public:
-  explicit EditedCopy(const std::string& baseName);
-  ~EditedCopy();
-  EditedCopy(const EditedCopy&) = delete;
-  EditedCopy& operator=(const EditedCopy&) = delete;
+  explicit EditedCopy(const std::string& file) : path_(directory_.pathOf(file)) {}
 
   const std::string& path() const { return path_; }
   bool write(const std::string& bytes);
   bool read(std::string& bytes) const;
-  void keep() { isKept_ = true; }
+  void keep() { directory_.keep(); }
 
   // Runs the editor that $VISUAL, else $EDITOR names, else vi, on the file, by the system's shell.
   // Whether it ended well.
@@ -26,9 +24,8 @@ class EditedCopy {
   static std::string editor();
 
  private:
-  std::string directory_;
+  ScratchDirectory directory_;
   std::string path_;
-  bool isKept_ = false;
 };
 
 }  // namespace tool

@@ -6,6 +6,7 @@
 
 #include "check_gaps.h"
 #include "file_content.h"
+#include "genreg/flavours/protocols.h"
 #include "pattern.h"
 #include "progress.h"
 #include "record_json.h"
@@ -15,12 +16,6 @@ namespace tool {
 namespace {
 
 using faces::NamedFields;
-
-const std::string& textOf(const NamedFields& record, const char* field) {
-  static const std::string none;
-  const std::string* text = record.find(field);
-  return text == nullptr ? none : *text;
-}
 
 void print(Kind kind, const NamedFields& record) {
   for (const std::string& cell : cellsOf(kind, record)) std::printf("%s\n", cell.c_str());
@@ -85,7 +80,7 @@ Json typedValue(Store& store, const Words& words, const std::string& text) {
 }
 
 int printValue(Store& store, const Words& words, const NamedFields& found) {
-  std::string text = textOf(found, "Value");
+  std::string text = found.text("Value");
   const Json value = typedValue(store, words, text);
   if (value.is_null()) {
     return reportFailure("'" + printable(text) + "': the value of " + printable(words.name) +
@@ -121,7 +116,7 @@ int checkCondition(Store& store, const Words& words, const NamedFields* found) {
     return store.outcome(GENREG_RC_NOT_FOUND, words.name);
   }
   if (!words.ifValue) return exitDone;
-  const std::string& value = textOf(*found, "Value");
+  const std::string& value = found->text("Value");
   if (*words.ifValue == value || *words.ifValue == withoutQuotes(value)) return exitDone;
   return reportConflict(name + " is " + printable(value) + ", not " + printable(*words.ifValue));
 }
@@ -138,7 +133,7 @@ NamedFields identityOf(Kind kind, const NamedFields& record) {
   NamedFields key;
   const char* const fields[] = {kind == Kind::Services ? "Name" : "Variable",
                                 kind == Kind::Services ? "Protocol" : "Variable"};
-  for (const char* field : fields) key.set(field, textOf(record, field));
+  for (const char* field : fields) key.set(field, record.text(field));
   return key;
 }
 
@@ -151,7 +146,7 @@ bool isMissing(unsigned int code) {
 int list(Store& store, const Words& words) {
   Listing listing;
   return listWhere(store, words, listing, [&](const NamedFields& record) {
-    return words.type.empty() || textOf(record, "Type") == words.type;
+    return words.type.empty() || record.text("Type") == words.type;
   });
 }
 
@@ -186,20 +181,16 @@ int findService(Store& store, const Words& words) {
   if (isPort && !endpointOf(words.pattern).wrong.empty()) {
     return reportUsage(endpointOf(words.pattern).wrong);
   }
-  bool isProtocol = protocol.empty();
-  for (const char* known : {"tcp", "udp", "ddp", "divert"}) {
-    isProtocol = isProtocol || protocol == known;
-  }
+  bool isProtocol = protocol.empty() || genreg::isProtocol(protocol);
   const Pattern name(wanted, Pattern::Whole);
   const std::string port = isPort ? std::to_string(std::stoul(wanted)) : "";
   Listing found;
   const int status = listWhere(store, words, found, [&](const NamedFields& record) {
-    const bool isOfProtocol = protocol.empty() || textOf(record, "Protocol") == protocol;
+    const bool isOfProtocol = protocol.empty() || record.text("Protocol") == protocol;
     isProtocol = isProtocol || isOfProtocol;
     if (!isOfProtocol) return false;
-    return isPort ? textOf(record, "Port") == port
-                  : name.matches(textOf(record, "Name")) ||
-                        name.matchesWord(textOf(record, "Aliases"));
+    return isPort ? record.text("Port") == port
+                  : name.matches(record.text("Name")) || name.matchesWord(record.text("Aliases"));
   });
   if (status != exitDone || !found.empty()) return status;
   if (!isProtocol) {
@@ -213,7 +204,7 @@ int findService(Store& store, const Words& words) {
 int setRecord(Store& store, const Words& words, NamedFields record) {
   const Kind kind = store.kind();
   const bool isProfile = kind == Kind::Var;
-  if (const int status = refuseOdd(store, textOf(record, "Variable")); status != exitDone) {
+  if (const int status = refuseOdd(store, record.text("Variable")); status != exitDone) {
     return status;
   }
   if (isProfile || words.ifAbsent || words.ifPresent || words.ifValue) {
@@ -224,8 +215,8 @@ int setRecord(Store& store, const Words& words, NamedFields record) {
     const int status = checkCondition(store, words, isThere ? &found : nullptr);
     if (status != exitDone) return status;
     if (isProfile) {
-      const std::string& old = textOf(found, "Value");
-      const std::string value = textOf(record, "Value");
+      const std::string& old = found.text("Value");
+      const std::string value = record.text("Value");
       const bool isBare = !isQuoted(value);
       const bool takesQuotes = (isThere && isQuoted(old)) || store.quotes(value, isThere);
       if (isBare && takesQuotes) record.set("Value", inQuotes(value, old));

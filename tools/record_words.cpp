@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "genreg.h"
+#include "genreg/flavours/protocols.h"
 
 namespace tool {
 namespace {
@@ -13,11 +14,6 @@ namespace {
 using faces::NamedFields;
 
 std::string shown(const std::string& word) { return "'" + printable(word) + "'"; }
-
-std::string textOf(const NamedFields& record, const char* field) {
-  const std::string* text = record.find(field);
-  return text == nullptr ? "" : *text;
-}
 
 std::string trimmed(const std::string& text) {
   const std::size_t start = text.find_first_not_of(" \t");
@@ -229,31 +225,30 @@ Parsed recordOfLine(Kind kind, const std::string& line) {
 }
 
 std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
-  std::string comment = printable(textOf(record, "Comment"));
-  const std::string name = textOf(record, kind == Kind::Services ? "Name" : "Variable");
+  std::string comment = printable(record.text("Comment"));
+  const std::string name = record.text(kind == Kind::Services ? "Name" : "Variable");
   switch (kind) {
     case Kind::Bin: {
       char line[128];
       (void)std::snprintf(line, sizeof line, "%-15s %11s  ", quoted(name).c_str(),
-                          textOf(record, "Value").c_str());
-      const std::string stored = textOf(record, "Comment");
+                          record.text("Value").c_str());
+      const std::string stored = record.text("Comment");
       const bool isShown = stored == trimmed(comment) && comment.find('"') != 0;
       if (!isShown) comment = quoted(stored);
       const std::string text = line + comment;
       return {text.substr(0, text.find_last_not_of(' ') + 1)};
     }
     case Kind::Var:
-      return {printable(name), printable(textOf(record, "Value")), comment};
+      return {printable(name), printable(record.text("Value")), comment};
     case Kind::Services: {
-      const std::string protocol = textOf(record, "Protocol");
-      const std::string port = textOf(record, "Port");
-      const char* const known[] = {"tcp", "udp", "ddp", "divert"};
-      const bool isOdd = std::find(std::begin(known), std::end(known), protocol) == std::end(known);
+      const std::string protocol = record.text("Protocol");
+      const std::string port = record.text("Port");
+      const bool isOdd = !genreg::isProtocol(protocol);
       return {printable(name), port + "/" + printable(protocol) + (isOdd ? " ?" : ""),
-              printable(textOf(record, "Aliases")), comment};
+              printable(record.text("Aliases")), comment};
     }
     default: {
-      std::string line = textOf(record, "Type");
+      std::string line = record.text("Type");
       for (const auto& [field, value] : record.all()) {
         if (field == "Type" || (field == "CheckSum" && value == "0")) continue;
         line.append("  ").append(field).append("=").append(quoted(value));

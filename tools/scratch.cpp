@@ -2,23 +2,28 @@
 
 #include <filesystem>
 #include <random>
+#include <stdexcept>
+
+#include "sysservices/file_system.h"
 
 namespace tool {
 
 namespace fs = std::filesystem;
 
 ScratchDirectory::ScratchDirectory() {
+  constexpr std::uint32_t ownerAlone = 0700;  // from its birth
   std::random_device random;
-  // A name that is taken is somebody else's.
-  do {
-    path_ = (fs::temp_directory_path() / ("zorreg-" + std::to_string(random()))).string();
-  } while (!fs::create_directory(path_));
-  fs::permissions(path_, fs::perms::owner_all);
+  const std::string name = "zorreg-" + std::to_string(random()) + std::to_string(random());
+  path_ = (fs::temp_directory_path() / name).string();
+  const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, path_.c_str(), ownerAlone, 1};
+  if (ossPathExists(path_.c_str()) || ossDirectoryCreate(&param) != 0) {
+    throw std::runtime_error("the directory '" + path_ + "' cannot be made");
+  }
 }
 
 ScratchDirectory::~ScratchDirectory() {
   std::error_code ignored;
-  fs::remove_all(path_, ignored);
+  if (!isKept_) (void)fs::remove_all(path_, ignored);
 }
 
 std::string ScratchDirectory::pathOf(const std::string& file) const {

@@ -1,4 +1,5 @@
-// A directory of one run of the tool, for its owner alone, that goes with all that is in it.
+// A directory of one run of the tool, for its owner alone, that goes with all that is in it unless
+// it is kept.
 #pragma once
 
 #include <string>
@@ -7,7 +8,7 @@ namespace tool {
 
 class ScratchDirectory {
  public:
-  // Throws std::filesystem::filesystem_error when none can be made.
+  // Throws a std::runtime_error when none can be made.
   ScratchDirectory();
   ~ScratchDirectory();
   ScratchDirectory(const ScratchDirectory&) = delete;
@@ -15,9 +16,11 @@ class ScratchDirectory {
 
   // In it, a file of the same name as another one.
   std::string pathOf(const std::string& file) const;
+  void keep() noexcept { isKept_ = true; }
 
  private:
   std::string path_;
+  bool isKept_ = false;
 };
 
 }  // namespace tool

@@ -1,4 +1,7 @@
 // What the kinds of registries are asked for at the command line.
+#include <algorithm>
+#include <iterator>
+
 #include "file_verbs.h"
 #include "record_verbs.h"
 #include "transfer.h"
@@ -27,36 +30,35 @@ constexpr Argument compact{"--compact", "add the line as NAME=VALUE", &Words::co
 
 constexpr const char* listHelp = "print every record";
 constexpr const char* findHelp = "print the records of which a field matches";
-constexpr const char* dumpHelp = "print every record, field by field";
-constexpr const char* applyHelp =
-    "run lines of such verbs on standard input or in a file, all or none";
 constexpr const char* importHelp =
     "set records from JSON or from lines as list prints them, all or none";
-constexpr const char* exportHelp = "print everything as JSON, for import";
-constexpr const char* repairHelp =
-    "keep what is whole of a damaged registry and set the original aside";
 
-// The verbs that every kind has.
-constexpr Verb applyVerb{"apply", applyHelp, Change{apply}, {&input}};
 constexpr Verb importVerb{"import", importHelp, Whole(import), {&input, &replace}, true};
-constexpr Verb exportVerb{"export", exportHelp, Read(exportJson), {}};
 constexpr Verb findVerb{"find", findHelp, Read(find), {&pattern, &jsonArgument}};
 constexpr Verb listVerb{"list", listHelp, Read(list), {&jsonArgument}};
-constexpr Verb dumpVerb{"dump", dumpHelp, Read(dump), {}};
-constexpr Verb repairVerb{
-    "repair", repairHelp, Whole(repair), {&dropArgument, &jsonArgument}, true};
 
 constexpr Argument to{"TO", "the file to make", &Words::other, Need::MustFilled};
 constexpr Argument from{"FROM", "the file to take it from", &Words::other, Need::MustFilled};
 constexpr Argument force{"--force", "replace TO if it exists", &Words::force};
-constexpr Verb editVerb{
-    "edit", "change the registry in your editor, all of it or nothing", Whole(edit), {}, true};
-constexpr Verb watchVerb{
-    "watch", "print each change as it is committed", Whole(watch), {&jsonArgument}};
-constexpr Verb backupVerb{
-    "backup", "copy what the registry holds to another file", Whole(backup), {&to, &force}};
-constexpr Verb restoreVerb{
-    "restore", "make the registry hold what another file does", Whole(restore), {&from}, true};
+
+// The verbs that every kind has, behind those that differ.
+constexpr Verb commonVerbs[] = {
+    {"apply",
+     "run lines of such verbs on standard input or in a file, all or none",
+     Change{apply},
+     {&input}},
+    {"export", "print everything as JSON, for import", Read(exportJson), {}},
+    {"dump", "print every record, field by field", Read(dump), {}},
+    {"repair",
+     "keep what is whole of a damaged registry and set the original aside",
+     Whole(repair),
+     {&dropArgument, &jsonArgument},
+     true},
+    {"edit", "change the registry in your editor, all of it or nothing", Whole(edit), {}, true},
+    {"watch", "print each change as it is committed", Whole(watch), {&jsonArgument}},
+    {"backup", "copy what the registry holds to another file", Whole(backup), {&to, &force}},
+    {"restore", "make the registry hold what another file does", Whole(restore), {&from}, true},
+};
 
 // --- bin ---
 
@@ -77,15 +79,7 @@ constexpr Verb binVerbs[] = {
      {&name, &number, &comment, &noComment, &ifValueArgument, &ifAbsentArgument,
       &ifPresentArgument}},
     unsetVerb,
-    applyVerb,
     importVerb,
-    exportVerb,
-    dumpVerb,
-    repairVerb,
-    editVerb,
-    watchVerb,
-    backupVerb,
-    restoreVerb,
 };
 
 // --- var ---
@@ -105,15 +99,7 @@ constexpr Verb varVerbs[] = {
      {&name, &text, &comment, &noComment, &compact, &ifValueArgument, &ifAbsentArgument,
       &ifPresentArgument}},
     {"unset", "delete every line that assigns the name", Change{remove}, {&name}},
-    applyVerb,
     {"import", importHelp, Whole(import), {&input, &replace, &compact}, true},
-    exportVerb,
-    dumpVerb,
-    repairVerb,
-    editVerb,
-    watchVerb,
-    backupVerb,
-    restoreVerb,
 };
 
 // --- services ---
@@ -148,15 +134,7 @@ constexpr Verb servicesVerbs[] = {
      "delete the one service of that name (and port and protocol)",
      Change{remove},
      {&service, &somePort}},
-    applyVerb,
     importVerb,
-    exportVerb,
-    dumpVerb,
-    repairVerb,
-    editVerb,
-    watchVerb,
-    backupVerb,
-    restoreVerb,
 };
 
 // --- global ---
@@ -190,15 +168,7 @@ constexpr Verb globalVerbs[] = {
      "delete the one record that holds the given fields",
      Change{remove},
      {&type, &keyFields}},
-    applyVerb,
     importVerb,
-    exportVerb,
-    dumpVerb,
-    repairVerb,
-    editVerb,
-    watchVerb,
-    backupVerb,
-    restoreVerb,
 };
 
 // In the order of the kinds.
@@ -228,5 +198,10 @@ constexpr Group groups[] = {
 }  // namespace
 
 const Group& groupOf(Kind kind) { return groups[static_cast<int>(kind)]; }
+
+void forEachVerb(const Group& group, const std::function<void(const Verb&)>& visit) {
+  std::for_each(group.first, group.end, visit);
+  std::for_each(std::begin(commonVerbs), std::end(commonVerbs), visit);
+}
 
 }  // namespace tool

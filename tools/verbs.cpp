@@ -76,25 +76,24 @@ void addGroup(CLI::App& app, const Group& row, int& status, const RunVerb& run) 
   CLI::App* group = app.add_subcommand(row.name, row.help);
   group->require_subcommand(1);
   addArguments(*group, row.takes, *words);
-  for (const Verb* verb = row.first; verb != row.end; ++verb) {
-    CLI::App* command = group->add_subcommand(verb->name, verb->help);
-    addArguments(*command, verb->takes, *words);
-    if (verb->isUpdate()) {
+  forEachVerb(row, [&](const Verb& verb) {
+    CLI::App* command = group->add_subcommand(verb.name, verb.help);
+    addArguments(*command, verb.takes, *words);
+    if (verb.isUpdate()) {
       for (const Argument& argument : updateArguments) addArgument(*command, argument, *words);
     }
-    command->callback([&status, run, verb, words] { status = run(*verb, *words); });
-  }
+    command->callback([&status, run, &verb, words] { status = run(verb, *words); });
+  });
 }
 
 void addChanges(CLI::App& parent, Kind kind, Words& words,
                 const std::function<void(const Verb&)>& run) {
-  const Group& row = groupOf(kind);
-  for (const Verb* verb = row.first; verb != row.end; ++verb) {
-    if (!std::holds_alternative<Change>(verb->run)) continue;
-    CLI::App* command = parent.add_subcommand(verb->name, verb->help);
-    addArguments(*command, verb->takes, words);
-    command->callback([verb, run] { run(*verb); });
-  }
+  forEachVerb(groupOf(kind), [&](const Verb& verb) {
+    if (!std::holds_alternative<Change>(verb.run)) return;
+    CLI::App* command = parent.add_subcommand(verb.name, verb.help);
+    addArguments(*command, verb.takes, words);
+    command->callback([&verb, run] { run(verb); });
+  });
 }
 
 }  // namespace tool

@@ -84,7 +84,7 @@ struct Verb {
   bool isUpdate() const { return updates || std::holds_alternative<Change>(run); }
 };
 
-// A command with its verbs; `takes` is what stands before the verb.
+// A command with the verbs that are its own; `takes` is what stands before the verb.
 struct Group {
   const char* name;
   const char* help;
@@ -95,6 +95,8 @@ struct Group {
 
 // The verbs of a kind of registries.
 const Group& groupOf(Kind kind);
+// Its own verbs, and those that every kind has.
+void forEachVerb(const Group& group, const std::function<void(const Verb&)>& visit);
 
 inline constexpr Argument fileArgument{"FILE", "the registry file", &Words::file, Need::MustFilled};
 inline constexpr Argument jsonArgument{"--json", "print JSON", &Words::json};
