@@ -3,6 +3,7 @@
 #include <map>
 #include <utility>
 
+#include "content_update.h"
 #include "entries.h"
 #include "file_content.h"
 #include "file_verbs.h"
@@ -97,6 +98,9 @@ int watch(Kind kind, const Words& words) {
   if (files.code != 0) return reportCode(files.code, words.file);
   const std::string reason = reasonAgainst(files.content(), kind, words.bigEndian);
   if (!reason.empty()) return reportRefusal(words.file, reason);
+  // Damage may be mended while it is watched; what cannot even be opened is a mistake.
+  Content content;
+  if (const int status = readContentOf(words.file, content); status != exitDone) return status;
   platform::FileWatch watch(words.file);
   std::vector<Entry> before;
   std::string complaint;
