@@ -159,6 +159,7 @@ class Exact : public Flavour {
     return code;
   }
 
+  const char* givenPath() const noexcept { return this->registryPath; }
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
   bool isMissing() const noexcept {
     return isAbsent(this->registryPath) && isAbsent(this->backupPath);

@@ -16,6 +16,7 @@ struct Options {
   bool alike = false;
   bool compact = false;
   bool bytes = false;
+  bool getInScan = false;
 };
 
 constexpr unsigned int bitOf(Kind kind) { return 1U << static_cast<unsigned int>(kind); }
@@ -29,7 +30,8 @@ constexpr struct {
                   {"joined", &Options::joined, ofTexts},
                   {"alike", &Options::alike, ofTexts},
                   {"compact", &Options::compact, bitOf(Kind::Var)},
-                  {"bytes", &Options::bytes, ofAll}};
+                  {"bytes", &Options::bytes, ofAll},
+                  {"get-in-scan", &Options::getInScan, ofAll}};
 
 template <typename Flavour, typename Record>
 class RegistryOf final : public Registry {
@@ -37,13 +39,15 @@ class RegistryOf final : public Registry {
   RegistryOf(const char* path, const Options& options, unsigned int* code)
       : file_(path, code), options_(options) {
     if (*code != 0) return;
+    path_ = platform::utf8FromSystem(file_.givenPath());
     if (options.bigEndian) (void)file_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
     if (options.joined) (void)file_.setFeature(GENREG_JOIN_CONTINUED_LINES);
+    if (options.getInScan) (void)file_.setFeature(GENREG_GET_IN_SCAN);
   }
 
   unsigned int get(const NamedFields& key, NamedFields& found) override {
     Key wanted;
-    if (!start() || !readKey(key, wanted)) return code_;
+    if ((!options_.getInScan && !start()) || !readKey(key, wanted)) return code_;
     Record record;
     if (judge(read(wanted, record)) == 0) found = shown(record);
     return refuseOdd(key);
@@ -129,6 +133,7 @@ class RegistryOf final : public Registry {
   void setLockTimeout(std::uint64_t milliseconds) override {
     (void)file_.setLockTimeout(milliseconds);
   }
+  void setCachedReads(bool on) override { file_.setCachedReads(on); }
   bool isCommitted() const override { return !isRefused_ && file_.isUpdateCommitted(); }
 
  private:
@@ -349,7 +354,7 @@ class RegistryOf final : public Registry {
     file_.compareExactly(wanted.isExact());
     const unsigned int code = file_.Get(wanted.mask, &wanted.made.record, &record);
     if (code != 0 || wanted.isExact()) return code;
-    if (mayHide(record) && isUpdating_) learnNames();
+    if (mayHide(record) && isUpdating_ && !file_.isScanning()) learnNames();
     const bool isWhole = !mayHide(record) || (isUpdating_ && names_ && names_->complete(record));
     if (isWhole && !hasUnknown(record)) return code;
     file_.compareExactly(true);
