@@ -185,6 +185,7 @@ class Exact : public Flavour {
     return code;
   }
 
+  const char* givenPath() const noexcept { return this->registryPath; }
   bool isScanning() const noexcept { return (this->status & GENREG_STATUS_SCAN_OPEN) != 0; }
   // Whether the last operation found no file; somebody may have made one since.
   bool wasMissing() noexcept {

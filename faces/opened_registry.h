@@ -19,6 +19,7 @@ struct RegistryOptions {
   bool alike = false;
   bool compact = false;
   bool bytes = false;
+  bool getInScan = false;
 };
 
 template <typename Flavour, typename Record>
@@ -27,13 +28,15 @@ class OpenedRegistry : public Registry {
   OpenedRegistry(const char* path, const RegistryOptions& options, unsigned int* code)
       : file_(path, code), options_(options) {
     if (*code != 0) return;
+    path_ = platform::utf8FromSystem(file_.givenPath());
     if (options.bigEndian) (void)file_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
     if (options.joined) (void)file_.setFeature(GENREG_JOIN_CONTINUED_LINES);
+    if (options.getInScan) (void)file_.setFeature(GENREG_GET_IN_SCAN);
   }
 
   unsigned int get(const NamedFields& key, NamedFields& found) override {
     Key wanted;
-    if (!start() || !readKey(key, wanted)) return code_;
+    if ((!options_.getInScan && !start()) || !readKey(key, wanted)) return code_;
     Record record;
     if (judge(read(wanted, record)) == 0) found = shown(record);
     return refuseOdd(key);
@@ -58,6 +61,7 @@ class OpenedRegistry : public Registry {
   void setLockTimeout(std::uint64_t milliseconds) override {
     (void)file_.setLockTimeout(milliseconds);
   }
+  void setCachedReads(bool on) override { file_.setCachedReads(on); }
 
  protected:
   // The flavour's own reading does not show every byte of such records.
@@ -168,7 +172,7 @@ class OpenedRegistry : public Registry {
     file_.compareExactly(wanted.isExact());
     const unsigned int code = file_.Get(wanted.mask, &wanted.made.record, &record);
     if (code != 0 || wanted.isExact()) return code;
-    if (mayHide(record) && isUpdating_) learnNames();
+    if (mayHide(record) && isUpdating_ && !file_.isScanning()) learnNames();
     const bool isWhole = !mayHide(record) || (isUpdating_ && names_ && names_->complete(record));
     if (isWhole && !hasUnknown(record)) return code;
     file_.compareExactly(true);

@@ -21,7 +21,8 @@ constexpr struct {
                   {"joined", &Options::joined, ofTexts},
                   {"alike", &Options::alike, ofTexts},
                   {"compact", &Options::compact, bitOf(Kind::Var)},
-                  {"bytes", &Options::bytes, ofAll}};
+                  {"bytes", &Options::bytes, ofAll},
+                  {"get-in-scan", &Options::getInScan, ofAll}};
 template <typename Flavour, typename Record>
 std::unique_ptr<Registry> open(const char* path, const Options& options, unsigned int* code) {
   auto registry = std::make_unique<ChangingRegistry<Flavour, Record>>(path, options, code);

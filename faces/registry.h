@@ -27,13 +27,17 @@ class Registry {
   virtual unsigned int commit() = 0;
   virtual unsigned int abandon() = 0;
   virtual void setLockTimeout(std::uint64_t milliseconds) = 0;
+  virtual void setCachedReads(bool on) = 0;
   virtual bool isCommitted() const = 0;
   const std::string& cause() const noexcept { return cause_; }
+  // As it was given, UTF-8; or the global registry's own.
+  const std::string& path() const noexcept { return path_; }
   // What the caller knows of a failure that is not the registry's.
   void setCause(std::string cause) noexcept { cause_ = std::move(cause); }
 
  protected:
   std::string cause_;  // of the last operation; empty when it did not fail
+  std::string path_;
 };
 
 // Makes a registry of the kind, with options as include/zorreg.h has them, at the path, UTF-8, or

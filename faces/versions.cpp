@@ -1,6 +1,7 @@
 #include "faces/versions.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "ossinstall.h"
 
@@ -23,6 +24,12 @@ bool parseDotted(const std::string& text, std::uint64_t& code) {
 std::string versionText(std::uint64_t code) {
   char text[24] = "";
   (void)ossVersionCodeToString(code, text, sizeof text);
+  return text;
+}
+
+std::string versionHexadecimal(std::uint64_t code) {
+  char text[24];
+  (void)std::snprintf(text, sizeof text, "0x%016llX", static_cast<unsigned long long>(code));
   return text;
 }
 

@@ -4,6 +4,7 @@
 #include <new>
 #include <string_view>
 
+#include "faces/inventory.h"
 #include "faces/registry.h"
 
 struct zorreg {
@@ -14,9 +15,14 @@ struct zorreg_record {
   faces::NamedFields fields;
 };
 
+struct zorreg_list {
+  std::unique_ptr<faces::Inventory> face;
+};
+
 namespace {
 
-// Why the thread's last zorreg_open failed; such memory needs nothing when a thread ends.
+// Why the thread's last registry or list was not opened; such memory needs nothing when a thread
+// ends.
 thread_local char openCause[512] = "";
 
 void setOpenCause(std::string_view cause) noexcept {
@@ -46,6 +52,24 @@ unsigned int operate(zorreg* registry, Work work, const Records*... arguments) n
   if (code == OSS_RC_NULL_ARGUMENT) face.setCause("a null record");
   if (code == OSS_RC_NO_MEMORY) face.setCause("out of memory");
   return code;
+}
+
+// Makes a list of what `open` gives; `isComplete`: no argument beside `list` is null.
+template <typename Open>
+unsigned int openList(zorreg_list** list, bool isComplete, Open open) noexcept {
+  if (list != nullptr) *list = nullptr;
+  if (list == nullptr || !isComplete) {
+    setOpenCause(list == nullptr ? "a null place for the list" : "a null kind");
+    return OSS_RC_NULL_ARGUMENT;
+  }
+  setOpenCause("out of memory");
+  return guarded([&] {
+    auto opened = std::make_unique<zorreg_list>();
+    const unsigned int code = open(opened->face);
+    setOpenCause(code == 0 ? "" : zorreg_code_meaning(code));
+    if (code == 0) *list = opened.release();
+    return code;
+  });
 }
 
 }  // namespace
@@ -157,6 +181,14 @@ void zorreg_set_lock_timeout(zorreg* registry, uint64_t milliseconds) {
   if (registry != nullptr) registry->face->setLockTimeout(milliseconds);
 }
 
+void zorreg_set_cached_reads(zorreg* registry, int on) {
+  if (registry != nullptr) registry->face->setCachedReads(on != 0);
+}
+
+const char* zorreg_path(const zorreg* registry) {
+  return registry == nullptr ? "" : registry->face->path().c_str();
+}
+
 int zorreg_committed(const zorreg* registry) {
   return registry != nullptr && registry->face->isCommitted() ? 1 : 0;
 }
@@ -164,6 +196,20 @@ int zorreg_committed(const zorreg* registry) {
 const char* zorreg_cause(const zorreg* registry) {
   return registry == nullptr ? openCause : registry->face->cause().c_str();
 }
+
+unsigned zorreg_copies(zorreg_list** list) { return openList(list, true, faces::openCopies); }
+
+unsigned zorreg_instances(const char* kind, zorreg_list** list) {
+  return openList(list, kind != nullptr,
+                  [&](auto& face) { return faces::openInstances(kind, face); });
+}
+
+unsigned zorreg_list_next(zorreg_list* list, zorreg_record* found) {
+  if (list == nullptr || found == nullptr) return OSS_RC_NULL_ARGUMENT;
+  return guarded([&] { return list->face->next(found->fields); });
+}
+
+void zorreg_list_close(zorreg_list* list) { delete list; }
 
 const char* zorreg_code_name(unsigned code) {
   const GenRegReturnCode* row = genRegFindReturnCode(code);

@@ -48,6 +48,16 @@ constexpr std::uint64_t OSS_INSTANCE_REMOTE = 0x4;     // another machine holds 
 constexpr std::uint64_t OSS_INSTANCE_CLUSTER = 0x8;    // the cluster holds its profile
 constexpr std::uint64_t OSS_INSTANCE_DISABLED = 0x10;  // its service cannot be started
 
+// The bits as words, in the order in which they are shown.
+struct OSSInstanceFlag {
+  std::uint64_t bit;
+  const char* name;
+};
+inline constexpr OSSInstanceFlag ossInstanceFlags[] = {{OSS_INSTANCE_AUTOSTART, "autostart"},
+                                                       {OSS_INSTANCE_DISABLED, "disabled"},
+                                                       {OSS_INSTANCE_REMOTE, "remote"},
+                                                       {OSS_INSTANCE_CLUSTER, "cluster"}};
+
 // One instance. All text is NUL-terminated.
 struct OSSInstanceInfo_t {
   std::uint64_t flags;        // OSS_INSTANCE_... bits

@@ -46,7 +46,7 @@ struct Handle {
     isCommitted = false;
     return complaint.code;
   }
-  unsigned int begin(std::uint64_t request) {
+  unsigned int begin(std::uint64_t request = GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR) {
     const unsigned int code = engine().BeginUpdate(request);
     if (code == 0) updating = true;
     return note(code, false);
@@ -58,6 +58,10 @@ struct Handle {
   unsigned int abandon() noexcept {
     updating = false;
     return engine().AbandonUpdate();
+  }
+  void cacheReads(bool on) noexcept { engine().setCachedReads(on); }
+  void lockTimeout(std::uint64_t milliseconds) noexcept {
+    (void)engine().setLockTimeout(milliseconds);
   }
 
   std::string file;
@@ -280,13 +284,5 @@ class HandleOf : public Handle, private Kind::Flavour {
   std::string backup_;
   bool scans_ = false;
 };
-
-// The end of an operation: stores its code, or throws it where `error` is throws().
-inline void report(unsigned int code, const Handle* handle, std::error_code& error) {
-  if (code != 0 && handle != nullptr && &error == &throws()) {
-    throw Error(errorCode(code), handle->file, handle->cause, handle->isCommitted);
-  }
-  report(code, std::string(), error);
-}
 
 }  // namespace zor::detail

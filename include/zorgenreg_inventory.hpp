@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <system_error>
 #include <type_traits>
@@ -46,6 +47,74 @@ struct Instance {
 };
 
 namespace detail {
+
+#ifdef ZOR_OVER_C
+
+inline std::string textOf(const zorreg_record* record, const char* field) {
+  const char* text = zorreg_record_get(record, field);
+  return text == nullptr ? "" : text;
+}
+inline std::uint64_t versionIn(const zorreg_record* record) {
+  std::uint64_t code = 0;
+  (void)ossVersionStringToCode(textOf(record, "version").c_str(), &code);
+  return code;
+}
+
+inline void read(const zorreg_record* info, Copy& copy) {
+  copy = {textOf(info, "copyName"), textOf(info, "service"), versionIn(info),
+          textOf(info, "installPath")};
+}
+inline void read(const zorreg_record* info, Instance& instance) {
+  instance = {textOf(info, "instanceName"),
+              textOf(info, "kind"),
+              versionIn(info),
+              textOf(info, "instancePath"),
+              textOf(info, "installPath"),
+              textOf(info, "hostName"),
+              textOf(info, "copyName"),
+              0};
+  const std::string words = " " + textOf(info, "flags") + " ";
+  for (const OSSInstanceFlag& row : ossInstanceFlags) {
+    const bool isSet = words.find(" " + std::string(row.name) + " ") != std::string::npos;
+    if (isSet) instance.flags |= row.bit;
+  }
+}
+
+// All entries that can be read; the first failure, and of which entry.
+template <typename Entry>
+std::vector<Entry> readList(unsigned int code, zorreg_list* list, std::error_code& error) {
+  const std::unique_ptr<zorreg_list, void (*)(zorreg_list*)> closing(list, zorreg_list_close);
+  const std::unique_ptr<zorreg_record, void (*)(zorreg_record*)> info(zorreg_record_new(),
+                                                                      zorreg_record_free);
+  std::vector<Entry> entries;
+  std::string which;
+  if (info == nullptr) throw std::bad_alloc();
+  unsigned int next = list == nullptr ? GENREG_RC_END : 0;
+  while (next != GENREG_RC_END) {
+    next = zorreg_list_next(list, info.get());
+    if (next == 0) read(info.get(), entries.emplace_back());
+    if (next == 0 || next == GENREG_RC_END || code != 0) continue;
+    code = next;
+    const char* name = zorreg_record_get(info.get(), "instanceName");
+    which =
+        (name == nullptr ? "" : name + std::string(" of copy ")) + textOf(info.get(), "copyName");
+  }
+  report(code, which, error);
+  return entries;
+}
+
+inline std::vector<Copy> readCopies(std::error_code& error) {
+  zorreg_list* list = nullptr;
+  const unsigned int code = zorreg_copies(&list);
+  return readList<Copy>(code, list, error);
+}
+inline std::vector<Instance> readInstances(const char* kind, std::error_code& error) {
+  zorreg_list* list = nullptr;
+  const unsigned int code = zorreg_instances(kind, &list);
+  return readList<Instance>(code, list, error);
+}
+
+#else
 
 template <std::size_t size>
 std::string textOf(const char (&field)[size]) {
@@ -106,26 +175,35 @@ std::vector<Entry> readList(unsigned int code, void* list, unsigned int (*next)(
   return entries;
 }
 
+inline std::vector<Copy> readCopies(std::error_code& error) {
+  void* list = nullptr;
+  const unsigned int code = ossOpenServiceList(&list);
+  return readList<Copy, OSSServiceInfo_t>(code, list, ossGetNextService, ossCloseServiceList,
+                                          error);
+}
+inline std::vector<Instance> readInstances(const char* kind, std::error_code& error) {
+  void* list = nullptr;
+  unsigned int code = ossOpenInstanceList(kind, &list);
+  if (code == GENREG_RC_KEY_NOT_FOUND) code = 0;  // no copy has any
+  return readList<Instance, OSSInstanceInfo_t>(code, list, ossGetNextInstance, ossCloseInstanceList,
+                                               error);
+}
+
+#endif
+
 }  // namespace detail
 
 // The copies of the product that this machine has. What cannot be read is thrown, or `error` is the
 // first failure and the copies that can be read are given all the same.
 inline std::vector<Copy> copies(std::error_code& error = throws()) {
-  void* list = nullptr;
-  const unsigned int code = ossOpenServiceList(&list);
-  return detail::readList<Copy, OSSServiceInfo_t>(code, list, ossGetNextService,
-                                                  ossCloseServiceList, error);
+  return detail::readCopies(error);
 }
 
 // The instances of kind "ZOR" or "ZEM". Reading one may ask the service control manager or another
 // machine. Errors as copies'.
 inline std::vector<Instance> instances(const std::string& kind = "ZOR",
                                        std::error_code& error = throws()) {
-  void* list = nullptr;
-  unsigned int code = ossOpenInstanceList(kind.c_str(), &list);
-  if (code == GENREG_RC_KEY_NOT_FOUND) code = 0;  // no copy has any
-  return detail::readList<Instance, OSSInstanceInfo_t>(code, list, ossGetNextInstance,
-                                                       ossCloseInstanceList, error);
+  return detail::readInstances(kind.c_str(), error);
 }
 
 // A version code as people write it: "9.1.0.0".

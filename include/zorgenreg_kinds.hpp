@@ -1,8 +1,8 @@
 // The kinds of registry behind zorgenreg_registries.hpp, and how their records become those of the
 // flavours and back. Nothing here is for callers.
 //
-// A kind's records are filled into a cleared record of its flavour, and what they cannot hold is
-// complained of; what the flavour has read becomes a record again:
+// A kind's records are checked and filled into a cleared record of its flavour; what the flavour
+// has read becomes a record again:
 //
 //   BinVarValRecord native{};
 //   NoMemory memory;
@@ -11,54 +11,20 @@
 //   if (complaint.code == 0) use(VariablesKind::read(native));
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <variant>
 #include <vector>
 
 #include "genreg.h"
 #include "zorgenreg_records.hpp"
+#include "zorgenreg_rules.hpp"
 
 namespace zor::detail {
-
-// Why a record cannot be stored; the first complaint stays.
-struct Complaint {
-  unsigned int code = 0;
-  std::string words{};
-
-  // Whether no stored text is like that, so that a key of it finds nothing.
-  bool isOfBytes() const noexcept {
-    return code == GENREG_RC_BAD_ARGUMENT || code == OSS_RC_BUFFER_TOO_SMALL;
-  }
-  void add(unsigned int found, const std::string& text) {
-    if (code == 0) *this = {found, text};
-  }
-  void checkText(const char* name, const std::string& text, const char* barred = "") {
-    const bool isOdd =
-        text.find('\0') != std::string::npos || text.find_first_of(barred) != std::string::npos;
-    if (isOdd) add(GENREG_RC_BAD_ARGUMENT, std::string(name) + " holds a byte that it may not");
-  }
-  void checkName(const char* name, const std::string& text, const char* barred = "") {
-    if (text.empty()) add(GENREG_RC_NO_ARGUMENT, std::string(name) + " is empty");
-    checkText(name, text, barred);
-  }
-  // Copies a text into a cleared field of `size` bytes.
-  void put(const char* name, const std::string& text, char* field, std::size_t size) {
-    checkText(name, text);
-    if (text.size() >= size) {
-      add(OSS_RC_BUFFER_TOO_SMALL,
-          std::string(name) + " has at most " + std::to_string(size - 1) + " bytes");
-    }
-    if (code == 0) (void)text.copy(field, size - 1);
-  }
-};
 
 inline const char* commentOf(const VarValRecord& record) noexcept { return record.Comment; }
 inline const char* commentOf(const ServiceEntryRecord& record) noexcept { return record.comment; }
@@ -74,11 +40,16 @@ inline bool sameComment(const char* stored, const char* given) noexcept {
   return std::strcmp(*stored == ' ' ? stored + 1 : stored, given) == 0;
 }
 
+// Copies a text, as far as it fits, into a cleared field.
+inline void put(const std::string& text, char* field, std::size_t size) {
+  (void)text.copy(field, size);
+}
+
 // A kind of registry:
-//   Flavour, Record, Native; identity; isUnique: the flavour refuses a second record of an identity
-//   fill(record, native, memory, complaint)  native is cleared; `memory` lasts as long as it
-//   read(native), isEntry(native)
-//   sameRest(stored, given)  what the flavour leaves out when it compares whole records
+//   Flavour, Record, Native; identity, and other masks of keys; isUnique: the flavour refuses a
+//   second record of an identity fill(record, native, memory, complaint)  native is cleared;
+//   `memory` lasts as long as it read(native), isEntry(native) sameRest(stored, given)  what the
+//   flavour leaves out when it compares whole records
 
 struct NoMemory {};
 
@@ -91,19 +62,15 @@ struct VariablesKind {
   static constexpr bool isText = false;
   static constexpr bool isUnique = false;
 
-  static void fillName(const std::string& name, std::size_t size, Native& native,
-                       Complaint& complaint) {
-    complaint.checkName("Variable", name);
-    complaint.put("Variable", name, native.Variable, size);
-  }
-  // Another program may have filled the field without a terminator.
   static void fillKey(const std::string& name, Native& native, Complaint& complaint) {
-    fillName(name, sizeof native.Variable + 1, native, complaint);
+    checkVariable(name, true, complaint);
+    put(name, native.Variable, sizeof native.Variable);
   }
   static void fill(const Record& record, Native& native, Memory&, Complaint& complaint) {
-    fillName(record.name, sizeof native.Variable, native, complaint);
+    check(record, complaint);
+    put(record.name, native.Variable, sizeof native.Variable);
     native.Value = record.value;
-    complaint.put("Comment", record.comment, native.Comment, sizeof native.Comment);
+    put(record.comment, native.Comment, sizeof native.Comment);
   }
   static Record read(const Native& native) {
     return {textIn(native.Variable, sizeof native.Variable), native.Value,
@@ -125,16 +92,15 @@ struct ProfileKind {
   static constexpr bool isUnique = false;
 
   static void fillKey(const std::string& name, Native& native, Complaint& complaint) {
-    complaint.checkName("Variable", name, "\r\n");
+    checkAssignment(name, complaint);
     native.Contains = VARVAL_HAS_VARIABLE;
     native.Variable = name.c_str();
   }
   static void fill(const Record& record, Native& native, Memory&, Complaint& complaint) {
+    check(record, complaint);
     fillKey(record.name, native, complaint);
-    complaint.checkText("Value", record.value, "\r\n");
     native.Value = record.value.c_str();
     if (!record.comment) return;
-    complaint.checkText("Comment", *record.comment, "\r\n");
     native.Contains |= VARVAL_HAS_COMMENT;
     native.Comment = record.comment->c_str();
   }
@@ -155,9 +121,10 @@ struct ServicesKind {
   using Native = ServiceEntryRecord;
   using Memory = std::vector<const char*>;
   static constexpr std::uint64_t identity = SERVICES_IDENTITY;
+  static constexpr std::uint64_t byName = SERVICES_NAME;
+  static constexpr std::uint64_t byPort = SERVICES_PORT | SERVICES_PROTOCOL;
   static constexpr bool isText = true;
   static constexpr bool isUnique = true;
-  static constexpr const char* noWord = " \t\r\n#";
 
   // Network order has the high byte first.
   static std::uint16_t networkOrder(std::uint16_t host) noexcept {
@@ -170,40 +137,30 @@ struct ServicesKind {
   static std::uint16_t hostOrder(std::uint16_t network) noexcept { return networkOrder(network); }
 
   static void fillName(const std::string& name, Native& native, Complaint& complaint) {
-    complaint.checkName("Name", name, noWord);
+    checkName(name, complaint);
     native.Contains = SERVICES_HAS_SERVICE;
     native.name = name.c_str();
   }
   static void fillPort(std::uint16_t port, Native& native, Complaint& complaint) {
-    if (port == 0) complaint.add(GENREG_RC_SERVICES_PACK_NO_PORT, "Port is 0");
+    checkPort(port, complaint);
     native.Contains = SERVICES_HAS_SERVICE;
     native.port = networkOrder(port);
   }
   static void fillProtocol(const std::string& protocol, Native& native, Complaint& complaint) {
-    complaint.checkName("Protocol", protocol, noWord);
+    checkProtocol(protocol, complaint);
     native.protocol = protocol.c_str();
   }
   static void fill(const Record& record, Native& native, Memory& aliases, Complaint& complaint) {
+    check(record, complaint);
     fillName(record.name, native, complaint);
     fillPort(record.port, native, complaint);
     fillProtocol(record.protocol, native, complaint);
-    const char* const known[] = {"tcp", "udp", "ddp", "divert"};
-    if (std::find(std::begin(known), std::end(known), record.protocol) == std::end(known)) {
-      complaint.add(GENREG_RC_SERVICES_BAD_PROTOCOL, "Protocol is not tcp, udp, ddp or divert");
-    }
-    for (const std::string& alias : record.aliases) {
-      complaint.checkName("Aliases", alias, noWord);
-      aliases.push_back(alias.c_str());
-    }
-    if (aliases.size() >= SERVICES_ALIAS_SLOTS) {
-      complaint.add(OSS_RC_BUFFER_TOO_SMALL, "Aliases has at most 127 words");
-    }
+    for (const std::string& alias : record.aliases) aliases.push_back(alias.c_str());
     if (!aliases.empty()) {
       aliases.push_back(nullptr);
       native.aliases = aliases.data();
     }
     if (!record.comment) return;
-    complaint.checkText("Comment", *record.comment, "\r\n");
     native.Contains |= SERVICES_HAS_COMMENT;
     native.comment = record.comment->c_str();
   }
@@ -231,67 +188,50 @@ struct ServicesKind {
   }
 };
 
-template <typename Record>
-constexpr std::uint32_t globalType = std::is_same_v<Record, GlobalInstance>
-                                         ? GLOBALREG_RECORD_INSTANCE
-                                         : (std::is_same_v<Record, GlobalServices>
-                                                ? GLOBALREG_RECORD_SERVICES
-                                                : GLOBALREG_RECORD_VARIABLE);
-
-// Hands the fields of a global record to `take`, in the order of its table in genreg_global.h.
-template <typename Record, typename Take>
-void walk(Record& record, const Take& take) {
-  const auto each = [&](auto&... fields) { (take(fields), ...); };
-  std::apply(each, fieldsOf(record));
-}
-
 // A field as the classes store it: a truth value is a number of four bytes.
 template <typename Value>
 using Stored = std::conditional_t<std::is_same_v<Value, bool>, std::uint32_t, Value>;
 
-// The global registry, which also knows its own path.
-class GlobalAt : public GlobalReg {
- public:
-  GlobalAt(const char* path, unsigned int* rc) noexcept : GlobalReg(path, rc) {}
-  // The global registry's own path now; empty when there is none.
-  static std::string ownPath() {
-    struct Named : GlobalReg {
-      using GlobalReg::getRegFilePath;
-    };
-    char path[GENREG_PATH_SIZE] = "";
-    (void)Named().getRegFilePath(path, sizeof path);
-    return path;
-  }
-};
+// The global registry's own path now; empty when there is none.
+inline std::string ownGlobalPath() {
+  struct Named : GlobalReg {
+    using GlobalReg::getRegFilePath;
+  };
+  char path[GENREG_PATH_SIZE] = "";
+  (void)Named().getRegFilePath(path, sizeof path);
+  return path;
+}
 
 struct GlobalKind {
-  using Flavour = GlobalAt;
+  using Flavour = GlobalReg;
   using Record = GlobalRecord;
   using Native = GlobalRegRecord;
   using Memory = NoMemory;
   static constexpr bool isText = false;
   static constexpr bool isUnique = true;
+  template <typename Type>
+  static std::uint64_t identityOf() noexcept {
+    return globalRegFindType(globalType<Type>)->identity;
+  }
 
   template <typename Fields>
   static void fillFields(const Fields& fields, Native& native, Complaint& complaint) {
     const GlobalRegType& type = *globalRegFindType(globalType<Fields>);
     native.RecordType = type.type;
     native.CheckSum = fields.checkSum;
-    const GlobalRegField* field = type.fields;
-    const auto take = [&](const auto& value) {
-      const GlobalRegField& row = *field++;
+    check(fields, complaint);
+    walk(fields, [&](const GlobalRegField& row, const auto& value) {
       if (!value) return;
       using Value = std::decay_t<decltype(*value)>;
       char* memory = reinterpret_cast<char*>(&native) + row.offset;
       native.FieldMask |= row.bit;
       if constexpr (std::is_same_v<Value, std::string>) {
-        complaint.put(row.name, *value, memory, row.width);
+        put(*value, memory, row.width);
       } else {
         const Stored<Value> number = *value;
         std::memcpy(memory, &number, sizeof number);
       }
-    };
-    walk(fields, take);
+    });
   }
   static void fill(const Record& record, Native& native, Memory&, Complaint& complaint) {
     std::visit([&](const auto& fields) { fillFields(fields, native, complaint); }, record);
@@ -300,9 +240,7 @@ struct GlobalKind {
   static Fields readFields(const Native& native) {
     Fields fields{};
     fields.checkSum = native.CheckSum;
-    const GlobalRegField* field = globalRegFindType(globalType<Fields>)->fields;
-    const auto take = [&](auto& value) {
-      const GlobalRegField& row = *field++;
+    walk(fields, [&](const GlobalRegField& row, auto& value) {
       if ((native.FieldMask & row.bit) == 0) return;
       using Value = std::decay_t<decltype(*value)>;
       const char* memory = reinterpret_cast<const char*>(&native) + row.offset;
@@ -313,8 +251,7 @@ struct GlobalKind {
         std::memcpy(&number, memory, sizeof number);
         value = static_cast<Value>(number);
       }
-    };
-    walk(fields, take);
+    });
     return fields;
   }
   static Record read(const Native& native) {

@@ -37,6 +37,13 @@
 #include "genreg_codes.h"
 #include "zorreg.h"
 
+// Where a compiler spells C++ names in its own way, or ZOR_OVER_C is defined, all of this stands
+// over the plain C functions of zorreg.h and those of ossinstall.h, else over the classes of
+// genreg.h.
+#if defined(_MSC_VER) && !defined(ZOR_OVER_C)
+#define ZOR_OVER_C 1
+#endif
+
 namespace zor {
 
 // --- errors ---
@@ -139,25 +146,30 @@ inline std::error_code& throws() noexcept {
 
 namespace detail {
 
-// Whether every path has a text in the encoding of the system services: that of Windows is the code
-// page of the process, and none but UTF-8 has this character.
+// Whether every path has a text that is taken: over C it is UTF-8; the encoding of the system
+// services on Windows is the code page of the process, and none but UTF-8 has this character.
 inline bool pathsAreUtf8() noexcept {
+#ifdef ZOR_OVER_C
+  return true;
+#else
   zorreg* registry = nullptr;
   const unsigned int code = zorreg_open("bin", "\xF0\x9F\x97\x8E", &registry);
   zorreg_close(registry);
   return code == 0;
+#endif
 }
 
 }  // namespace detail
 
-// Where a registry is: text in the system's 8-bit encoding, as the classes take it.
+// Where a registry is: text in the system's 8-bit encoding, as the classes take it; over C, UTF-8
+// on Windows.
 struct Path {
   // A path; null is the empty one.
   Path(const char* path) : text(path == nullptr ? "" : path) {}
   Path(std::string path) : text(std::move(path)) {}
   // Its native text. Where that is wide, which the classes do not take, it is the same in ASCII, or
-  // in UTF-8 when that is the code page of the process; else it fails as GENREG_RC_PATH_ENCODING,
-  // never as another file, and can be given as text in the code page.
+  // in UTF-8 over C or when that is the code page of the process; else it fails as
+  // GENREG_RC_PATH_ENCODING, never as another file, and can be given as text in the code page.
   Path(const std::filesystem::path& path) { take(path); }
   std::string text{};     // the path
   unsigned int code = 0;  // why it cannot be taken

@@ -19,7 +19,6 @@
 // by get, but not changed (GENREG_RC_UPDATE_IN_SCAN, GENREG_RC_OPEN_FOR_OPERATION), and has no
 // second loop (GENREG_RC_SCAN_OPEN).
 //
-//
 // What is asked for by a name that no record can have, one that is too long or holds a NUL for
 // instance, is not there.
 //
@@ -27,9 +26,9 @@
 // zor::Error. With a std::error_code there it clears it or stores what failed, and returns the
 // value of "nothing"; registry.cause() has the words then. Either may throw std::bad_alloc.
 //
-// threads and processes take turns by its locks. It can be moved, also while an Update or a loop
+// A registry is used by one thread at a time; several of one file, in any
+// threads and processes, take turns by its locks. It can be moved, also while an Update or a loop
 // uses it; what was moved from fails with GENREG_RC_NOT_READY.
-#pragma once
 #pragma once
 
 #include <chrono>
@@ -44,11 +43,26 @@
 #include <utility>
 #include <variant>
 
-#include "genreg.h"
-#include "zorgenreg_handle.hpp"
 #include "zorgenreg_records.hpp"
+#ifdef ZOR_OVER_C
+#include "zorgenreg_c_handle.hpp"
+#else
+#include "zorgenreg_handle.hpp"
+#endif
 
 namespace zor {
+
+namespace detail {
+
+// The end of an operation: stores its code, or throws it where `error` is throws().
+inline void report(unsigned int code, const Handle* handle, std::error_code& error) {
+  if (code != 0 && handle != nullptr && &error == &throws()) {
+    throw Error(errorCode(code), handle->file, handle->cause, handle->isCommitted);
+  }
+  report(code, std::string(), error);
+}
+
+}  // namespace detail
 
 class Update;
 
@@ -178,14 +192,14 @@ class Registry {
   // Whether the content is kept in memory between reads: the answers are the same, many reads of a
   // file that nobody changes are faster. Of a Global nothing is kept.
   void cacheReads(bool on) noexcept {
-    if (handle_ != nullptr) handle_->engine().setCachedReads(on);
+    if (handle_ != nullptr) handle_->cacheReads(on);
   }
 
   // How long a change waits for another writer before it fails
   // (std::errc::device_or_resource_busy); 0, as made: for ever.
   void lockTimeout(std::chrono::milliseconds limit) noexcept {
     const auto count = static_cast<std::uint64_t>(limit.count() < 0 ? 0 : limit.count());
-    if (handle_ != nullptr) (void)handle_->engine().setLockTimeout(count);
+    if (handle_ != nullptr) handle_->lockTimeout(count);
   }
 
   // The path as it was given.
@@ -350,27 +364,27 @@ class Services : public Registry<detail::ServicesKind> {
 
   // The first service of that name, whatever its protocol; an alias is not looked for.
   std::optional<Service> get(const std::string& name, std::error_code& error = throws()) {
-    return find(SERVICES_NAME, keyOf(name), error);
+    return find(Kind::byName, keyOf(name), error);
   }
   // The service of that name and protocol.
   std::optional<Service> get(const std::string& name, const std::string& protocol,
                              std::error_code& error = throws()) {
-    return find(SERVICES_IDENTITY, keyOf(name, protocol), error);
+    return find(Kind::identity, keyOf(name, protocol), error);
   }
   // The first service of that port, in host byte order, and protocol.
   std::optional<Service> get(std::uint16_t port, const std::string& protocol,
                              std::error_code& error = throws()) {
-    return find(SERVICES_PORT | SERVICES_PROTOCOL, keyOf(port, protocol), error);
+    return find(Kind::byPort, keyOf(port, protocol), error);
   }
 
   // Removes the service of that name and protocol, or of that port and protocol, of which there
   // must not be several (GENREG_RC_AMBIGUOUS). Returns whether there was one.
   bool remove(const std::string& name, const std::string& protocol,
               std::error_code& error = throws()) {
-    return removeWhere(SERVICES_IDENTITY, keyOf(name, protocol), error);
+    return removeWhere(Kind::identity, keyOf(name, protocol), error);
   }
   bool remove(std::uint16_t port, const std::string& protocol, std::error_code& error = throws()) {
-    return removeWhere(SERVICES_PORT | SERVICES_PROTOCOL, keyOf(port, protocol), error);
+    return removeWhere(Kind::byPort, keyOf(port, protocol), error);
   }
 };
 
@@ -381,10 +395,12 @@ class Services : public Registry<detail::ServicesKind> {
 //   global.get<zor::GlobalServices>("ZOR");
 //   global.get<zor::GlobalVariable>("ZOR", "Trace");   // service, variable
 class Global : public Registry<detail::GlobalKind> {
+  using Kind = detail::GlobalKind;
+
  public:
   // At the global registry's own path: that of ZOR_GLOBAL_REG_PATHNAME, else "global.reg".
   Global() : Global(throws()) {}
-  explicit Global(std::error_code& error) : Global(Path(detail::GlobalAt::ownPath()), error) {}
+  explicit Global(std::error_code& error) : Global(Path(detail::ownGlobalPath()), error) {}
   // As Variables'.
   explicit Global(const Path& path, std::error_code& error = throws()) : Registry(path, error) {}
 
@@ -437,18 +453,14 @@ class Global : public Registry<detail::GlobalKind> {
     };
   }
   template <typename Type>
-  static std::uint64_t identity() {
-    return globalRegFindType(detail::globalType<Type>)->identity;
-  }
-  template <typename Type>
   std::optional<Type> only(const Type& key, std::error_code& error) {
-    const std::optional<GlobalRecord> found = find(identity<Type>(), filling(key), error);
+    const std::optional<GlobalRecord> found = find(Kind::identityOf<Type>(), filling(key), error);
     if (!found) return {};
     return std::get<Type>(*found);
   }
   template <typename Type>
   bool removeKey(const Type& key, std::error_code& error) {
-    return removeWhere(identity<Type>(), filling(key), error);
+    return removeWhere(Kind::identityOf<Type>(), filling(key), error);
   }
 };
 
@@ -464,9 +476,7 @@ class Update {
   template <typename Kind>
   explicit Update(Registry<Kind>& registry, std::error_code& error = throws())
       : handle_(registry.handle_) {
-    const unsigned int code = handle_ == nullptr
-                                  ? GENREG_RC_NOT_READY
-                                  : handle_->begin(GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR);
+    const unsigned int code = handle_ == nullptr ? GENREG_RC_NOT_READY : handle_->begin();
     if (code != 0) handle_ = nullptr;
     detail::report(code, registry.handle_.get(), error);
   }

@@ -89,6 +89,7 @@
  *               "=", columns, carriage returns; a line that is changed keeps its look
  *   compact     var: new lines are NAME=VALUE
  *   bytes       values need not be UTF-8
+ *   get-in-scan zorreg_get may be called while a scan is open
  *
  * Threads. A zorreg and a zorreg_record are used by one thread at a time, on one side of a fork;
  * different ones by different threads. Two zorregs, in one process or several, take turns.
@@ -139,6 +140,7 @@ extern "C" {
 
 typedef struct zorreg zorreg;               /* one registry */
 typedef struct zorreg_record zorreg_record; /* named fields with values */
+typedef struct zorreg_list zorreg_list;     /* copies of the product, or instances */
 
 /* --- registries --- */
 
@@ -246,6 +248,11 @@ GENREG_API unsigned zorreg_abandon(zorreg* registry);
  * that it is GENREG_RC_BUSY. Null is fine. */
 GENREG_API void zorreg_set_lock_timeout(zorreg* registry, uint64_t milliseconds);
 
+/* Whether the content is kept in memory between reads (1; 0, as made): the answers are the same,
+ * many reads of a file that nobody changes are faster. Of kind global nothing is kept. Null is
+ * fine. */
+GENREG_API void zorreg_set_cached_reads(zorreg* registry, int on);
+
 /* 1 when the last add, change, set, delete or commit has been committed, whatever it returned: when
  * only something behind the commit failed, the code alone does not say. Else 0, also for null, for
  * an operation within an update, and when nothing had to be written. */
@@ -253,8 +260,36 @@ GENREG_API int zorreg_committed(const zorreg* registry);
 
 /* Why the last operation on this handle failed, in words and with the file's or field's name; empty
  * when it did not. Stays until the handle's next operation. Of null, why this thread's last
- * zorreg_open failed, empty when it did not; stays until its next one. */
+ * zorreg_open, zorreg_copies or zorreg_instances failed, empty when it did not; stays until its
+ * next one. */
 GENREG_API const char* zorreg_cause(const zorreg* registry);
+
+/* The path as it was given to zorreg_open, or the global registry's own; empty for null. Stays as
+ * long as the handle. */
+GENREG_API const char* zorreg_path(const zorreg* registry);
+
+/* --- what is installed on the machine --- */
+
+/* Begins the list of the installed copies of the product, or of the instances of kind "ZOR" or
+ * "ZEM", which may be none. *list is ended by zorreg_list_close; null after a failure. Codes as
+ * ossOpenServiceList and ossOpenInstanceList of ossinstall.h. */
+GENREG_API unsigned zorreg_copies(zorreg_list** list);
+GENREG_API unsigned zorreg_instances(const char* kind, zorreg_list** list);
+
+/* Stores the next entry in `found`, in place of what it held: of a copy the fields
+ *   service version versionCode level copyName installPath
+ * of an instance
+ *   kind instanceName version versionCode copyName installPath instancePath flags hostName
+ * version is "9.1.0.0", versionCode the same as "0x0009000100000000"; flags are words with a blank
+ * between them of autostart, disabled, remote and cluster; what the machine stores as no UTF-8
+ * comes out byte for byte. GENREG_RC_END behind the last one, as often as it is asked. Any other
+ * code (GENREG_RC_NEXT_SERVICE, GENREG_RC_NEXT_INSTANCE) is that of an entry that cannot be read;
+ * `found` has its copyName, and instanceName, alone then, and the next call goes on. Reading an
+ * instance may ask the service control manager or another machine. */
+GENREG_API unsigned zorreg_list_next(zorreg_list* list, zorreg_record* found);
+
+/* Null is fine. */
+GENREG_API void zorreg_list_close(zorreg_list* list);
 
 /* The name of a code ("GENREG_RC_END") and its meaning, in static memory; never null. */
 GENREG_API const char* zorreg_code_name(unsigned code);

@@ -54,12 +54,6 @@ bool parseVersion(const std::string& text, std::uint64_t& code) {
   return true;
 }
 
-std::string versionHexadecimal(std::uint64_t code) {
-  char text[24];
-  (void)std::snprintf(text, sizeof text, "0x%016llX", static_cast<unsigned long long>(code));
-  return text;
-}
-
 template <std::size_t Size>
 std::string field(const char (&text)[Size]) {
   return printable(text, Size);
@@ -67,19 +61,10 @@ std::string field(const char (&text)[Size]) {
 
 std::string orDash(const std::string& text) { return text.empty() ? "-" : text; }
 
-struct FlagName {
-  std::uint64_t flag;
-  const char* name;
-};
-constexpr FlagName flagNames[] = {{OSS_INSTANCE_AUTOSTART, "autostart"},
-                                  {OSS_INSTANCE_DISABLED, "disabled"},
-                                  {OSS_INSTANCE_REMOTE, "remote"},
-                                  {OSS_INSTANCE_CLUSTER, "cluster"}};
-
 std::vector<std::string> flagsOf(const OSSInstanceInfo_t& record) {
   std::vector<std::string> flags;
-  for (const FlagName& row : flagNames) {
-    if ((record.flags & row.flag) != 0) flags.emplace_back(row.name);
+  for (const OSSInstanceFlag& row : ossInstanceFlags) {
+    if ((record.flags & row.bit) != 0) flags.emplace_back(row.name);
   }
   return flags;
 }
@@ -115,7 +100,7 @@ Line lineOf(const OSSInstanceInfo_t& record) {
 Json jsonOf(const OSSServiceInfo_t& record) {
   return {{"service", record.service},
           {"version", faces::versionText(record.versionCode)},
-          {"versionCode", versionHexadecimal(record.versionCode)},
+          {"versionCode", faces::versionHexadecimal(record.versionCode)},
           {"level", record.level},
           {"copyName", record.copyName},
           {"installPath", record.installPath}};
@@ -124,7 +109,7 @@ Json jsonOf(const OSSInstanceInfo_t& record) {
   return {{"kind", record.service},
           {"instanceName", record.instanceName},
           {"version", faces::versionText(record.versionCode)},
-          {"versionCode", versionHexadecimal(record.versionCode)},
+          {"versionCode", faces::versionHexadecimal(record.versionCode)},
           {"copyName", record.copyName},
           {"installPath", record.installPath},
           {"instancePath", record.instancePath},
@@ -268,9 +253,10 @@ int showVersion(const Arguments& arguments) {
   const std::string text = faces::versionText(code);
   const int packed = ossVersionCodeServiceToZOR(code);
   if (arguments.json) {
-    printJson({{"version", text}, {"versionCode", versionHexadecimal(code)}, {"packed", packed}});
+    printJson(
+        {{"version", text}, {"versionCode", faces::versionHexadecimal(code)}, {"packed", packed}});
   } else {
-    std::printf("%s  %s  %d\n", text.c_str(), versionHexadecimal(code).c_str(), packed);
+    std::printf("%s  %s  %d\n", text.c_str(), faces::versionHexadecimal(code).c_str(), packed);
   }
   return exitDone;
 }

@@ -1,4 +1,4 @@
-// zorgenreg.hpp's lists of copies and instances.
+// zorgenreg.hpp's lists of copies and instances, and those of the C interface.
 #include "support/machine_fixture.h"
 #include "zorgenreg.hpp"
 
@@ -48,6 +48,54 @@ TEST_F(CppInventory, WhatCannotBeReadDoesNotHideTheRest) {
     const auto instances = zor::instances("ZOR", error);
     EXPECT_EQ(shown(instances, error, [] { return zor::instances(); }), row.instances);
   }
+}
+
+// What a list of the C interface gives: fields with their values, and codes.
+template <typename Open>
+std::string listed(Open open) {
+  zorreg_list* list = nullptr;
+  zorreg_record* record = zorreg_record_new();
+  std::string all = open(&list) == 0 ? "" : "not opened";
+  unsigned int code = 0;
+  while ((code = zorreg_list_next(list, record)) != GENREG_RC_END && list != nullptr) {
+    if (code != 0) all += codeText(code) + " ";
+    const char* field = nullptr;
+    for (std::size_t i = 0; (field = zorreg_record_field(record, i)) != nullptr; ++i) {
+      all += std::string(field) + "=" + zorreg_record_get(record, field) + " ";
+    }
+    all += ";";
+  }
+  EXPECT_EQ(zorreg_list_next(list, record), code);
+  zorreg_record_free(record);
+  zorreg_list_close(list);
+  return all;
+}
+
+TEST_F(CppInventory, TheCInterfaceListsTheFieldsThatTheToolPrints) {
+  machine(keys("A; A/I1|ZORINSTPROF=D:; A/I2|ZORREMOTEPREG=OTHER; B; B/J") +
+          productKey("\\INSTALLEDCOPIES\\B", "\"ZOR Path Name\"=-\n"));
+  const auto instances = [](const char* kind) {
+    return listed([=](zorreg_list** list) { return zorreg_instances(kind, list); });
+  };
+  remoteMachine("OTHER", productKey("\\INSTALLEDCOPIES\\A\\I2", "\"ZORINSTPROF\"=\"R:\"\n"));
+  const std::string version = "version=9.1.2.3 versionCode=0x0009000100020003 ";
+  const std::string of = version + "copyName=A installPath=C:\\X instancePath=";
+  EXPECT_EQ(listed(zorreg_copies),
+            "service=ZOR " + version + "level=2 copyName=A installPath=C:\\X ;265 copyName=B ;");
+  EXPECT_EQ(instances("ZOR"),
+            "kind=ZOR instanceName=I1 " + of +
+                "D:\\I1 flags= hostName= ;kind=ZOR instanceName=I2 " + of +
+                "R:\\I2 flags=remote hostName=OTHER ;266 instanceName=J copyName=B ;" +
+                "266 instanceName=J copyName=B ;266 instanceName=J copyName=B ;");
+  EXPECT_EQ(instances("ZEM"), "");
+  std::error_code error;
+  const zor::Instance remote = zor::instances("ZOR", error).at(1);
+  EXPECT_EQ(remote.instancePath + remote.installPath + remote.hostName, "R:\\I2C:\\XOTHER");
+  EXPECT_EQ(remote.flags, OSS_INSTANCE_REMOTE);
+  zorreg_list* list = nullptr;
+  EXPECT_EQ(zorreg_instances("x", &list), GENREG_RC_LIST_OPEN);
+  EXPECT_TRUE(list == nullptr && *zorreg_cause(nullptr) != '\0');
+  EXPECT_EQ(zorreg_instances(nullptr, &list), OSS_RC_NULL_ARGUMENT);
 }
 
 }  // namespace
