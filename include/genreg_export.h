@@ -1,7 +1,7 @@
 // Visibility of the registry library's names.
 #pragma once
 
-#if defined(_WIN32)
+#if defined(_WIN32) && !defined(ZORGENREG64_STATIC)
 #if defined(ZORGENREG64_BUILDING)
 #define GENREG_API __declspec(dllexport)
 #else

@@ -1,7 +1,7 @@
 // Visibility of the system-services library's names.
 #pragma once
 
-#if defined(_WIN32)
+#if defined(_WIN32) && !defined(ZORGENREG64_STATIC)
 #if defined(ZOROSSE_BUILDING)
 #define ZOROSSE_API __declspec(dllexport)
 #else
