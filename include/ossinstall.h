@@ -50,9 +50,10 @@ constexpr std::uint64_t OSS_INSTANCE_DISABLED = 0x10;  // its service cannot be 
 
 // The bits as words, in the order in which they are shown.
 struct OSSInstanceFlag {
-  std::uint64_t bit;
-  const char* name;
+  std::uint64_t bit;  // OSS_INSTANCE_...
+  const char* name;   // one word
 };
+// All of them.
 inline constexpr OSSInstanceFlag ossInstanceFlags[] = {{OSS_INSTANCE_AUTOSTART, "autostart"},
                                                        {OSS_INSTANCE_DISABLED, "disabled"},
                                                        {OSS_INSTANCE_REMOTE, "remote"},

@@ -12,7 +12,9 @@
 // asked for.
 #pragma once
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>

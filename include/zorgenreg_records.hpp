@@ -37,10 +37,9 @@
 #include "genreg_codes.h"
 #include "zorreg.h"
 
-// Where a compiler spells C++ names in its own way, or ZOR_OVER_C is defined, all of this stands
-// over the plain C functions of zorreg.h and those of ossinstall.h, else over the classes of
-// genreg.h.
 #if defined(_MSC_VER) && !defined(ZOR_OVER_C)
+// Where a compiler spells C++ names in its own way, or this is defined, all of zorgenreg.hpp stands
+// over the plain C functions of zorreg.h and ossinstall.h, else over the classes of genreg.h.
 #define ZOR_OVER_C 1
 #endif
 
