@@ -81,7 +81,7 @@ int edit(Kind kind, const Words& words) {
   Content content;
   std::string before;
   if (const int status = readText(kind, words, content, before); status != exitDone) return status;
-  EditedCopy copy(std::filesystem::path(words.file).filename().string());
+  EditedCopy copy(std::filesystem::u8path(words.file).filename().u8string());
   if (!copy.write(before)) {
     return reportFailure("the copy to edit, " + printable(copy.path()) + ", cannot be written");
   }

@@ -1,12 +1,12 @@
 #include "edited_copy.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
 #include "file_content.h"
+#include "platform/tool/utf8_process.h"
 #include "sysservices/file_system.h"
 
 namespace tool {
@@ -31,19 +31,19 @@ EditedCopy::EditedCopy(const std::string& baseName) {
   std::error_code none;
   const std::string name = "zorreg-edit-" + std::to_string(random()) + std::to_string(random());
   const std::filesystem::path directory = std::filesystem::temp_directory_path(none) / name;
-  directory_ = directory.string();
-  path_ = (directory / baseName).string();
+  directory_ = directory.u8string();
+  path_ = (directory / std::filesystem::u8path(baseName)).u8string();
 }
 
 EditedCopy::~EditedCopy() {
   std::error_code none;
-  if (!isKept_) (void)std::filesystem::remove_all(directory_, none);
+  if (!isKept_) (void)std::filesystem::remove_all(std::filesystem::u8path(directory_), none);
 }
 
 bool EditedCopy::write(const std::string& bytes) {
   const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory_.c_str(), ownerAlone, 1};
   if (ossPathExists(directory_.c_str()) || ossDirectoryCreate(&param) != 0) return false;
-  std::ofstream stream(path_, std::ios::binary);
+  std::ofstream stream(std::filesystem::u8path(path_), std::ios::binary);
   stream << bytes;
   stream.close();
   return stream.good();
@@ -55,16 +55,15 @@ bool EditedCopy::read(std::string& bytes) const {
 
 std::string EditedCopy::editor() {
   for (const char* variable : {"VISUAL", "EDITOR"}) {
-    const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0') return value;
+    const std::optional<std::string> value = platform::environmentValue(variable);
+    if (value && !value->empty()) return *value;
   }
   return "vi";
 }
 
 bool EditedCopy::runEditor() const {
   (void)std::fflush(stdout);
-  return std::system((editor() + " " + quoted(path_)).c_str()) ==
-         0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
+  return platform::runCommand(editor() + " " + quoted(path_));
 }
 
 }  // namespace tool
