@@ -39,6 +39,8 @@ class RegistryOf final : public Registry {
     if (*code != 0) return;
     if (options.bigEndian) (void)file_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
     if (options.joined) (void)file_.setFeature(GENREG_JOIN_CONTINUED_LINES);
+    // Lines that look like most others get their carriage returns with their layout.
+    file_.keepReturns(!options.alike);
   }
 
   unsigned int get(const NamedFields& key, NamedFields& found) override {
