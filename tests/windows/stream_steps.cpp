@@ -1,13 +1,14 @@
-// Writes and reads lines with streams of the runtime library that this program is built with, more
-// of them than the older one has in its table, and prints how many calls were taken and refused.
+// stream_steps COUNT writes and reads lines with so many streams of the runtime library that this
+// program is built with, and prints how many lines were taken and refused.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "genreg.h"
 
-int main() {
-  constexpr int count = 25;
+int main(int words, char** word) {
+  const int count = words == 2 ? std::atoi(word[1]) : 0;
   int taken = 0;
   int refused = 0;
   std::vector<std::FILE*> streams;
