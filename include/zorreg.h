@@ -151,8 +151,8 @@ typedef struct zorreg_record zorreg_record; /* named fields with values */
  * zorreg_cause(NULL) has the cause: OSS_RC_NULL_ARGUMENT; GENREG_RC_UNKNOWN_KIND;
  * GENREG_RC_NO_ARGUMENT (an empty path, an empty variable included); GENREG_RC_PATH_TOO_LONG (on
  * Windows of the path as the services spell it, in UTF-8 with a byte more at each run of letters
- * that are not ASCII, or shorter); GENREG_RC_PATH_ENCODING (on Windows: it is no UTF-8); GENREG_RC_BASE_NAME;
- * GENREG_RC_DIRECTORY_NAME. */
+ * that are not ASCII, or shorter); GENREG_RC_PATH_ENCODING (on Windows: it is no UTF-8);
+ * GENREG_RC_BASE_NAME; GENREG_RC_DIRECTORY_NAME. */
 GENREG_API unsigned zorreg_open(const char* kind, const char* path, zorreg** registry);
 
 /* Ends the handle, its scan, and its update, which is abandoned. Null is fine. */
