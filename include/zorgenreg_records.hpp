@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "genreg_codes.h"
+#include "sysservices/file_system.h"
 #include "zorreg.h"
 
 namespace zor {
@@ -139,13 +140,11 @@ inline std::error_code& throws() noexcept {
 
 namespace detail {
 
-// Whether every path has a text in the encoding of the system services: that of Windows is the code
-// page of the process, and none but UTF-8 has this character.
+// Whether the classes take paths in UTF-8: that of Windows is the code page of the process, and
+// none but UTF-8 has no character for this byte.
 inline bool pathsAreUtf8() noexcept {
-  zorreg* registry = nullptr;
-  const unsigned int code = zorreg_open("bin", "\xF0\x9F\x97\x8E", &registry);
-  zorreg_close(registry);
-  return code == 0;
+  char full[OSS_FULL_PATH_SIZE];
+  return ossAbsolutePath("\xFF", full, sizeof full) != 0;
 }
 
 }  // namespace detail
