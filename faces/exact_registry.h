@@ -137,6 +137,12 @@ class Exact : public Flavour {
     }
   }
 
+  // A text's lines keep their carriage returns, and new ones get one where the others have it.
+  void keepReturns(bool on) noexcept {
+    genreg::Session* const own = genreg::HandleAccess(*this).session();
+    if (own != nullptr) own->keepReturns(on);
+  }
+
   // From now on a text's lines are written like those of the file, or, `compact`, NAME=VALUE.
   void takeLayout(bool compact) {
     static_assert(isLine<Record>);

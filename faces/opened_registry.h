@@ -31,6 +31,8 @@ class OpenedRegistry : public Registry {
     path_ = platform::utf8FromSystem(file_.givenPath());
     if (options.bigEndian) (void)file_.setFeature(GENREG_BIG_ENDIAN_LENGTH);
     if (options.joined) (void)file_.setFeature(GENREG_JOIN_CONTINUED_LINES);
+    // Lines that look like most others get their carriage returns with their layout.
+    file_.keepReturns(!options.alike);
     if (options.getInScan) (void)file_.setFeature(GENREG_GET_IN_SCAN);
   }
 

@@ -2,7 +2,9 @@
 
 #include <climits>
 
+#include "genreg/line_text.h"
 #include "platform/byte_search.h"
+#include "platform/stream_face.h"
 
 namespace genreg {
 namespace {
@@ -120,12 +122,21 @@ char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* st
     code = routine.refuse(GENREG_RC_BAD_ARGUMENT, 10);
     return nullptr;
   }
+  if (!platform::isOfThisRuntime(stream)) {
+    code = routine.refuse(GENREG_RC_BAD_ARGUMENT, 20, genreg::text(genreg::foreignStream));
+    return nullptr;
+  }
   buffer[0] = '\0';
   code = GENREG_RC_OK;
   bool any = false;
   std::size_t length = 0;
   for (;;) {
     const int room = static_cast<int>(std::min<std::uint64_t>(size - length, INT_MAX));
+    // For less than one byte of text nothing is read; not every runtime library takes such a call.
+    if (room == 1) {
+      any = true;
+      break;
+    }
     if (std::fgets(buffer + length, room, stream) == nullptr) {
       code = GENREG_RC_NO_LINE;
       break;

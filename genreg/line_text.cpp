@@ -5,6 +5,7 @@
 #include "genreg/core/diagnostics.h"
 #include "genreg/core/record_buffer.h"
 #include "genreg_text.h"
+#include "platform/stream_face.h"
 
 namespace genreg {
 namespace {
@@ -74,6 +75,9 @@ unsigned int GenRegWriteLine(char* line, std::uint64_t width, std::FILE* stream)
     return routine.refuse(GENREG_RC_BAD_ARGUMENT, 10);
   }
   if (stream == nullptr) return routine.refuse(GENREG_RC_BAD_ARGUMENT, 20);
+  if (!platform::isOfThisRuntime(stream)) {
+    return routine.refuse(GENREG_RC_BAD_ARGUMENT, 25, genreg::text(genreg::foreignStream));
+  }
   constexpr std::size_t longest = GENREG_LINE_SIZE - 1;
   char folded[GENREG_LINE_SIZE];
   std::size_t length = 0;

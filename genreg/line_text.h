@@ -11,6 +11,9 @@
 
 namespace genreg {
 
+// Why a stream is refused that the C library beneath this library could not read.
+constexpr const char* foreignStream = "a stream of another runtime library";
+
 // A space, a tab or a carriage return; the first comparison decides for most bytes.
 constexpr bool isBlank(char byte) noexcept {
   constexpr std::uint64_t blanks = std::uint64_t{1} << ' ' | 1u << '\t' | 1u << '\r';

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "genreg/core/pending.h"
 #include "genreg/line_reader.h"
 
 namespace genreg {
@@ -91,6 +92,22 @@ void TextStore::copyOut(const Slot& slot, std::uint64_t size, void* out) noexcep
   (void)handle().unpackHook().text(out, text_);
 }
 
+// Whether a line that is written ends in a carriage return, too: as the one does that it replaces,
+// or the last whole one that a new line follows.
+bool TextStore::endsInReturn(const Frame* replaced) const noexcept {
+  if (!session().keepsReturns()) return false;
+  std::string_view before;
+  if (replaced != nullptr) {
+    before = replaced->bytes;
+  } else if (const Pending* pending = session().pending(); pending != nullptr) {
+    before = pending->last();
+  } else {
+    before = session().main().lastRead();
+  }
+  const std::size_t newline = before.rfind('\n');
+  return newline != std::string_view::npos && newline > 0 && before[newline - 1] == '\r';
+}
+
 std::string_view TextStore::pack(Routine& routine, const void* record, const Frame* replaced, Slot&,
                                  std::uint64_t, Code) noexcept {
   if (handle().packHook().text == nullptr) {
@@ -108,16 +125,24 @@ std::string_view TextStore::pack(Routine& routine, const void* record, const Fra
   }
   std::size_t length = ::strnlen(packed_, GENREG_LINE_SIZE);
   const bool hasNewline = std::memchr(packed_, '\n', length) != nullptr;
-  if (length + (hasNewline ? 0 : 1) > longestRaw) {
+  const bool isEnded = hasNewline && packed_[length - 1] == '\n';
+  if (isEnded) --length;
+  const bool hasReturn = length > 0 && packed_[length - 1] == '\r';
+  const bool isWhole = hasNewline && !isEnded;
+  const std::string_view end = isWhole                                ? std::string_view()
+                               : !hasReturn && endsInReturn(replaced) ? lineEnd
+                                                                      : lineEnd.substr(1);
+  if (length + end.size() > longestRaw) {
     const std::uint64_t tooLong = length;
     (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 94, number(tooLong));
     return {};
   }
-  if (!hasNewline) packed_[length++] = '\n';
+  length += end.copy(packed_ + length, end.size());
   const std::string_view line(packed_, length);
   // A line that joins what follows it would swallow a record.
-  if (joins() && endsInBackslash(line.substr(0, length - 1))) {
-    packed_[length - 1] = '\0';
+  const std::size_t ending = isWhole ? 1 : end.size();
+  if (joins() && endsInBackslash(line.substr(0, length - ending))) {
+    packed_[length - ending] = '\0';
     (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 96, text(packed_));
     return {};
   }

@@ -50,6 +50,7 @@ class TextStore final : public RecordStore {
   bool isSound(const Frame& frame) const noexcept override;
 
  private:
+  bool endsInReturn(const Frame* replaced) const noexcept;
   bool joins() const noexcept { return has(GENREG_JOIN_CONTINUED_LINES); }
 
   char text_[GENREG_LINE_SIZE];    // of the line that was unpacked last

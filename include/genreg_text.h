@@ -26,8 +26,12 @@ constexpr std::size_t GENREG_LINE_SIZE = 2048;
 // the joining backslashes and without a carriage return before a newline. Both are caller-owned and
 // hold `size` bytes. `rc` may be null.
 //
+// On Windows a stream of another runtime library than the one that this library calls is refused by
+// both routines: it could not be read.
+//
 // Returns `buffer`, or null when nothing was read. *rc is then or otherwise 0;
-// GENREG_RC_BAD_ARGUMENT (null buffer, line or stream, or size 0); GENREG_RC_NO_LINE at the end of
+// GENREG_RC_BAD_ARGUMENT (a null or such a stream, a null buffer or line, size 0);
+// GENREG_RC_NO_LINE at the end of
 // the file or after a read error, also when a continued line met the end: judge by the pointer.
 GENREG_API char* GenRegReadLine(char* buffer, char* line, std::uint64_t size, std::FILE* stream,
                                 unsigned int* rc, bool join) noexcept;

@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "genreg_codes.h"
+#include "sysservices/file_system.h"
 #include "zorreg.h"
 
 #if defined(_MSC_VER) && !defined(ZOR_OVER_C)
@@ -145,16 +146,14 @@ inline std::error_code& throws() noexcept {
 
 namespace detail {
 
-// Whether every path has a text that is taken: over C it is UTF-8; the encoding of the system
-// services on Windows is the code page of the process, and none but UTF-8 has this character.
+// Whether the registries take paths in UTF-8, as they do over C. The classes on Windows take them
+// in the code page of the process, and none but UTF-8 has no character for this byte.
 inline bool pathsAreUtf8() noexcept {
 #ifdef ZOR_OVER_C
   return true;
 #else
-  zorreg* registry = nullptr;
-  const unsigned int code = zorreg_open("bin", "\xF0\x9F\x97\x8E", &registry);
-  zorreg_close(registry);
-  return code == 0;
+  char full[OSS_FULL_PATH_SIZE];
+  return ossAbsolutePath("\xFF", full, sizeof full) != 0;
 #endif
 }
 

@@ -134,7 +134,7 @@ extern "C" {
 #define GENREG_RC_FIELD_MISSING 0x900003EAu  /* a field is missing that is needed here */
 #define GENREG_RC_BAD_VALUE 0x900003EBu      /* a value does not fit its field */
 #define GENREG_RC_OTHER_KIND 0x900003ECu     /* the file is a registry of another kind */
-#define GENREG_RC_PATH_ENCODING 0x900003EDu  /* Windows: a path that the system cannot spell */
+#define GENREG_RC_PATH_ENCODING 0x900003EDu  /* Windows: a path that is no UTF-8 */
 #define GENREG_RC_NO_FILE 0x90000513u        /* the registry file does not exist */
 #endif
 
@@ -152,9 +152,9 @@ typedef struct zorreg_list zorreg_list;     /* copies of the product, or instanc
  * everywhere. *registry is the handle, which zorreg_close ends, or null after a failure, of which
  * zorreg_cause(NULL) has the cause: OSS_RC_NULL_ARGUMENT; GENREG_RC_UNKNOWN_KIND;
  * GENREG_RC_NO_ARGUMENT (an empty path, an empty variable included); GENREG_RC_PATH_TOO_LONG (on
- * Windows of the path in the code page of the process); GENREG_RC_PATH_ENCODING (on Windows: it is
- * no UTF-8, or has a character that the code page of the process lacks, in which the system is
- * asked); GENREG_RC_BASE_NAME; GENREG_RC_DIRECTORY_NAME. */
+ * Windows of the path as the services spell it, in UTF-8 with a byte more at each run of letters
+ * that are not ASCII, or shorter); GENREG_RC_PATH_ENCODING (on Windows: it is no UTF-8);
+ * GENREG_RC_BASE_NAME; GENREG_RC_DIRECTORY_NAME. */
 GENREG_API unsigned zorreg_open(const char* kind, const char* path, zorreg** registry);
 
 /* Ends the handle, its scan, and its update, which is abandoned. Null is fine. */

@@ -49,7 +49,7 @@ unsigned int RegOpenKeyExA(RegistryKey parent, const char* path, RegistryKey* ke
 unsigned int RegEnumKeyExA(RegistryKey key, std::uint32_t index, char* name,
                            std::uint32_t* size) noexcept;
 
-// The bytes of a value as they are stored, in the system's 8-bit encoding for the text types, not
+// The bytes of a value as they are stored, in the services' spelling for the text types, not
 // necessarily terminated. *size is the buffer's bytes, then the value's. registryMoreData when they
 // do not fit.
 unsigned int RegQueryValueExA(RegistryKey key, const char* name, std::uint32_t* type, void* data,
@@ -64,7 +64,7 @@ void RegCloseKey(RegistryKey key) noexcept;
 // reached. `host` may begin with two backslashes.
 unsigned int RegConnectRegistryA(Machine& machine, const char* host, RegistryKey* key) noexcept;
 
-// How many bytes of `text`, at most `room`, are whole characters of the system's 8-bit encoding.
+// How many bytes of `text`, at most `room`, are whole characters.
 std::size_t wholeCharacters(const char* text, std::size_t room) noexcept;
 
 }  // namespace platform

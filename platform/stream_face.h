@@ -27,6 +27,12 @@ class StreamTarget {
   ~StreamTarget() = default;
 };
 
+// Whether a stream is of the runtime library that this library calls. Where a process may have
+// several, each can only read its own: the others' are laid out otherwise, and number files of
+// their own. For a stream that was made by one of them; nothing can be said of a pointer to
+// anything else.
+bool isOfThisRuntime(std::FILE* stream) noexcept;
+
 class StreamFace {
  public:
   StreamFace() noexcept = default;

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sysservices/environment.h"
+#include "sysservices/file_handle.h"
 #include "sysservices/inner/error_codes.h"
 #include "sysservices/inner/log_output.h"
 #include "sysservices/return_codes.h"
@@ -87,9 +89,11 @@ class Line {
     for (std::size_t i = 0; i < count && i < 64; ++i) add("%02x", bytes[i]);
   }
 
-  void write(const char* target) {
+  void write(const char* target, const OSSDiagnosticRecord& record) {
     text_[length_++] = '\n';
-    oss::appendToLog(target, text_, length_);
+    const bool isTrace =
+        record.kind != OSSRecordKind::Log && record.kind != OSSRecordKind::LogCallee;
+    oss::appendToLog(target, text_, length_, isTrace);
   }
 
  private:
@@ -156,11 +160,12 @@ void formatLine(Line& line, const OSSDiagnosticRecord& record) {
 }
 
 void writeLine(const OSSDiagnosticRecord& record) {
-  const char* target = std::getenv("ZOROSSE_LOG");
-  if (target == nullptr || *target == '\0') return;
+  char target[OSS_FULL_PATH_SIZE];
+  const std::ptrdiff_t length = ossEnvironmentGet("ZOROSSE_LOG", target, sizeof target);
+  if (length <= 0 || length >= std::ptrdiff_t{sizeof target}) return;
   Line line;
   formatLine(line, record);
-  line.write(target);
+  line.write(target, record);
 }
 
 void emit(const OSSDiagnosticRecord& record) {

@@ -3,7 +3,10 @@
 // Log records are made for every failure; trace records only while the trace control block says so.
 // Where they go: a callback when one is installed, and one appended line of key=value pairs per
 // record on the file named by the environment variable ZOROSSE_LOG ("stderr" for standard error;
-// unset or empty: nowhere). ZOROSSE_TRACE=1 switches tracing on when the library is loaded.
+// unset or empty: nowhere). On Windows "debugger" is the debugger of the process, or whoever else
+// listens to debug output, and "eventlog" the event log "Application", source "zorgenreg64", which
+// gets the failures but no trace; elsewhere, and spelled ".\debugger", these are files.
+// ZOROSSE_TRACE=1 switches tracing on when the library is loaded.
 // All functions may be called from several threads.
 #pragma once
 

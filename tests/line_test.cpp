@@ -64,6 +64,7 @@ TEST(LineReader, TurnsPhysicalLinesIntoLogicalOnes) {
       {longest + "y\n", false, {{longest + "y", longest + "y", 0}, {"\n", "\n", 0}}},
       {"abcdefg\n", false, {{"abc", "abc", 0}, {"def", "def", 0}, {"g\n", "g\n", 0}}, 4},
       {"ab\\\ncd\n", true, {{"ab\\\nc", "abc", 0}, {"d\n", "d\n", 0}}, 6},
+      {"ab\\\ncd\n", true, {{"ab\\\n", "ab", 0}, {"cd\n", "cd\n", 0}}, 5},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.bytes.substr(0, 20) + (row.join ? ", joined" : ""));

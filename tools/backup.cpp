@@ -64,7 +64,8 @@ class NewFile {
 bool isOfRegistry(const RegistryFiles& files, const std::string& path) {
   std::error_code none;
   const auto whole = [&](const std::string& name) {
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, none), none);
+    return std::filesystem::weakly_canonical(
+        std::filesystem::absolute(std::filesystem::u8path(name), none), none);
   };
   for (const std::string* file :
        {&files.registry, &files.temporary, &files.corrupt, &files.lock, &files.backup}) {

@@ -74,7 +74,7 @@ void checkLeftOvers(const RegistryFiles& files, const Surroundings& seen, const 
 
 // What would be refused is no fault of the registry where another user may do it.
 void checkRights(const RegistryFiles& files, const Surroundings& seen, Findings& findings) {
-  std::string directory = std::filesystem::path(files.registry).parent_path().string();
+  std::string directory = std::filesystem::u8path(files.registry).parent_path().u8string();
   if (directory.empty()) directory = ".";
   constexpr std::uint32_t anyWriter = 0222;
   if (const int error = platform::directoryWriteError(directory); error != 0) {

@@ -152,8 +152,7 @@ int help(const CLI::App& app, const std::vector<std::string>& names) {
 
 }  // namespace
 
-std::vector<std::string> wordsOf(const CLI::App& app, int count, char** words) {
-  std::vector<std::string> given(words + std::min(count, 1), words + count);
+std::vector<std::string> wordsOf(const CLI::App& app, std::vector<std::string> given) {
   const Route route = routeOf(app, given);
   if (route.early.empty() || route.early.front() >= route.end) return given;
   std::vector<std::string> placed;

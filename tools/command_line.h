@@ -9,7 +9,7 @@
 namespace tool {
 
 // The words after the program's name, a "--json" that stands before its verb moved behind that.
-std::vector<std::string> wordsOf(const CLI::App& app, int count, char** words);
+std::vector<std::string> wordsOf(const CLI::App& app, std::vector<std::string> given);
 
 // Prints what the parsing ended with: help, the version, or what is wrong, with the nearest word
 // that is right. Gives the exit status.

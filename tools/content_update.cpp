@@ -89,7 +89,7 @@ class ContentHandle : public GenRegText {
 // What may not be looked at is not known to be missing.
 bool isAbsent(const std::string& path) {
   std::error_code code;
-  return std::filesystem::symlink_status(path, code).type() ==
+  return std::filesystem::symlink_status(std::filesystem::u8path(path), code).type() ==
          std::filesystem::file_type::not_found;
 }
 

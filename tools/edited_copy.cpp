@@ -1,16 +1,18 @@
 #include "edited_copy.h"
 
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "file_content.h"
+#include "platform/tool/utf8_process.h"
 #include "shell_word.h"
 #include "sysservices/file_system.h"
 
 namespace tool {
+
 bool EditedCopy::write(const std::string& bytes) {
-  std::ofstream stream(path_, std::ios::binary);
+  std::ofstream stream(std::filesystem::u8path(path_), std::ios::binary);
   stream << bytes;
   stream.close();
   return stream.good();
@@ -22,8 +24,8 @@ bool EditedCopy::read(std::string& bytes) const {
 
 std::string EditedCopy::editor() {
   for (const char* variable : {"VISUAL", "EDITOR"}) {
-    const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0') return value;
+    const std::optional<std::string> value = platform::environmentValue(variable);
+    if (value && !value->empty()) return *value;
   }
   return "vi";
 }
@@ -32,7 +34,7 @@ bool EditedCopy::runEditor() const {
   (void)std::fflush(stdout);
   const std::string word = ossPathSeparator == '/' ? shellWord(path_) : "\"" + path_ + "\"";
   const std::string command = editor() + " " + word;
-  return std::system(command.c_str()) == 0;  // NOLINT(concurrency-mt-unsafe,cert-env33-c)
+  return platform::runCommand(command);
 }
 
 }  // namespace tool

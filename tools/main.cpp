@@ -7,11 +7,13 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "platform/tool/utf8_process.h"
 #include "report.h"
 #include "verbs.h"
 
 int main(int argc, char** argv) {
   try {
+    const platform::Utf8Process process(argc, argv);
     CLI::App app("Look after registry files.", "zorreg");
     app.set_version_flag("--version", ZORREG_VERSION);
     app.require_subcommand(1);
@@ -28,7 +30,7 @@ int main(int argc, char** argv) {
     tool::addInstallCommands(app, status);
     tool::addHelpCommand(app, status);
     tool::addCompletionCommand(app, status);
-    const std::vector<std::string> words = tool::wordsOf(app, argc, argv);
+    const std::vector<std::string> words = tool::wordsOf(app, process.words());
     try {
       app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {

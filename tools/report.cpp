@@ -53,7 +53,7 @@ int reportCode(unsigned int code, const std::string& file, const std::string& ca
   const bool notOpened = code == GENREG_RC_OPEN_FOR_OPERATION || code == GENREG_RC_OPEN_FAILED;
   // What may not be looked at is not known to be missing.
   std::error_code ignored;
-  const auto type = std::filesystem::status(file, ignored).type();
+  const auto type = std::filesystem::status(std::filesystem::u8path(file), ignored).type();
   if (notOpened && type == std::filesystem::file_type::not_found) code = GENREG_RC_NO_FILE;
   const GenRegReturnCode* row = genRegFindReturnCode(code);
   const std::string meaning = row == nullptr ? "no meaning is known" : row->meaning;

@@ -1,12 +1,12 @@
 #include "store.h"
 
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 
 #include "file_content.h"
 #include "nearest.h"
 #include "output.h"
+#include "platform/tool/utf8_process.h"
 
 namespace tool {
 namespace {
@@ -32,11 +32,10 @@ std::string readWait(const Words& words, std::uint64_t& milliseconds) {
 
 int findFile(Kind kind, Words& words) {
   if (kind == Kind::Global && words.file.empty()) {
-    const char* named = std::getenv(globalPathVariable);
-    words.file = named == nullptr ? "global.reg" : named;
+    words.file = platform::environmentValue(globalPathVariable).value_or("global.reg");
     if (words.file.empty()) return reportUsage(std::string(globalPathVariable) + " is empty");
   }
-  std::filesystem::path file(words.file);
+  std::filesystem::path file = std::filesystem::u8path(words.file);
   std::error_code error;
   for (int links = 0; std::filesystem::is_symlink(file, error); ++links) {
     const std::filesystem::path target = std::filesystem::read_symlink(file, error);
@@ -45,7 +44,7 @@ int findFile(Kind kind, Words& words) {
                                              : "is a symbolic link that leads nowhere");
     }
     file = target.is_absolute() ? target : file.parent_path() / target;
-    words.file = file.string();
+    words.file = file.u8string();
   }
   return exitDone;
 }

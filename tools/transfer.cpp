@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -30,7 +31,7 @@ int readInput(const Words& words, std::string& name, std::string& text) {
   const bool isStandard = words.input.empty() || words.input == "-";
   name = isStandard ? "standard input" : words.input;
   std::ifstream file;
-  if (!isStandard) file.open(words.input, std::ios::binary);
+  if (!isStandard) file.open(std::filesystem::u8path(words.input), std::ios::binary);
   std::istream& stream = isStandard ? std::cin : file;
   if (!isStandard && !file) return reportFailure(printable(name) + " cannot be opened");
   text.assign(std::istreambuf_iterator<char>(stream), {});

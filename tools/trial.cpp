@@ -1,6 +1,7 @@
 #include "trial.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 
 #include "content_update.h"
@@ -28,7 +29,7 @@ std::string shownContent(Kind kind, const Words& words, const std::string& bytes
 
 int writeCopy(const Content& content, const std::string& file) {
   if (!content.isThere) return exitDone;
-  std::ofstream copy(file, std::ios::binary);
+  std::ofstream copy(std::filesystem::u8path(file), std::ios::binary);
   copy.write(content.bytes.data(), static_cast<std::streamsize>(content.bytes.size()));
   copy.close();
   return copy ? int{exitDone} : reportFailure("a copy of the registry cannot be written");

@@ -59,7 +59,7 @@ int runVerb(Kind kind, const Verb& verb, const Words& given) {
   Words words = given;
   if (const int status = findFile(kind, words); status != exitDone) return status;
   std::error_code ignored;
-  if (std::filesystem::is_directory(words.file, ignored)) {
+  if (std::filesystem::is_directory(std::filesystem::u8path(words.file), ignored)) {
     return reportRefusal(words.file, "is a directory");
   }
   if (words.dryRun) return runOnCopy(kind, verb, words);

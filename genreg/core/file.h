@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "platform/stream_face.h"
 #include "sysservices/file_handle.h"
@@ -61,6 +62,11 @@ class File final : private platform::StreamTarget {
     offset_ += count;
   }
   bool atEnd() noexcept { return windowSize() == 0 && learnSize() && offset_ >= size_; }
+  // The end of what was read, in front of the window and in it, as far as it is in memory and the
+  // file ends there; empty else.
+  std::string_view lastRead() const noexcept {
+    return offset_ + windowSize() == size_ ? std::string_view(buffer_, end_) : std::string_view();
+  }
   // Moves the window's start; no bytes are read again that are still in memory.
   void seek(std::uint64_t offset) noexcept;
   // Says that the window holds all of the file, which is not read any more from now on.

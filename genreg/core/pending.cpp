@@ -88,6 +88,19 @@ void Pending::beginAtLast() noexcept {
   beginAt(place == 0 ? 0 : place - 1);
 }
 
+std::string_view Pending::last() const noexcept {
+  std::string_view run;
+  int left = 2;
+  for (std::uint64_t place = records_.size(); place > 0 && left > 0; --place) {
+    const Record& record = records_[place - 1];
+    if (record.gone != 0) continue;
+    if (!run.empty() && record.bytes + record.length != run.data()) break;
+    run = {record.bytes, record.length + run.size()};
+    --left;
+  }
+  return run;
+}
+
 void Pending::begin(const RecordForm* form, std::uint64_t mask, const void* key) noexcept {
   beginAt(0);
   onlyCandidates_ = form != nullptr && key != nullptr && findCandidates(form, mask, key);

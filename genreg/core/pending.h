@@ -47,6 +47,9 @@ class Pending {
   std::uint64_t place() const noexcept { return next_; }
   // Where the handle's scan stands.
   std::uint64_t scanPlace = 0;
+  // The last two records, in one piece as they were read or added; the last alone where they are
+  // not.
+  std::string_view last() const noexcept;
   // The next record: 0, GENREG_RC_END, or the code of the damage.
   Code next(Frame& frame) noexcept;
 

@@ -50,6 +50,7 @@
 #include "genreg/core/diagnostics.h"
 #include "genreg/core/file.h"
 #include "genreg_handle.h"
+#include "platform/text_lines.h"
 
 namespace genreg {
 
@@ -79,6 +80,11 @@ class Session {
 
   Cause& cause() noexcept { return cause_; }
   void setLockLimit(std::uint64_t milliseconds) noexcept { lockLimit_ = milliseconds; }
+
+  // Whether a line of a text that an update writes ends in a carriage return and a newline where
+  // the one does that it replaces or follows.
+  void keepReturns(bool on) noexcept { keepsReturns_ = on; }
+  bool keepsReturns() const noexcept { return keepsReturns_; }
 
   // Whether content is kept between reads; what is kept goes, unless an open scan reads it.
   void setCachedReads(bool on) noexcept;
@@ -181,6 +187,7 @@ class Session {
   File* scanned_ = &main_;
   CachedReads* cache_ = nullptr;
   bool caches_ = false;
+  bool keepsReturns_ = platform::linesEndInReturn;
   OSSHFile claim_;        // the temporary file again, with its writer's lock, until it is in place
   OSSHFile old_;          // the registry file again, while a commit replaces it
   OSSFileInfo opened_{};  // the registry file as the update opened it

@@ -230,11 +230,11 @@ bool Update::change(const Frame& frame) noexcept {
 bool Update::writeAdded() noexcept {
   Session& session = store_.session();
   const bool inPlace = session.appendsInPlace(kind_.operation);  // not in an update of many
+  std::string_view before;
+  if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
   const std::string_view made =
       store_.pack(routine_, record_, nullptr, written_, size_, GENREG_RC_WRITE_NEW_FAILED);
   if (made.empty()) return false;
-  std::string_view before;
-  if (inPlace && !store_.findEnd(routine_, session.main(), &before)) return false;
   if (!inPlace) return put(made, GENREG_RC_WRITE_NEW_FAILED, 100);
   // Readers look at this very file: until all of it is on the disk, it is no record.
   const std::string_view mark = store_.unfinishedMark(made);

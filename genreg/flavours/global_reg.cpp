@@ -1,7 +1,6 @@
 // GlobalReg: where its file is, and its hooks.
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "genreg/core/record_buffer.h"
@@ -9,6 +8,7 @@
 #include "genreg/flavours/global_codec.h"
 #include "genreg/record_span.h"
 #include "genreg_global.h"
+#include "sysservices/environment.h"
 #include "sysservices/file_system.h"
 
 using genreg::Function;
@@ -27,11 +27,10 @@ constexpr std::size_t pathBufferSize = 261;  // bytes
 unsigned int getGlobalRegPath(char* path, unsigned short* size) {
   char standard[] = "./global.reg";
   standard[1] = ossPathSeparator;
-  const char* const named = std::getenv("ZOR_GLOBAL_REG_PATHNAME");
-  const char* const chosen = named == nullptr ? standard : named;
-  const std::size_t needed = std::strlen(chosen) + 1;
+  const std::ptrdiff_t named = ossEnvironmentGet("ZOR_GLOBAL_REG_PATHNAME", path, *size);
+  const std::size_t needed = named < 0 ? sizeof standard : static_cast<std::size_t>(named) + 1;
   const bool fits = needed <= *size;
-  if (fits) std::memcpy(path, chosen, needed);
+  if (named < 0 && fits) std::memcpy(path, standard, needed);
   *size = static_cast<unsigned short>(needed < 0xFFFF ? needed : 0xFFFF);
   return fits ? GENREG_RC_OK : GENREG_RC_GLOBAL_PATH_SMALL;
 }

@@ -29,6 +29,9 @@ int seekTarget(void* cookie, off64_t* position, int whence) {
 
 }  // namespace
 
+// A process has one C library here.
+bool isOfThisRuntime(std::FILE*) noexcept { return true; }
+
 bool StreamFace::open(StreamTarget& target, std::intptr_t, bool appends) noexcept {
   close();
   const cookie_io_functions_t functions{readTarget, writeTarget, seekTarget, nullptr};

@@ -2,17 +2,14 @@
 // that belongs to no cluster need not have it, so nothing here is linked to.
 #include "platform/cluster_library.h"
 
+#include <cwchar>
+
 #include "platform/windows/machine.h"
 
 namespace platform {
 namespace {
 
-// A text in the library's encoding; false, with GetLastError, when it is too long or not valid.
-constexpr int wideSize = 514;
-using WideText = wchar_t[wideSize];
-bool widen(const char* text, WideText& wide) {
-  return ::MultiByteToWideChar(CP_ACP, 0, text, -1, wide, wideSize) > 0;
-}
+using WideName = oss::Wide<514>;
 
 // The library's functions, as its own interface declares them.
 struct SystemEntryPoints {
@@ -46,10 +43,10 @@ ClusterKey getClusterKey(Cluster cluster) noexcept {
 }
 
 unsigned int openKey(ClusterKey parent, const char* path, ClusterKey* key) noexcept {
-  WideText widePath;
-  if (!widen(path, widePath)) return ::GetLastError();
+  const WideName widePath(path, oss::Spelled::Text);
+  if (!widePath) return ::GetLastError();
   HKEY opened = nullptr;
-  const LONG status = library.openKey(asSystems<HKEY>(parent), widePath, KEY_READ, &opened);
+  const LONG status = library.openKey(asSystems<HKEY>(parent), widePath.get(), KEY_READ, &opened);
   if (status == ERROR_SUCCESS) *key = asOurs<ClusterKey>(opened);
   return static_cast<unsigned int>(status);
 }
@@ -59,19 +56,17 @@ unsigned int closeKey(ClusterKey key) noexcept {
 }
 
 unsigned int queryValue(ClusterKey key, const char* name, char* text, std::size_t size) noexcept {
-  WideText wideName;
-  if (!widen(name, wideName)) return ::GetLastError();
+  const WideName wideName(name, oss::Spelled::Text);
+  if (!wideName) return ::GetLastError();
   wchar_t value[longestClusterValue + 1] = {};  // the last unit stays 0: a text need not end in one
   DWORD type = REG_NONE;
   DWORD room = longestClusterValue * sizeof *value;
-  const LONG status = library.queryValue(asSystems<HKEY>(key), wideName, &type,
+  const LONG status = library.queryValue(asSystems<HKEY>(key), wideName.get(), &type,
                                          reinterpret_cast<BYTE*>(value), &room);
-  if (status == ERROR_SUCCESS &&
-      ::WideCharToMultiByte(CP_ACP, 0, value, -1, text, static_cast<int>(size), nullptr, nullptr) ==
-          0) {
-    *text = '\0';
-  }
-  return static_cast<unsigned int>(status);
+  if (status != ERROR_SUCCESS) return static_cast<unsigned int>(status);
+  const std::size_t length = oss::narrow(value, std::wcslen(value), oss::Spelled::Text, text, size);
+  text[length < size ? length : 0] = '\0';
+  return ERROR_SUCCESS;
 }
 
 // Finds one function of the library and gives ours that calls it, or null.
@@ -90,7 +85,7 @@ void loadClusterLibrary(const Machine&, ClusterEntryPoints* entryPoints) noexcep
     ::SetLastError(error);
     return;
   }
-  const HMODULE module = ::LoadLibraryA(name);
+  const HMODULE module = ::LoadLibraryW(L"CLUSAPI.DLL");
   if (module == nullptr) return;
   ClusterEntryPoints& ours = *entryPoints;
   resolve(module, "OpenCluster", &library.openCluster, &ours.OpenCluster, openCluster);

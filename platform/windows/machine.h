@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include "sysservices/windows/system_call.h"
+#include "sysservices/windows/wide_text.h"
 
 namespace platform {
 

@@ -1,45 +1,47 @@
-// The system services call the system in its 8-bit encoding.
+// The system services have a spelling for every text (sysservices/windows/wide_text.h).
 #include "platform/path_text.h"
 
-#include <windows.h>
+#include <cstring>
+
+#include "sysservices/windows/wide_text.h"
+
+using oss::Spelled;
 
 namespace {
 
-// The wide form of a text; false when the text is none of the code page.
-bool widen(UINT codePage, DWORD flags, const char* text, std::wstring& wide) {
-  const int size = ::MultiByteToWideChar(codePage, flags, text, -1, nullptr, 0);
+// The conversions between UTF-8 and UTF-16; false when the text is none.
+bool widen(const char* utf8, std::wstring& wide) {
+  const int size = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, -1, nullptr, 0);
   if (size <= 0) return false;
   wide.resize(static_cast<std::size_t>(size));
-  return ::MultiByteToWideChar(codePage, flags, text, -1, wide.data(), size) == size;
+  (void)::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, -1, wide.data(), size);
+  wide.pop_back();
+  return true;
 }
-
-// The 8-bit form, without its terminator; false when a character has none.
-bool narrow(UINT codePage, const std::wstring& wide, std::string& text) {
-  // UTF-8 has every character, and these two arguments must be none for it.
-  const bool isUtf8 = codePage == CP_UTF8;
-  const DWORD flags = isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS;
-  BOOL replaced = FALSE;
-  BOOL* const lossy = isUtf8 ? nullptr : &replaced;
-  const int count = static_cast<int>(wide.size());
+std::string utf8Of(const std::wstring& wide) {
+  const int units = static_cast<int>(wide.size());
   const int size =
-      ::WideCharToMultiByte(codePage, flags, wide.data(), count, nullptr, 0, nullptr, lossy);
-  if (size <= 0 || replaced != FALSE) return false;
-  text.resize(static_cast<std::size_t>(size));
-  const int made =
-      ::WideCharToMultiByte(codePage, flags, wide.data(), count, text.data(), size, nullptr, lossy);
-  text.pop_back();
-  return made == size && replaced == FALSE;
+      ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
+  std::string utf8(static_cast<std::size_t>(size), '\0');
+  (void)::WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, utf8.data(), size, nullptr, nullptr);
+  return utf8;
 }
 
 }  // namespace
 
 bool platform::pathFromUtf8(const char* utf8, std::string& path) {
   std::wstring wide;
-  return widen(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, wide) && narrow(::GetACP(), wide, path);
+  if (!widen(utf8, wide)) return false;
+  path.resize(oss::narrow(wide.data(), wide.size(), Spelled::Path, nullptr, 0));
+  (void)oss::narrow(wide.data(), wide.size(), Spelled::Path, path.data(), path.size());
+  return true;
 }
 
 std::string platform::utf8FromSystem(const char* text) {
-  std::wstring wide;
-  std::string utf8;
-  return widen(::GetACP(), 0, text, wide) && narrow(CP_UTF8, wide, utf8) ? utf8 : text;
+  const std::size_t count = std::strlen(text);
+  std::wstring wide(count + 1, L'\0');
+  const std::size_t units = oss::widen(text, count, Spelled::Path, wide.data(), wide.size());
+  if (units == oss::noText) return text;
+  wide.resize(units);
+  return utf8Of(wide);
 }

@@ -4,14 +4,21 @@
 #include "platform/windows/machine.h"
 
 namespace platform {
+namespace {
+
+constexpr std::size_t longestName = 257;  // of a service, in UTF-16 units, terminator included
+
+}  // namespace
 
 ServiceManager OpenSCManagerA(const Machine&) noexcept {
   if (ossFaultPoint("OpenSCManagerA", nullptr) > 0) return nullptr;
-  return asOurs<ServiceManager>(::OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+  return asOurs<ServiceManager>(::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
 }
 
 Service OpenServiceA(ServiceManager manager, const char* name) noexcept {
-  return asOurs<Service>(::OpenServiceA(asSystems<SC_HANDLE>(manager), name, SERVICE_QUERY_CONFIG));
+  const oss::Wide<longestName> wide(name, oss::Spelled::Text);
+  return asOurs<Service>(
+      ::OpenServiceW(asSystems<SC_HANDLE>(manager), wide.get(), SERVICE_QUERY_CONFIG));
 }
 
 // A configuration whose texts do not fit is one that is not known.

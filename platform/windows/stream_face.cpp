@@ -7,36 +7,9 @@
 #include <windows.h>
 
 #include "sysservices/fault_hook.h"
+#include "sysservices/windows/system_call.h"
 
 namespace platform {
-namespace {
-
-// The runtime's number for a handle, which it owns from then on; -1, with the handle closed, when
-// there is none left. Never one of the standard three: a host that closed one of those must not
-// find a registry file in its place.
-int descriptorOf(HANDLE handle, int flags) {
-  constexpr int firstFree = 3;
-  int low[firstFree];
-  int count = 0;
-  int descriptor = -1;
-  for (;;) {
-    descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
-    if (descriptor < 0) ::CloseHandle(handle);
-    if (descriptor < 0 || descriptor >= firstFree) break;
-    low[count++] = descriptor;
-    HANDLE copy = nullptr;
-    const HANDLE self = ::GetCurrentProcess();
-    if (!::DuplicateHandle(self, handle, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-      descriptor = -1;
-      break;
-    }
-    handle = copy;
-  }
-  while (count > 0) ::_close(low[--count]);
-  return descriptor;
-}
-
-}  // namespace
 
 bool StreamFace::open(StreamTarget& target, std::intptr_t handle, bool appends) noexcept {
   close();
@@ -48,7 +21,7 @@ bool StreamFace::open(StreamTarget& target, std::intptr_t handle, bool appends) 
   const auto own = reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr)
   if (!::DuplicateHandle(self, own, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) return false;
   const int flags = _O_BINARY | _O_NOINHERIT | (appends ? _O_APPEND : _O_RDONLY);
-  const int descriptor = descriptorOf(copy, flags);
+  const int descriptor = oss::descriptorOf(copy, flags);
   if (descriptor < 0) return false;
   stream_ = ::_fdopen(descriptor, appends ? "a+b" : "rb");
   if (stream_ == nullptr) {

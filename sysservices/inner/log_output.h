@@ -43,9 +43,9 @@ class ForkPause {
   unsigned int forks() const noexcept { return oss::forks().ofThisProcess; }
 };
 
-// Appends one line to the log: "stderr", or the file of that path, made for its owner alone when it
-// is missing. The line is one write to a file opened for appending, so that lines of several
-// processes do not mix.
-void appendToLog(const char* target, const char* line, std::size_t length) noexcept;
+// Appends one line, and its newline, to the log: "stderr", what else the system has for such lines,
+// or the file of that path, made for its owner alone when it is missing. The line is one write to a
+// file opened for appending, so that lines of several processes do not mix.
+void appendToLog(const char* target, const char* line, std::size_t length, bool isTrace) noexcept;
 
 }  // namespace oss

@@ -1,8 +1,17 @@
 #include "sysservices/environment.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "sysservices/return_codes.h"
+
+std::ptrdiff_t ossEnvironmentGet(const char* name, char* value, std::size_t size) {
+  const char* const found = std::getenv(name);
+  if (found == nullptr) return -1;
+  const std::size_t length = std::strlen(found);
+  if (length < size) std::memcpy(value, found, length + 1);
+  return static_cast<std::ptrdiff_t>(length);
+}
 
 unsigned int ossEnvironmentSet(const char* name, const char* value) {
   if (name == nullptr) return OSS_RC_NULL_ARGUMENT;
@@ -14,3 +23,5 @@ const char* ossMachineRegistryName() {
   const char* const file = std::getenv("ZOROSSE_REGISTRY_FILE");
   return file == nullptr || *file == '\0' ? "none: ZOROSSE_REGISTRY_FILE is not set" : file;
 }
+
+void ossUseUtf8() {}

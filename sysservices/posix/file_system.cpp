@@ -237,7 +237,11 @@ std::int64_t ossFileClock() {
 }
 
 std::FILE* ossFileOpenToRead(const char* path) {
-  return path == nullptr ? nullptr : std::fopen(path, "rbe");
+  if (path == nullptr) return nullptr;
+  const int descriptor = oss::aboveStandard(::open(path, O_RDONLY | O_CLOEXEC));
+  std::FILE* const stream = descriptor < 0 ? nullptr : ::fdopen(descriptor, "rb");
+  if (descriptor >= 0 && stream == nullptr) ::close(descriptor);
+  return stream;
 }
 
 int ossFileLastError() { return lastError; }

@@ -67,7 +67,7 @@ LogTime logTime() noexcept {
 
 int processNumber() noexcept { return ::getpid(); }
 
-void appendToLog(const char* target, const char* line, std::size_t length) noexcept {
+void appendToLog(const char* target, const char* line, std::size_t length, bool) noexcept {
   if (std::strcmp(target, "stderr") == 0) return writeAll(STDERR_FILENO, line, length);
   const int descriptor =
       aboveStandard(::open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));

@@ -3,11 +3,36 @@
 #include <cstdlib>
 
 #include "sysservices/return_codes.h"
+#include "sysservices/windows/wide_text.h"
+
+namespace {
+
+constexpr std::size_t longestName = 256;    // UTF-16 units, terminator included
+constexpr std::size_t longestValue = 8192;  // likewise
+
+}  // namespace
+
+// The system's own copy: each runtime library has one of its own, and of the code page's texts.
+std::ptrdiff_t ossEnvironmentGet(const char* name, char* value, std::size_t size) {
+  wchar_t wide[longestValue];
+  const oss::Wide<longestName> wideName(name, oss::Spelled::Text);
+  ::SetLastError(ERROR_SUCCESS);  // which an empty value leaves as it is
+  const DWORD units = ::GetEnvironmentVariableW(wideName.get(), wide, longestValue);
+  if (units == 0 && ::GetLastError() == ERROR_ENVVAR_NOT_FOUND) return -1;
+  if (units >= longestValue) return longestValue;
+  const std::size_t length = oss::narrow(wide, units, oss::Spelled::Path, value, size);
+  if (length == oss::noText) return -1;
+  if (length < size) value[length] = '\0';
+  return static_cast<std::ptrdiff_t>(length);
+}
 
 unsigned int ossEnvironmentSet(const char* name, const char* value) {
   if (name == nullptr) return OSS_RC_NULL_ARGUMENT;
+  const oss::Wide<longestName> wideName(name, oss::Spelled::Text);
+  const oss::Wide<longestValue> wideValue(value == nullptr ? "" : value, oss::Spelled::Path);
+  if (!wideName || !wideValue) return OSS_RC_SYSTEM_ERROR;
   // The runtime library's own copy of the environment, which getenv reads, is changed with it.
-  const int failed = ::_putenv_s(name, value == nullptr ? "" : value);
+  const int failed = ::_wputenv_s(wideName.get(), wideValue.get());
   return failed == 0 ? OSS_RC_OK : OSS_RC_SYSTEM_ERROR;
 }
 

@@ -6,6 +6,12 @@
 // or waits for it has the file that stands at the name, and there is never a second one.
 #include "sysservices/file_handle.h"
 
+// The second header needs the first.
+// clang-format off
+#include <windows.h>
+#include <winioctl.h>
+// clang-format on
+
 #include <algorithm>
 
 #include "sysservices/return_codes.h"
@@ -17,27 +23,54 @@ HANDLE systemHandle(std::intptr_t handle) {
   return reinterpret_cast<HANDLE>(handle);  // NOLINT(performance-no-int-to-ptr)
 }
 
-// The access list of a file, for another that is to take its place.
-class AccessList {
+// What a file that is to take another's place has of it from birth: its access list, and attributes
+// of which the system keeps no other copy.
+class Model {
  public:
-  explicit AccessList(const char* model) noexcept {
+  explicit Model(const oss::WidePath& path) noexcept {
     DWORD size = sizeof list_;
-    present_ = ::GetFileSecurityA(model, DACL_SECURITY_INFORMATION, list_, size, &size) != 0;
-    if (!present_) error_ = ::GetLastError();
+    hasList_ = ::GetFileSecurityW(path.get(), DACL_SECURITY_INFORMATION, list_, size, &size) != 0;
+    if (!hasList_) error_ = ::GetLastError();
+    const DWORD found = ::GetFileAttributesW(path.get());
+    if (found != INVALID_FILE_ATTRIBUTES) attributes_ = found;
+    if (!hasList_) return;
+    DWORD revision = 0;
+    (void)::GetSecurityDescriptorControl(list_, &control_, &revision);
+    // Entries of the directory would be added to a list that is not protected.
+    (void)::SetSecurityDescriptorControl(list_, SE_DACL_PROTECTED, SE_DACL_PROTECTED);
   }
   // Whether the new file would be as closed as the old one; a file system without access lists
   // has nothing to close.
-  bool known() const {
-    return present_ || error_ == ERROR_NOT_SUPPORTED || error_ == ERROR_INVALID_FUNCTION;
+  bool isKnown() const {
+    return hasList_ || error_ == ERROR_NOT_SUPPORTED || error_ == ERROR_INVALID_FUNCTION;
   }
   DWORD error() const { return error_; }
+  DWORD attributes() const {
+    return attributes_ & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ENCRYPTED |
+                          FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+  }
+  bool isCompressed() const { return (attributes_ & FILE_ATTRIBUTE_COMPRESSED) != 0; }
   SECURITY_DESCRIPTOR* descriptor() {
-    return present_ ? reinterpret_cast<SECURITY_DESCRIPTOR*>(list_) : nullptr;
+    return hasList_ ? reinterpret_cast<SECURITY_DESCRIPTOR*>(list_) : nullptr;
+  }
+
+  // Gives the new file the list once more, now with what it says of inheritance: an entry of the
+  // directory stays one, and follows when that one is changed. Who has access is the same without.
+  void giveInheritance(HANDLE handle) noexcept {
+    if (!hasList_ || (control_ & SE_DACL_PROTECTED) != 0) return;
+    constexpr SECURITY_DESCRIPTOR_CONTROL inherits =
+        SE_DACL_AUTO_INHERITED | SE_DACL_AUTO_INHERIT_REQ;
+    const bool has = (control_ & SE_DACL_AUTO_INHERITED) != 0;
+    (void)::SetSecurityDescriptorControl(list_, SE_DACL_PROTECTED | inherits, has ? inherits : 0);
+    (void)::SetKernelObjectSecurity(
+        handle, DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION, list_);
   }
 
  private:
   alignas(SECURITY_DESCRIPTOR) BYTE list_[16 * 1024];
-  bool present_;
+  SECURITY_DESCRIPTOR_CONTROL control_ = 0;
+  DWORD attributes_ = 0;
+  bool hasList_;
   DWORD error_ = ERROR_SUCCESS;
 };
 
@@ -76,7 +109,7 @@ unsigned int OSSHFile::reopen() noexcept {
   opening.canBeRemovedMeanwhile = !isLockFile();
   opening.followsLinks = reads && (options_ & OSS_OPEN_NO_LINK) == 0 && !isLockFile();
   opening.hasOneName = isLockFile();
-  opening.readOnly = (permissions_ & oss::ownerWrite) == 0;
+  if ((permissions_ & oss::ownerWrite) == 0) opening.attributes = FILE_ATTRIBUTE_READONLY;
   const HANDLE handle = oss::openFile(path_, opening, &created_);
   if (handle == INVALID_HANDLE_VALUE) return fail(errno);
   // Whoever writes to the handle itself appends, too.
@@ -85,29 +118,49 @@ unsigned int OSSHFile::reopen() noexcept {
   return OSS_RC_OK;
 }
 
-// The file has the access list of its model from birth. One whose list cannot be had is refused by
-// takeAttributes, before anything is written to it.
+// The file has the access list of its model from birth. One whose list cannot be had, or that is
+// not encrypted as its model is, is refused by takeAttributes, before anything is written to it.
 unsigned int OSSHFile::createPrivate(const char* path, const char* model) noexcept {
   startAnew(path, OSS_OPEN_EXISTING, 0);
-  AccessList list(model);
-  oss::FileOpening opening{GENERIC_READ | GENERIC_WRITE, CREATE_NEW, true, false};
-  opening.security = list.descriptor();
+  Model old{oss::WidePath(model)};
+  oss::FileOpening opening{GENERIC_READ | GENERIC_WRITE | WRITE_DAC, CREATE_NEW, true, false};
+  opening.attributes = old.attributes();
+  opening.security = old.descriptor();
   const HANDLE handle = oss::openFile(path, opening, &created_);
   if (handle == INVALID_HANDLE_VALUE) return fail(errno);
   handle_ = reinterpret_cast<std::intptr_t>(handle);
-  error_ = list.known() ? 0 : oss::errnoOf(list.error());
+  old.giveInheritance(handle);
+  if (old.isCompressed()) {  // one that is larger than it could be is no failure
+    USHORT format = COMPRESSION_FORMAT_DEFAULT;
+    DWORD none = 0;
+    (void)::DeviceIoControl(handle, FSCTL_SET_COMPRESSION, &format, sizeof format, nullptr, 0,
+                            &none, nullptr);
+  }
+  error_ = old.isKnown() ? 0 : oss::errnoOf(old.error());
+  BY_HANDLE_FILE_INFORMATION status;
+  const bool encrypts = (old.attributes() & FILE_ATTRIBUTE_ENCRYPTED) != 0;
+  if (encrypts && (::GetFileInformationByHandle(handle, &status) == 0 ||
+                   (status.dwFileAttributes & FILE_ATTRIBUTE_ENCRYPTED) == 0)) {
+    error_ = ENOTSUP;
+  }
   return OSS_RC_OK;
 }
 
 // Owner and group are who makes the file. A handle that may write keeps doing so when the file
 // becomes read-only.
 unsigned int OSSHFile::takeAttributes(const char*, const OSSFileInfo& info) noexcept {
-  if (error_ != 0) return fail(error_);  // createPrivate left it: there was no access list
-  FILE_BASIC_INFO basic{};               // what is 0 stays as it is
-  constexpr DWORD readOnly = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
-  if ((info.permissions & oss::ownerWrite) == 0) basic.FileAttributes = readOnly;
+  if (error_ != 0) return fail(error_);  // createPrivate left it
   const HANDLE handle = systemHandle(handle_);
+  constexpr DWORD settable =
+      FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+  const bool becomesReadOnly = (info.permissions & oss::ownerWrite) == 0;
   const bool done = oss::systemCall("fchmod", nullptr, [&] {
+    if (!becomesReadOnly) return true;
+    FILE_BASIC_INFO basic{};  // what is 0 stays as it is
+    FILE_BASIC_INFO now{};
+    if (::GetFileInformationByHandleEx(handle, FileBasicInfo, &now, sizeof now) == 0) return false;
+    basic.FileAttributes =
+        (now.FileAttributes & settable) | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
     return ::SetFileInformationByHandle(handle, FileBasicInfo, &basic, sizeof basic) != 0;
   });
   return done ? OSS_RC_OK : fail(errno);
@@ -210,7 +263,8 @@ bool OSSHFile::isAt(const char* path) noexcept {
   OSSFileInfo opened{};
   if (getInfo(&opened) != OSS_RC_OK) return false;
   BY_HANDLE_FILE_INFORMATION status;
-  if (!oss::askFile(path, FILE_FLAG_OPEN_REPARSE_POINT, &status)) return false;
+  bool isLink = false;
+  if (!oss::askFile(path, &status, &isLink)) return false;
   OSSFileInfo named{};
   oss::takeStatus(status, &named);
   return opened.isSameFile(named);

@@ -1,10 +1,12 @@
-// Files and directories over Win32 calls. Paths are in the system's 8-bit encoding.
+// Files and directories over Win32 calls.
 #include "sysservices/file_system.h"
 
 #include <fcntl.h>
 #include <io.h>
 
 #include <cstdio>
+#include <cwchar>
+#include <string_view>
 
 #include "sysservices/file_handle.h"
 #include "sysservices/inner/error_codes.h"
@@ -27,34 +29,53 @@ unsigned int fail(int error) {
 
 unsigned int outcome(bool done) { return done ? OSS_RC_OK : fail(errno); }
 
+// Makes one call, with the path as the system takes it. False with errno.
+template <typename Call>
+bool pathCall(const char* operation, const char* path, Call&& call) {
+  const oss::WidePath wide(path);
+  return oss::systemCall(operation, path, [&] { return wide && call(wide.get()); });
+}
+template <typename Call>
+bool patientPathCall(const char* operation, const char* path, Call&& call) {
+  const oss::WidePath wide(path);
+  return oss::patientCall(operation, path, [&] { return wide && call(wide.get()); });
+}
+
 // The attributes at a path; a link's own unless it leads to a directory.
 bool attributesOf(const char* path, DWORD* attributes) {
-  return oss::systemCall("stat", path, [&] {
-    *attributes = ::GetFileAttributesA(path);
+  return pathCall("stat", path, [&](const wchar_t* name) {
+    *attributes = ::GetFileAttributesW(name);
     return *attributes != INVALID_FILE_ATTRIBUTES;
   });
 }
 
-// Whether the attribute that forbids writing also forbade a delete, and is off now.
-bool clearedReadOnly(const char* path) {
-  const DWORD attributes = ::GetFileAttributesA(path);
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-         ::SetFileAttributesA(path, attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
+bool moveFile(const char* source, const char* target, DWORD flags) {
+  const oss::WidePath wideTarget(target);
+  return patientPathCall("rename", source, [&](const wchar_t* name) {
+    return wideTarget && ::MoveFileExW(name, wideTarget.get(), flags) != 0;
+  });
 }
 
-bool deleteFile(const char* path) {
-  return ::DeleteFileA(path) != 0 || (::GetLastError() == ERROR_ACCESS_DENIED &&
-                                      clearedReadOnly(path) && ::DeleteFileA(path) != 0);
+// Whether the attribute that forbids writing also forbade a delete, and is off now.
+bool clearedReadOnly(const wchar_t* path) {
+  const DWORD attributes = ::GetFileAttributesW(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+         ::SetFileAttributesW(path, attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
+}
+
+bool deleteFile(const wchar_t* path) {
+  return ::DeleteFileW(path) != 0 || (::GetLastError() == ERROR_ACCESS_DENIED &&
+                                      clearedReadOnly(path) && ::DeleteFileW(path) != 0);
 }
 
 // Deletes as POSIX does: the name is free at once, whoever has the file open. Newer file systems
 // can. False when this one cannot, or there is nothing to delete.
-bool deleteAtOnce(const char* path) {
+bool deleteAtOnce(const wchar_t* path) {
   constexpr auto dispositionEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
   // Delete; free the name at once; whatever the read-only attribute says.
   DWORD disposition = 0x1 | 0x2 | 0x10;
   const HANDLE handle =
-      ::CreateFileA(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      ::CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                     OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return false;
   const bool done =
@@ -65,7 +86,7 @@ bool deleteAtOnce(const char* path) {
 
 // Deletes a file that has given up its name. One that somebody holds for longer than a moment is
 // left for a later delete to sweep.
-void dispose(const char* aside) {
+void dispose(const wchar_t* aside) {
   for (unsigned int attempt = 1; !deleteFile(aside); ++attempt) {
     if (!oss::waitAndRetry(::GetLastError(), attempt)) return;
   }
@@ -74,12 +95,14 @@ void dispose(const char* aside) {
 // Elsewhere the name of a deleted file stays taken until the last reader has closed it, and the
 // next commit could not rename onto it: the file is renamed away first. A name that is taken was
 // left by a process that died before its delete, or by such a reader; one more delete decides.
-bool deleteAside(const char* path) {
+bool deleteAside(const wchar_t* path) {
   constexpr unsigned int mostNames = 64;
-  char aside[OSS_FULL_PATH_SIZE + 16];
+  const std::wstring_view name = path;
+  wchar_t aside[OSS_FULL_PATH_SIZE + 16];
+  name.copy(aside, name.size());
   for (unsigned int i = 0; i < mostNames; ++i) {
-    (void)std::snprintf(aside, sizeof aside, "%s.del%u", path, i);
-    if (::MoveFileExA(path, aside, 0) != 0) {
+    (void)std::swprintf(aside + name.size(), 16, L".del%u", i);
+    if (::MoveFileExW(path, aside, 0) != 0) {
       dispose(aside);
       return true;
     }
@@ -94,9 +117,9 @@ bool deleteAside(const char* path) {
 
 // Whether what cannot be deleted is a directory, which could be renamed aside, and would stay so.
 // That then is the error; else it stays what it was.
-bool isDirectory(const char* path) {
+bool isDirectory(const wchar_t* path) {
   const DWORD error = ::GetLastError();
-  const DWORD attributes = ::GetFileAttributesA(path);
+  const DWORD attributes = ::GetFileAttributesW(path);
   const bool directory =
       attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   ::SetLastError(directory ? ERROR_DIRECTORY : error);
@@ -104,21 +127,17 @@ bool isDirectory(const char* path) {
 }
 
 unsigned int removeName(const char* path) {
-  return outcome(oss::patientCall("unlink", path, [&] {
-    return deleteAtOnce(path) || (!isDirectory(path) && deleteAside(path));
+  return outcome(patientPathCall("unlink", path, [&](const wchar_t* name) {
+    return deleteAtOnce(name) || (!isDirectory(name) && deleteAside(name));
   }));
 }
 
 // A lock file that anybody has open is left to whoever that is: the system refuses to delete it.
 // Whoever opens it in the moment of the delete is refused for that moment, and tries again.
 unsigned int removeLockFile(const char* path) {
-  bool inUse = false;
-  const bool done = oss::patientCall("unlink", path, [&] {
-    if (deleteFile(path)) return true;
-    inUse = !isDirectory(path) && ::GetLastError() == ERROR_SHARING_VIOLATION;
-    return inUse;
-  });
-  return outcome(done);
+  return outcome(patientPathCall("unlink", path, [&](const wchar_t* name) {
+    return deleteFile(name) || (!isDirectory(name) && ::GetLastError() == ERROR_SHARING_VIOLATION);
+  }));
 }
 
 }  // namespace
@@ -127,8 +146,8 @@ unsigned int ossDirectoryCreate(const OSSDirectoryCreateParam* param) {
   if (param == nullptr || param->path == nullptr) return OSS_RC_NULL_ARGUMENT;
   if (param->level != OSS_PARAM_LEVEL) return OSS_RC_BAD_PARAMETER;
   const char* path = param->path;
-  const bool done =
-      oss::systemCall("mkdir", path, [&] { return ::CreateDirectoryA(path, nullptr) != 0; });
+  const bool done = pathCall(
+      "mkdir", path, [&](const wchar_t* name) { return ::CreateDirectoryW(name, nullptr) != 0; });
   if (!done) return errno == EEXIST && ossIsDirectory(path) ? OSS_RC_OK : fail(errno);
   const int error = oss::syncDirectoryOf(path);
   return error == 0 ? OSS_RC_OK : fail(error);
@@ -145,7 +164,7 @@ bool ossIsFile(const char* path) {
   if (path == nullptr || !attributesOf(path, &attributes)) return false;
   BY_HANDLE_FILE_INFORMATION status;
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
-         (!oss::isLink(attributes) || oss::askFile(path, 0, &status));
+         ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 || oss::askFile(path, &status, nullptr));
 }
 
 bool ossPathExists(const char* path) {
@@ -165,9 +184,7 @@ unsigned int ossLockFileDelete(const char* path) {
 // makes a commit durable.
 unsigned int ossFileRename(const char* source, const char* target) {
   if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
-  return outcome(oss::patientCall("rename", source, [&] {
-    return ::MoveFileExA(source, target, MOVEFILE_WRITE_THROUGH) != 0;
-  }));
+  return outcome(moveFile(source, target, MOVEFILE_WRITE_THROUGH));
 }
 
 // Links are of no use to a commit here: with the registry under a second name it would have to
@@ -181,10 +198,7 @@ unsigned int ossFileLink(const char* path, const char* second) {
 // The system does not distinguish a target that is open from one that may not be replaced.
 unsigned int ossFileReplace(const char* source, const char* target) {
   if (source == nullptr || target == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const bool done = oss::patientCall("rename", source, [&] {
-    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-    return ::MoveFileExA(source, target, flags) != 0;
-  });
+  const bool done = moveFile(source, target, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
   return done ? OSS_RC_OK : fail(errno == EACCES ? ENOTSUP : errno);
 }
 
@@ -204,21 +218,30 @@ unsigned int ossDirectorySync(const char* path) {
 
 unsigned int ossAbsolutePath(const char* path, char* buffer, std::size_t size) {
   if (path == nullptr || buffer == nullptr) return OSS_RC_NULL_ARGUMENT;
-  const DWORD length = ::GetFullPathNameA(path, static_cast<DWORD>(size), buffer, nullptr);
-  if (length == 0) return fail(oss::errnoOf(::GetLastError()));
-  return length < size ? OSS_RC_OK : OSS_RC_BUFFER_TOO_SMALL;
+  wchar_t full[OSS_FULL_PATH_SIZE];
+  const oss::WidePath wide(path);
+  const DWORD units = wide ? ::GetFullPathNameW(wide.get(), OSS_FULL_PATH_SIZE, full, nullptr) : 0;
+  if (units == 0) return fail(oss::errnoOf(::GetLastError()));
+  if (units >= OSS_FULL_PATH_SIZE) return OSS_RC_BUFFER_TOO_SMALL;
+  const std::size_t length = oss::narrow(full, units, oss::Spelled::Path, buffer, size);
+  if (length == oss::noText) return fail(oss::errnoOf(::GetLastError()));
+  if (length >= size) return OSS_RC_BUFFER_TOO_SMALL;
+  buffer[length] = '\0';
+  return OSS_RC_OK;
 }
 
 unsigned int ossFileSetPermissions(const char* path, std::uint32_t permissions) {
   if (path == nullptr) return OSS_RC_NULL_ARGUMENT;
-  DWORD attributes = 0;
-  if (!attributesOf(path, &attributes)) return fail(errno);
-  if (oss::isLink(attributes)) return fail(ELOOP);
-  const DWORD others = attributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
+  BY_HANDLE_FILE_INFORMATION status;
+  bool isLink = false;
+  if (!oss::askFile(path, &status, &isLink)) return fail(errno);
+  if (isLink) return fail(ELOOP);
+  const DWORD others = status.dwFileAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
   const DWORD wanted =
       others | ((permissions & oss::ownerWrite) == 0 ? FILE_ATTRIBUTE_READONLY : 0);
-  return outcome(
-      oss::systemCall("fchmod", path, [&] { return ::SetFileAttributesA(path, wanted) != 0; }));
+  return outcome(pathCall("fchmod", path, [&](const wchar_t* name) {
+    return ::SetFileAttributesW(name, wanted) != 0;
+  }));
 }
 
 unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* info) {
@@ -228,9 +251,10 @@ unsigned int ossFileGetInfoV9(const OSSFileInfoRequest* request, OSSFileInfo* in
   if (request->level != OSS_PARAM_LEVEL) return OSS_RC_BAD_PARAMETER;
   const char* path = request->path;
   BY_HANDLE_FILE_INFORMATION status;
-  if (!oss::askFile(path, FILE_FLAG_OPEN_REPARSE_POINT, &status)) return fail(errno);
-  const bool isLink = oss::isLink(status.dwFileAttributes);
-  if (isLink && !oss::askFile(path, 0, &status)) return fail(errno);
+  bool isLink = false;
+  if (!oss::askFile(path, &status, &isLink)) return fail(errno);
+  const bool isKeptBehind = (status.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  if (isKeptBehind && !oss::askFile(path, &status, nullptr)) return fail(errno);
   oss::takeStatus(status, info);
   info->isSymbolicLink = isLink;
   return OSS_RC_OK;
@@ -240,9 +264,7 @@ std::FILE* ossFileOpenToRead(const char* path) {
   if (path == nullptr) return nullptr;
   const HANDLE handle = oss::openFile(path, {GENERIC_READ, OPEN_EXISTING, true, true}, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return nullptr;
-  const int descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle),
-                                           _O_RDONLY | _O_BINARY | _O_NOINHERIT);
-  if (descriptor < 0) ::CloseHandle(handle);
+  const int descriptor = oss::descriptorOf(handle, _O_RDONLY | _O_BINARY | _O_NOINHERIT);
   std::FILE* const stream = descriptor < 0 ? nullptr : ::_fdopen(descriptor, "rb");
   if (descriptor >= 0 && stream == nullptr) ::_close(descriptor);
   return stream;

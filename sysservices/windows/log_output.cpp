@@ -8,6 +8,7 @@
 #include "sysservices/diagnostics.h"
 #include "sysservices/inner/error_codes.h"
 #include "sysservices/windows/system_call.h"
+#include "sysservices/windows/wide_text.h"
 
 std::uint64_t ossThreadID() { return ::GetCurrentThreadId(); }
 
@@ -28,18 +29,62 @@ Forks forks() noexcept { return {}; }
 ForkPause::ForkPause() noexcept = default;
 ForkPause::~ForkPause() = default;
 
-void appendToLog(const char* target, const char* line, std::size_t length) noexcept {
-  const DWORD saved = ::GetLastError();
+namespace {
+
+// A debugger shows the line as it is; the event log's entries are lines by themselves. Both want
+// UTF-16, and the lines are ASCII.
+class WideLine {
+ public:
+  WideLine(const char* line, std::size_t length) noexcept {
+    length = length < longest ? length : longest;
+    for (std::size_t i = 0; i < length; ++i) text_[i] = static_cast<unsigned char>(line[i]);
+    text_[length] = L'\0';
+  }
+  const wchar_t* get() const noexcept { return text_; }
+
+ private:
+  static constexpr std::size_t longest = 4096;
+  wchar_t text_[longest + 1];
+};
+
+void toEventLog(const char* line, std::size_t length) noexcept {
+  constexpr DWORD event = 1;  // "%1" in the message file that docs/windows.md names
+  const HANDLE log = ::RegisterEventSourceW(nullptr, L"zorgenreg64");
+  if (log == nullptr) return;
+  const WideLine text(line, length - 1);
+  const wchar_t* const texts[] = {text.get()};
+  (void)::ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, event, nullptr, 1, 0,
+                       const_cast<const wchar_t**>(texts), nullptr);
+  (void)::DeregisterEventSource(log);
+}
+
+HANDLE openLog(const char* target) noexcept {
+  const WidePath path(target);
+  if (!path) return INVALID_HANDLE_VALUE;
+  return ::CreateFileW(path.get(), FILE_APPEND_DATA,
+                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+void toFile(const char* target, const char* line, std::size_t length) noexcept {
   const bool toStandardError = std::strcmp(target, "stderr") == 0;
-  const HANDLE handle = toStandardError
-                            ? ::GetStdHandle(STD_ERROR_HANDLE)
-                            : ::CreateFileA(target, FILE_APPEND_DATA,
-                                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                            nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle != nullptr && handle != INVALID_HANDLE_VALUE) {
-    DWORD written = 0;
-    (void)::WriteFile(handle, line, static_cast<DWORD>(length), &written, nullptr);
-    if (!toStandardError) ::CloseHandle(handle);
+  const HANDLE handle = toStandardError ? ::GetStdHandle(STD_ERROR_HANDLE) : openLog(target);
+  if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return;
+  DWORD written = 0;
+  (void)::WriteFile(handle, line, static_cast<DWORD>(length), &written, nullptr);
+  if (!toStandardError) ::CloseHandle(handle);
+}
+
+}  // namespace
+
+void appendToLog(const char* target, const char* line, std::size_t length, bool isTrace) noexcept {
+  const DWORD saved = ::GetLastError();
+  if (std::strcmp(target, "debugger") == 0) {
+    ::OutputDebugStringW(WideLine(line, length).get());
+  } else if (std::strcmp(target, "eventlog") == 0) {
+    if (!isTrace) toEventLog(line, length);
+  } else {
+    toFile(target, line, length);
   }
   ::SetLastError(saved);
 }
@@ -61,10 +106,13 @@ const char* textOfSystemError(unsigned int systemCall, int error, char* buffer,
   if (!isSystemNumber(systemCall)) {
     return ::strerror_s(buffer, size, error) == 0 ? buffer : "unknown error";
   }
-  const DWORD length =
-      ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                       static_cast<DWORD>(error), 0, buffer, static_cast<DWORD>(size), nullptr);
-  return length > 0 ? buffer : "unknown error";
+  wchar_t wide[512];
+  const DWORD units = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                       nullptr, static_cast<DWORD>(error), 0, wide, 512, nullptr);
+  const std::size_t length = narrow(wide, units, Spelled::Text, buffer, size);
+  if (units == 0 || length >= size) return "unknown error";
+  buffer[length] = '\0';
+  return buffer;
 }
 
 }  // namespace oss

@@ -1,6 +1,8 @@
 // Opening, closing, locking and asking files; the map between the system's error numbers and errno.
 #include "sysservices/windows/system_call.h"
 
+#include <io.h>
+
 namespace oss {
 namespace {
 
@@ -40,6 +42,7 @@ constexpr ErrorRow errorRows[] = {
     {ERROR_INVALID_PARAMETER, EINVAL},
     {ERROR_NEGATIVE_SEEK, EINVAL},
     {ERROR_INVALID_NAME, ENOENT},
+    {ERROR_NO_UNICODE_TRANSLATION, EILSEQ},
     {ERROR_FILENAME_EXCED_RANGE, ENAMETOOLONG},
     {ERROR_CANT_RESOLVE_FILENAME, ELOOP},
     {ERROR_DIRECTORY, EISDIR},
@@ -58,39 +61,81 @@ constexpr OVERLAPPED lockedPlace() {
 }
 
 // A refusal that will not change: the path names a directory, or a file that nobody may write.
-bool isRefusedForGood(const char* path, DWORD systemError) {
+bool isRefusedForGood(const WidePath& path, DWORD systemError) {
   if (systemError != ERROR_ACCESS_DENIED) return false;
-  const DWORD attributes = ::GetFileAttributesA(path);
+  const DWORD attributes = ::GetFileAttributesW(path.get());
   return attributes != INVALID_FILE_ATTRIBUTES &&
          (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) != 0;
 }
 
-int refuse(HANDLE handle, int error) {
-  ::CloseHandle(handle);
+bool tellStatus(HANDLE handle, BY_HANDLE_FILE_INFORMATION* status) {
+  return systemCall("fstat", nullptr,
+                    [&] { return ::GetFileInformationByHandle(handle, status) != 0; });
+}
+
+// Whether a handle that was opened without following is that of a link. One whose tag the system
+// does not tell is taken for one.
+bool isLinkHandle(HANDLE handle, DWORD attributes) {
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+  FILE_ATTRIBUTE_TAG_INFO tag;
+  const bool told =
+      ::GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &tag, sizeof tag) != 0;
+  return !told || isLink(tag.FileAttributes, tag.ReparseTag);
+}
+
+// One try to open a file as `opening` wants it; INVALID_HANDLE_VALUE with GetLastError.
+HANDLE tryOpen(const WidePath& path, const FileOpening& opening, bool follows) {
+  const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE |
+                      (opening.canBeRemovedMeanwhile ? DWORD{FILE_SHARE_DELETE} : 0);
+  const DWORD attributes = opening.attributes != 0 ? opening.attributes : FILE_ATTRIBUTE_NORMAL;
+  SECURITY_ATTRIBUTES security{sizeof security, opening.security, FALSE};
+  return ::CreateFileW(path.get(), opening.access, share,
+                       opening.security == nullptr ? nullptr : &security, opening.disposition,
+                       attributes | (follows ? 0 : FILE_FLAG_OPEN_REPARSE_POINT), nullptr);
+}
+
+// Opens, in place of a handle to what a file is kept in by the system, the file itself. 0 or the
+// errno; the handle is none then.
+int openBehind(const WidePath& path, FileOpening opening, HANDLE* handle,
+               const BY_HANDLE_FILE_INFORMATION& kept) {
+  opening.disposition = OPEN_EXISTING;
+  const HANDLE behind = tryOpen(path, opening, true);
+  int error = behind == INVALID_HANDLE_VALUE ? errnoOf(::GetLastError()) : 0;
+  ::CloseHandle(std::exchange(*handle, behind));
+  BY_HANDLE_FILE_INFORMATION status;
+  if (error == 0 && !tellStatus(behind, &status)) error = errno;
+  if (error == 0 && (status.dwVolumeSerialNumber != kept.dwVolumeSerialNumber ||
+                     status.nFileIndexHigh != kept.nFileIndexHigh ||
+                     status.nFileIndexLow != kept.nFileIndexLow)) {
+    error = ELOOP;  // another one meanwhile
+  }
   return error;
 }
 
 // What an open handle leads to must be a plain file on a disk. Returns 0 or the errno.
-int checkPlain(HANDLE handle, const FileOpening& opening) {
-  if (::GetFileType(handle) != FILE_TYPE_DISK) return refuse(handle, ELOOP);
+int checkPlain(const WidePath& path, const FileOpening& opening, HANDLE* handle) {
+  if (::GetFileType(*handle) != FILE_TYPE_DISK) return ELOOP;
   if (opening.followsLinks && !opening.hasOneName) return 0;
-  BY_HANDLE_FILE_INFORMATION information;
-  const bool asked = systemCall(
-      "fstat", nullptr, [&] { return ::GetFileInformationByHandle(handle, &information) != 0; });
-  if (!asked) return refuse(handle, errno);
-  if (!opening.followsLinks && isLink(information.dwFileAttributes)) return refuse(handle, ELOOP);
-  if (opening.hasOneName && information.nNumberOfLinks > 1) return refuse(handle, ELOOP);
-  return 0;
+  BY_HANDLE_FILE_INFORMATION status;
+  if (!tellStatus(*handle, &status)) return errno;
+  if (opening.hasOneName && status.nNumberOfLinks > 1) return ELOOP;
+  if (opening.followsLinks) return 0;
+  if (isLinkHandle(*handle, status.dwFileAttributes)) return ELOOP;
+  const bool isKept = (status.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  return isKept ? openBehind(path, opening, handle, status) : 0;
 }
 
 // Asks a file through a handle of its own. False with GetLastError.
-bool ask(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) {
-  const HANDLE handle = ::CreateFileA(
-      path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr);
+bool ask(const WidePath& path, BY_HANDLE_FILE_INFORMATION* status, bool* isLink) {
+  const DWORD flags =
+      FILE_FLAG_BACKUP_SEMANTICS | (isLink == nullptr ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
+  const HANDLE handle = ::CreateFileW(path.get(), FILE_READ_ATTRIBUTES,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, flags, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return false;
   const bool asked = ::GetFileInformationByHandle(handle, status) != 0;
   const DWORD error = ::GetLastError();
+  if (asked && isLink != nullptr) *isLink = isLinkHandle(handle, status->dwFileAttributes);
   ::CloseHandle(handle);
   ::SetLastError(error);
   return asked;
@@ -139,32 +184,51 @@ bool waitAndRetry(DWORD systemError, unsigned int attempt) noexcept {
 HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noexcept {
   if (created != nullptr) *created = false;
   if (!passesFaultPoint("open", path)) return INVALID_HANDLE_VALUE;
-  const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE |
-                      (opening.canBeRemovedMeanwhile ? DWORD{FILE_SHARE_DELETE} : 0);
-  const DWORD flags = (opening.readOnly ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL) |
-                      (opening.followsLinks ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
-  SECURITY_ATTRIBUTES security{sizeof security, opening.security, FALSE};
-  SECURITY_ATTRIBUTES* const given = opening.security == nullptr ? nullptr : &security;
-  for (unsigned int attempt = 1;; ++attempt) {
-    const HANDLE handle =
-        ::CreateFileA(path, opening.access, share, given, opening.disposition, flags, nullptr);
+  const WidePath wide(path);
+  errno = wide ? 0 : errnoOf(::GetLastError());
+  for (unsigned int attempt = 1; wide; ++attempt) {
+    HANDLE handle = tryOpen(wide, opening, opening.followsLinks);
     if (handle != INVALID_HANDLE_VALUE) {
       const bool existed = opening.disposition == OPEN_ALWAYS
                                ? ::GetLastError() == ERROR_ALREADY_EXISTS
                                : opening.disposition == OPEN_EXISTING;
       if (created != nullptr) *created = !existed;
-      const int error = checkPlain(handle, opening);
+      const int error = checkPlain(wide, opening, &handle);
       if (error == 0) return handle;
+      if (handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
       errno = error;
-      return INVALID_HANDLE_VALUE;
+      break;
     }
     const DWORD error = ::GetLastError();
-    const bool forGood = isRefusedForGood(path, error);
+    const bool forGood = isRefusedForGood(wide, error);
     if (!forGood && waitAndRetry(error, attempt)) continue;
-    const DWORD attributes = forGood ? ::GetFileAttributesA(path) : 0;
+    const DWORD attributes = forGood ? ::GetFileAttributesW(wide.get()) : 0;
     errno = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? EISDIR : errnoOf(error);
-    return INVALID_HANDLE_VALUE;
+    break;
   }
+  return INVALID_HANDLE_VALUE;
+}
+
+int descriptorOf(HANDLE handle, int flags) noexcept {
+  constexpr int firstFree = 3;
+  int low[firstFree];
+  int count = 0;
+  int descriptor = -1;
+  for (;;) {
+    descriptor = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(handle), flags);
+    if (descriptor < 0) ::CloseHandle(handle);
+    if (descriptor < 0 || descriptor >= firstFree) break;
+    low[count++] = descriptor;
+    HANDLE copy = nullptr;
+    const HANDLE self = ::GetCurrentProcess();
+    if (!::DuplicateHandle(self, handle, self, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+      descriptor = -1;
+      break;
+    }
+    handle = copy;
+  }
+  while (count > 0) ::_close(low[--count]);
+  return descriptor;
 }
 
 int closeHandle(HANDLE handle) noexcept {
@@ -183,8 +247,9 @@ bool unlockHandle(HANDLE handle) noexcept {
   return ::UnlockFileEx(handle, 0, 1, 0, &place) != 0;
 }
 
-bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept {
-  return patientCall("stat", path, [&] { return ask(path, flags, status); });
+bool askFile(const char* path, BY_HANDLE_FILE_INFORMATION* status, bool* isLink) noexcept {
+  const WidePath wide(path);
+  return patientCall("stat", path, [&] { return wide && ask(wide, status, isLink); });
 }
 
 // The system counts tenths of microseconds from the beginning of 1601.

@@ -10,6 +10,7 @@
 #include "sysservices/export.h"
 #include "sysservices/fault_hook.h"
 #include "sysservices/file_handle.h"
+#include "sysservices/windows/wide_text.h"
 
 namespace oss {
 
@@ -60,7 +61,7 @@ struct FileOpening {
   bool canBeRemovedMeanwhile;  // others may rename and delete the file while it is open
   bool followsLinks;           // else a link at the path is refused
   bool hasOneName = false;     // a file with a second name is refused
-  bool readOnly = false;       // attribute of a file that the open creates
+  DWORD attributes = 0;        // of a file that the open creates, FILE_ATTRIBUTE_...
   SECURITY_DESCRIPTOR* security = nullptr;  // of a file that the open creates; null: inherited
 };
 
@@ -75,10 +76,15 @@ int closeHandle(HANDLE handle) noexcept;
 bool lockHandle(HANDLE handle, DWORD flags) noexcept;
 bool unlockHandle(HANDLE handle) noexcept;
 
+// The runtime library's number for a handle, which it owns from then on; -1, with the handle
+// closed, when there is none left. Never one of the standard three: a host that closed one of those
+// must not find a registry file in its place.
+ZOROSSE_API int descriptorOf(HANDLE handle, int flags) noexcept;
+
 // What stands at a path is asked through a handle of its own, whoever else has it open: what the
-// directory says of a file lags behind. `flags` may say that a link is asked, not what it leads to.
-// False with errno.
-bool askFile(const char* path, DWORD flags, BY_HANDLE_FILE_INFORMATION* status) noexcept;
+// directory says of a file lags behind. With `isLink` null a link is followed, else it is asked
+// itself. False with errno.
+bool askFile(const char* path, BY_HANDLE_FILE_INFORMATION* status, bool* isLink) noexcept;
 
 // A time of the system, in nanoseconds from the beginning of 1970.
 std::int64_t nanosecondsOf(const FILETIME& time) noexcept;
@@ -90,7 +96,11 @@ void takeStatus(const BY_HANDLE_FILE_INFORMATION& status, OSSFileInfo* info) noe
 // rename is written through. Returns 0 or the error number of the fault hook.
 int syncDirectoryOf(const char* path) noexcept;
 
-// Whether file attributes are those of a link or of another stand-in for a file.
-inline bool isLink(DWORD attributes) { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
+// Whether a file with these attributes and this reparse tag is a link, that is, a name of something
+// else. What is kept in a cloud, deduplicated or compressed by the system is a file all the same.
+constexpr bool isLink(DWORD attributes, DWORD tag) {
+  constexpr DWORD nameSurrogate = 0x20000000;
+  return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && (tag & nameSurrogate) != 0;
+}
 
 }  // namespace oss

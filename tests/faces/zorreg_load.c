@@ -1,5 +1,5 @@
 /* A Windows program that knows the library by its file and its functions by their names alone:
- * zorreg_load LIBRARY makes a record at a path of western letters and prints what it finds. */
+ * zorreg_load LIBRARY makes a record at a path that no code page has and prints what it finds. */
 #include <stdio.h>
 #include <windows.h>
 
@@ -36,9 +36,8 @@ int main(int count, char** words) {
   value = (const char* (*)(const zorreg_record*, const char*))find("zorreg_record_get");
   close = (void (*)(zorreg*))find("zorreg_close");
   record = make();
-  if (open("var", "\xE6\x97\xA5.var", &registry) != GENREG_RC_PATH_ENCODING ||
-      open("var", "caf\xE9.var", &registry) != GENREG_RC_PATH_ENCODING ||
-      open("var", "caf\xC3\xA9.var", &registry) != 0 || assign(record, "Variable", "A") != 0 ||
+  if (open("var", "caf\xE9.var", &registry) != GENREG_RC_PATH_ENCODING ||
+      open("var", "caf\xC3\xA9 \xE6\x97\xA5.var", &registry) != 0 || assign(record, "Variable", "A") != 0 ||
       assign(record, "Value", "1") != 0 || store(registry, record) != 0) {
     return 1;
   }

@@ -8,6 +8,7 @@
 
 #include "support/operations.h"
 #include "sysservices/file_system.h"
+#include "sysservices/windows/system_call.h"
 
 namespace {
 
@@ -121,6 +122,74 @@ TEST_F(Windows, TheNewFileIsOpenToTheSamePeopleFromBirth) {
   }
   EXPECT_EQ(atFirst, narrow);
   EXPECT_EQ(accessOf(registry()), narrow);
+}
+
+TEST_F(Windows, AnUpdateKeepsTheAttributes) {
+  constexpr DWORD hidden = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+  for (const DWORD attributes : {hidden, hidden | FILE_ATTRIBUTE_READONLY}) {
+    writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
+    ASSERT_NE(::SetFileAttributesA(registry().c_str(), attributes), 0);
+    if ((::GetFileAttributesA(registry().c_str()) & hidden) != hidden) {
+      GTEST_SKIP() << "the file system keeps no such attributes";
+    }
+    TestRegistry handle(registry());
+    EXPECT_EQ(change(handle), 0u);
+    const DWORD kept = hidden | FILE_ATTRIBUTE_READONLY;
+    EXPECT_EQ(::GetFileAttributesA(registry().c_str()) & kept, attributes);
+    setPermissions(registry(), 0600);
+  }
+}
+
+TEST_F(Windows, OnlyWhatIsAnotherNameOfAFileIsALink) {
+  constexpr DWORD point = FILE_ATTRIBUTE_REPARSE_POINT;
+  const struct {
+    DWORD attributes, tag;
+    bool isLink;
+  } rows[] = {{point, 0xA000000C, true},   // a symbolic link
+              {point, 0xA0000003, true},   // a mount point
+              {point, 0x9000001A, false},  // kept in a cloud
+              {point, 0x80000013, false},  // deduplicated
+              {point, 0x80000017, false},  // compressed by the system
+              {FILE_ATTRIBUTE_NORMAL, 0xA000000C, false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(oss::isLink(row.attributes, row.tag), row.isLink) << row.tag;
+}
+
+TEST_F(Windows, NoTemporaryFileStaysThatCannotBecomeReadOnlyOrBegin) {
+  const std::string before = frame(variable("a", 1)) + frame(variable("b", 2));
+  for (const char* call : {"fchmod", "malloc"}) {
+    bool isMade = false;
+    writeFile(registry(), before);
+    setPermissions(registry(), 0400);
+    TestRegistry handle(registry());
+    {
+      const FaultHook fault([&](const std::string& made) {
+        isMade = isMade || exists(temporary());
+        return isMade && made == call ? EACCES : 0;
+      });
+      EXPECT_NE(change(handle), 0u) << call;
+    }
+    setPermissions(registry(), 0600);
+    EXPECT_TRUE(isMade);
+    EXPECT_EQ(files(), "r") << call;
+    EXPECT_EQ(readFile(registry()), before);
+  }
+}
+
+TEST_F(Windows, WhatIsWrittenInPiecesIsWhole) {
+  writeFile(registry(), frame(variable("a", 1)) + frame(variable("b", 2)));
+  std::size_t writes = 0;
+  int piece = OSS_FAULT_SHORT;
+  const FaultHook fault([&](const std::string& call) {
+    writes += call == "write";
+    return call == "write" ? piece : 0;
+  });
+  TestRegistry handle(registry());
+  EXPECT_EQ(change(handle), 0u);
+  EXPECT_GT(writes, 1u);
+  piece = ossFaultAtMost(1);
+  EXPECT_EQ(remove(handle), 0u);
+  EXPECT_EQ(readFile(registry()), frame(variable("b", 22)));
 }
 
 }  // namespace

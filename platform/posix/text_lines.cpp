@@ -1,0 +1,3 @@
+#include "platform/text_lines.h"
+
+const bool platform::linesEndInReturn = false;
