@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench/flavours.h"
+#include "proof/children.h"
 #include "support/registry_fixture.h"
 
 namespace proof {
@@ -19,7 +20,6 @@ using flavours::Verb;
 using Records = std::vector<Entry>;  // in the file's order
 
 // The one registry of a program and its companions.
-std::string makeDirectory();
 inline const std::string directory = makeDirectory();
 inline const std::string registry = directory + "/r";
 inline const std::string backup = directory + "/.r.bkp";
@@ -34,7 +34,6 @@ struct File {
 bool operator<(const File& a, const File& b);
 using Files = std::map<std::string, File>;  // by name
 
-std::uint64_t inodeOf(const std::string& path);
 Files files();
 void restore(const Files& files);
 

@@ -82,6 +82,8 @@ const char* lacking(Need need) {
       return "there is no device that is always full";
     case Need::RemovableLockFiles:
       return "a lock file that is open cannot be removed";
+    case Need::StandingName:
+      return "a file that a reader has open cannot be replaced, only renamed";
   }
   return nullptr;
 }
@@ -115,6 +117,16 @@ unsigned int permissionsOf(const std::string& path) {
 }
 
 unsigned int keptPermissions(unsigned int permissions) { return 0400 | (permissions & 0200u); }
+
+std::uint64_t inodeOf(const std::string& path) {
+  const HANDLE file = ::CreateFileA(
+      path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  BY_HANDLE_FILE_INFORMATION status{};
+  (void)::GetFileInformationByHandle(file, &status);
+  ::CloseHandle(file);
+  return std::uint64_t{status.nFileIndexHigh} << 32 | status.nFileIndexLow;
+}
 
 void plantLink(const std::string&, const std::string&) { FAIL() << lacking(Need::Links); }
 void plantPipe(const std::string&) { FAIL() << lacking(Need::Links); }
