@@ -150,7 +150,7 @@ struct Storm {
       updates += board().acknowledged[i];
     }
     scenario.expect(isNoOlder(acknowledged), "an acknowledged update is lost");
-    scenario.expect(scenario.open()->run(Verb::Change, counter(0, 7)) == 0, "the next update");
+    scenario.expect(scenario.open()->run(Verb::Add, {"next", 9}) == 0, "the next update");
     for (const auto& [name, file] : proof::files()) {
       const bool isKnown = name == proof::registry || name == proof::corrupt;
       scenario.expect(isKnown, "left over: " + name);

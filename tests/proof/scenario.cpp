@@ -56,6 +56,16 @@ bool isWanted(const Scenario& scenario, bool isShort) {
 
 }  // namespace
 
+void workIn(const std::string& place) {
+  fs::create_directory(place);
+  directory = place;
+  registry = place + "/r";
+  backup = place + "/.r.bkp";
+  lockFile = place + "/.r.lock";
+  temporary = place + "/r.tmp";
+  corrupt = place + "/r.cor";
+}
+
 bool operator<(const File& a, const File& b) {
   return std::tie(a.bytes, a.inode) < std::tie(b.bytes, b.inode);
 }
@@ -211,30 +221,37 @@ bool isShort(int argc, char** argv) {
   return std::find(argv, argv + argc, std::string("--short")) != argv + argc;
 }
 
-int sweepAll(int argc, char** argv, const char* proof,
-             const std::function<void(Scenario& scenario)>& sweep) {
+std::vector<Scenario> everyScenario(const char* proof, bool isShort) {
+  std::vector<Scenario> scenarios;
   for (const flavours::Row& flavour : flavours::rows) {
     for (const std::uint64_t features : {std::uint64_t{0}, unverified, verified}) {
       for (const auto& [verb, entry] : steps) {
         for (const Start& start : starts) {
           for (const bool links : {true, false}) {
-            Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
-            if (!isWanted(scenario, isShort(argc, argv))) continue;
-            const FaultHook hook([&](const std::string& call) {
-              const int fault = scenario.disturb ? scenario.disturb(call) : 0;
-              return fault == 0 && !links && call == "link" ? EPERM : fault;
-            });
-            sweep(scenario);
+            const Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
+            if (isWanted(scenario, isShort)) scenarios.push_back(scenario);
           }
         }
       }
     }
   }
+  return scenarios;
+}
+
+int sweepAll(int argc, char** argv, const char* proof,
+             const std::function<void(Scenario& scenario)>& sweep) {
+  for (Scenario& scenario : everyScenario(proof, isShort(argc, argv))) {
+    const FaultHook hook([&](const std::string& call) {
+      const int fault = scenario.disturb ? scenario.disturb(call) : 0;
+      return fault == 0 && !scenario.links && call == "link" ? EPERM : fault;
+    });
+    sweep(scenario);
+  }
   return finish();
 }
 
 int finish() {
-  fs::remove_all(directory);
+  fs::remove_all(home);
   bool holds = true;
   for (const auto& [row, counts] : rows) {
     std::printf("%s|%lu|%lu\n", row.c_str(), counts.tried, counts.failed);
