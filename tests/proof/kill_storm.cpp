@@ -46,6 +46,11 @@ struct Storm {
   // The jobs of writers come before those of readers.
   bool work(int job) const {
     if (job >= writers) return read();
+    // They are to be killed in the midst of a commit more often than elsewhere.
+    const FaultHook hook([](const std::string& call) {
+      if (call == "rename" || call == "unlink") pause(1000);
+      return 0;
+    });
     std::vector<std::future<bool>> counting;
     for (int i = job * threads; i < (job + 1) * threads; ++i) {
       counting.push_back(std::async(std::launch::async, [this, i] { return count(i); }));
@@ -114,7 +119,7 @@ struct Storm {
     }
     std::minstd_rand random(1);
     bool all = true;
-    for (int i = 0; i < kills; ++i) {
+    for (int i = 0; i < kills && all; ++i) {
       const auto victim = static_cast<int>(random() % writers);
       // It must be at work, but nobody waits for ever for one that is not.
       const int before = sumOf(victim);

@@ -18,6 +18,15 @@ constexpr int childDone = 100;  // added to the status of a child that did run i
 
 std::string currentDirectory;
 
+// The tool stands beside the tests, wherever somebody has put them.
+const bool findsTool = [] {
+  char program[MAX_PATH];
+  (void)::GetModuleFileNameA(nullptr, program, sizeof program);
+  const char* const path = std::getenv("PATH");
+  const std::string folder = std::filesystem::path(program).parent_path().string();
+  return ossEnvironmentSet("PATH", (folder + ";" + (path == nullptr ? "" : path)).c_str()) == 0;
+}();
+
 const char* orEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 template <typename Visit>
