@@ -45,7 +45,7 @@ std::set<std::string> possible(const Versions& versions) {
 // A disk, by what may be found on it after a power cut.
 class Disk {
  public:
-  Disk() { change(proof::inodeOf(proof::directory)); }
+  Disk() { change(inodeOf(proof::directory)); }
 
   // A call was made, and `synced` by it.
   void change(std::uint64_t synced) {
@@ -65,7 +65,7 @@ class Disk {
       for (const auto& [name, inode] : changed) kept[name] = inode;
       possible_.insert(kept);
     }
-    if (synced == proof::inodeOf(proof::directory)) possible_ = {names};
+    if (synced == inodeOf(proof::directory)) possible_ = {names};
   }
 
   std::set<Files> states() const {

@@ -13,6 +13,10 @@ namespace {
 
 using proof::Scenario;
 
+#ifndef EDQUOT
+constexpr int EDQUOT = ENOSPC;  // not every system tells the two apart
+#endif
+
 // The errors that each call can give; the others give EIO.
 const std::map<std::string, std::vector<int>> errors{
     {"malloc", {ENOMEM}},
@@ -79,11 +83,13 @@ void fail(Scenario& scenario, const Fault& fault, bool storing) {
 
 void sweep(Scenario& scenario) {
   const std::vector<std::string> made = scenario.calls();
-  const auto commit =
-      static_cast<std::size_t>(std::find(made.begin(), made.end(), "link") - made.begin());
+  // The commit begins with a link; where none does, the last rename completes it.
+  const auto link = std::find(made.begin(), made.end(), "link");
+  const auto rename = std::find(made.rbegin(), made.rend(), "rename");
+  const auto commit = link != made.end() ? link - made.begin() : made.rend() - rename - 1;
   for (std::size_t k = 0; k < made.size(); ++k) {
     if (scenario.isLarge() && bytesMovers.count(made[k]) == 0) continue;
-    const bool storing = k < commit && !scenario.inPlace();
+    const bool storing = static_cast<std::ptrdiff_t>(k) < commit && !scenario.inPlace();
     const auto known = errors.find(made[k]);
     for (const int error : known == errors.end() ? std::vector<int>{EIO} : known->second) {
       fail(scenario, {k, made[k], error, false}, storing);

@@ -1,8 +1,5 @@
 #include "proof/scenario.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -44,6 +41,8 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   const bool isBinary = scenario.flavour == flavours::rows;
   const bool isLinked = scenario.start->registry && scenario.start->backup == Start::Own;
   if (scenario.before.empty() && scenario.verb != Verb::Add) return false;
+  // Where no commit links, there is one kind of file system.
+  if (lacking(Need::StandingName) != nullptr && (!scenario.links || isLinked)) return false;
   // The streams serve all flavours and all ways to commit alike.
   if (scenario.isLarge() && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
@@ -57,28 +56,25 @@ bool isWanted(const Scenario& scenario, bool isShort) {
 
 }  // namespace
 
-std::string makeDirectory() {
-  // In memory where the machine can.
-  std::string path = fs::exists("/dev/shm") ? "/dev/shm" : "/tmp";
-  path += "/zorgenreg-proof-XXXXXX";
-  if (::mkdtemp(path.data()) == nullptr) std::abort();
-  return path;
+void workIn(const std::string& place) {
+  fs::create_directory(place);
+  directory = place;
+  registry = place + "/r";
+  backup = place + "/.r.bkp";
+  lockFile = place + "/.r.lock";
+  temporary = place + "/r.tmp";
+  corrupt = place + "/r.cor";
 }
 
 bool operator<(const File& a, const File& b) {
   return std::tie(a.bytes, a.inode) < std::tie(b.bytes, b.inode);
 }
 
-std::uint64_t inodeOf(const std::string& path) {
-  struct stat status {};
-  (void)::lstat(path.c_str(), &status);
-  return status.st_ino;
-}
-
 Files files() {
   Files found;
   for (const auto& entry : fs::directory_iterator(directory)) {
-    found[entry.path()] = {readFile(entry.path()), inodeOf(entry.path())};
+    const std::string name = entry.path().generic_string();
+    found[name] = {readFile(name), inodeOf(name)};
   }
   return found;
 }
@@ -163,8 +159,9 @@ void Scenario::count(unsigned long tried) const { rows[row()].tried += tried; }
 
 void Scenario::expect(bool holds, const std::string& what) const {
   if (holds || ++rows[row()].failed > 5) return;
-  std::fprintf(stderr, "FAILED %s, features %lu, %s%s: %s: %s\n", row().c_str(), features,
-               start->name, links ? "" : ", without hard links", what.c_str(), where.c_str());
+  std::fprintf(stderr, "FAILED %s, features %s, %s%s: %s: %s\n", row().c_str(),
+               std::to_string(features).c_str(), start->name, links ? "" : ", without hard links",
+               what.c_str(), where.c_str());
 }
 
 bool Scenario::shows(const Records& records) const {
@@ -224,30 +221,37 @@ bool isShort(int argc, char** argv) {
   return std::find(argv, argv + argc, std::string("--short")) != argv + argc;
 }
 
-int sweepAll(int argc, char** argv, const char* proof,
-             const std::function<void(Scenario& scenario)>& sweep) {
+std::vector<Scenario> everyScenario(const char* proof, bool isShort) {
+  std::vector<Scenario> scenarios;
   for (const flavours::Row& flavour : flavours::rows) {
     for (const std::uint64_t features : {std::uint64_t{0}, unverified, verified}) {
       for (const auto& [verb, entry] : steps) {
         for (const Start& start : starts) {
           for (const bool links : {true, false}) {
-            Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
-            if (!isWanted(scenario, isShort(argc, argv))) continue;
-            const FaultHook hook([&](const std::string& call) {
-              const int fault = scenario.disturb ? scenario.disturb(call) : 0;
-              return fault == 0 && !links && call == "link" ? EPERM : fault;
-            });
-            sweep(scenario);
+            const Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
+            if (isWanted(scenario, isShort)) scenarios.push_back(scenario);
           }
         }
       }
     }
   }
+  return scenarios;
+}
+
+int sweepAll(int argc, char** argv, const char* proof,
+             const std::function<void(Scenario& scenario)>& sweep) {
+  for (Scenario& scenario : everyScenario(proof, isShort(argc, argv))) {
+    const FaultHook hook([&](const std::string& call) {
+      const int fault = scenario.disturb ? scenario.disturb(call) : 0;
+      return fault == 0 && !scenario.links && call == "link" ? EPERM : fault;
+    });
+    sweep(scenario);
+  }
   return finish();
 }
 
 int finish() {
-  fs::remove_all(directory);
+  fs::remove_all(home);
   bool holds = true;
   for (const auto& [row, counts] : rows) {
     std::printf("%s|%lu|%lu\n", row.c_str(), counts.tried, counts.failed);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bench/flavours.h"
+#include "proof/children.h"
 #include "support/registry_fixture.h"
 
 namespace proof {
@@ -18,14 +19,16 @@ using flavours::Handle;
 using flavours::Verb;
 using Records = std::vector<Entry>;  // in the file's order
 
-// The one registry of a program and its companions.
-std::string makeDirectory();
-inline const std::string directory = makeDirectory();
-inline const std::string registry = directory + "/r";
-inline const std::string backup = directory + "/.r.bkp";
-inline const std::string lockFile = directory + "/.r.lock";
-inline const std::string temporary = directory + "/r.tmp";
-inline const std::string corrupt = directory + "/r.cor";
+// The one registry that a program works on at a time, and its companions.
+inline const std::string home = makeDirectory();
+inline std::string directory = home;
+inline std::string registry = directory + "/r";
+inline std::string backup = directory + "/.r.bkp";
+inline std::string lockFile = directory + "/.r.lock";
+inline std::string temporary = directory + "/r.tmp";
+inline std::string corrupt = directory + "/r.cor";
+// From now on it is that of another directory, which is made where there is none.
+void workIn(const std::string& place);
 
 struct File {
   std::string bytes;
@@ -34,7 +37,6 @@ struct File {
 bool operator<(const File& a, const File& b);
 using Files = std::map<std::string, File>;  // by name
 
-std::uint64_t inodeOf(const std::string& path);
 Files files();
 void restore(const Files& files);
 
@@ -101,8 +103,11 @@ struct Scenario {
 
 bool isShort(int argc, char** argv);
 
-// Sweeps over every operation of every flavour in every mode and situation, with and without hard
-// links; in the short form over those that differ most. Gives the program's exit status.
+// Every operation of every flavour in every mode and situation, with and without hard links; in the
+// short form those that differ most.
+std::vector<Scenario> everyScenario(const char* proof, bool isShort);
+
+// Sweeps over them. Gives the program's exit status.
 int sweepAll(int argc, char** argv, const char* proof,
              const std::function<void(Scenario& scenario)>& sweep);
 

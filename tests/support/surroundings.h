@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -14,6 +15,7 @@ enum class Need {
   Forks,               // children that start with their parent's open files
   Devices,             // a device that is always full, a shell to redirect to it
   RemovableLockFiles,  // an open lock file can be removed
+  StandingName,        // no commit takes the registry's name away, even for a moment
 };
 // Why a test that needs it is skipped; null where the platform has it.
 const char* lacking(Need need);
@@ -30,6 +32,9 @@ void setPermissions(const std::string& path, unsigned int permissions);
 unsigned int permissionsOf(const std::string& path);
 // What the platform keeps of permission bits.
 unsigned int keptPermissions(unsigned int permissions);
+
+// The system's number of the file at a name: all names of one file have it.
+std::uint64_t inodeOf(const std::string& path);
 
 // Each puts something at a name that is no plain file of its own.
 void plantLink(const std::string& target, const std::string& name);

@@ -192,4 +192,17 @@ TEST_F(Windows, WhatIsWrittenInPiecesIsWhole) {
   EXPECT_EQ(readFile(registry()), frame(variable("b", 22)));
 }
 
+TEST_F(Windows, InheritedAccessStaysInheritedAndADirectorysOwnStays) {
+  ::RemoveDirectoryA(path("d").c_str());
+  ASSERT_NE(::CreateDirectoryA(path("d").c_str(), nullptr), 0);
+  giveAccess(path("d"), "D:P(A;OICI;FA;;;WD)(A;OICI;FR;;;BG)");
+  const std::string name = path("d") + "/r";
+  writeFile(name, frame(variable("a", 1)) + frame(variable("b", 2)));
+  const std::string inherited = accessOf(name);
+  TestRegistry handle(name);
+  EXPECT_EQ(change(handle), 0u);
+  EXPECT_EQ(accessOf(name), inherited);
+  if (inherited.find("ID;") == std::string::npos) GTEST_SKIP() << "no access is inherited here";
+}
+
 }  // namespace

@@ -30,6 +30,12 @@ unsigned int permissionsOf(const std::string& path) {
 
 unsigned int keptPermissions(unsigned int permissions) { return permissions; }
 
+std::uint64_t inodeOf(const std::string& path) {
+  struct stat status {};
+  (void)::lstat(path.c_str(), &status);
+  return status.st_ino;
+}
+
 void plantLink(const std::string& target, const std::string& name) {
   ASSERT_EQ(::symlink(target.c_str(), name.c_str()), 0);
 }

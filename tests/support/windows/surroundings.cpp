@@ -18,6 +18,15 @@ constexpr int childDone = 100;  // added to the status of a child that did run i
 
 std::string currentDirectory;
 
+// The tool stands beside the tests, wherever somebody has put them.
+const bool findsTool = [] {
+  char program[MAX_PATH];
+  (void)::GetModuleFileNameA(nullptr, program, sizeof program);
+  const char* const path = std::getenv("PATH");
+  const std::string folder = std::filesystem::path(program).parent_path().string();
+  return ossEnvironmentSet("PATH", (folder + ";" + (path == nullptr ? "" : path)).c_str()) == 0;
+}();
+
 const char* orEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 template <typename Visit>
@@ -82,6 +91,8 @@ const char* lacking(Need need) {
       return "there is no device that is always full";
     case Need::RemovableLockFiles:
       return "a lock file that is open cannot be removed";
+    case Need::StandingName:
+      return "a file that a reader has open cannot be replaced, only renamed";
   }
   return nullptr;
 }
@@ -115,6 +126,16 @@ unsigned int permissionsOf(const std::string& path) {
 }
 
 unsigned int keptPermissions(unsigned int permissions) { return 0400 | (permissions & 0200u); }
+
+std::uint64_t inodeOf(const std::string& path) {
+  const HANDLE file = ::CreateFileA(
+      path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  BY_HANDLE_FILE_INFORMATION status{};
+  (void)::GetFileInformationByHandle(file, &status);
+  ::CloseHandle(file);
+  return std::uint64_t{status.nFileIndexHigh} << 32 | status.nFileIndexLow;
+}
 
 void plantLink(const std::string&, const std::string&) { FAIL() << lacking(Need::Links); }
 void plantPipe(const std::string&) { FAIL() << lacking(Need::Links); }
