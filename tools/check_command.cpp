@@ -1,5 +1,6 @@
 // zorreg check FILE: what state a registry is in, for people and for those who watch over many.
 // Nothing is written.
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>

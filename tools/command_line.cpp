@@ -1,5 +1,6 @@
 #include "command_line.h"
 
+#include <CLI/CLI.hpp>
 #include <cctype>
 #include <cstdio>
 #include <memory>

@@ -2,9 +2,10 @@
 // them.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+#include "cli_types.h"
 
 namespace tool {
 

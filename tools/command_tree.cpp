@@ -1,5 +1,6 @@
 #include "command_tree.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 

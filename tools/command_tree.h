@@ -1,9 +1,10 @@
 // What the tree of commands knows of each command: its verbs, its options, the words between them.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+#include "cli_types.h"
 
 namespace tool {
 

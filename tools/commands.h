@@ -2,7 +2,7 @@
 // the command line; one that was given stores its exit status at `status`.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "cli_types.h"
 
 namespace tool {
 

@@ -1,5 +1,6 @@
 // zorreg completion SHELL: prints the script that completes the words of a command line in a shell,
 // made from the tree of commands.
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
 #include <string>

@@ -1,4 +1,5 @@
 // zorreg export-file FILE ...: a look into an export of a registry. Nothing is written.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 

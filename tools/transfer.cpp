@@ -1,5 +1,6 @@
 #include "transfer.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>

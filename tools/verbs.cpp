@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 

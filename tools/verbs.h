@@ -2,7 +2,6 @@
 // runs.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <functional>
 #include <optional>
@@ -10,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "cli_types.h"
 #include "kinds.h"
 
 namespace tool {
