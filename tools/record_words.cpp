@@ -226,13 +226,13 @@ Parsed recordOfLine(Kind kind, const std::string& line) {
 
 std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
   std::string comment = printable(record.text("Comment"));
-  const std::string name = record.text(kind == Kind::Services ? "Name" : "Variable");
+  const std::string& name = record.text(kind == Kind::Services ? "Name" : "Variable");
   switch (kind) {
     case Kind::Bin: {
       char line[128];
       (void)std::snprintf(line, sizeof line, "%-15s %11s  ", quoted(name).c_str(),
                           record.text("Value").c_str());
-      const std::string stored = record.text("Comment");
+      const std::string& stored = record.text("Comment");
       const bool isShown = stored == trimmed(comment) && comment.find('"') != 0;
       if (!isShown) comment = quoted(stored);
       const std::string text = line + comment;
@@ -241,8 +241,8 @@ std::vector<std::string> cellsOf(Kind kind, const NamedFields& record) {
     case Kind::Var:
       return {printable(name), printable(record.text("Value")), comment};
     case Kind::Services: {
-      const std::string protocol = record.text("Protocol");
-      const std::string port = record.text("Port");
+      const std::string& protocol = record.text("Protocol");
+      const std::string& port = record.text("Port");
       const bool isOdd = !genreg::isProtocol(protocol);
       return {printable(name), port + "/" + printable(protocol) + (isOdd ? " ?" : ""),
               printable(record.text("Aliases")), comment};

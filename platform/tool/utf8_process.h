@@ -24,7 +24,7 @@ class Utf8Process {
 
  private:
   std::vector<std::string> words_;
-  unsigned int consoleBefore_ = 0;
+  [[maybe_unused]] unsigned int consoleBefore_ = 0;  // on Windows; 0: no console
 };
 
 // The value of an environment variable, if there is one.

@@ -37,8 +37,9 @@ int main(int count, char** words) {
   close = (void (*)(zorreg*))find("zorreg_close");
   record = make();
   if (open("var", "caf\xE9.var", &registry) != GENREG_RC_PATH_ENCODING ||
-      open("var", "caf\xC3\xA9 \xE6\x97\xA5.var", &registry) != 0 || assign(record, "Variable", "A") != 0 ||
-      assign(record, "Value", "1") != 0 || store(registry, record) != 0) {
+      open("var", "caf\xC3\xA9 \xE6\x97\xA5.var", &registry) != 0 ||
+      assign(record, "Variable", "A") != 0 || assign(record, "Value", "1") != 0 ||
+      store(registry, record) != 0) {
     return 1;
   }
   printf("%s\n", value(record, "Value"));
