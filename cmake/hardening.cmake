@@ -4,9 +4,11 @@ include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 include(CheckPIESupported)
 
-# The last one is for ARM what the one before it is for x86.
-foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection
-        -mbranch-protection=standard)
+set(jumps -fcf-protection)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)")
+  set(jumps -mbranch-protection=standard)
+endif()
+foreach(flag -fstack-protector-strong -fstack-clash-protection ${jumps})
   string(MAKE_C_IDENTIFIER "ZORGENREG_HAS${flag}" has)
   check_cxx_compiler_flag(${flag} ${has})
   if(${has})
