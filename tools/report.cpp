@@ -126,7 +126,8 @@ void printRepair(const std::string& file, const std::string& original,
       line +=
           "\n  offset " + std::to_string(gap.offset) + ": " + std::to_string(gap.length) + " bytes";
     }
-    line += "\nthe original is now " + printable(original) + ", which the next update deletes";
+    line += (alias.file.empty() ? "\nthe original is now " : "\nthe original would become ") +
+            printable(original) + ", which the next update deletes";
   } else {
     line += "nothing to repair";
   }
