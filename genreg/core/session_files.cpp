@@ -178,6 +178,15 @@ Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
   for (;;) {
     const Code found = leftover.open(&param);
     if (found != OSS_RC_OK) return found == OSS_RC_FILE_NOT_FOUND ? found : OSS_RC_OK;
+    OSSFileInfo opened{};
+    OSSFileInfo named{};
+    // A second name of the registry itself, left by a commit that could neither delete it nor stay:
+    // the registry is not to be refused for it.
+    if (leftover.getInfo(&opened) == OSS_RC_OK && infoOf(registryPath(), &named) == OSS_RC_OK &&
+        named.isSameFile(opened)) {
+      const Code deleted = ossFileDelete(temporaryPath());
+      return deleted == OSS_RC_OK ? OSS_RC_FILE_NOT_FOUND : deleted;
+    }
     OSSFileLockParam lockParam{OSS_PARAM_LEVEL, OSS_LOCK_EXCLUSIVE, OSS_LOCK_NOWAIT};
     Code code = leftover.lock(&lockParam);
     if (code == OSS_RC_LOCK_BUSY && !isImpatient_) {
@@ -187,8 +196,6 @@ Code Session::lockLeftover(OSSHFile& leftover, bool* waited) noexcept {
       lockParam.limit = longestClaim;
       code = leftover.lock(&lockParam);
     }
-    OSSFileInfo opened{};
-    OSSFileInfo named{};
     if (code == OSS_RC_OK) code = leftover.getInfo(&opened);
     if (code == OSS_RC_OK) code = infoOf(temporaryPath(), &named);
     if (code != OSS_RC_OK || named.isSameFile(opened)) return code;
