@@ -26,6 +26,11 @@ namespace {
 const std::pair<Verb, Entry> steps[] = {
     {Verb::Add, {"new", 3}}, {Verb::Change, {"b", 22}}, {Verb::Delete, {"a"}},  {Verb::Get, {"b"}},
     {Verb::Scan, {}},        {Verb::Many, {"", 1}},     {Verb::Many, {"", 198}}};
+struct Mode {
+  std::uint64_t features;
+  bool keeps;
+};
+const Mode modes[] = {{0, false}, {unverified, false}, {verified, false}, {0, true}};
 const char* const verbNames[] = {"Add", "Change", "Delete", "Get", "Scan", "Many"};
 const Records stale{{"stale", 9}};
 
@@ -46,12 +51,18 @@ bool isWanted(const Scenario& scenario, bool isShort) {
   // The streams serve all flavours and all ways to commit alike.
   if (scenario.isLarge() && !(isBinary && scenario.links)) return false;
   if (scenario.reads() && scenario.features != 0) return false;
+  if (scenario.keeps && !(scenario.reads() && scenario.isClean() && scenario.links)) return false;
   const bool isLong = scenario.verb == Verb::Many && scenario.entry.value > 1;
   if (isLong && !(scenario.isClean() && scenario.features == 0 && scenario.links)) return false;
   if (!scenario.links && (scenario.reads() || scenario.inPlace() || isLinked)) return false;
   if (!isShort) return true;
   if (scenario.isClean()) return scenario.features != verified && (scenario.links || isBinary);
   return isBinary && !scenario.isLarge() && scenario.features == 0;
+}
+
+void readAndKeep(Handle& handle) {
+  handle.keepReads();
+  (void)handle.run(Verb::Scan, {});
 }
 
 }  // namespace
@@ -129,7 +140,17 @@ void Scenario::prepare() const {
     made[temporary] = {"unfinished", 3};
     made[corrupt] = {"older", 4};
   }
+  witness.reset();
   restore(made);
+  if (lacking(Need::StandingName) != nullptr) return;  // nor can a file go that somebody has open
+  witness = flavour->open(registry, features);
+  readAndKeep(*witness);
+}
+
+std::unique_ptr<Handle> Scenario::open() const {
+  auto handle = flavour->open(registry, features);
+  if (keeps) readAndKeep(*handle);
+  return handle;
 }
 
 Code Scenario::run(Handle& handle, Disturbance disturbance) {
@@ -165,16 +186,19 @@ void Scenario::expect(bool holds, const std::string& what) const {
 }
 
 bool Scenario::shows(const Records& records) const {
+  return showsTo(*open(), records) && (witness == nullptr || showsTo(*witness, records));
+}
+
+bool Scenario::showsTo(Handle& handle, const Records& records) const {
   const bool stands = exists(registry) || exists(backup);
   const std::string bytes = readFile(exists(registry) ? registry : backup);
   if (!inPlace() && bytes != fileOf(records)) return false;
   Records found;
   std::size_t count = 0;
-  const auto handle = open();
-  const Code scanned = handle->scan(&count, &found);
+  const Code scanned = handle.scan(&count, &found);
   // Zeros where a power cut took what an append in place had not synced are damage, known as such.
   if (scanned == readFailed && inPlace() && bytes.back() == '\0') {
-    return found == records && handle->repair() == 0 && shows(records);
+    return found == records && handle.repair() == 0 && showsTo(handle, records);
   }
   if (scanned != (stands ? 0 : GENREG_RC_OPEN_FAILED)) return false;
   // A text line without a record, as an unfinished append is, has no name.
@@ -182,7 +206,7 @@ bool Scenario::shows(const Records& records) const {
                              [](const Entry& record) { return record.name.empty(); }),
               found.end());
   if (found != records || records.empty()) return found == records;
-  return handle->run(Verb::Get, records.back()) == 0 && handle->found() == records.back();
+  return handle.run(Verb::Get, records.back()) == 0 && handle.found() == records.back();
 }
 
 void Scenario::expectEither(const Records& first, const Records& second, Handle& handle) const {
@@ -214,7 +238,10 @@ bool Scenario::nextUpdateKeeps(Handle& handle, const Records& records) const {
 
 std::string Scenario::row() const {
   return std::string(proof) + "|" + flavour->name + "|" +
-         verbNames[static_cast<std::size_t>(verb)] + (inPlace() ? " in place" : "");
+         verbNames[static_cast<std::size_t>(verb)] +
+         (inPlace() ? " in place"
+          : keeps   ? " kept"
+                    : "");
 }
 
 bool isShort(int argc, char** argv) {
@@ -224,11 +251,12 @@ bool isShort(int argc, char** argv) {
 std::vector<Scenario> everyScenario(const char* proof, bool isShort) {
   std::vector<Scenario> scenarios;
   for (const flavours::Row& flavour : flavours::rows) {
-    for (const std::uint64_t features : {std::uint64_t{0}, unverified, verified}) {
+    for (const Mode& mode : modes) {
       for (const auto& [verb, entry] : steps) {
         for (const Start& start : starts) {
           for (const bool links : {true, false}) {
-            const Scenario scenario{proof, &flavour, features, verb, entry, &start, links};
+            const Scenario scenario{proof, &flavour, mode.features, verb,
+                                    entry, &start,   links,         mode.keeps};
             if (isWanted(scenario, isShort)) scenarios.push_back(scenario);
           }
         }

@@ -63,11 +63,14 @@ struct Scenario {
   Verb verb;
   Entry entry;
   const Start* start = starts;
-  bool links = true;  // the file system has hard links
+  bool links = true;   // the file system has hard links
+  bool keeps = false;  // the operation reads on a handle that keeps what it has read before
   Records before = recordsBefore();
   Records after = recordsAfter();
   Disturbance disturb = {};
   std::string where = {};  // in the words of the report
+  // Keeps what it has read of the registry as it is at the start.
+  mutable std::shared_ptr<Handle> witness = {};
 
   // The operation appends to the registry file itself.
   bool inPlace() const { return features == unverified && verb == Verb::Add; }
@@ -78,7 +81,7 @@ struct Scenario {
   std::string fileOf(const Records& records) const;
   // Makes the directory what it is at the start.
   void prepare() const;
-  std::unique_ptr<Handle> open() const { return flavour->open(registry, features); }
+  std::unique_ptr<Handle> open() const;
   Code run(Handle& handle, Disturbance disturbance);
   // Runs it undisturbed; its calls in their order.
   std::vector<std::string> calls();
@@ -87,8 +90,9 @@ struct Scenario {
   void begin(std::string where);
   void count(unsigned long tried) const;
   void expect(bool holds, const std::string& what) const;
-  // Whether a scan finds exactly these records and a Get the last of them; and, unless the
-  // operation appends in place, the file holds their bytes and no others.
+  // Whether a scan finds exactly these records and a Get the last of them, both on a new handle and
+  // on the witness; and, unless the operation appends in place, the file holds their bytes and no
+  // others.
   bool shows(const Records& records) const;
   // The registry must show one of these, and the next update on `handle` must keep them and leave
   // nothing behind but what people find.
@@ -98,6 +102,7 @@ struct Scenario {
   Records recordsBefore() const;
   Records recordsAfter() const;
   std::string row() const;
+  bool showsTo(Handle& handle, const Records& records) const;
   bool nextUpdateKeeps(Handle& handle, const Records& records) const;
 };
 
