@@ -1,4 +1,5 @@
-// Child processes that do a proof's work, and what they share. Not every system can fork: a child
+// Child processes that do a proof's work, interrupted by signals all the time where there are such,
+// and what they share. Not every system can fork: a child
 // knows its job's number, the directory, and the shared memory, and nothing else of its parent.
 #pragma once
 

@@ -1,10 +1,14 @@
-// Writers, each of whose threads counts up in a record of its own and in a twin of it, both by one
-// update, are killed at random moments and started again, while readers get and scan. No reader
-// fails, misses what had been acknowledged before it asked, sees an older record than before, or
-// half an update; and in the end every count is there, and nothing else but what people find.
+// Writers of all kinds of registries at once, each of whose threads counts up in a record of its
+// own and in a twin of it, both by one update, and then in a third one by a plain change. They are
+// killed at random moments and started again, while readers, of which some keep what they have
+// read, get and scan, and a program that knows nothing of the library looks for the registries'
+// names. No reader fails, misses what had been acknowledged before it asked, sees an older record
+// than before, or half an update; no name is missing; and in the end every count is there, and
+// nothing else but what people find.
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <map>
 #include <new>
@@ -16,43 +20,64 @@
 
 namespace {
 
+using proof::Handle;
 using proof::Records;
 using proof::Scenario;
 using proof::Verb;
+using Clock = std::chrono::steady_clock;
 
-constexpr int writers = 3;
-constexpr int threads = 3;  // of each writer
+constexpr int kindCount = static_cast<int>(std::size(flavours::rows));
+constexpr int writers = 2;  // of each kind
+constexpr int threads = 2;  // of each writer
 constexpr int counters = writers * threads;
-constexpr int readers = 2;
+constexpr int jobsOfKind = writers + 2;          // and two readers
+constexpr int watcher = kindCount * jobsOfKind;  // the job of the program that looks for names
+const char* const prefixes[] = {"c", "t", "s"};  // a counter, its twin, and the one on its own
 
 // What all processes see.
+struct Kind {
+  std::atomic<int> acknowledged[std::size(prefixes)][counters] = {};
+  std::atomic<unsigned long> reads{0};
+};
 struct Board {
-  int flavour;
   std::atomic<bool> stop{false};
-  std::atomic<int> acknowledged[counters] = {};
-  std::atomic<unsigned long> scans{0};
+  std::atomic<unsigned long> looks{0};
+  Kind kinds[kindCount];
 };
 
 Board& board() { return *static_cast<Board*>(proof::sharedMemory(sizeof(Board))); }
 
-using Counts = std::array<int, counters>;
+// By prefix and counter.
+using Counts = std::array<std::array<int, counters>, std::size(prefixes)>;
 
-Entry counter(int index, int count) { return {"c" + std::to_string(index), count}; }
-Entry twin(int index, int count) { return {"t" + std::to_string(index), count}; }
+Entry counter(std::size_t prefix, int index, int count) {
+  return {prefixes[prefix] + std::to_string(index), count};
+}
+
+void pause(unsigned long microseconds) {
+  std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+}
+
+std::string placeOf(int kind) { return proof::home + "/" + flavours::rows[kind].name; }
 
 struct Storm {
-  const Scenario scenario{"killed writers", flavours::rows + board().flavour, 0, Verb::Change, {}};
+  explicit Storm(int kind)
+      : shared(board().kinds[kind]),
+        scenario{"killed writers", flavours::rows + kind, 0, Verb::Change, {}} {
+    proof::workIn(placeOf(kind));
+  }
 
-  // The jobs of writers come before those of readers.
-  bool work(int job) const {
-    if (job >= writers) return read();
+  Kind& shared;
+  const Scenario scenario;
+
+  bool write(int writer) const {
     // They are to be killed in the midst of a commit more often than elsewhere.
     const FaultHook hook([](const std::string& call) {
       if (call == "rename" || call == "unlink") pause(1000);
       return 0;
     });
     std::vector<std::future<bool>> counting;
-    for (int i = job * threads; i < (job + 1) * threads; ++i) {
+    for (int i = writer * threads; i < (writer + 1) * threads; ++i) {
       counting.push_back(std::async(std::launch::async, [this, i] { return count(i); }));
     }
     bool all = true;
@@ -62,119 +87,153 @@ struct Storm {
 
   bool count(int index) const {
     const auto handle = scenario.open();
-    if (handle->run(Verb::Get, counter(index, 1)) != 0) return false;
+    if (handle->run(Verb::Get, counter(0, index, 1)) != 0) return false;
     for (int next = handle->found().value + 1; !board().stop; ++next) {
-      const Code code = handle->inOneUpdate([&] {
-        const Code first = handle->run(Verb::Change, counter(index, next));
-        return first == 0 ? handle->run(Verb::Change, twin(index, next)) : first;
+      const Code both = handle->inOneUpdate([&] {
+        const Code first = handle->run(Verb::Change, counter(0, index, next));
+        return first == 0 ? handle->run(Verb::Change, counter(1, index, next)) : first;
       });
-      if (code != 0) return false;
-      board().acknowledged[index] = next;
+      if (both != 0) return false;
+      shared.acknowledged[0][index] = shared.acknowledged[1][index] = next;
+      if (handle->run(Verb::Change, counter(2, index, next)) != 0) return false;
+      shared.acknowledged[2][index] = next;
     }
     return true;
   }
 
-  // Whether the registry shows whole updates, none older than `oldest`, which it then brings up to
-  // date.
-  bool isNoOlder(Counts& oldest) const {
+  // Whether a scan shows whole updates, none older than `oldest`, which it then brings up to date.
+  bool isNoOlder(Handle& handle, Counts& oldest) const {
     Records found;
     std::size_t size = 0;
-    if (scenario.open()->scan(&size, &found) != 0 || size != 2 * counters) return false;
+    if (handle.scan(&size, &found) != 0 || size != std::size(prefixes) * counters) return false;
     std::map<std::string, int> values;
     for (const Entry& record : found) values[record.name] = record.value;
-    for (int i = 0; i < counters; ++i) {
-      const int value = values[counter(i, 0).name];
-      const auto index = static_cast<std::size_t>(i);
-      if (value != values[twin(i, 0).name] || value < oldest[index]) return false;
-      oldest[index] = value;
-    }
-    return true;
-  }
-
-  bool read() const {
-    Counts oldest{};
-    while (!board().stop) {
+    for (std::size_t prefix = 0; prefix < std::size(prefixes); ++prefix) {
       for (int i = 0; i < counters; ++i) {
-        const auto index = static_cast<std::size_t>(i);
-        oldest[index] = std::max<int>(oldest[index], board().acknowledged[i]);
+        const int value = values[counter(prefix, i, 0).name];
+        int& old = oldest[prefix][static_cast<std::size_t>(i)];
+        if (value < old || values[counter(0, i, 0).name] != values[counter(1, i, 0).name])
+          return false;
+        old = value;
       }
-      if (!isNoOlder(oldest)) return false;
-      const auto handle = scenario.open();
-      if (handle->run(Verb::Get, counter(0, 1)) != 0) return false;
-      if (handle->found().value < oldest[0]) return false;
-      ++board().scans;
     }
     return true;
   }
 
-  void rage(int kills) const {
+  void catchUp(Counts& oldest) const {
+    for (std::size_t prefix = 0; prefix < std::size(prefixes); ++prefix) {
+      for (int i = 0; i < counters; ++i) {
+        int& old = oldest[prefix][static_cast<std::size_t>(i)];
+        old = std::max<int>(old, shared.acknowledged[prefix][i]);
+      }
+    }
+  }
+
+  bool read(bool keeps) const {
+    Counts oldest{};
+    const auto kept = scenario.open();
+    kept->keepReads();
+    while (!board().stop) {
+      const auto fresh = scenario.open();
+      Handle& handle = keeps ? *kept : *fresh;
+      catchUp(oldest);
+      if (!isNoOlder(handle, oldest)) return false;
+      catchUp(oldest);
+      if (handle.run(Verb::Get, counter(0, 0, 1)) != 0) return false;
+      if (handle.found().value < oldest[0][0]) return false;
+      ++shared.reads;
+    }
+    return true;
+  }
+
+  void prepare() const {
     Records records;
-    for (int i = 0; i < counters; ++i) {
-      for (const Entry& record : {counter(i, 1), twin(i, 1)}) records.push_back(record);
+    for (std::size_t prefix = 0; prefix < std::size(prefixes); ++prefix) {
+      for (int i = 0; i < counters; ++i) records.push_back(counter(prefix, i, 1));
     }
     proof::restore({{proof::registry, {scenario.fileOf(records), 1}}});
-    proof::Children children;
-    for (int job = 0; job < writers + readers; ++job) {
-      children.push_back(std::make_unique<proof::Child>(job));
-    }
-    std::minstd_rand random(1);
-    bool all = true;
-    for (int i = 0; i < kills && all; ++i) {
-      const auto victim = static_cast<int>(random() % writers);
-      // It must be at work, but nobody waits for ever for one that is not.
-      const int before = sumOf(victim);
-      for (int tries = 0; sumOf(victim) == before && tries < 30000; ++tries) pause(1000);
-      all = all && sumOf(victim) != before;
-      pause(random() % 8000);
-      auto& child = children[static_cast<std::size_t>(victim)];
-      child->kill();
-      child = std::make_unique<proof::Child>(victim);
-    }
-    board().stop = true;
-    for (const auto& child : children) all = child->wait() == 0 && all;
-    scenario.count(static_cast<unsigned long>(kills));
-    scenario.expect(all, "an update or a read failed, or somebody stood still");
-    judge();
   }
 
-  static int sumOf(int writer) {
+  int sumOf(int writer) const {
     int sum = 0;
-    for (int i = 0; i < threads; ++i) sum += board().acknowledged[writer * threads + i];
+    for (int i = 0; i < threads; ++i) sum += shared.acknowledged[2][writer * threads + i];
     return sum;
   }
 
-  static void pause(unsigned long microseconds) {
-    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+  // Waits until a writer is at work, but not for ever, and then a moment.
+  bool awaits(int writer, unsigned long moment) const {
+    const int before = sumOf(writer);
+    for (int tries = 0; sumOf(writer) == before && tries < 60000; ++tries) pause(1000);
+    const bool works = sumOf(writer) != before;
+    scenario.expect(works, "somebody stood still");
+    pause(moment);
+    return works;
   }
 
-  void judge() const {
+  void judge(int killed, bool workedWell) const {
+    scenario.count(static_cast<unsigned long>(killed));
+    scenario.expect(workedWell, "an update or a read failed, or a name was missing");
     Counts acknowledged{};
-    int updates = 0;
-    for (int i = 0; i < counters; ++i) {
-      acknowledged[static_cast<std::size_t>(i)] = board().acknowledged[i];
-      updates += board().acknowledged[i];
-    }
-    scenario.expect(isNoOlder(acknowledged), "an acknowledged update is lost");
+    catchUp(acknowledged);
+    scenario.expect(isNoOlder(*scenario.open(), acknowledged), "an acknowledged update is lost");
     scenario.expect(scenario.open()->run(Verb::Add, {"next", 9}) == 0, "the next update");
     for (const auto& [name, file] : proof::files()) {
       const bool isKnown = name == proof::registry || name == proof::corrupt;
       scenario.expect(isKnown, "left over: " + name);
     }
-    std::fprintf(stderr, "%s: %d updates, %lu scans\n", scenario.flavour->name, updates,
-                 board().scans.load());
+    std::fprintf(stderr, "%s: %d updates, %lu reads, %lu looks\n", scenario.flavour->name,
+                 2 * (sumOf(0) + sumOf(1)), shared.reads.load(), board().looks.load());
   }
 };
 
-int work(int job) { return Storm{}.work(job) ? 0 : 1; }
+// Whoever knows only the name finds a file there.
+bool watch() {
+  while (!board().stop) {
+    for (int kind = 0; kind < kindCount; ++kind) {
+      if (!exists(placeOf(kind) + "/r")) return false;
+      ++board().looks;
+    }
+  }
+  return true;
+}
+
+int work(int job) {
+  if (job == watcher) return watch() ? 0 : 1;
+  const Storm storm(job / jobsOfKind);
+  const int number = job % jobsOfKind;
+  return (number < writers ? storm.write(number) : storm.read(number > writers)) ? 0 : 1;
+}
+
+void rage(std::chrono::seconds duration) {
+  for (int kind = 0; kind < kindCount; ++kind) Storm(kind).prepare();
+  proof::Children children;
+  const bool watches = lacking(Need::StandingName) == nullptr;
+  for (int job = 0; job < watcher + (watches ? 1 : 0); ++job) {
+    children.push_back(std::make_unique<proof::Child>(job));
+  }
+  std::minstd_rand random(1);
+  int killed[kindCount] = {};
+  const auto end = Clock::now() + duration;
+  for (bool all = true; all && Clock::now() < end;) {
+    const auto kind = static_cast<int>(random() % kindCount);
+    const auto writer = static_cast<int>(random() % writers);
+    all = Storm(kind).awaits(writer, random() % 8000);
+    auto& victim = children[static_cast<std::size_t>(kind * jobsOfKind + writer)];
+    victim->kill();
+    victim = std::make_unique<proof::Child>(kind * jobsOfKind + writer);
+    ++killed[kind];
+  }
+  board().stop = true;
+  bool workedWell = true;
+  for (const auto& child : children) workedWell = child->wait() == 0 && workedWell;
+  for (int kind = 0; kind < kindCount; ++kind) Storm(kind).judge(killed[kind], workedWell);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
   proof::takeJobs(work);
-  const int kills = proof::isShort(argc, argv) ? 15 : 500;
-  for (int flavour = 0; flavour < static_cast<int>(std::size(flavours::rows)); ++flavour) {
-    new (&board()) Board{flavour};
-    Storm{}.rage(kills);
-  }
+  new (&board()) Board;
+  rage(proof::isShort(argc, argv) ? std::chrono::minutes(1) : std::chrono::hours(1));
   return proof::finish();
 }
