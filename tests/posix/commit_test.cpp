@@ -367,4 +367,26 @@ TEST_F(CommitTest, AnAbandonedAppendInPlaceLeavesNothingBehind) {
   }
 }
 
+// A wait is left to the system after two seconds; the fourth signal comes into it, and the last one
+// ends it.
+TEST_F(CommitTest, AWaitThatSignalsInterruptGoesOn) {
+  static int holder;
+  static volatile sig_atomic_t signals;
+  struct sigaction ending {};
+  ending.sa_handler = [](int) {
+    signals = signals + 1;
+    if (signals == 5) (void)::close(holder);
+  };
+  ASSERT_EQ(::sigaction(SIGALRM, &ending, nullptr), 0);
+  holder = ::open(registry().c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+  const itimerval often{{0, 600000}, {0, 600000}};
+  const itimerval never{};
+  TestRegistry handle(registry());
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+  EXPECT_EQ(get(handle), 0u);
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &never, nullptr), 0);
+  EXPECT_GE(signals, 5);
+}
+
 }  // namespace

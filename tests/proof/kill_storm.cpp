@@ -77,10 +77,11 @@ struct Storm {
       return 0;
     });
     std::vector<std::future<bool>> counting;
-    for (int i = writer * threads; i < (writer + 1) * threads; ++i) {
+    const int first = writer * threads;
+    for (int i = first + 1; i < first + threads; ++i) {
       counting.push_back(std::async(std::launch::async, [this, i] { return count(i); }));
     }
-    bool all = true;
+    bool all = count(first);  // on the thread that signals come to
     for (std::future<bool>& each : counting) all = each.get() && all;
     return all;
   }
