@@ -1,11 +1,16 @@
 // zorgenreg.hpp as a user meets it, above the classes and above the C interface: records, loops,
 // updates and errors of each kind of registry.
 #include <cerrno>
+#include <charconv>
 #include <filesystem>
 
 #include "support/registry_fixture.h"
 #include "support/stored_record.h"
 #include "sysservices/environment.h"
+
+// As <windows.h> has them where a program does not say NOMINMAX.
+#define min(a, b) (((a) < (b)) ? (a) : (b))
+#define max(a, b) (((a) > (b)) ? (a) : (b))
 #include "zorgenreg.hpp"
 
 namespace {
