@@ -131,13 +131,12 @@ class HandleOf : public Handle {
     return isAbsence(code) ? 0 : note(code, true);
   }
 
-  unsigned int openScan(bool* isEmpty) {
-    *isEmpty = false;
+  // 0 where there is nothing to loop over, too: *isOpen is false then.
+  unsigned int openScan(bool* isOpen) {
     if (scans_) return note({GENREG_RC_SCAN_OPEN, "a loop over the registry runs"});
     const unsigned int code = zorreg_scan(c.get());
-    scans_ = code == 0;
-    *isEmpty = isAbsence(code);
-    return *isEmpty ? 0 : note(code, false);
+    *isOpen = scans_ = code == 0;
+    return isAbsence(code) ? 0 : note(code, false);
   }
   // GENREG_RC_END behind the last record.
   unsigned int next(const Native& found) {

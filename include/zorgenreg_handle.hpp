@@ -133,16 +133,15 @@ class HandleOf : public Handle, private Kind::Flavour {
     return isAbsence(code) ? 0 : note(code, true);
   }
 
-  // A scan of a text registry shows comments as they are.
-  unsigned int openScan(bool* isEmpty) {
-    *isEmpty = false;
+  // A scan of a text registry shows comments as they are. 0 where there is nothing to loop over,
+  // too: *isOpen is false then.
+  unsigned int openScan(bool* isOpen) {
     if (scans_) return note({GENREG_RC_SCAN_OPEN, "a loop over the registry runs"});
     if (Kind::isText) useHooks(true);
     const unsigned int code = this->OpenScan();
-    scans_ = code == 0;
+    *isOpen = scans_ = code == 0;
     if (!scans_ && Kind::isText) useHooks(false);
-    *isEmpty = isAbsence(code);
-    return *isEmpty ? 0 : note(code, false);
+    return isAbsence(code) ? 0 : note(code, false);
   }
   // GENREG_RC_END behind the last record.
   unsigned int next(Native& found) {

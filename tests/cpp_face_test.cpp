@@ -156,14 +156,15 @@ TYPED_TEST(CppFace, AnEndOfMemoryLeavesNothingOpenAndStoresNothingButWhatIsRepor
     if (i == 1) to.set(other), now = &other;
     if (i == 2) to.change(first), now = &first;
     if (i == 3) to.drop(), now = nullptr;
-    if (i < 4) return;
+    if (i == 4) (void)std::distance(to.begin(), to.end());
+    if (i < 5) return;
     Stored then = now;
     zor::Update update(to);
     for (const int each : {3, 0, 1}) (void)thrown([&] { work(each, to, then); });
     update.commit();
     now = then;
   };
-  for (int i = 0; i < 10; ++i) {
+  for (int i = 0; i < 12; ++i) {
     bool hasEnded = true;
     for (long n = 1; hasEnded; ++n) {
       this->clearDirectory();
