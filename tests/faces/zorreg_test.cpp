@@ -71,6 +71,17 @@ TEST_F(ZorregTest, WrittenLinesEndAsTheOthersDo) {
   }
 }
 
+TEST_F(ZorregTest, ANameMayBeAddedTwiceAlsoAfterAnEndOfMemory) {
+  const Record nine = recordOf({{"Variable", "A"}, {"Value", "9"}});
+  bool hasEnded = true;
+  for (long n = 1; hasEnded; ++n) {
+    writeFile(registry(), "A = 1\nA = 2\n");
+    const auto handle = open("var");
+    hasEnded = endsInTheMidst(n, [&] { (void)zorreg_set(handle.get(), nine.get()); });
+    EXPECT_EQ(zorreg_add(handle.get(), nine.get()), 0u) << n << zorreg_cause(handle.get());
+  }
+}
+
 TEST_F(ZorregTest, StoresUtf8AndUnknownFieldsOfAnyLengthAndOutlivesAnEndOfMemory) {
   auto handle = open("global");
   const auto add = [&](const char* field, const std::string& value) {
