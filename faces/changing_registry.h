@@ -262,9 +262,9 @@ class ChangingRegistry final : public OpenedRegistry<Flavour, Record> {
   unsigned int changeOnly(Key& wanted, Record& record) {
     file_.compareExactly(false);
     if (KindOf<Record>::mayRepeat) (void)file_.unsetFeature(GENREG_ALLOW_DUPLICATES);
-    const unsigned int code = judge(file_.Change(wanted.mask, &wanted.made.record, &record));
+    const unsigned int code = file_.Change(wanted.mask, &wanted.made.record, &record);
     if (KindOf<Record>::mayRepeat) (void)file_.setFeature(GENREG_ALLOW_DUPLICATES);
-    return code;
+    return judge(code);  // last: it may throw
   }
 
   // The same for any key and any number of records; nothing is changed before all of them can be.

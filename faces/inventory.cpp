@@ -64,12 +64,15 @@ class ListOf final : public Inventory {
   using Next = unsigned int (*)(void*, Info*) noexcept;
   using Close = unsigned int (*)(void*) noexcept;
 
-  ListOf(void* list, Next step, Close close) noexcept : list_(list), next_(step), close_(close) {}
+  ListOf(Next step, Close close) noexcept : next_(step), close_(close) {}
   ListOf(const ListOf&) = delete;
   ListOf& operator=(const ListOf&) = delete;
   ~ListOf() override {
     if (list_ != nullptr) (void)close_(list_);
   }
+
+  // Where the list is opened, once: what closes it needs no more memory then.
+  void** place() noexcept { return &list_; }
 
   unsigned int next(NamedFields& found) override {
     const bool isOver = list_ == nullptr || (mayStick && alike_ == 3);
@@ -89,7 +92,7 @@ class ListOf final : public Inventory {
  private:
   static constexpr bool mayStick = std::is_same_v<Info, OSSInstanceInfo_t>;
 
-  void* list_;
+  void* list_ = nullptr;
   Next next_;
   Close close_;
   Info info_{};
@@ -100,21 +103,17 @@ class ListOf final : public Inventory {
 }  // namespace
 
 unsigned int openCopies(std::unique_ptr<Inventory>& list) {
-  void* opened = nullptr;
-  const unsigned int code = ossOpenServiceList(&opened);
-  if (code == 0) {
-    list =
-        std::make_unique<ListOf<OSSServiceInfo_t>>(opened, ossGetNextService, ossCloseServiceList);
-  }
+  auto made = std::make_unique<ListOf<OSSServiceInfo_t>>(ossGetNextService, ossCloseServiceList);
+  const unsigned int code = ossOpenServiceList(made->place());
+  if (code == 0) list = std::move(made);
   return code;
 }
 
 unsigned int openInstances(const char* kind, std::unique_ptr<Inventory>& list) {
-  void* opened = nullptr;
-  const unsigned int code = ossOpenInstanceList(kind, &opened);
+  auto made = std::make_unique<ListOf<OSSInstanceInfo_t>>(ossGetNextInstance, ossCloseInstanceList);
+  const unsigned int code = ossOpenInstanceList(kind, made->place());
   if (code != 0 && code != GENREG_RC_KEY_NOT_FOUND) return code;
-  list =
-      std::make_unique<ListOf<OSSInstanceInfo_t>>(opened, ossGetNextInstance, ossCloseInstanceList);
+  list = std::move(made);
   return 0;
 }
 

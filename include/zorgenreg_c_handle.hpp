@@ -30,14 +30,14 @@ struct Handle {
   // Keeps the words of what failed; gives the code.
   unsigned int note(unsigned int code, bool isUpdate) {
     if (code == 0) return code;
-    setCause(zorreg_cause(c.get()));
     isCommitted = isUpdate && zorreg_committed(c.get()) != 0;
+    setCause(zorreg_cause(c.get()));
     return code;
   }
   unsigned int note(const Complaint& complaint) {
     if (complaint.code == 0) return 0;
-    setCause(complaint.words);
     isCommitted = false;
+    setCause(complaint.words);
     return complaint.code;
   }
   unsigned int begin() {
@@ -52,6 +52,12 @@ struct Handle {
   unsigned int abandon() noexcept {
     updating = false;
     return zorreg_abandon(c.get());
+  }
+  // What ends an update of one's own, whatever throws: abandoned unless it is committed.
+  [[nodiscard]] auto abandoning() noexcept {
+    return AtEnd([this] {
+      if (updating) (void)abandon();
+    });
   }
   void cacheReads(bool on) noexcept { zorreg_set_cached_reads(c.get(), on ? 1 : 0); }
   void lockTimeout(std::uint64_t milliseconds) noexcept {
@@ -91,10 +97,9 @@ class HandleOf : public Handle {
     if (!Kind::mayRepeat) return note(zorreg_add(c.get(), record.get()), true);
     if (updating) return addNew(record);
     if (const unsigned int code = begin(); code != 0) return code;
+    const auto atEnd = abandoning();
     const unsigned int code = addNew(record);
-    if (code == 0) return commit();
-    (void)abandon();
-    return code;
+    return code == 0 ? commit() : code;
   }
 
   // The record of the identity becomes `wanted`, or is added when it `mayBeNew`.
@@ -126,13 +131,12 @@ class HandleOf : public Handle {
     return isAbsence(code) ? 0 : note(code, true);
   }
 
-  unsigned int openScan(bool* isEmpty) {
-    *isEmpty = false;
+  // 0 where there is nothing to loop over, too: *isOpen is false then.
+  unsigned int openScan(bool* isOpen) {
     if (scans_) return note({GENREG_RC_SCAN_OPEN, "a loop over the registry runs"});
     const unsigned int code = zorreg_scan(c.get());
-    scans_ = code == 0;
-    *isEmpty = isAbsence(code);
-    return *isEmpty ? 0 : note(code, false);
+    *isOpen = scans_ = code == 0;
+    return isAbsence(code) ? 0 : note(code, false);
   }
   // GENREG_RC_END behind the last record.
   unsigned int next(const Native& found) {

@@ -162,7 +162,7 @@ struct ServicesKind {
                   native.text("Protocol")};
     const std::string words = native.text("Aliases");
     for (std::size_t at = 0; at < words.size();) {
-      const std::size_t end = std::min(words.find(' ', at), words.size());
+      const std::size_t end = (std::min)(words.find(' ', at), words.size());
       record.aliases.push_back(words.substr(at, end - at));
       at = end + 1;
     }

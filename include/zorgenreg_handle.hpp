@@ -36,14 +36,14 @@ struct Handle {
   // Keeps the words of what failed; gives the code.
   unsigned int note(unsigned int code, bool isUpdate) {
     if (code == 0) return code;
-    cause = engine().getLastCause();
     isCommitted = isUpdate && engine().isUpdateCommitted();
+    cause = engine().getLastCause();
     return code;
   }
   unsigned int note(const Complaint& complaint) {
     if (complaint.code == 0) return 0;
-    cause = file + ": " + complaint.words;
     isCommitted = false;
+    cause = file + ": " + complaint.words;
     return complaint.code;
   }
   unsigned int begin(std::uint64_t request = GENREG_LOCK_WAIT | GENREG_LOCK_CREATE_DIR) {
@@ -58,6 +58,12 @@ struct Handle {
   unsigned int abandon() noexcept {
     updating = false;
     return engine().AbandonUpdate();
+  }
+  // What ends an update of one's own, whatever throws: abandoned unless it is committed.
+  [[nodiscard]] auto abandoning() noexcept {
+    return AtEnd([this] {
+      if (updating) (void)abandon();
+    });
   }
   void cacheReads(bool on) noexcept { engine().setCachedReads(on); }
   void lockTimeout(std::uint64_t milliseconds) noexcept {
@@ -114,12 +120,9 @@ class HandleOf : public Handle, private Kind::Flavour {
     const std::uint64_t create = mayBeNew ? GENREG_LOCK_CREATE_DIR : 0;
     unsigned int code = begin(GENREG_LOCK_WAIT | create);
     if (code != 0) return mayBeNew || !isAbsence(code) ? code : GENREG_RC_NOT_FOUND;
+    const auto atEnd = abandoning();
     code = storeNow(wanted, mayBeNew, changed);
-    if (code == 0) {
-      code = commit();
-    } else {
-      (void)abandon();
-    }
+    if (code == 0) code = commit();
     *changed = *changed && code == 0;
     return code;
   }
@@ -130,16 +133,15 @@ class HandleOf : public Handle, private Kind::Flavour {
     return isAbsence(code) ? 0 : note(code, true);
   }
 
-  // A scan of a text registry shows comments as they are.
-  unsigned int openScan(bool* isEmpty) {
-    *isEmpty = false;
+  // A scan of a text registry shows comments as they are. 0 where there is nothing to loop over,
+  // too: *isOpen is false then.
+  unsigned int openScan(bool* isOpen) {
     if (scans_) return note({GENREG_RC_SCAN_OPEN, "a loop over the registry runs"});
     if (Kind::isText) useHooks(true);
     const unsigned int code = this->OpenScan();
-    scans_ = code == 0;
+    *isOpen = scans_ = code == 0;
     if (!scans_ && Kind::isText) useHooks(false);
-    *isEmpty = isAbsence(code);
-    return *isEmpty ? 0 : note(code, false);
+    return isAbsence(code) ? 0 : note(code, false);
   }
   // GENREG_RC_END behind the last record.
   unsigned int next(Native& found) {

@@ -92,6 +92,7 @@ std::vector<Entry> readList(unsigned int code, zorreg_list* list, std::error_cod
   unsigned int next = list == nullptr ? GENREG_RC_END : 0;
   while (next != GENREG_RC_END) {
     next = zorreg_list_next(list, info.get());
+    if (next == OSS_RC_NO_MEMORY) throw std::bad_alloc();  // `info` does not say of which entry
     if (next == 0) read(info.get(), entries.emplace_back());
     if (next == 0 || next == GENREG_RC_END || code != 0) continue;
     code = next;
@@ -194,7 +195,8 @@ inline std::vector<Instance> readInstances(const char* kind, std::error_code& er
 }  // namespace detail
 
 // The copies of the product that this machine has. What cannot be read is thrown, or `error` is the
-// first failure and the copies that can be read are given all the same.
+// first failure and the copies that can be read are given all the same. Either form may throw
+// std::bad_alloc.
 inline std::vector<Copy> copies(std::error_code& error = throws()) {
   return detail::readCopies(error);
 }

@@ -116,15 +116,19 @@ class Scan {
 
   // Use a registry's begin() or scan(error).
   Scan(std::shared_ptr<detail::HandleOf<Kind>> handle, std::error_code& error) {
-    bool isEmpty = false;
-    const unsigned int code = handle == nullptr ? GENREG_RC_NOT_READY : handle->openScan(&isEmpty);
+    unsigned int code = GENREG_RC_NOT_READY;
+    if (handle != nullptr) {
+      // What closes the loop is there before it is opened: nothing can throw in between.
+      auto state = std::make_shared<State>(handle, error);
+      code = handle->openScan(&state->isOpen);
+      if (state->isOpen) state_ = std::move(state);
+    }
     detail::report(code, handle.get(), error);
-    if (code == 0 && !isEmpty) state_ = std::make_shared<State>(std::move(handle), error);
   }
 
  private:
   struct State {
-    State(std::shared_ptr<detail::HandleOf<Kind>> opened, std::error_code& stored) noexcept
+    State(std::shared_ptr<detail::HandleOf<Kind>> opened, std::error_code& stored)
         : handle(std::move(opened)), error(stored) {}
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -147,7 +151,7 @@ class Scan {
 
     std::shared_ptr<detail::HandleOf<Kind>> handle;
     std::error_code& error;
-    bool isOpen = true;
+    bool isOpen = false;
     typename Kind::Native native{};
     typename Kind::Record record{};
   };

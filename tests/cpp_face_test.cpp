@@ -1,11 +1,16 @@
 // zorgenreg.hpp as a user meets it, above the classes and above the C interface: records, loops,
 // updates and errors of each kind of registry.
 #include <cerrno>
+#include <charconv>
 #include <filesystem>
 
 #include "support/registry_fixture.h"
 #include "support/stored_record.h"
 #include "sysservices/environment.h"
+
+// As <windows.h> has them where a program does not say NOMINMAX.
+#define min(a, b) (((a) < (b)) ? (a) : (b))
+#define max(a, b) (((a) > (b)) ? (a) : (b))
 #include "zorgenreg.hpp"
 
 namespace {
@@ -76,6 +81,8 @@ Code thrown(Work work, std::string* words = nullptr) {
   } catch (const zor::Error& error) {
     if (words != nullptr) *words = error.what();
     return zor::codeOf(error.code());
+  } catch (const std::bad_alloc&) {
+    return OSS_RC_NO_MEMORY;
   }
   return 0;
 }
@@ -137,6 +144,41 @@ TYPED_TEST(CppFace, ALoopThatIsLeftEarlyLetsTheRegistryBeChanged) {
   EXPECT_TRUE(!error && registry.set(TypeParam::record(true)));
   const zor::Update update(registry);
   for (const auto& record : registry) EXPECT_TRUE(registry.find() == record);
+}
+
+TYPED_TEST(CppFace, AnEndOfMemoryLeavesNothingOpenAndStoresNothingButWhatIsReported) {
+  using Stored = const typename TypeParam::Record*;
+  const auto first = TypeParam::record(false);
+  const auto other = TypeParam::record(true);
+  // Has `now` be what is stored, as far as it is reported.
+  const std::function<void(int, TypeParam&, Stored&)> work = [&](int i, auto& to, Stored& now) {
+    if (i == 0) to.add(first), now = &first;
+    if (i == 1) to.set(other), now = &other;
+    if (i == 2) to.change(first), now = &first;
+    if (i == 3) to.drop(), now = nullptr;
+    if (i == 4) (void)std::distance(to.begin(), to.end());
+    if (i < 5) return;
+    Stored then = now;
+    zor::Update update(to);
+    for (const int each : {3, 0, 1}) (void)thrown([&] { work(each, to, then); });
+    update.commit();
+    now = then;
+  };
+  for (int i = 0; i < 12; ++i) {
+    bool hasEnded = true;
+    for (long n = 1; hasEnded; ++n) {
+      this->clearDirectory();
+      if (i % 2 == 1) writeFile(this->registry(), TypeParam::bytes());
+      Stored now = i % 2 == 1 ? &first : nullptr;
+      TypeParam registry(this->registry());
+      hasEnded = endsInTheMidst(n, [&] { work(i / 2, registry, now); });
+      TypeParam another(this->registry());
+      another.lockTimeout(std::chrono::milliseconds(1));
+      const auto found = another.find();
+      ASSERT_TRUE(now == nullptr ? !found : found == *now) << i << " " << n;
+      ASSERT_EQ(thrown([&] { registry.set(other), another.change(first); }), 0u) << i << " " << n;
+    }
+  }
 }
 
 TEST_F(CppFaceCases, WhatCannotBeStoredAsItIsFailsInBothForms) {

@@ -50,6 +50,19 @@ TEST_F(CppInventory, WhatCannotBeReadDoesNotHideTheRest) {
   }
 }
 
+TEST_F(CppInventory, AnEndOfMemoryLosesNoListAndBlamesNoEntry) {
+  machine(keys("A; A/I; B; B/J"));
+  const auto list = [] {
+    try {
+      EXPECT_EQ(zor::copies().size() + zor::instances().size(), 4u);
+    } catch (const zor::Error& error) {
+      EXPECT_EQ(error.file(), "") << error.what();
+    }
+  };
+  list();
+  for (long n = 1; endsInTheMidst(n, list); ++n) list();  // the machine is read and kept again
+}
+
 // What a list of the C interface gives: fields with their values, and codes.
 template <typename Open>
 std::string listed(Open open) {

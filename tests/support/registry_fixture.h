@@ -136,6 +136,10 @@ class FaultPlan {
   FaultHook hook_;
 };
 
+// Runs `work`, the `n`-th allocation (from 1) by `new` of which, on this thread, fails; swallows
+// what it throws. Whether it came to that.
+bool endsInTheMidst(long n, const std::function<void()>& work);
+
 // Collects the diagnostic records made while it lives.
 class Diagnostics {
  public:
