@@ -79,13 +79,15 @@ struct Trial {
     unsigned int code = handle->run(verb, given);
     // Without verification the other records that match are changed all the same.
     if (code == GENREG_RC_UNCHANGED && !isInside && !isVerified) code = 0;
-    const auto first = std::find_if(seen.entries.begin(), seen.entries.end(),
-                                    [&](const Entry& entry) { return entry.name == given.name; });
-    const bool isThere = first != seen.entries.end();
+    const auto isMeant = [&](const Entry& entry) { return entry.name == given.name; };
+    const auto first = std::find_if(seen.entries.begin(), seen.entries.end(), isMeant);
+    const auto count = std::count_if(first, seen.entries.end(), isMeant);
+    const bool isThere = count != 0;
     if (code == 0 && verb == Verb::Get) {
       require(isThere && handle->found() == *first);
     } else if (code == 0) {
       require(verb == Verb::Add ? mayRepeat || !isThere : isThere || seen.end != 0);
+      require(mayRepeat || count <= 1);
       const Seen now(*handle);
       require(isDone(seen, now, verb, given));
       seen = now;
