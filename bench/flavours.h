@@ -18,6 +18,12 @@ inline void copyText(char* field, const std::string& text) {
   std::memcpy(field, text.c_str(), text.size() + 1);
 }
 
+// A text that another program may have stored without its terminator.
+template <std::size_t Size>
+std::string textIn(const char (&field)[Size]) {
+  return {field, ::strnlen(field, Size)};
+}
+
 // A little-endian number of so many bytes.
 inline std::string number(std::size_t width, std::uint64_t value) {
   std::string bytes;
@@ -39,7 +45,7 @@ struct BinaryVariables {
   }
   static std::int32_t valueOf(const Record& record) { return record.Value; }
   static Entry entryOf(const Record& record) {
-    return {record.Variable, valueOf(record), record.Comment};
+    return {textIn(record.Variable), valueOf(record), textIn(record.Comment)};
   }
   static std::string stored(const Entry& entry) {
     Record record{};
@@ -63,7 +69,10 @@ struct GlobalRegistry {
     copyText(record.Variable.Comment, entry.comment);
   }
   static std::int32_t valueOf(const Record& record) { return std::atoi(record.Variable.Value); }
+  // Without a name where it is no variable of ours.
   static Entry entryOf(const Record& record) {
+    if (record.RecordType != GLOBALREG_RECORD_VARIABLE || textIn(record.Variable.Service) != "zor")
+      return {};
     return {record.Variable.Variable, valueOf(record),
             (record.FieldMask & 0x8) != 0 ? record.Variable.Comment : ""};
   }
@@ -126,9 +135,11 @@ struct Services {
   static std::int32_t valueOf(const Record& record) {
     return static_cast<std::uint16_t>((record.port << 8) | (record.port >> 8));
   }
-  // Without a name where the line holds no service.
+  // Without a name where the line holds no service of ours.
   static Entry entryOf(const Record& record) {
-    if ((record.Contains & SERVICES_HAS_SERVICE) == 0) return {};
+    const bool holdsService = (record.Contains & SERVICES_HAS_SERVICE) != 0;
+    if (!holdsService || record.protocol == nullptr || std::string(record.protocol) != "tcp")
+      return {};
     const bool commented = (record.Contains & SERVICES_HAS_COMMENT) != 0;
     return {record.name, valueOf(record), commented ? record.comment : ""};
   }

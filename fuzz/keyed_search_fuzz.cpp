@@ -1,13 +1,10 @@
 // The bytes are a text registry: a byte of choices, a key up to a newline, and the file. What the
 // library knows of lines as they stand must be what parsing them shows: a handle whose UnpackRecord
 // is somebody else's function looks at every line in full, and must find, refuse and keep the same.
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
 
 #include "genreg.h"
+#include "scratch_directory.h"
 #include "sysservices/diagnostics.h"
 #include "targets.h"
 
@@ -38,11 +35,6 @@ void fill(ServiceEntryRecord& record, const char* name) {
   record.protocol = "tcp";
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 // The codes and names of a scan for the key, and what each kind of update leaves in the file, with
 // everything that is logged on the way.
 template <typename Flavour, typename Record, const char* Record::*name>
@@ -63,43 +55,34 @@ std::string outcome(const std::string& path, std::uint64_t mask, const std::stri
     seen += std::string(" =") + (found.*name == nullptr ? "-" : found.*name);
   }
   (void)handle.CloseScan();
-  const std::string before = readFile(path);
+  const std::string before = contentOf(path);
   for (const char operation : {'a', 'c', 'd'}) {
     seen += " " + std::to_string(operation == 'a'   ? handle.Add(mask, &wanted)
                                  : operation == 'c' ? handle.Change(mask, &wanted, &made)
                                                     : handle.Delete(mask, &wanted));
-    seen += readFile(path);
-    std::ofstream(path, std::ios::binary) << before;
+    seen += contentOf(path);
+    writeContent(path, before);
   }
   ossSetDiagnosticCallback(nullptr, nullptr);
   return seen;
 }
 
-struct ScratchFile {
-  ~ScratchFile() {
-    for (const char* suffix : {"", ".tmp", ".cor"}) (void)std::remove((path + suffix).c_str());
-  }
-  const std::filesystem::path memory = "/dev/shm";
-  const std::string path = ((exists(memory) ? memory : std::filesystem::temp_directory_path()) /
-                            ("keyed-search-" + std::to_string(std::random_device{}())))
-                               .string();
-};
-
 }  // namespace
 
 int fuzzKeyedSearch(const std::uint8_t* data, std::size_t size) {
-  static const ScratchFile file;
+  static const ScratchDirectory directory;
   if (size < 2) return 0;
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   const std::size_t keyEnd = bytes.find('\n');
   if (keyEnd == std::string::npos) return 0;
-  std::ofstream(file.path, std::ios::binary) << bytes.substr(keyEnd + 1);
+  writeContent(directory.registry, bytes.substr(keyEnd + 1));
   const std::string key = bytes.substr(0, keyEnd);
   const bool join = (data[0] & 1) != 0;
   const auto search = (data[0] & 2) != 0
                           ? outcome<GenRegVarVal, VarValRecord, &VarValRecord::Variable>
                           : outcome<GenRegServices, ServiceEntryRecord, &ServiceEntryRecord::name>;
   const std::uint64_t mask = 1 + (data[0] >> 2) % 7;
-  require(search(file.path, mask, key, join, false) == search(file.path, mask, key, join, true));
+  const std::string seen = search(directory.registry, mask, key, join, false);
+  require(seen == search(directory.registry, mask, key, join, true));
   return 0;
 }

@@ -4,9 +4,11 @@
 //     by what it holds and by nothing else.
 //   - A record that could be read is packed, with these bytes as the record it replaces, into a
 //     stored form that is read as the same record; packing that again changes nothing.
+//   - What is shown of fields that the library does not know is stored as those fields again.
 #include <cstring>
 #include <vector>
 
+#include "faces/unknown_fields.h"
 #include "genreg/flavours/global_codec.h"
 #include "targets.h"
 
@@ -56,6 +58,10 @@ int fuzzStoredRecord(const std::uint8_t* data, std::size_t size) {
     return 0;
   }
   requireMatches(stored, record);
+  const GlobalRegType& type = *globalRegFindType(record.RecordType);
+  const std::string_view bytes(reinterpret_cast<const char*>(stored.data()), size);
+  const std::string kept = faces::storedFormOf(faces::unknownFieldsOf(bytes), type);
+  require(faces::storedFormOf(faces::unknownFieldsOf(kept), type) == kept);
   const std::vector<unsigned char> once = packed(record, stored.data(), stored.size());
   GlobalRegRecord again;
   require(genreg::unpackGlobal(once.data(), once.size(), true, again) == 0);

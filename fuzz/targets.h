@@ -4,20 +4,21 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 
-inline void require(bool promise) {
-  if (!promise) std::abort();
+// Ends the process and says where, when the promise does not hold.
+inline void require(bool promise, const char* file = __builtin_FILE(),
+                    int line = __builtin_LINE()) {
+  if (promise) return;
+  (void)std::fprintf(stderr, "%s:%d: a promise does not hold\n", file, line);
+  std::abort();
 }
 
-// Registry exports.
-int fuzzRegistryExport(const std::uint8_t* data, std::size_t size);
-
-// The stored form of global registry records.
-int fuzzStoredRecord(const std::uint8_t* data, std::size_t size);
-
-// Line reader and line parsers of both text flavours.
-int fuzzTextLines(const std::uint8_t* data, std::size_t size);
-
-// A search for a key in the lines of both text flavours.
-int fuzzKeyedSearch(const std::uint8_t* data, std::size_t size);
+using FuzzTarget = int(const std::uint8_t* data, std::size_t size);
+FuzzTarget fuzzKeyedSearch;     // a search for a key in the lines of both text flavours
+FuzzTarget fuzzOperations;      // operations on registries of every kind
+FuzzTarget fuzzRegistryExport;  // registry exports, and the copies and instances in them
+FuzzTarget fuzzStoredRecord;    // the stored form of global registry records
+FuzzTarget fuzzTextLines;       // line reader and line parsers of both text flavours
+FuzzTarget fuzzWords;           // words, numbers and records that the tool and the C interface take

@@ -7,11 +7,10 @@
 namespace {
 
 TEST(Corpus, EveryInputKeepsThePromises) {
-  const std::pair<const char*, int (*)(const std::uint8_t* data, std::size_t size)> targets[] = {
-      {"keyed_search", fuzzKeyedSearch},
-      {"registry_export", fuzzRegistryExport},
-      {"stored_record", fuzzStoredRecord},
-      {"text_lines", fuzzTextLines}};
+  const std::pair<const char*, FuzzTarget*> targets[] = {
+      {"keyed_search", fuzzKeyedSearch},       {"operations", fuzzOperations},
+      {"registry_export", fuzzRegistryExport}, {"stored_record", fuzzStoredRecord},
+      {"text_lines", fuzzTextLines},           {"words", fuzzWords}};
   for (const auto& [name, run] : targets) {
     std::size_t count = 0;
     for (const auto& input :
