@@ -201,6 +201,21 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   EXPECT_EQ(handle.Delete(byName, nullptr), notFound);
 }
 
+TEST_F(BinaryStoreTest, WhatIsPackedNeedsItsHooksForEveryRecordThatIsWritten) {
+  using Run = Operations<GlobalVariables>;
+  const std::string before = GlobalVariables::stored("a", 1) + GlobalVariables::stored("b", 2);
+  for (const char* name : {"a", "b"}) {  // the first one is changed, or kept
+    for (const bool packs : {true, false}) {
+      writeFile(registry(), before);
+      Run::Handle handle(registry(), unverified);
+      packs ? (void)(handle.GetPackedLength = nullptr) : (void)(handle.PackRecord = nullptr);
+      EXPECT_EQ(Run::change(handle, name, 5),
+                packs ? GENREG_RC_COPY_FAILED : GENREG_RC_NO_PACK_HOOK_PACKED);
+      EXPECT_EQ(readFile(registry()), before);
+    }
+  }
+}
+
 std::vector<std::string> calls;  // of the hooks below, in order
 
 TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
