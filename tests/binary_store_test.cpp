@@ -1,4 +1,5 @@
 // The binary engine: framing, damage, hooks, verification.
+#include <cerrno>
 #include <cstring>
 
 #include "support/flavours.h"
@@ -199,6 +200,13 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   EXPECT_EQ(handle.Get(0, &key, nullptr), OSS_RC_NULL_ARGUMENT);
   EXPECT_EQ(handle.Get(byName, nullptr, &key), notFound);
   EXPECT_EQ(handle.Delete(byName, nullptr), notFound);
+  writeFile(registry(), frameBytes(3, "abc") + before);
+  const FaultPlan plan(1, EIO, false, "free");
+  EXPECT_EQ(get(handle), GENREG_RC_BUFFER_FREE);
+  writeFile(registry(), frameBytes(50, std::string(50, 'x')));
+  handle.compareHook() = [](std::uint64_t, void*, void*) -> Code { return 1; };
+  const FaultPlan memory(2, ENOMEM, false, "malloc");
+  EXPECT_EQ(get(handle), GENREG_RC_BUFFER_ALLOC) << "for a record longer than nominal";
 }
 
 TEST_F(BinaryStoreTest, WhatIsPackedNeedsItsHooksForEveryRecordThatIsWritten) {
