@@ -282,7 +282,7 @@ bool BinaryStore::findEnd(Routine& routine, File& file, std::string_view*) noexc
 // Records are found again where two that the flavour can make stand in a row, or one ends the file.
 bool BinaryStore::skipDamage(File& file, const RecordForm* form) const noexcept {
   const auto left = static_cast<std::size_t>(file.size() - std::min(file.size(), file.offset()));
-  if (!file.more(left)) return false;
+  if (file.error() != 0 || !file.more(left)) return false;
   const char* const bytes = file.window();
   const std::size_t count = file.windowSize();
   RecordBuffer scratch;

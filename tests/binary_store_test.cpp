@@ -1,4 +1,5 @@
 // The binary engine: framing, damage, hooks, verification.
+#include <cerrno>
 #include <cstring>
 
 #include "support/flavours.h"
@@ -199,6 +200,28 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   EXPECT_EQ(handle.Get(0, &key, nullptr), OSS_RC_NULL_ARGUMENT);
   EXPECT_EQ(handle.Get(byName, nullptr, &key), notFound);
   EXPECT_EQ(handle.Delete(byName, nullptr), notFound);
+  writeFile(registry(), frameBytes(3, "abc") + before);
+  const FaultPlan plan(1, EIO, false, "free");
+  EXPECT_EQ(get(handle), GENREG_RC_BUFFER_FREE);
+  writeFile(registry(), frameBytes(50, std::string(50, 'x')));
+  handle.compareHook() = [](std::uint64_t, void*, void*) -> Code { return 1; };
+  const FaultPlan memory(2, ENOMEM, false, "malloc");
+  EXPECT_EQ(get(handle), GENREG_RC_BUFFER_ALLOC) << "for a record longer than nominal";
+}
+
+TEST_F(BinaryStoreTest, WhatIsPackedNeedsItsHooksForEveryRecordThatIsWritten) {
+  using Run = Operations<GlobalVariables>;
+  const std::string before = GlobalVariables::stored("a", 1) + GlobalVariables::stored("b", 2);
+  for (const char* name : {"a", "b"}) {  // the first one is changed, or kept
+    for (const bool packs : {true, false}) {
+      writeFile(registry(), before);
+      Run::Handle handle(registry(), unverified);
+      packs ? (void)(handle.GetPackedLength = nullptr) : (void)(handle.PackRecord = nullptr);
+      EXPECT_EQ(Run::change(handle, name, 5),
+                packs ? GENREG_RC_COPY_FAILED : GENREG_RC_NO_PACK_HOOK_PACKED);
+      EXPECT_EQ(readFile(registry()), before);
+    }
+  }
 }
 
 std::vector<std::string> calls;  // of the hooks below, in order

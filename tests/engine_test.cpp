@@ -95,6 +95,21 @@ TYPED_TEST(EngineTest, AnAppendThatWasCutOffIsNoRecord) {
   }
 }
 
+TYPED_TEST(EngineTest, ALargeRegistryAsksForMemoryAndRoomThatMayBeMissing) {
+  std::string before;
+  while (before.size() < 9000) before += TypeParam::stored("a", 1);
+  writeFile(this->registry(), before);
+  typename TestFixture::Handle handle(this->registry(), verified);
+  for (const char* call : {"malloc", "write"}) {
+    const FaultPlan plan(1, ENOSPC, false, call);
+    const bool reads = std::string(call) == "malloc";
+    const std::int64_t code =
+        reads ? -TestFixture::Run::get(handle, "b") : TestFixture::Run::add(handle, "c", 3);
+    EXPECT_TRUE(reads ? code == opening : code == writeNewFailed || code == GENREG_RC_COPY_FAILED);
+    EXPECT_EQ(readFile(this->registry()), before);
+  }
+}
+
 // With one call of an operation failing after the other, each step of a routine logs under a number
 // of its own, and the numbers ascend as the steps do.
 TYPED_TEST(EngineTest, EachPlaceInARoutineHasItsOwnAscendingNumber) {

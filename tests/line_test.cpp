@@ -100,6 +100,7 @@ TEST(LineWriter, FoldsSoThatTheReaderJoins) {
       {"abc", 2, bad, ""},
       {std::string(2040, 'x'), 3000, 0, std::string(2040, 'x')},
       {std::string(2048, 'x'), 3000, bad, ""},
+      {std::string(2046, 'x'), 2047, bad, ""},  // no room for the break
   };
   for (const auto& row : cases) {
     const Stream stream = streamOf("");

@@ -1,7 +1,9 @@
 // Updates of many changes: they answer as the operations would one by one, nobody sees them before
 // their commit, and they are committed as a whole or not at all.
 #include <cerrno>
+#include <chrono>
 #include <random>
+#include <thread>
 
 #include "support/flavours.h"
 
@@ -189,6 +191,73 @@ TYPED_TEST(ManyChangesTest, AFirstOneMakesTheRegistryAndOneWithoutAChangeMakesNo
   EXPECT_FALSE(handle.isUpdateCommitted());
 }
 
+// What is known by its hash alone is asked for its name: these two have one hash.
+TYPED_TEST(ManyChangesTest, AnIndexTellsNamesOfOneHashApart) {
+  const auto first = TypeParam::stored("costarring", 1);
+  const auto second = TypeParam::stored("liquid", 2);
+  for (const bool both : {false, true}) {
+    writeFile(this->registry(), both ? first + second : first);
+    typename TestFixture::Handle handle(this->registry(), unique);
+    handle.setCachedReads(true);  // of a file that has not just been changed
+    std::this_thread::sleep_for(std::chrono::milliseconds(80));
+    for (const bool updates : {false, true}) {
+      EXPECT_EQ(updates ? handle.BeginUpdate() : 0, 0u);
+      for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(TestFixture::Run::get(handle, "liquid"), both ? 2 : -std::int64_t{notFound});
+      }
+    }
+    EXPECT_EQ(TestFixture::Run::remove(handle, "liquid"), both ? 0 : notFound);
+    EXPECT_EQ(handle.CommitUpdate(), 0u);
+    EXPECT_EQ(readFile(this->registry()), first);
+  }
+}
+
+// Beside no others of the same update, beside many, and alone.
+TYPED_TEST(ManyChangesTest, AnOperationWithoutMemoryChangesNothingAndTheUpdateGoesOn) {
+  const std::string odd = TypeParam::isText ? "x  \"y  z\n" : frameBytes(50, std::string(50, 'o'));
+  std::string before = this->bytesOf("a1 b1");
+  before += (TypeParam::always == 0 ? odd : "") + this->bytesOf("c1");
+  if (TypeParam::isText) before.pop_back();
+  const std::function<Code(typename TestFixture::Handle&)> operations[] = {
+      [](auto& handle) { return TestFixture::Run::add(handle, "d", 4); },
+      [](auto& handle) { return TestFixture::Run::change(handle, "c", 9); },
+      [](auto& handle) { return TestFixture::Run::remove(handle, "a"); },
+      [](auto& handle) {
+        const std::int64_t found = TestFixture::Run::get(handle, "c");
+        return found == 1 ? 0 : static_cast<Code>(-found);
+      }};
+  for (const std::uint64_t features : {unique, unverified, GENREG_NOTIFY_CHANGE}) {
+    for (const auto& operation : operations) {
+      for (const int others : {-1, 0, 60}) {
+        std::string after;
+        for (unsigned long k = 0, calls = 1; k <= calls; ++k) {
+          writeFile(this->registry(), before);
+          typename TestFixture::Handle handle(this->registry(), features);
+          if (!TypeParam::isText) {
+            handle.NotifyChange = [](GenRegBase*, std::uint64_t, void*, void*) { return 0u; };
+          }
+          EXPECT_EQ(others < 0 ? 0 : handle.BeginUpdate(), 0u);
+          for (int i = 0; i < others; ++i) {
+            EXPECT_EQ(TestFixture::Run::add(handle, "x" + std::to_string(i), 1), 0u);
+          }
+          Code code = 0;
+          {
+            const FaultPlan plan(k, ENOMEM, false, "malloc");
+            code = operation(handle);
+            calls = plan.calls();
+          }
+          EXPECT_TRUE(k == 0 || code == 0 || others < 0 || code == GENREG_RC_BUFFER_ALLOC) << code;
+          EXPECT_TRUE(code != 0 || others >= 0 || k == 0 || readFile(this->registry()) == after);
+          EXPECT_EQ(code == 0 ? 0 : operation(handle), 0u) << "it can be done again";
+          EXPECT_EQ(others < 0 ? 0 : handle.CommitUpdate(), 0u);
+          if (k == 0) after = readFile(this->registry());
+          EXPECT_EQ(readFile(this->registry()), after) << "call " << k;
+        }
+      }
+    }
+  }
+}
+
 using ManyVariablesTest = ManyChangesTest<BinaryVariables>;
 
 TEST_F(ManyVariablesTest, WhatDoesNotFitHasACodeAndChangesNothing) {
@@ -218,6 +287,10 @@ TEST_F(ManyVariablesTest, WhatDoesNotFitHasACodeAndChangesNothing) {
   EXPECT_EQ(Run::get(handle, "b"), -std::int64_t{opening});
   EXPECT_EQ(Run::get(handle, "b", true), 1);
   EXPECT_EQ(handle.Rewind(), 0u);
+  std::int64_t start = 0;
+  EXPECT_EQ(handle.getRegFilePosition(&start), 0u);
+  EXPECT_EQ(Run::get(handle, "b", true), 1);
+  EXPECT_EQ(handle.setRegFilePosition(&start), 0u);
   EXPECT_EQ(Run::get(handle, "b", true), 1);
   EXPECT_EQ(handle.AbandonUpdate(), 0u);
   EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);

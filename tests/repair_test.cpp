@@ -113,6 +113,10 @@ TEST_F(RepairTest, ThatFailsLeavesTheRegistryAsItWas) {
     EXPECT_EQ(readFile(registry()), before);
     EXPECT_FALSE(exists(temporary()) || exists(corrupt()));
   }
+  Operations<VariableLines>::Handle lines(registry(), verified);
+  for (const FaultPlan plan(1, EIO, false, "read"); plan.calls() == 0;) {
+    EXPECT_EQ(lines.RepairRegistry(), readFailed);
+  }
   TestRegistry scanning(registry(), verified);
   EXPECT_EQ(scanning.OpenScan(), 0u);
   EXPECT_EQ(scanning.RepairRegistry(), opening);

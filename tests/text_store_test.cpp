@@ -165,6 +165,14 @@ TEST_F(TextStoreTest, ReadsEveryLineAsFarAsItCanBeRead) {
   EXPECT_EQ(missing.Get(VARVAL_VARIABLE, &key, &record), opening);
 }
 
+TEST_F(TextStoreTest, ALastLineWithoutItsEndStaysWhereNothingIsDeleted) {
+  writeFile(registry(), "# x");
+  VarVal file(registry(), verified);
+  EXPECT_EQ(file.BeginUpdate(), 0u);
+  EXPECT_EQ(Run::remove(file, "B"), notFound);
+  EXPECT_EQ(file.AbandonUpdate(), 0u);
+}
+
 TEST_F(TextStoreTest, AMissingHookFailsTheOperation) {
   constexpr Code unpack = GENREG_RC_NO_UNPACK_HOOK;
   const struct {

@@ -37,7 +37,7 @@ bool Repair::salvage(bool writes) noexcept {
       leaveOut(start, file.size() - start);  // what an append left unfinished
       return true;
     }
-    if (file.error() != 0 || !store_.skipDamage(file, store_.form(this, size_))) {
+    if (!store_.skipDamage(file, store_.form(this, size_))) {
       return routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 70);
     }
     leaveOut(start, file.offset() - start);

@@ -190,6 +190,13 @@ TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitte
     EXPECT_FALSE(row.logged == GENREG_RC_TEMP_PERMISSIONS && exists(temporary()));
     EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
   }
+  // A temporary file that is not asked for any more and cannot go.
+  TestRegistry abandoning(registry(), unique);
+  {
+    const FaultPlan plan(2, EIO, false, "unlink");
+    BinVarValRecord absent = variable("absent");
+    EXPECT_EQ(abandoning.Delete(byName, &absent), GENREG_RC_DELETE_TEMP_FAILED);
+  }
   // Names that the recovery or the first Add made are durable before anything is built on them.
   for (const bool recovers : {true, false}) {
     clearDirectory();
@@ -259,6 +266,16 @@ TEST_F(CommitTest, AWayBackThatFailsKeepsBoth) {
   EXPECT_TRUE(handle.isUpdateCommitted());
   EXPECT_EQ(readFile(registry()), changed);
   EXPECT_EQ(readFile(temporary()), theirs);
+}
+
+TEST_F(CommitTest, ATemporaryFileThatNobodyHasLockedIsVerifiedWhenItCanBeLocked) {
+  writeFile(temporary(), changed);
+  TestRegistry verifies(registry(), verified);
+  for (const Code code : {GENREG_RC_OPEN_TEMP_FAILED, 0u}) {
+    const FaultPlan plan(code == 0 ? 0 : 2, EIO, false, "flock");
+    EXPECT_EQ(verifies.OpenRegFile(GENREG_OP_VERIFY), code);
+  }
+  EXPECT_EQ(verifies.CloseRegFile(GENREG_OP_READ), 0u);
 }
 
 TEST_F(CommitTest, OnlyABackupThatIsProvenToBeItsOwnIsDropped) {

@@ -1,6 +1,11 @@
 """Updates, and who else is at work meanwhile: threads, other processes."""
+import ctypes
+import errno
 import gc
 import os
+import platform
+import struct
+import tempfile
 import threading
 
 import pytest
@@ -152,3 +157,61 @@ def test_a_fork_leaves_the_update_to_its_parent(settings):
             gc.collect()
             os._exit(status)
     assert content() == before + b"A = 1\n"
+
+
+SYSTEM = ctypes.CDLL(None, use_errno=True)
+RENAMEAT2, SETRESUID = {"x86_64": (316, 117), "aarch64": (276, 147)}.get(platform.machine(), (0, 0))
+
+
+def refuse_flagged_renames(error):
+    """From now on the system is to this thread one that knows renames without flags alone."""
+    filters, no_new_privileges, seccomp, load, equal, answer = 2, 38, 22, 0x20, 0x15, 0x06
+    steps = ctypes.create_string_buffer(struct.pack(
+        "=" + 4 * "HBBI", load, 0, 0, 0, equal, 0, 1, RENAMEAT2,
+        answer, 0, 0, 0x50000 | error, answer, 0, 0, 0x7FFF0000))
+    program = ctypes.create_string_buffer(struct.pack("HP", 4, ctypes.addressof(steps)))
+    assert SYSTEM.prctl(no_new_privileges, 1, 0, 0, 0) == 0
+    assert SYSTEM.prctl(seccomp, filters, program) == 0
+
+
+@pytest.mark.skipif(RENAMEAT2 == 0, reason="the call's number is not known")
+@pytest.mark.parametrize("error", [errno.ENOSYS, errno.EINVAL])
+def test_an_old_systems_renames_replace_nothing_either(settings, error):
+    left = {"settings.reg.tmp": b"left over", ".settings.reg.bkp": b"foreign",
+            "settings.reg.old": b"older"}
+    for name, held in left.items():
+        with open(name, "wb") as file:
+            file.write(held)
+
+    def work():
+        refuse_flagged_renames(error)
+        settings["Retries"] = {"Value": 6}
+
+    assert in_thread(work) is None
+    assert content() == b"Timeout = 30 # seconds\nRetries = 6\n"
+    assert sorted(os.listdir(".")) == [
+        "plain", "settings.reg", "settings.reg.cor", "settings.reg.old", "settings.reg.old1"]
+    assert content("settings.reg.cor") == b"left over"
+    assert content("settings.reg.old") == b"older"
+    assert content("settings.reg.old1") == b"foreign"
+
+
+@pytest.mark.skipif(SETRESUID == 0 or os.geteuid() != 0, reason="wants another user's file")
+def test_another_users_file_in_a_sticky_directory_is_not_replaced():
+    # In a place of its own: others may not go through pytest's.
+    with tempfile.TemporaryDirectory() as place:
+        path = os.path.join(place, "r")
+        with open(path, "wb") as file:
+            file.write(b"A = 1\n")
+        os.chmod(path, 0o666)
+        os.chmod(place, 0o1777)
+
+        def work():
+            # To the system each thread has a user of its own.
+            assert SYSTEM.syscall(SETRESUID, -1, 1234, -1) == 0
+            with zorreg.open(path, "var") as registry:
+                registry["A"] = {"Value": 2}
+
+        with pytest.raises(zorreg.Error, match="sticky directory"):
+            raise in_thread(work)
+        assert content(path) == b"A = 1\n" and sorted(os.listdir(place)) == ["r", "r.tmp"]

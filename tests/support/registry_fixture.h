@@ -62,6 +62,7 @@ class Exposed : public Flavour {
   using GenRegBase::PostUpdate;
   using GenRegBase::status;
   using GenRegBase::ValidateKey;
+  using GenRegFile::GetPackedLength;
   using GenRegFile::GetRecordLength;
   using GenRegFile::GetRecordSize;
   using GenRegFile::mainStream;
