@@ -119,8 +119,9 @@ bool Session::createDirectory(Routine& routine, std::uint32_t purpose,
                               unsigned int point) noexcept {
   constexpr std::uint32_t ownerOnly = 0700;
   char directory[OSS_FULL_PATH_SIZE];
-  directory[0] = '\0';  // there is room for its name; if not, none could be made
-  (void)ossDirectoryName(registryPath(), directory, sizeof directory);
+  if (const Code code = ossDirectoryName(registryPath(), directory, sizeof directory); code != 0) {
+    return routine.failFrom(probeDirectoryName, code, code, point);
+  }
   if (ossIsDirectory(directory)) return true;
   const OSSDirectoryCreateParam param{OSS_PARAM_LEVEL, directory, ownerOnly, purpose};
   if (const Code code = ossDirectoryCreate(&param); code != 0) {

@@ -238,9 +238,10 @@ bool Update::writeAdded() noexcept {
   if (!inPlace) return put(made, GENREG_RC_WRITE_NEW_FAILED, 100);
   // Readers look at this very file: until all of it is on the disk, it is no record.
   const std::string_view mark = store_.unfinishedMark(made);
-  (void)session.main().append(before.data(), before.size());  // what fails here fails there, too
   const int error =
-      session.main().appendInPlace(made.data(), made.size(), mark.data(), mark.size());
+      session.main().append(before.data(), before.size())
+          ? session.main().appendInPlace(made.data(), made.size(), mark.data(), mark.size())
+          : session.main().error();
   return error == 0 ||
          routine_.failSystem(error, GENREG_RC_WRITE_NEW_FAILED, 104, session.registryPath());
 }
