@@ -18,6 +18,11 @@ const char ossPathSeparator = '\\';
 const char oss::otherPathSeparator = '/';
 const bool oss::pathsHaveDrives = true;
 
+bool oss::isInsideCharacter(const char* path, std::size_t at) noexcept {
+  const bool mayBe = at > 0 && static_cast<unsigned char>(path[at - 1]) >= 0x80;
+  return mayBe && wholeCharacters(path, at, Spelled::Path) != at;
+}
+
 namespace {
 
 thread_local int lastError = 0;

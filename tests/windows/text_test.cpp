@@ -77,6 +77,32 @@ TEST_F(WindowsText, TheCInterfaceOpensWhatTheCodePageLacks) {
   EXPECT_EQ(zorreg_open("var", "\xC3.reg", &registry), GENREG_RC_PATH_ENCODING);
 }
 
+// There the second byte of a character may be a backslash.
+TEST_F(WindowsText, BothInterfacesUseTheSameFilesInADoubleByteCodePage) {
+  if (::GetACP() != 932) GTEST_SKIP() << "the spellings are those of code page 932";
+  const std::string folder = directory_ + "\\\x97\\\x92\xE8\x95\\";
+  const std::string utf8 = directory_ + "/\xE4\xBA\x88\xE5\xAE\x9A\xE8\xA1\xA8/\xE8\xA1\xA8.reg";
+  Exposed<GenRegVarVal> own(folder + "\\\x95\\.reg");
+  char name[GENREG_PATH_SIZE];
+  EXPECT_EQ(own.getLockFilePath(name, sizeof name), 0u);
+  EXPECT_EQ(name, folder + "\\.\x95\\.reg.lock");
+  VarValRecord record = assignment("N", "1");
+  EXPECT_EQ(own.Add(VARVAL_VARIABLE, &record), 0u);
+  zorreg* other = nullptr;
+  ASSERT_EQ(zorreg_open("var", utf8.c_str(), &other), 0u);
+  zorreg_set_lock_timeout(other, 1);
+  EXPECT_EQ(own.BeginUpdate(), 0u);
+  EXPECT_EQ(zorreg_begin(other), GENREG_RC_BUSY);
+  EXPECT_EQ(own.AbandonUpdate(), 0u);
+  EXPECT_EQ(own.getBackupFilePath(name, sizeof name), 0u);  // as after a crash in a commit
+  EXPECT_EQ(ossFileRename((folder + "\\\x95\\.reg").c_str(), name), 0u);
+  zorreg_record* found = zorreg_record_new();
+  (void)zorreg_record_set(found, "Variable", "N");
+  EXPECT_EQ(zorreg_get(other, found, found), 0u) << zorreg_cause(other);
+  zorreg_record_free(found);
+  zorreg_close(other);
+}
+
 // The newer runtime library is in every process that loads it, whichever the program has; so is one
 // of the older ones that lays its streams out as this one does.
 TEST_F(WindowsText, AStreamOfAnotherRuntimeLibraryIsRefused) {
