@@ -61,18 +61,6 @@ bool moveFile(const char* source, const char* target, DWORD flags) {
   });
 }
 
-// Whether the attribute that forbids writing also forbade a delete, and is off now.
-bool clearedReadOnly(const wchar_t* path) {
-  const DWORD attributes = ::GetFileAttributesW(path);
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-         ::SetFileAttributesW(path, attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
-}
-
-bool deleteFile(const wchar_t* path) {
-  return ::DeleteFileW(path) != 0 || (::GetLastError() == ERROR_ACCESS_DENIED &&
-                                      clearedReadOnly(path) && ::DeleteFileW(path) != 0);
-}
-
 // Deletes as POSIX does: the name is free at once, whoever has the file open. Newer file systems
 // can. False with GetLastError when this one cannot, or there is nothing to delete.
 bool deleteAtOnce(const wchar_t* path) {
@@ -92,7 +80,7 @@ bool deleteAtOnce(const wchar_t* path) {
 // Deletes a file that has given up its name. One that somebody holds for longer than a moment is
 // left for a later delete to sweep.
 void dispose(const wchar_t* aside) {
-  for (unsigned int attempt = 1; !deleteFile(aside); ++attempt) {
+  for (unsigned int attempt = 1; !oss::deleteFile(aside); ++attempt) {
     if (!oss::waitAndRetry(::GetLastError(), attempt)) return;
   }
 }
@@ -116,16 +104,16 @@ bool deleteAside(const wchar_t* path) {
       bool swept = true;
       for (++i; swept && i < mostNames; ++i) {
         number(i);
-        swept = deleteFile(aside);
+        swept = oss::deleteFile(aside);
       }
       return true;
     }
     if (::GetLastError() != ERROR_ALREADY_EXISTS && ::GetLastError() != ERROR_FILE_EXISTS) break;
-    (void)deleteFile(aside);
+    (void)oss::deleteFile(aside);
   }
   // No name beside it: it is too long, which the system also calls not found, all are taken, or the
   // directory takes no new one.
-  return deleteFile(path);
+  return oss::deleteFile(path);
 }
 
 bool isNotFound(DWORD error) {
@@ -154,7 +142,7 @@ unsigned int removeName(const char* path) {
 // Whoever opens it in the moment of the delete is refused for that moment, and tries again.
 unsigned int removeLockFile(const char* path) {
   return outcome(patientPathCall("unlink", path, [&](const wchar_t* name) {
-    return deleteFile(name) ||
+    return oss::deleteFile(name) ||
            (!isDirectory(name) && ::GetLastError() == ERROR_SHARING_VIOLATION);
   }));
 }
