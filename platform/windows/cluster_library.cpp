@@ -64,7 +64,7 @@ unsigned int queryValue(ClusterKey key, const char* name, char* text, std::size_
   const LONG status = library.queryValue(asSystems<HKEY>(key), wideName.get(), &type,
                                          reinterpret_cast<BYTE*>(value), &room);
   if (status != ERROR_SUCCESS) return static_cast<unsigned int>(status);
-  const std::size_t length = oss::narrow(value, std::wcslen(value), oss::Spelled::Text, text, size);
+  const std::size_t length = oss::narrow(value, std::wcslen(value), oss::Spelled::Path, text, size);
   text[length < size ? length : 0] = '\0';
   return ERROR_SUCCESS;
 }

