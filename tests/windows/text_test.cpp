@@ -113,6 +113,20 @@ TEST_F(WindowsText, EveryInstanceOfTheMachineIsFoundByItsName) {
   (void)ossCloseInstanceList(list);
 }
 
+TEST_F(WindowsText, AVariableThatIsNoTextOrLongIsSet) {
+  constexpr char name[] = "ZOR_GLOBAL_REG_PATHNAME";
+  const std::wstring longest(20000, L'x');
+  std::string value(longest.size() + 1, '\0');
+  unsigned int code = 0;
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), L"a\xD83D");  // half a character
+  const GlobalReg registry(nullptr, &code);
+  EXPECT_EQ(code, GENREG_RC_PATH_ENCODING);
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), longest.c_str());
+  EXPECT_EQ(ossEnvironmentGet(name, value.data(), value.size()), 20000);
+  EXPECT_EQ(value.find_first_not_of('x'), longest.size());
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), nullptr);
+}
+
 // The newer runtime library is in every process that loads it, whichever the program has; so is one
 // of the older ones that lays its streams out as this one does.
 TEST_F(WindowsText, AStreamOfAnotherRuntimeLibraryIsRefused) {
