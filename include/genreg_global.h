@@ -199,7 +199,8 @@ class GlobalReg : public GenRegBin {
   GENREG_API GlobalReg() noexcept;
   // At a path of the caller's, whatever the environment says; null: as above. Stores 0 at `rc`, or
   // why every operation fails; it may be null. Codes as GenRegVarVal's constructor, and
-  // GENREG_RC_GLOBAL_PATH_SMALL for what the environment names.
+  // GENREG_RC_GLOBAL_PATH_SMALL or, on Windows, GENREG_RC_PATH_ENCODING for what the environment
+  // names.
   GENREG_API GlobalReg(const char* path, unsigned int* rc) noexcept;
   // As GenRegFile's.
   GENREG_API ~GlobalReg();

@@ -1,5 +1,4 @@
 // What the exports of both lists have in common: opening, walking, closing, looking up.
-#include <cctype>
 #include <cstring>
 
 #include "install/allocate.h"
@@ -176,12 +175,20 @@ struct WantedService {
   }
 };
 
+// A capital for a small letter. Any other has one in some locales only, and the second byte of a
+// character may look like one.
+char capitalAt(const char* text, std::size_t at) {
+  const char byte = text[at];
+  const bool isSmall = byte >= 'a' && byte <= 'z' && platform::wholeCharacters(text, at) == at;
+  return isSmall ? static_cast<char>(byte - 'a' + 'A') : byte;
+}
+
 class WantedInstance {
  public:
   WantedInstance(std::uint64_t versionCode, const char* instanceName, const char* copyName)
       : versionCode_(versionCode), anyName_(instanceName == nullptr), copyName_(copyName) {
     for (std::size_t i = 0; !anyName_ && i < sizeof name_ && instanceName[i] != '\0'; ++i) {
-      name_[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(instanceName[i])));
+      name_[i] = capitalAt(instanceName, i);
     }
   }
 

@@ -14,8 +14,9 @@ unsigned int copyText(const char* text, std::size_t length, char* buffer, std::s
   return OSS_RC_OK;
 }
 
-bool isSeparator(char character) {
-  return character == ossPathSeparator || character == oss::otherPathSeparator;
+bool isSeparator(const char* path, std::size_t at) {
+  const bool looksSo = path[at] == ossPathSeparator || path[at] == oss::otherPathSeparator;
+  return looksSo && !oss::isInsideCharacter(path, at);
 }
 
 // Characters of a drive's name at the start of a path.
@@ -27,7 +28,7 @@ std::size_t driveLength(const char* path) {
 std::size_t trimmedLength(const char* path) {
   const std::size_t root = driveLength(path) + 1;
   std::size_t length = std::strlen(path);
-  while (length > root && isSeparator(path[length - 1])) --length;
+  while (length > root && isSeparator(path, length - 1)) --length;
   return length;
 }
 
@@ -35,7 +36,7 @@ std::size_t trimmedLength(const char* path) {
 std::size_t baseStart(const char* path, std::size_t length) {
   const std::size_t drive = driveLength(path);
   std::size_t start = length;
-  while (start > drive && !isSeparator(path[start - 1])) --start;
+  while (start > drive && !isSeparator(path, start - 1)) --start;
   return start;
 }
 
@@ -60,6 +61,6 @@ unsigned int ossDirectoryName(const char* path, char* buffer, std::size_t size) 
     return copyText(".", 1, buffer + drive, size - drive);
   }
   std::size_t length = start - 1;
-  while (length > drive && isSeparator(path[length - 1])) --length;
+  while (length > drive && isSeparator(path, length - 1)) --length;
   return copyText(path, length == drive ? drive + 1 : length, buffer, size);
 }

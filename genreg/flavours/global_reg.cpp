@@ -22,12 +22,13 @@ namespace {
 
 constexpr std::size_t pathBufferSize = 261;  // bytes
 
-// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0 or
-// GENREG_RC_GLOBAL_PATH_SMALL.
+// Stores the path in `path` of *size bytes, and the bytes it needs in *size. Returns 0,
+// GENREG_RC_GLOBAL_PATH_SMALL, or GENREG_RC_PATH_ENCODING: another file would be a wrong answer.
 unsigned int getGlobalRegPath(char* path, unsigned short* size) {
   char standard[] = "./global.reg";
   standard[1] = ossPathSeparator;
   const std::ptrdiff_t named = ossEnvironmentGet("ZOR_GLOBAL_REG_PATHNAME", path, *size);
+  if (named == ossNoValue) return GENREG_RC_PATH_ENCODING;
   const std::size_t needed = named < 0 ? sizeof standard : static_cast<std::size_t>(named) + 1;
   const bool fits = needed <= *size;
   if (named < 0 && fits) std::memcpy(path, standard, needed);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,12 +28,14 @@ class Utf8Process {
   [[maybe_unused]] unsigned int consoleBefore_ = 0;  // on Windows; 0: no console
 };
 
-// The value of an environment variable, if there is one.
+// The value of an environment variable, if there is one. Throws std::invalid_argument for one that
+// no UTF-8 spells.
 inline std::optional<std::string> environmentValue(const char* name) {
   std::string value(64, '\0');
   for (;;) {
     const std::ptrdiff_t length = ossEnvironmentGet(name, value.data(), value.size());
-    if (length < 0) return std::nullopt;
+    if (length == ossNoVariable) return std::nullopt;
+    if (length < 0) throw std::invalid_argument(std::string(name) + " holds no text");
     const bool fits = static_cast<std::size_t>(length) < value.size();
     value.resize(static_cast<std::size_t>(length) + (fits ? 0 : 1));
     if (fits) return value;

@@ -3,6 +3,7 @@
 #include "platform/cluster_library.h"
 
 #include <cwchar>
+#include <string_view>
 
 #include "platform/windows/machine.h"
 
@@ -64,9 +65,21 @@ unsigned int queryValue(ClusterKey key, const char* name, char* text, std::size_
   const LONG status = library.queryValue(asSystems<HKEY>(key), wideName.get(), &type,
                                          reinterpret_cast<BYTE*>(value), &room);
   if (status != ERROR_SUCCESS) return static_cast<unsigned int>(status);
-  const std::size_t length = oss::narrow(value, std::wcslen(value), oss::Spelled::Text, text, size);
+  const std::size_t length = oss::narrow(value, std::wcslen(value), oss::Spelled::Path, text, size);
   text[length < size ? length : 0] = '\0';
   return ERROR_SUCCESS;
+}
+
+// Null with GetLastError. By its name alone the system could find one beside the program, or in the
+// current directory.
+HMODULE loadFromSystem() {
+  constexpr std::wstring_view file = L"\\CLUSAPI.DLL";
+  wchar_t path[MAX_PATH + file.size() + 1];
+  const UINT length = ::GetSystemDirectoryW(path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return nullptr;
+  path[length + file.copy(path + length, file.size())] = L'\0';
+  // What it needs itself is looked for where it is, too.
+  return ::LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
 }
 
 // Finds one function of the library and gives ours that calls it, or null.
@@ -85,7 +98,7 @@ void loadClusterLibrary(const Machine&, ClusterEntryPoints* entryPoints) noexcep
     ::SetLastError(error);
     return;
   }
-  const HMODULE module = ::LoadLibraryW(L"CLUSAPI.DLL");
+  const HMODULE module = loadFromSystem();
   if (module == nullptr) return;
   ClusterEntryPoints& ours = *entryPoints;
   resolve(module, "OpenCluster", &library.openCluster, &ours.OpenCluster, openCluster);

@@ -28,8 +28,9 @@ using WideName = oss::Wide<longestName>;
 constexpr std::size_t longestText = 4096;  // bytes of a value; what is longer fits no record
 
 // Spells `units` of a text in `text` of *size bytes, and stores how many it takes.
-unsigned int give(const wchar_t* wide, std::size_t units, char* text, std::uint32_t* size) {
-  const std::size_t length = oss::narrow(wide, units, oss::Spelled::Text, text, *size);
+unsigned int give(const wchar_t* wide, std::size_t units, oss::Spelled spelled, char* text,
+                  std::uint32_t* size) {
+  const std::size_t length = oss::narrow(wide, units, spelled, text, *size);
   if (length == oss::noText || length > UINT32_MAX) return ERROR_NO_UNICODE_TRANSLATION;
   const bool fits = length <= *size;
   *size = static_cast<std::uint32_t>(length);
@@ -71,13 +72,14 @@ unsigned int RegEnumKeyExA(RegistryKey key, std::uint32_t index, char* name,
                                          nullptr, nullptr, &lastWrite);
   if (status != ERROR_SUCCESS) return result(status);
   std::uint32_t room = *size - 1;
-  const unsigned int error = give(wide, units, name, &room);
+  const unsigned int error = give(wide, units, oss::Spelled::Text, name, &room);
   if (error == 0) name[room] = '\0';
   *size = room;
   return error;
 }
 
-// A text is read as the system has it and spelled; anything else is bytes.
+// A text is read as the system has it and spelled, as a path, which most are; anything else is
+// bytes.
 unsigned int RegQueryValueExA(RegistryKey key, const char* name, std::uint32_t* type, void* data,
                               std::uint32_t* size) noexcept {
   if (const DWORD error = injectedError("RegQueryValueExA", name); error != 0) return error;
@@ -94,7 +96,7 @@ unsigned int RegQueryValueExA(RegistryKey key, const char* name, std::uint32_t* 
     return result(status);
   }
   if (isRegistryText(stored)) {
-    return give(reinterpret_cast<const wchar_t*>(bytes), room / sizeof(wchar_t),
+    return give(reinterpret_cast<const wchar_t*>(bytes), room / sizeof(wchar_t), oss::Spelled::Path,
                 static_cast<char*>(data), size);
   }
   const bool fits = room <= *size;
@@ -117,7 +119,7 @@ void RegCloseKey(RegistryKey key) noexcept { (void)::RegCloseKey(asSystems<HKEY>
 
 unsigned int RegConnectRegistryA(Machine&, const char* host, RegistryKey* key) noexcept {
   if (const DWORD error = injectedError("RegConnectRegistryA", host); error != 0) return error;
-  const WideName wide(host, oss::Spelled::Text);
+  const WideName wide(host, oss::Spelled::Path);  // as the value that named it was spelled
   if (!wide) return registryHostUnknown;
   HKEY opened = nullptr;
   const LSTATUS status = ::RegConnectRegistryW(wide.get(), HKEY_LOCAL_MACHINE, &opened);

@@ -7,7 +7,7 @@
 
 std::ptrdiff_t ossEnvironmentGet(const char* name, char* value, std::size_t size) {
   const char* const found = std::getenv(name);
-  if (found == nullptr) return -1;
+  if (found == nullptr) return ossNoVariable;
   const std::size_t length = std::strlen(found);
   if (length < size) std::memcpy(value, found, length + 1);
   return static_cast<std::ptrdiff_t>(length);

@@ -21,6 +21,7 @@
 const char ossPathSeparator = '/';
 const char oss::otherPathSeparator = '/';
 const bool oss::pathsHaveDrives = false;
+bool oss::isInsideCharacter(const char*, std::size_t) noexcept { return false; }
 
 namespace {
 

@@ -18,6 +18,11 @@ const char ossPathSeparator = '\\';
 const char oss::otherPathSeparator = '/';
 const bool oss::pathsHaveDrives = true;
 
+bool oss::isInsideCharacter(const char* path, std::size_t at) noexcept {
+  const bool mayBe = at > 0 && static_cast<unsigned char>(path[at - 1]) >= 0x80;
+  return mayBe && wholeCharacters(path, at, Spelled::Path) != at;
+}
+
 namespace {
 
 thread_local int lastError = 0;
@@ -56,20 +61,8 @@ bool moveFile(const char* source, const char* target, DWORD flags) {
   });
 }
 
-// Whether the attribute that forbids writing also forbade a delete, and is off now.
-bool clearedReadOnly(const wchar_t* path) {
-  const DWORD attributes = ::GetFileAttributesW(path);
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-         ::SetFileAttributesW(path, attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
-}
-
-bool deleteFile(const wchar_t* path) {
-  return ::DeleteFileW(path) != 0 || (::GetLastError() == ERROR_ACCESS_DENIED &&
-                                      clearedReadOnly(path) && ::DeleteFileW(path) != 0);
-}
-
 // Deletes as POSIX does: the name is free at once, whoever has the file open. Newer file systems
-// can. False when this one cannot, or there is nothing to delete.
+// can. False with GetLastError when this one cannot, or there is nothing to delete.
 bool deleteAtOnce(const wchar_t* path) {
   constexpr auto dispositionEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
   // Delete; free the name at once; whatever the read-only attribute says.
@@ -87,32 +80,44 @@ bool deleteAtOnce(const wchar_t* path) {
 // Deletes a file that has given up its name. One that somebody holds for longer than a moment is
 // left for a later delete to sweep.
 void dispose(const wchar_t* aside) {
-  for (unsigned int attempt = 1; !deleteFile(aside); ++attempt) {
+  for (unsigned int attempt = 1; !oss::deleteFile(aside); ++attempt) {
     if (!oss::waitAndRetry(::GetLastError(), attempt)) return;
   }
 }
 
 // Elsewhere the name of a deleted file stays taken until the last reader has closed it, and the
 // next commit could not rename onto it: the file is renamed away first. A name that is taken was
-// left by a process that died before its delete, or by such a reader; one more delete decides.
+// left by a process that died before its delete, or by such a reader; one more delete decides. So
+// does one of the names behind the first free one, of which others were taken at the time.
 bool deleteAside(const wchar_t* path) {
   constexpr unsigned int mostNames = 64;
   const std::wstring_view name = path;
   wchar_t aside[OSS_FULL_PATH_SIZE + 16];
   name.copy(aside, name.size());
-  for (unsigned int i = 0; i < mostNames; ++i) {
+  const auto number = [&](unsigned int i) {
     (void)std::swprintf(aside + name.size(), 16, L".del%u", i);
+  };
+  for (unsigned int i = 0; i < mostNames; ++i) {
+    number(i);
     if (::MoveFileExW(path, aside, 0) != 0) {
       dispose(aside);
+      bool swept = true;
+      for (++i; swept && i < mostNames; ++i) {
+        number(i);
+        swept = oss::deleteFile(aside);
+      }
       return true;
     }
     if (::GetLastError() != ERROR_ALREADY_EXISTS && ::GetLastError() != ERROR_FILE_EXISTS) break;
-    (void)deleteFile(aside);
+    (void)oss::deleteFile(aside);
   }
-  // No name beside it: it is too long, or the directory takes no new one.
-  const DWORD error = ::GetLastError();
-  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return false;
-  return deleteFile(path);
+  // No name beside it: it is too long, which the system also calls not found, all are taken, or the
+  // directory takes no new one.
+  return oss::deleteFile(path);
+}
+
+bool isNotFound(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
 // Whether what cannot be deleted is a directory, which could be renamed aside, and would stay so.
@@ -128,7 +133,8 @@ bool isDirectory(const wchar_t* path) {
 
 unsigned int removeName(const char* path) {
   return outcome(patientPathCall("unlink", path, [&](const wchar_t* name) {
-    return deleteAtOnce(name) || (!isDirectory(name) && deleteAside(name));
+    if (deleteAtOnce(name)) return true;
+    return !isNotFound(::GetLastError()) && !isDirectory(name) && deleteAside(name);
   }));
 }
 
@@ -136,7 +142,8 @@ unsigned int removeName(const char* path) {
 // Whoever opens it in the moment of the delete is refused for that moment, and tries again.
 unsigned int removeLockFile(const char* path) {
   return outcome(patientPathCall("unlink", path, [&](const wchar_t* name) {
-    return deleteFile(name) || (!isDirectory(name) && ::GetLastError() == ERROR_SHARING_VIOLATION);
+    return oss::deleteFile(name) ||
+           (!isDirectory(name) && ::GetLastError() == ERROR_SHARING_VIOLATION);
   }));
 }
 

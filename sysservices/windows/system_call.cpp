@@ -141,6 +141,13 @@ bool ask(const WidePath& path, BY_HANDLE_FILE_INFORMATION* status, bool* isLink)
   return asked;
 }
 
+// Whether the attribute that forbids writing also forbade a delete, and is off now.
+bool clearedReadOnly(const wchar_t* path) {
+  const DWORD attributes = ::GetFileAttributesW(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+         ::SetFileAttributesW(path, attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
+}
+
 constexpr std::uint64_t whole(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
 }  // namespace
@@ -181,6 +188,11 @@ bool waitAndRetry(DWORD systemError, unsigned int attempt) noexcept {
   return true;
 }
 
+bool deleteFile(const wchar_t* path) noexcept {
+  return ::DeleteFileW(path) != 0 || (::GetLastError() == ERROR_ACCESS_DENIED &&
+                                      clearedReadOnly(path) && ::DeleteFileW(path) != 0);
+}
+
 HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noexcept {
   if (created != nullptr) *created = false;
   if (!passesFaultPoint("open", path)) return INVALID_HANDLE_VALUE;
@@ -196,6 +208,7 @@ HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noe
       const int error = checkPlain(wide, opening, &handle);
       if (error == 0) return handle;
       if (handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
+      if (opening.disposition == CREATE_NEW) (void)deleteFile(wide.get());
       errno = error;
       break;
     }

@@ -65,8 +65,12 @@ struct FileOpening {
   SECURITY_DESCRIPTOR* security = nullptr;  // of a file that the open creates; null: inherited
 };
 
+// Deletes a file, although it may not be written. False with GetLastError.
+bool deleteFile(const wchar_t* path) noexcept;
+
 // Opens a plain file on a disk, past the fault point "open"; INVALID_HANDLE_VALUE with errno for
-// anything else. `created` receives whether the open made the file; it may be null.
+// anything else, and nothing stays that CREATE_NEW made. `created` receives whether the open made
+// the file; it may be null.
 HANDLE openFile(const char* path, const FileOpening& opening, bool* created) noexcept;
 
 // Closes a handle once; returns 0 or the error number.

@@ -190,8 +190,8 @@ std::size_t narrow(const wchar_t* wide, std::size_t count, Spelled spelled, char
   return output.length;
 }
 
-std::size_t wholeCharacters(const char* text, std::size_t room) noexcept {
-  const UINT codePage = codePageOf(Spelled::Text);
+std::size_t wholeCharacters(const char* text, std::size_t room, Spelled spelled) noexcept {
+  const UINT codePage = codePageOf(spelled);
   bool isUtf8 = codePage == CP_UTF8;
   std::size_t length = 0;
   while (text[length] != '\0') {

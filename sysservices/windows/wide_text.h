@@ -4,7 +4,8 @@
 // whose code page is UTF-8, or that has called ossUseUtf8, has UTF-8 alone. In any other, a run of
 // characters behind 0x7F that the code page does not spell exactly is the byte 0x01 and the run's
 // UTF-8. No file name holds that byte, so nothing that a program could name before means another
-// file, every name has a spelling, and a path may be taken apart at its ASCII characters.
+// file, and every name has a spelling. A path that the services spelled may be taken apart at its
+// ASCII characters; in one that a program passes a second byte may look like one of them.
 #pragma once
 
 #include <windows.h>
@@ -36,7 +37,8 @@ ZOROSSE_API std::size_t narrow(const wchar_t* wide, std::size_t count, Spelled s
                                std::size_t room) noexcept;
 
 // How many bytes of `text`, at most `room`, are whole characters.
-ZOROSSE_API std::size_t wholeCharacters(const char* text, std::size_t room) noexcept;
+ZOROSSE_API std::size_t wholeCharacters(const char* text, std::size_t room,
+                                        Spelled spelled = Spelled::Text) noexcept;
 
 // A terminated text as the system takes it; empty, and false, with GetLastError when it is none.
 template <std::size_t Room>

@@ -2,6 +2,7 @@
 // goes.
 #include <windows.h>
 
+#include "ossinstall.h"
 #include "support/operations.h"
 #include "sysservices/environment.h"
 #include "sysservices/file_system.h"
@@ -75,6 +76,55 @@ TEST_F(WindowsText, TheCInterfaceOpensWhatTheCodePageLacks) {
   EXPECT_NE(::DeleteFileW(wide.c_str()), 0);
   EXPECT_NE(::RemoveDirectoryW((wideOf(directory_) + L"/Zo\u00EB").c_str()), 0) << "left over";
   EXPECT_EQ(zorreg_open("var", "\xC3.reg", &registry), GENREG_RC_PATH_ENCODING);
+}
+
+TEST_F(WindowsText, BothInterfacesUseTheSameFilesInADoubleByteCodePage) {
+  if (::GetACP() != 932) GTEST_SKIP() << "the spellings are those of code page 932";
+  const std::string folder = directory_ + "\\\x97\\\x92\xE8\x95\\";
+  const std::string utf8 = directory_ + "/\xE4\xBA\x88\xE5\xAE\x9A\xE8\xA1\xA8/\xE8\xA1\xA8.reg";
+  Exposed<GenRegVarVal> own(folder + "\\\x95\\.reg");
+  char name[GENREG_PATH_SIZE];
+  VarValRecord record = assignment("N", "1");
+  EXPECT_EQ(own.Add(VARVAL_VARIABLE, &record), 0u);
+  zorreg* other = nullptr;
+  ASSERT_EQ(zorreg_open("var", utf8.c_str(), &other), 0u);
+  zorreg_set_lock_timeout(other, 1);
+  EXPECT_EQ(own.BeginUpdate(), 0u);
+  EXPECT_EQ(zorreg_begin(other), GENREG_RC_BUSY);
+  EXPECT_EQ(own.AbandonUpdate(), 0u);
+  EXPECT_EQ(own.getBackupFilePath(name, sizeof name), 0u);  // as after a crash in a commit
+  EXPECT_EQ(ossFileRename((folder + "\\\x95\\.reg").c_str(), name), 0u);
+  zorreg_record* found = zorreg_record_new();
+  (void)zorreg_record_set(found, "Variable", "N");
+  EXPECT_EQ(zorreg_get(other, found, found), 0u) << zorreg_cause(other);
+  zorreg_record_free(found);
+  zorreg_close(other);
+}
+
+TEST_F(WindowsText, EveryInstanceOfTheMachineIsFoundByItsName) {
+  void* list = nullptr;
+  if (ossOpenInstanceList("ZOR", &list) != 0) GTEST_SKIP() << "scripts/check-windows makes some";
+  OSSInstanceInfo_t listed, found;
+  while (ossGetNextInstance(list, &listed) == 0) {
+    EXPECT_EQ(ossGetInstanceInfo("ZOR", 0, listed.instanceName, &found), 0u);
+    EXPECT_STREQ(found.instanceName, listed.instanceName);
+    EXPECT_EQ(spelled(wideOf(listed.installPath)), listed.installPath) << "spelled as no path";
+  }
+  (void)ossCloseInstanceList(list);
+}
+
+TEST_F(WindowsText, AVariableThatIsNoTextOrLongIsSet) {
+  constexpr char name[] = "ZOR_GLOBAL_REG_PATHNAME";
+  const std::wstring longest(20000, L'x');
+  std::string value(longest.size() + 1, '\0');
+  unsigned int code = 0;
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), L"a\xD83D");  // half a character
+  const GlobalReg registry(nullptr, &code);
+  EXPECT_EQ(code, GENREG_RC_PATH_ENCODING);
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), longest.c_str());
+  EXPECT_EQ(ossEnvironmentGet(name, value.data(), value.size()), 20000);
+  EXPECT_EQ(value.find_first_not_of('x'), longest.size());
+  (void)::SetEnvironmentVariableW(wideOf(name).c_str(), nullptr);
 }
 
 // The newer runtime library is in every process that loads it, whichever the program has; so is one

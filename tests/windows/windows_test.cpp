@@ -6,6 +6,8 @@
 #include <sddl.h>
 // clang-format on
 
+#include <filesystem>
+
 #include "support/operations.h"
 #include "sysservices/file_system.h"
 #include "sysservices/windows/system_call.h"
@@ -60,6 +62,23 @@ TEST_F(Windows, ADeletedNameIsFreeAtOnceAlthoughAReaderHasTheFile) {
   }
   for (OSSHFile& reader : readers) EXPECT_EQ(reader.close(), 0u);
   EXPECT_EQ(files(), "r");
+}
+
+// Beside the backup of a registry with such a name there is no room for another name.
+TEST_F(Windows, UpdatesOfARegistryWithTheLongestNameLeaveNothing) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(directory_);
+  for (std::size_t length = 244; length <= 249; ++length) {
+    const std::string name(length, 'r');
+    writeFile(name, frame(variable("a", 1)) + frame(variable("b", 2)));
+    if (!exists(name)) continue;  // where the directories before it count, too
+    TestRegistry handle(name);
+    for (auto* const update : {change, add}) EXPECT_EQ(update(handle), 0u) << length;
+    EXPECT_EQ(remove(handle), 0u) << length;
+    EXPECT_TRUE(files() == name) << length;
+    clearDirectory();
+  }
+  std::filesystem::current_path(before);
 }
 
 TEST_F(Windows, AnOpenLockFileCannotBeTakenAway) {
@@ -157,15 +176,16 @@ TEST_F(Windows, OnlyWhatIsAnotherNameOfAFileIsALink) {
 
 TEST_F(Windows, NoTemporaryFileStaysThatCannotBecomeReadOnlyOrBegin) {
   const std::string before = frame(variable("a", 1)) + frame(variable("b", 2));
-  for (const char* call : {"fchmod", "malloc"}) {
+  for (const char* call : {"fchmod", "malloc", "fstat"}) {
     bool isMade = false;
+    int failed = 0;
     writeFile(registry(), before);
     setPermissions(registry(), 0400);
     TestRegistry handle(registry());
     {
       const FaultHook fault([&](const std::string& made) {
         isMade = isMade || exists(temporary());
-        return isMade && made == call ? EACCES : 0;
+        return isMade && made == call && ++failed == 1 ? EACCES : 0;
       });
       EXPECT_NE(change(handle), 0u) << call;
     }

@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include "sysservices/windows/wide_text.h"
+
 namespace platform {
 namespace {
 
@@ -21,7 +23,8 @@ struct Look {
   bool isThere = false;
 
   explicit Look(const std::string& path)
-      : isThere(::GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data) != 0) {}
+      : isThere(::GetFileAttributesExW(oss::WidePath(path.c_str()).get(), GetFileExInfoStandard,
+                                       &data) != 0) {}
   bool operator==(const Look& other) const {
     if (!isThere || !other.isThere) return isThere == other.isThere;
     return data.nFileSizeHigh == other.data.nFileSizeHigh &&
@@ -40,7 +43,7 @@ std::string directoryOf(const std::string& path) {
 
 struct FileWatch::State {
   explicit State(const std::string& watched) : path(watched), seen(watched) {
-    stopEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    stopEvent = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
     (void)::SetConsoleCtrlHandler(stop, TRUE);
     begin();
   }
@@ -53,8 +56,8 @@ struct FileWatch::State {
   State& operator=(const State&) = delete;
 
   bool begin() {
-    notices = ::FindFirstChangeNotificationA(
-        directoryOf(path).c_str(), FALSE,
+    notices = ::FindFirstChangeNotificationW(
+        oss::WidePath(directoryOf(path).c_str()).get(), FALSE,
         FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
     return notices != INVALID_HANDLE_VALUE;
   }
