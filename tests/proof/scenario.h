@@ -69,8 +69,9 @@ struct Scenario {
   Records after = recordsAfter();
   Disturbance disturb = {};
   std::string where = {};  // in the words of the report
-  // Keeps what it has read of the registry as it is at the start.
+  // Keeps what it has read of the registry as it is at the start, and which that was.
   mutable std::shared_ptr<Handle> witness = {};
+  mutable std::string witnessed = {};
 
   // The operation appends to the registry file itself.
   bool inPlace() const { return features == unverified && verb == Verb::Add; }
