@@ -6,11 +6,12 @@
 
 #include "sysservices/export.h"
 
+constexpr std::ptrdiff_t ossNoVariable = -1;
+constexpr std::ptrdiff_t ossNoValue = -2;
+
 // Stores the value of the variable `name` in `value` of `size` bytes, terminated, and returns its
 // length; one that does not fit is not stored. ossNoVariable when there is none of that name,
 // ossNoValue when its value is no text, or there is no memory.
-constexpr std::ptrdiff_t ossNoVariable = -1;
-constexpr std::ptrdiff_t ossNoValue = -2;
 ZOROSSE_API std::ptrdiff_t ossEnvironmentGet(const char* name, char* value, std::size_t size);
 
 // Gives the variable `name` a value; null removes it. Returns 0; OSS_RC_NULL_ARGUMENT without a
