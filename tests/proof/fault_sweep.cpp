@@ -197,7 +197,7 @@ void sweep(Scenario& scenario, std::size_t stride) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t stride = proof::isShort(argc, argv) ? 37 : 1;
+  const std::size_t stride = proof::isShort(argc, argv) ? 101 : 1;
   return proof::sweepAll(argc, argv, "faults",
                          [&](Scenario& scenario) { sweep(scenario, stride); });
 }
