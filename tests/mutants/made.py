@@ -51,6 +51,8 @@ def end_of(code, opened):
 def changes(code):
     """(begin, end, replacement) of each, a replacement being made of what stands there."""
     for found in STATEMENT.finditer(code):
+        if code[:found.start()].rstrip()[-1] not in ";{}:":
+            continue  # the rest of a longer one
         yield found.start(), found.end(), lambda _: ""
     for found in CONDITION.finditer(code):
         yield found.end(), end_of(code, found.end()), lambda old: f"!({old})"
