@@ -11,13 +11,6 @@ TEST_F(InstallTool, EachCommandAnswersForTheExampleMachine) {
   const std::string headings = "SERVICE  VERSION   COPY   PATH\n";
   expectSteps(
       "", {{"version 9.1.0.0", 0, "9.1.0.0  0x0009000100000000  9010000\n"},
-           {"version 0x000A000500000003", 0, "10.5.0.3  0x000A000500000003  10050003\n"},
-           {"version 10050003", 0, "10.5.0.3  0x000A000500000003  10050003\n"},
-           {"version 9.1 --json", 0,
-            "{\n  \"version\": \"9.1.0.0\",\n  \"versionCode\": \"0x0009000100000000\",\n"
-            "  \"packed\": 9010000\n}\n"},
-           {"version 9.x", 2, "", "'9.x': a version is a text like 9.1.0.0"},
-           {"version 123456789", 2, "", "a version is"},
            {"copies", 0,
             headings + "ZOR      9.1.0.0   COPY1  C:\\Program Files\\NUV\\COPY1\n"
                        "ZEM      10.5.3.1  COPY2  D:\\NUV\\COPY2\n"
