@@ -121,21 +121,17 @@ FailureLog::~FailureLog() { ossSetDiagnosticCallback(nullptr, nullptr); }
 
 void MachineTest::SetUp() {
   RegistryTest::SetUp();
-  machineOf(path("machine.reg"));
+  (void)ossEnvironmentSet("ZOROSSE_REGISTRY_FILE", path("machine.reg").c_str());
 }
 
 void MachineTest::TearDown() {
-  machineOf("");
+  (void)ossEnvironmentSet("ZOROSSE_REGISTRY_FILE", nullptr);
   RegistryTest::TearDown();
 }
 
 void MachineTest::machine(const std::string& lines) { remoteMachine("machine", lines); }
 
 void MachineTest::machineBytes(const std::string& bytes) { writeFile(path("machine.reg"), bytes); }
-
-void MachineTest::machineOf(const std::string& path) {
-  (void)ossEnvironmentSet("ZOROSSE_REGISTRY_FILE", path.empty() ? nullptr : path.c_str());
-}
 
 void MachineTest::remoteMachine(const std::string& name, const std::string& lines) {
   writeFile(path(name + ".reg"), "Windows Registry Editor Version 5.00\n" + lines);

@@ -36,7 +36,5 @@ class MachineTest : public RegistryTest {
   // Gives the machine, or another one, a registry of these lines, or of bytes as they are.
   void machine(const std::string& lines);
   void machineBytes(const std::string& bytes);
-  // Gives the machine the registry of the export at `path`.
-  void machineOf(const std::string& path);
   void remoteMachine(const std::string& name, const std::string& lines);
 };

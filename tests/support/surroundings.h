@@ -13,7 +13,6 @@ enum class Need {
   Links,               // symbolic links and pipes with names
   PermissionBits,      // nine bits that say who may do what
   Forks,               // children that start with their parent's open files
-  Devices,             // a device that is always full, a shell to redirect to it
   RemovableLockFiles,  // an open lock file can be removed
   StandingName,        // no commit takes the registry's name away, even for a moment
 };

@@ -19,6 +19,6 @@ struct ToolStep {
 };
 void expectSteps(const std::string& prefix, const std::vector<ToolStep>& steps);
 
-// `arguments` are words with blanks between them, in single quotes where they hold any; where there
-// is a shell they may redirect again. `input` is the tool's standard input.
+// `arguments` are words with blanks between them, in single quotes where they hold any. `input` is
+// the tool's standard input.
 ToolRun runTool(const std::string& arguments, const std::string& input = "");

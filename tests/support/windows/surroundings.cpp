@@ -87,8 +87,6 @@ const char* lacking(Need need) {
       return "who may read a file is said by its access list, not by permission bits";
     case Need::Forks:
       return "no process starts with its parent's open files";
-    case Need::Devices:
-      return "there is no device that is always full";
     case Need::RemovableLockFiles:
       return "a lock file that is open cannot be removed";
     case Need::StandingName:

@@ -1,0 +1,116 @@
+// zorreg on every system: what each command prints and leaves, and the status it exits with. Far
+// more of it is shown by tests/transcripts, which a shell runs.
+#include "support/tool.h"
+
+#include "support/stored_record.h"
+#include "tools/report.h"
+
+namespace {
+
+using namespace tool;
+
+class ToolTest : public RegistryTest {
+ protected:
+  // Runs the steps on a registry of these bytes, which it must become in the end.
+  void expectChange(const std::string& before, const std::string& command,
+                    const std::vector<ToolStep>& steps, const std::string& after) {
+    writeFile(registry(), before);
+    expectSteps(command + " " + registry() + " ", steps);
+    EXPECT_EQ(readFile(registry()), after);
+  }
+  void expectFound(int status, const std::string& part) {
+    const ToolRun run = runTool("check " + registry());
+    EXPECT_EQ(run.status, status);
+    EXPECT_NE(run.output.find(part), std::string::npos) << run.output;
+  }
+  const std::string a_ = frame(variable("a", 1));
+};
+
+TEST_F(ToolTest, ChangesRecordsOfEachKindAndLeavesOtherKindsAlone) {
+  expectChange(
+      a_, "bin",
+      {{"set a 2 --comment 'two words' --if-value 1", 0},
+       {"set a 3 --if-value 1", exitConflict, "", "a is 2, not 1"},
+       {"import", exitUsage, "", "line 2", "b 5\nc six\n"},
+       {"import", 0, "", "", "# a comment\r\n  d   4 \r\n"},
+       {"list", 0, "a                         2  two words\nd                         4\n"},
+       {"unset b", exitNotFound, "", "GENREG_RC_NOT_FOUND"},
+       {"unset d", 0},
+       {"get a --json", 0,
+        "{\n  \"Variable\": \"a\",\n  \"Value\": 2,\n  \"Comment\": \"two words\"\n}\n"}},
+      frame(variable("a", 2, "two words")));
+  expectChange("# gr\xC3\xB6\xC3\x9F\n  HOME\t= /opt # \xC3\x9F\nX=\"a  b\"\n", "var",
+               {{"list", 0, "HOME  /opt    \xC3\x9F\nX     \"a  b\"\n"},
+                {"set HOME '/usr lib'", 0},
+                {"unset X", 0},
+                {"set A '1#2'", exitUsage, "", "would start the comment"}},
+               "# gr\xC3\xB6\xC3\x9F\n  HOME\t= /usr lib # \xC3\x9F\n");
+  expectChange("ssh 22/tcp\ndomain\t53/udp # names\n", "services",
+               {{"find 53", 0, "domain  53/udp    names\n"},
+                {"add web 80/tcp www --comment text", 0},
+                {"remove domain 53/udp", 0}},
+               "ssh 22/tcp\nweb  80/tcp  www # text\n");
+  const std::string global = framed(stored(4, 0x3, {text("S"), text("V")}));
+  expectChange("", "global --file",
+               {{"add --type variable Service=S Variable=W", 0},
+                {"change --type variable Variable=W --to Variable=V", 0},
+                {"list", 0, "variable  Service=S  Variable=V\n"}},
+               global);
+  for (const char* other : {"bin", "var", "services"})
+    expectChange(global, other, {{"list", exitFailed, "", "kind global"}}, global);
+  EXPECT_EQ(files(), "r");
+}
+
+TEST_F(ToolTest, SeesWhatIsBesideARegistryAndWaitsForNobodyWhereItIsTold) {
+  writeFile(registry(), a_);
+  TestRegistry holder(registry());
+  ASSERT_EQ(holder.BeginUpdate(), 0u);
+  expectSteps("bin " + registry() + " ", {{"unset a --no-wait", exitBusy, "", "GENREG_RC_BUSY"},
+                                          {"set a 1 --wait 0", exitBusy, "", "another holder"},
+                                          {"repair --no-wait", exitBusy, "", "GENREG_RC_BUSY"},
+                                          {"get a", 0, "1\n"}});
+  expectFound(0, "  running: ");
+  ASSERT_EQ(holder.AbandonUpdate(), 0u);
+  expectFound(0, ": bin, 1 records: clean\n");
+  writeFile(lockFile(), "left");
+  expectFound(0, "takes the lock over");
+  const std::string repaired =
+      registry() + ": 1 records kept; 4 bytes left out, the first at offset " +
+      "40\nthe original is now " + corrupt() + ", which the next update deletes\n";
+  writeFile(registry(), a_ + "torn");
+  expectFound(exitFailed, "offset 40: GENREG_RC_READ_FAILED");
+  expectSteps("bin " + registry() + " ", {{"repair", 0, repaired}});
+  EXPECT_EQ(readFile(registry()), a_);
+  EXPECT_EQ(readFile(corrupt()), a_ + "torn");
+}
+
+TEST_F(ToolTest, BacksUpAndRestoresTheSameBytes) {
+  const std::string to = path("to");
+  writeFile(backup(), a_);  // all that a commit left that crashed
+  setPermissions(backup(), 0640);
+  expectSteps("bin ", {{registry() + " backup " + to, 0},
+                       {registry() + " backup " + to, exitConflict, "", "--force"},
+                       {registry() + " backup " + lockFile(), exitUsage, "", "its updates use"},
+                       {registry() + " set a 2", 0},
+                       {registry() + " backup --force " + directory_, exitFailed, "", "no plain"},
+                       {path("new/r") + " restore " + to, 0,
+                        path("new/r") + ": 1 records restored from " + to + "\n"}});
+  for (const std::string& file : {to, path("new/r")}) EXPECT_EQ(readFile(file), a_);
+  EXPECT_EQ(permissionsOf(to), keptPermissions(0640));
+  EXPECT_EQ(files(), "new r to");
+}
+
+TEST_F(ToolTest, ReadsAnExportAndNamesTheNearestWord) {
+  writeFile(path("e.reg"),
+            "Windows Registry Editor Version 5.00\r\n\r\n"
+            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]\r\n\"Text\"=\"C:\\\\b\"\r\n");
+  expectSteps("export-file " + path("e.reg") + " ",
+              {{"list 'hklm\\software'", 0, "A\n"},
+               {"get HKLM/SOFTWARE/A text", 0, "C:\\b\n"},
+               {"list HKCU", exitNotFound, "", "there is no key HKCU"}});
+  expectSteps("", {{"srvices", exitUsage, "", "did you mean services?"},
+                   {"bin", exitUsage, "", "usage: zorreg bin FILE VERB ..."},
+                   {"bin '' list", exitUsage, "", "FILE: must not be empty"}});
+}
+
+}  // namespace
