@@ -374,12 +374,15 @@ class Exact : public Flavour {
     const LineLayout* const layout = LayoutScope::current;
     if (layout == nullptr) return pack(record, line);
     const std::string replaced = withoutEnd(line);
+    const std::size_t newline = std::strcspn(line, "\n");
+    const bool isEnded = line[newline] == '\n';
+    const bool returns = isEnded ? newline > 0 && line[newline - 1] == '\r' : layout->endsInReturn;
     if (const unsigned int code = pack(record, line); code != 0) return code;
     const std::string written = withoutEnd(line);
     const std::string shaped =
         (std::is_same_v<Record, ServiceEntryRecord> ? reshapedServices(*layout, replaced, written)
                                                     : reshapedProfile(*layout, replaced, written)) +
-        '\n';
+        (returns ? "\r\n" : "\n");
     // A layout that makes the line too long is left out.
     if (shaped.size() < GENREG_LINE_SIZE) std::memcpy(line, shaped.c_str(), shaped.size() + 1);
     return 0;

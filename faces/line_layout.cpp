@@ -208,7 +208,6 @@ std::string reshapedProfile(const LineLayout& layout, std::string_view replaced,
     line = std::string(parts.name) + layout.beforeEquals + "=" + layout.afterEquals;
     line += parts.value;
   }
-  if (layout.endsInReturn) line += '\r';
   return line;
 }
 
@@ -232,7 +231,6 @@ std::string reshapedServices(const LineLayout& layout, std::string_view replaced
       append(line, part, fresh.parts[i + 1]);
     }
   }
-  if (layout.endsInReturn) line += '\r';
   return line;
 }
 

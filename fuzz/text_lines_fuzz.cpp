@@ -22,8 +22,7 @@ void check(const faces::LineParser& parser, const faces::LineLayout& layout, Res
     const std::string replaced = written;
     if (!read.isEntry || read.isOdd || parser.format(read.fields, written) != 0) continue;
     require(parser.parse(written).fields.all() == read.fields.all());
-    std::string shown = reshaped(layout, replaced, written);
-    if (layout.endsInReturn) shown.pop_back();
+    const std::string shown = reshaped(layout, replaced, written);
     if (shown.size() > GENREG_LINE_SIZE - 2) continue;  // it is refused when it is to be stored
     require(parser.parse(shown).fields.all() == read.fields.all());
   }

@@ -108,7 +108,8 @@ int edit(Kind kind, const Words& words) {
         return status;
       }
       if (words.verbose) {
-        (void)std::fputs(unifiedDiff(before, after, printable(words.file)).c_str(), stdout);
+        const std::string diff = unifiedDiff(before, after, printable(words.file));
+        (void)std::fwrite(diff.data(), 1, diff.size(), stdout);
       }
       return reportChange(words, true);
     }

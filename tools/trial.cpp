@@ -64,7 +64,7 @@ int runOnCopy(Kind kind, const Verb& verb, const Words& words) {
   bool isChanged = false;
   const int status = tryOn(kind, verb, words, diff, isChanged);
   if (status != exitDone) return status;
-  (void)std::fputs(diff.c_str(), stdout);
+  (void)std::fwrite(diff.data(), 1, diff.size(), stdout);
   return reportChange(words, isChanged);
 }
 
