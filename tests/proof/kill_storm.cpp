@@ -235,6 +235,8 @@ void rage(std::chrono::seconds duration) {
 int main(int argc, char** argv) {
   proof::takeJobs(work);
   new (&board()) Board;
-  rage(proof::isShort(argc, argv) ? std::chrono::minutes(1) : std::chrono::hours(1));
+  // A process costs more where none can fork.
+  const std::chrono::seconds shortly(lacking(Need::Forks) == nullptr ? 60 : 20);
+  rage(proof::isShort(argc, argv) ? shortly : std::chrono::hours(1));
   return proof::finish();
 }

@@ -68,7 +68,8 @@ void readAndKeep(Handle& handle) {
 }  // namespace
 
 void workIn(const std::string& place) {
-  fs::create_directory(place);
+  std::error_code stands;
+  fs::create_directory(place, stands);
   directory = place;
   registry = place + "/r";
   backup = place + "/.r.bkp";

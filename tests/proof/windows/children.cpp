@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -72,8 +73,16 @@ Child::Child(int job) : process_(new Process) {
   STARTUPINFOA startup{};
   startup.cb = sizeof startup;
   (void)ossEnvironmentSet(jobVariable, std::to_string(job).c_str());
-  const bool started = ::CreateProcessA(program, nullptr, nullptr, nullptr, TRUE, CREATE_SUSPENDED,
-                                        nullptr, nullptr, &startup, &process_->information) != 0;
+  const auto start = [&] {
+    return ::CreateProcessA(program, nullptr, nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
+                            nullptr, &startup, &process_->information) != 0;
+  };
+  bool started = start();
+  // A busy machine may have no room for a process right now.
+  for (int tries = 0; !started && tries < 20; ++tries, started = start()) {
+    std::fprintf(stderr, "no process: error %lu\n", ::GetLastError());
+    ::Sleep(250);
+  }
   (void)ossEnvironmentSet(jobVariable, nullptr);
   if (!started) std::abort();
   (void)::AssignProcessToJobObject(endingWithUs(), process_->information.hProcess);
