@@ -1,7 +1,6 @@
 // What holds for both engines and all four kinds of registry: the rules of duplicates, appends that
-// were cut off, the places that failures are logged from.
+// were cut off.
 #include <cerrno>
-#include <map>
 
 #include "support/flavours.h"
 
@@ -108,49 +107,6 @@ TYPED_TEST(EngineTest, ALargeRegistryAsksForMemoryAndRoomThatMayBeMissing) {
     EXPECT_TRUE(reads ? code == opening : code == writeNewFailed || code == GENREG_RC_COPY_FAILED);
     EXPECT_EQ(readFile(this->registry()), before);
   }
-}
-
-// With one call of an operation failing after the other, each step of a routine logs under a number
-// of its own, and the numbers ascend as the steps do.
-TYPED_TEST(EngineTest, EachPlaceInARoutineHasItsOwnAscendingNumber) {
-  using Place = std::pair<unsigned int, unsigned int>;  // routine and point
-  std::map<Place, std::string> whatFailed;
-  // The operations of either engine, and their open and close.
-  const auto isStepped = [](unsigned int routine) {
-    return (routine >= 28 && routine <= 34) || (routine >= 39 && routine <= 47) || routine == 14 ||
-           routine == 17;
-  };
-  for (const std::string operation : {"get", "a c3", "c b5", "d b"}) {
-    std::map<unsigned int, unsigned int> latest;  // point of each routine
-    for (unsigned long k = 1, calls = k; k <= calls; ++k) {
-      SCOPED_TRACE(operation + ", call " + std::to_string(k));
-      this->clearDirectory();
-      writeFile(this->registry(), this->bytesOf("a1 b2"));
-      typename TestFixture::Handle handle(this->registry(), unique);
-      Diagnostics diagnostics;
-      {
-        const FaultPlan plan(k, EIO);
-        if (operation == "get") {
-          (void)TestFixture::Run::get(handle, "b");
-        } else {
-          (void)run<TypeParam>(handle, operation);
-        }
-        calls = plan.calls() + 1;
-      }
-      std::map<unsigned int, unsigned int> here;
-      for (const auto& record : diagnostics.records) {
-        const unsigned int routine = record.probe & 0xFFFFu;
-        if (!isStepped(routine) || !here.emplace(routine, record.point).second) continue;
-        const std::string what =
-            std::to_string(record.code) + " " + std::to_string(record.calleeProbe);
-        EXPECT_EQ(whatFailed.emplace(Place(routine, record.point), what).first->second, what)
-            << "routine " << routine << ", point " << record.point;
-        EXPECT_GE(record.point, latest[routine]) << "routine " << routine;
-        latest[routine] = record.point;
-      }
-    }
-  }
-  EXPECT_GE(whatFailed.size(), 10u);
 }
 
 }  // namespace

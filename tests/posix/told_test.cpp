@@ -1,0 +1,126 @@
+// What an operation writes into the trace and the log: undisturbed, and with each of its calls
+// failing in turn. tests/told/FLAVOUR.txt has all of it, for a person to read what a change of the
+// code does to it: `cp build/dev/told/*.txt tests/told` takes over what was found.
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "support/flavours.h"
+#include "sysservices/environment.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using flavours::Verb;
+
+struct Case {
+  const char* name;
+  Verb verb;
+  Entry entry;
+  std::uint64_t features;
+  const char* files;  // those that are there before, of "r bkp tmp"
+  bool fails = true;  // each of its calls is to
+};
+const Case cases[] = {
+    {"get", Verb::Get, {"b", 2}, unique, "r"},
+    {"get what is not there", Verb::Get, {"x", 2}, unique, "r", false},
+    {"get from a backup", Verb::Get, {"b", 2}, unique, "bkp", false},
+    {"scan", Verb::Scan, {}, unique, "r"},
+    {"add", Verb::Add, {"c", 3}, unique, "r"},
+    {"add what is there", Verb::Add, {"b", 3}, unique, "r", false},
+    {"add in place", Verb::Add, {"c", 3}, unverified, "r"},
+    {"add to no file", Verb::Add, {"c", 3}, verified, ""},
+    {"change", Verb::Change, {"b", 22}, verified, "r"},
+    {"change what is not there", Verb::Change, {"x", 22}, unique, "r", false},
+    {"delete after a crash", Verb::Delete, {"a", 1}, unique, "bkp tmp"},
+    {"delete beside an old backup", Verb::Delete, {"a", 1}, unverified, "r bkp", false},
+    {"many", Verb::Many, {"", 2}, unique, "r"},
+};
+
+// Both engines once with each call failing, and all flavours undisturbed.
+bool isOfItsEngine(const flavours::Row& row) {
+  return row.name != std::string("global") && row.name != std::string("services");
+}
+
+class ToldTest : public RegistryTest {
+ protected:
+  void SetUp() override {
+    RegistryTest::SetUp();
+    (void)ossEnvironmentSet("ZOROSSE_LOG", log_.c_str());
+  }
+  void TearDown() override {
+    (void)ossEnvironmentSet("ZOROSSE_LOG", nullptr);
+    RegistryTest::TearDown();
+  }
+
+  // Runs the operation, call `k` of which (from 1) fails, and gives how many are to fail.
+  unsigned long run(const flavours::Row& row, const Case& each, unsigned long k,
+                    std::ostream& told) {
+    clearDirectory();
+    const std::string files = each.files;
+    const std::string content = row.stored({"a", 1}) + row.stored({"b", 2});
+    if (files.find('r') != std::string::npos) writeFile(registry(), content);
+    if (files.find("bkp") != std::string::npos) writeFile(backup(), content);
+    if (files.find("tmp") != std::string::npos) writeFile(temporary(), "unfinished");
+    const auto handle = row.open(registry(), each.features);
+    std::string failing = "undisturbed";
+    unsigned long calls = 0;
+    {
+      const FaultHook hook([&](const std::string& call) {
+        if (++calls != k) return 0;
+        failing = call;
+        return EIO;
+      });
+      g_pGTCB->enabled = k == 0 ? 1 : 0;
+      const Code code = handle->run(each.verb, each.entry);
+      g_pGTCB->enabled = 0;
+      const GenRegReturnCode* known = genRegFindReturnCode(code);
+      told << "== " << each.name << ", " << failing << ' ' << k << ": "
+           << (code == 0          ? "done"
+               : known == nullptr ? std::to_string(code)
+                                  : known->name)
+           << '\n';
+    }
+    std::istringstream lines(readFile(log_));
+    for (std::string line; std::getline(lines, line);) told << shortened(line);
+    writeFile(log_, "");
+    return each.fails && isOfItsEngine(row) ? calls : 0;
+  }
+
+  // A line of the log, without what differs from run to run, and with names instead of numbers.
+  std::string shortened(std::string line) const {
+    static const std::pair<std::regex, const char*> changes[] = {
+        {std::regex("^time=.* event="), ""},
+        {std::regex("(callee|calleecode|probe|code)=0x[0-9A-F]* "), ""},
+        {std::regex("^entry .* routine=([^ ]*) .*"), "> $1"},
+        {std::regex("^exit .* name=(.*)"), "< $1"},
+        {std::regex(" (callee)?(routine|name)=(GENREG_RC_)?"), " "},
+        {std::regex("(owned by user\" value[0-9]=)[0-9]*"), "$1its number"},
+        {std::regex("=2f[0-9a-f]{8,}"), "=path"},
+        {std::regex(directory_ + "/"), ""},
+    };
+    for (const auto& [what, instead] : changes) line = std::regex_replace(line, what, instead);
+    return line + '\n';
+  }
+
+  const std::string log_ = "told.log";
+};
+
+TEST_F(ToldTest, TheLogHasEachFailureAndTheTraceEachStep) {
+  fs::create_directories("told");
+  for (const flavours::Row& row : flavours::rows) {
+    std::ostringstream told;
+    for (const Case& each : cases) {
+      const unsigned long calls = run(row, each, 0, told);
+      for (unsigned long k = 1; k <= calls; ++k) run(row, each, k, told);
+    }
+    const std::string name = std::string("told/") + row.name + ".txt";
+    writeFile(name, told.str());
+    EXPECT_TRUE(told.str() == readFile(ZORGENREG_SOURCE_DIR "/tests/" + name))
+        << "diff " ZORGENREG_SOURCE_DIR "/tests/" << name << ' ' << name;
+  }
+}
+
+}  // namespace
