@@ -193,6 +193,12 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
       EXPECT_EQ(handle.status & GENREG_STATUS_LOCKED, 0u);
     }
   }
+  writeFile(registry(), "");
+  TestRegistry empty(registry());
+  withoutLength(empty);
+  EXPECT_EQ(add(empty), writeNewFailed);
+  EXPECT_EQ(readFile(registry()), "");
+  writeFile(registry(), before);
   TestRegistry handle(registry());
   BinVarValRecord key{};
   EXPECT_EQ(handle.Add(0, nullptr), OSS_RC_NULL_ARGUMENT);
@@ -206,7 +212,9 @@ TEST_F(BinaryStoreTest, AMissingOrRefusingHookFailsTheOperationBeforeAnyHarm) {
   writeFile(registry(), frameBytes(50, std::string(50, 'x')));
   handle.compareHook() = [](std::uint64_t, void*, void*) -> Code { return 1; };
   const FaultPlan memory(2, ENOMEM, false, "malloc");
+  Diagnostics diagnostics;
   EXPECT_EQ(get(handle), GENREG_RC_BUFFER_ALLOC) << "for a record longer than nominal";
+  EXPECT_EQ(diagnostics.records.back().point, 85u);
 }
 
 TEST_F(BinaryStoreTest, WhatIsPackedNeedsItsHooksForEveryRecordThatIsWritten) {
@@ -269,21 +277,29 @@ TEST_F(BinaryStoreTest, RecordsHaveThreeBytesToAMegabyteAndEightToBeReturned) {
     sized(handle);
     EXPECT_EQ(remove(handle), 0u);
   }
+  const struct {
+    void (*sized)(TestRegistry&);
+    void (*measured)(TestRegistry&);
+    std::size_t length;
+    Code result;
+  } cases[] = {{sizeOf<7>, lengthOf<7>, 7, GENREG_RC_RECORD_TOO_LARGE},
+               {sizeOf<8>, lengthOf<7>, 7, 0},
+               {sizeOf<8>, lengthOf<3>, 3, 0}};
   char record[] = "abc\0efg";
-  for (const auto& [sized, result] :
-       {std::pair(sizeOf<7>, Code{GENREG_RC_RECORD_TOO_LARGE}), std::pair(sizeOf<8>, Code{0})}) {
+  for (const auto& row : cases) {
     writeFile(registry(), "");
     TestRegistry handle(registry(), verified);
-    sized(handle);
-    lengthOf<7>(handle);
+    row.sized(handle);
+    row.measured(handle);
     handle.compareHook() = [](std::uint64_t, void* left, void* right) -> Code {
-      return std::memcmp(left, right, 7) == 0;
+      return std::memcmp(left, right, 3) == 0;
     };
     char found[8] = "untouch";
     EXPECT_EQ(handle.Add(1, record), 0u);
-    EXPECT_EQ(readFile(registry()), frameBytes(7, std::string(record, 7)));
-    EXPECT_EQ(handle.Get(1, record, found), result);
-    EXPECT_STREQ(found, result == 0 ? "abc" : "untouch");
+    EXPECT_EQ(readFile(registry()),
+              frameBytes(static_cast<std::uint32_t>(row.length), std::string(record, row.length)));
+    EXPECT_EQ(handle.Get(1, record, found), row.result);
+    EXPECT_STREQ(found, row.result == 0 ? "abc" : "untouch");
   }
 }
 
