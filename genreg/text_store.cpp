@@ -167,7 +167,7 @@ bool TextStore::mayKeep(Routine& routine, const Frame& frame, std::uint64_t oper
     if (frame.unended && joins() && endsInBackslash(frame.bytes)) {
       return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 105);
     }
-    if (frame.goesOn || length + lineEnd.size() > longestRaw) {
+    if (length + lineEnd.size() > longestRaw) {  // as a piece of a longer line is, too
       const std::uint64_t tooLong = length;
       return routine.fail(OSS_RC_BUFFER_TOO_SMALL, 106, number(tooLong), number(frame.offset));
     }

@@ -23,8 +23,6 @@ Pending::Record::Record(const char* start, std::size_t count) noexcept
       indexed(0),
       unended(0),
       isPiece(0),
-      goesOn(0),
-      goesOnInBackslash(0),
       isJoined(0) {}
 
 Pending::~Pending() {
@@ -54,8 +52,6 @@ Code Pending::load(const RecordStore& store, File* file) noexcept {
     Record record(frame.bytes.data(), frame.bytes.size());
     record.unended = frame.unended;
     record.isPiece = frame.isPiece;
-    record.goesOn = frame.goesOn;
-    record.goesOnInBackslash = frame.goesOnInBackslash;
     record.isJoined = frame.isJoined;
     (void)records_.add(record);
   }
@@ -128,8 +124,6 @@ Code Pending::next(Frame& frame) noexcept {
   frame.offset = isOriginal ? static_cast<std::uint64_t>(record.bytes - original_.data()) : 0;
   frame.unended = record.unended != 0;
   frame.isPiece = record.isPiece != 0;
-  frame.goesOn = record.goesOn != 0;
-  frame.goesOnInBackslash = record.goesOnInBackslash != 0;
   frame.isJoined = record.isJoined != 0;
   return 0;
 }

@@ -119,8 +119,6 @@ class Pending {
     std::uint32_t indexed : 1;  // `hash` is that of its identity
     std::uint32_t unended : 1;  // as in Frame
     std::uint32_t isPiece : 1;
-    std::uint32_t goesOn : 1;
-    std::uint32_t goesOnInBackslash : 1;
     std::uint32_t isJoined : 1;
 
     Record(const char* start, std::size_t count) noexcept;
