@@ -271,9 +271,8 @@ void Pending::accept(const RecordForm* form) noexcept {
 }
 
 char* Pending::keepBytes(std::size_t count, std::size_t alignment) noexcept {
-  std::size_t padding =
-      blocks_ == nullptr ? 0 : (alignment - blocks_->used % alignment) % alignment;
-  if (blocks_ == nullptr || blocks_->size - blocks_->used < padding + count) {
+  const auto start = [&] { return (blocks_->used + alignment - 1) / alignment * alignment; };
+  if (blocks_ == nullptr || blocks_->size < start() + count) {
     const std::size_t grown =
         blocks_ == nullptr ? smallestBlock : std::min(2 * blocks_->size, largestBlock);
     const std::size_t size = std::max(count, grown);
@@ -282,10 +281,9 @@ char* Pending::keepBytes(std::size_t count, std::size_t alignment) noexcept {
       return nullptr;
     }
     blocks_ = new (memory) Block{blocks_, 0, size};
-    padding = 0;
   }
-  char* const bytes = reinterpret_cast<char*>(blocks_ + 1) + blocks_->used + padding;
-  blocks_->used += padding + count;
+  char* const bytes = reinterpret_cast<char*>(blocks_ + 1) + start();
+  blocks_->used = start() + count;
   return bytes;
 }
 
