@@ -172,6 +172,7 @@ class Handle {
   virtual unsigned int next() = 0;
   virtual unsigned int closeScan() = 0;
   virtual unsigned int repair() = 0;
+  virtual bool committed() const = 0;  // what the last update changed
   virtual void keepReads() = 0;     // from now on
   virtual Entry found() const = 0;  // by the last Get or next()
 
@@ -235,6 +236,7 @@ class HandleOf : public Handle {
   unsigned int next() override { return handle_.GetNext(0, &record_, &found_); }
   unsigned int closeScan() override { return handle_.CloseScan(); }
   unsigned int repair() override { return handle_.RepairRegistry(); }
+  bool committed() const override { return handle_.isUpdateCommitted(); }
   void keepReads() override { handle_.setCachedReads(true); }
   Entry found() const override { return Flavour::entryOf(found_); }
   std::int32_t value() const { return Flavour::valueOf(found_); }  // of what was found

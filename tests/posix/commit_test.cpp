@@ -134,62 +134,7 @@ TEST_F(CommitTest, NoFileStandsAtAStandardDescriptorThatTheProcessGaveUp) {
   });
 }
 
-TEST_F(CommitTest, EachFailingStepGivesItsCodeAndKnowsWhetherTheUpdateIsCommitted) {
-  constexpr Code locking = GENREG_RC_LOCK_FAILED;
-  constexpr Code unlocking = GENREG_RC_UNLOCK_FAILED;
-  // One failing call, the code of a Change, the routine and code logged.
-  const struct {
-    const char* call;
-    unsigned long nth;
-    Code result, function, logged;
-    bool committed = false;
-    const char* other = "";  // a call that fails whenever it is made
-  } cases[] = {
-      {"open", 1, locking, 14, GENREG_RC_OPEN_LOCK_FAILED},
-      {"flock", 1, locking, 14, OSS_RC_IO_ERROR},
-      {"unlink", 1, opening, 15, GENREG_RC_CORRUPT_DELETE},
-      {"rename", 1, opening, 15, GENREG_RC_CORRUPT_RENAME},
-      {"fchmod", 1, opening, 15, GENREG_RC_TEMP_PERMISSIONS},
-      {"read", 1, readFailed, 33, GENREG_RC_READ_LENGTH_FAILED},
-      {"close", 1, closing, 11, GENREG_RC_CLOSE_FAILED},
-      {"close", 1, closing, 11, GENREG_RC_CLOSE_FAILED, false, "fsync"},
-      {"fsync", 1, closing, 11, GENREG_RC_CLOSE_TEMP_FAILED},
-      {"write", 2, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},  // the announcement
-      {"link", 1, closing, 11, GENREG_RC_BACKUP_RENAME_FAILED},
-      {"rename", 1, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
-      {"rename", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, "link"},
-      {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
-      {"fsync", 2, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED, false, "link"},
-      {"unlink", 3, closing, 11, GENREG_RC_BACKUP_DELETE_FAILED, true},
-      {"flock", 4, closing, 11, GENREG_RC_COMMIT_RENAME_FAILED},
-      {"flock", 5, unlocking, 17, GENREG_RC_UNLOCK_FILE_FAILED, true},
-      {"close", 6, unlocking, 17, GENREG_RC_CLOSE_LOCK_FAILED, true},
-      {"unlink", 4, unlocking, 17, GENREG_RC_LOCK_DELETE_FAILED, true},
-      {"none", 1, 0, 0, 0, true},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(std::string(row.call) + " " + std::to_string(row.nth));
-    clearDirectory();
-    writeFile(registry(), before);
-    if (row.logged == GENREG_RC_CORRUPT_RENAME) writeFile(temporary(), "left over");
-    setPermissions(registry(), 0640);
-    TestRegistry handle(registry(), unverified);
-    Diagnostics diagnostics;
-    {
-      unsigned long calls = 0;
-      const FaultHook failing([&](const std::string& call) {
-        if (call == row.call && ++calls == row.nth) return EIO;
-        return call == row.other ? EPERM : 0;
-      });
-      EXPECT_EQ(change(handle), row.result);
-    }
-    EXPECT_EQ(diagnostics.logs(0x082A0000u + row.function, row.logged) == 0, row.result == 0);
-    EXPECT_EQ(readFile(registry()), row.committed ? changed : before);
-    EXPECT_EQ(handle.isUpdateCommitted(), row.committed);
-    EXPECT_EQ(exists(backup()), row.logged == GENREG_RC_BACKUP_DELETE_FAILED);
-    EXPECT_FALSE(row.logged == GENREG_RC_TEMP_PERMISSIONS && exists(temporary()));
-    EXPECT_EQ(handle.status, GENREG_STATUS_IDLE | GENREG_STATUS_READY);
-  }
+TEST_F(CommitTest, WhatCannotBeTidiedOrMadeDurableFailsTheUpdate) {
   // A temporary file that is not asked for any more and cannot go.
   TestRegistry abandoning(registry(), unique);
   {

@@ -1,9 +1,10 @@
-// What an operation writes into the trace and the log: undisturbed, and with each of its calls
-// failing in turn. tests/told/FLAVOUR.txt has all of it, for a person to read what a change of the
-// code does to it: `cp build/dev/told/*.txt tests/told` takes over what was found.
+// What an operation does to the files, and writes into the trace and the log: undisturbed, and with
+// each of its calls failing in turn. tests/told/FLAVOUR.txt has all of it, for a person to read
+// what a change of the code does to it: `cp build/dev/told/*.txt tests/told` takes over what was
+// found.
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
 
@@ -20,23 +21,25 @@ struct Case {
   Verb verb;
   Entry entry;
   std::uint64_t features;
-  const char* files;  // those that are there before, of "r bkp tmp"
+  const char* has;    // files before, "r bkp tmp", and whether "links" are to be had
   bool fails = true;  // each of its calls is to
 };
 const Case cases[] = {
-    {"get", Verb::Get, {"b", 2}, unique, "r"},
-    {"get what is not there", Verb::Get, {"x", 2}, unique, "r", false},
-    {"get from a backup", Verb::Get, {"b", 2}, unique, "bkp", false},
-    {"scan", Verb::Scan, {}, unique, "r"},
-    {"add", Verb::Add, {"c", 3}, unique, "r"},
-    {"add what is there", Verb::Add, {"b", 3}, unique, "r", false},
-    {"add in place", Verb::Add, {"c", 3}, unverified, "r"},
-    {"add to no file", Verb::Add, {"c", 3}, verified, ""},
-    {"change", Verb::Change, {"b", 22}, verified, "r"},
-    {"change what is not there", Verb::Change, {"x", 22}, unique, "r", false},
-    {"delete after a crash", Verb::Delete, {"a", 1}, unique, "bkp tmp"},
-    {"delete beside an old backup", Verb::Delete, {"a", 1}, unverified, "r bkp", false},
-    {"many", Verb::Many, {"", 2}, unique, "r"},
+    {"get", Verb::Get, {"b", 2}, unique, "r links"},
+    {"get what is not there", Verb::Get, {"x", 2}, unique, "r links", false},
+    {"get from a backup", Verb::Get, {"b", 2}, unique, "bkp links", false},
+    {"scan", Verb::Scan, {}, unique, "r links"},
+    {"add", Verb::Add, {"c", 3}, unique, "r links"},
+    {"add what is there", Verb::Add, {"b", 3}, unique, "r links", false},
+    {"add in place", Verb::Add, {"c", 3}, unverified, "r links"},
+    {"add to no file", Verb::Add, {"c", 3}, verified, "links"},
+    {"change", Verb::Change, {"b", 22}, verified, "r links"},
+    {"change unverified", Verb::Change, {"b", 22}, unverified, "r links"},
+    {"change without links", Verb::Change, {"b", 22}, unverified, "r"},
+    {"change what is not there", Verb::Change, {"x", 22}, unique, "r links", false},
+    {"delete after a crash", Verb::Delete, {"a", 1}, unique, "bkp tmp links"},
+    {"delete beside an old backup", Verb::Delete, {"a", 1}, unverified, "r bkp links", false},
+    {"many", Verb::Many, {"", 2}, unique, "r links"},
 };
 
 // Both engines once with each call failing, and all flavours undisturbed.
@@ -59,30 +62,29 @@ class ToldTest : public RegistryTest {
   unsigned long run(const flavours::Row& row, const Case& each, unsigned long k,
                     std::ostream& told) {
     clearDirectory();
-    const std::string files = each.files;
     const std::string content = row.stored({"a", 1}) + row.stored({"b", 2});
-    if (files.find('r') != std::string::npos) writeFile(registry(), content);
-    if (files.find("bkp") != std::string::npos) writeFile(backup(), content);
-    if (files.find("tmp") != std::string::npos) writeFile(temporary(), "unfinished");
+    const auto has = [&](const char* what) { return std::strstr(each.has, what) != nullptr; };
+    if (each.has[0] == 'r') writeFile(registry(), content);
+    if (has("bkp")) writeFile(backup(), content);
+    if (has("tmp")) writeFile(temporary(), "unfinished");
     const auto handle = row.open(registry(), each.features);
     std::string failing = "undisturbed";
     unsigned long calls = 0;
+    Code code = 0;
     {
       const FaultHook hook([&](const std::string& call) {
-        if (++calls != k) return 0;
-        failing = call;
-        return EIO;
+        if (++calls == k) failing = call;
+        return calls == k ? EIO : call == "link" && !has("links") ? EPERM : 0;
       });
       g_pGTCB->enabled = k == 0 ? 1 : 0;
-      const Code code = handle->run(each.verb, each.entry);
+      code = handle->run(each.verb, each.entry);
       g_pGTCB->enabled = 0;
-      const GenRegReturnCode* known = genRegFindReturnCode(code);
-      told << "== " << each.name << ", " << failing << ' ' << k << ": "
-           << (code == 0          ? "done"
-               : known == nullptr ? std::to_string(code)
-                                  : known->name)
-           << '\n';
     }
+    const GenRegReturnCode* known = genRegFindReturnCode(code);
+    told << "== " << each.name << ", " << failing << ' ' << k << ": "
+         << (known == nullptr ? std::to_string(code) : known->name)
+         << (readFile(registry()) == content ? ", old" : ", new")
+         << (handle->committed() ? ", committed" : "") << ", " << files() << '\n';
     std::istringstream lines(readFile(log_));
     for (std::string line; std::getline(lines, line);) told << shortened(line);
     writeFile(log_, "");
@@ -108,7 +110,7 @@ class ToldTest : public RegistryTest {
   const std::string log_ = "told.log";
 };
 
-TEST_F(ToldTest, TheLogHasEachFailureAndTheTraceEachStep) {
+TEST_F(ToldTest, EachFailureIsToldAndEachStepTraced) {
   fs::create_directories("told");
   for (const flavours::Row& row : flavours::rows) {
     std::ostringstream told;
