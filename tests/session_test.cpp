@@ -163,6 +163,10 @@ TEST_F(SessionTest, PlantedLinksPipesAndSecondNamesAreNotFollowed) {
     TestRegistry handle(registry());
     EXPECT_EQ(change(handle), row.result);
     EXPECT_EQ(add(handle) == 0, row.result == 0);
+    if (row.result == locking) {
+      EXPECT_EQ(handle.LockRegistry(GENREG_LOCK_SHARED | GENREG_LOCK_NOWAIT),
+                GENREG_RC_OPEN_LOCK_FAILED);
+    }
     EXPECT_EQ(readFile(victim), "precious");
     EXPECT_EQ(permissionsOf(victim), keptPermissions(0640));
     EXPECT_FALSE(exists(path("nowhere")));
