@@ -5,21 +5,21 @@ import ctypes
 import multiprocessing
 import os
 import random
-import shutil
 import subprocess
 import time
 from collections import Counter
 from multiprocessing.process import BaseProcess
+from operator import attrgetter
 from pathlib import Path
 
-from board import Board
-from disk import Cut, Disk, DiskProcess, When
-from judgement import description, judge
+from disk import Board, Cut, Disk, DiskProcess
+from file_systems import FILE_SYSTEMS, FileSystem, execute
+from judgement import judge
 from registries import KINDS, Fault, Series, all_series
-from volume import FILE_SYSTEMS, FileSystem, Volume, leave_namespace
 
 SKIPPED = 77  # the exit status
 SHOWN_FAULTS = 10  # of each file system, with all particulars
+LEFTOVERS = [".lock", ".bkp", ".tmp", ".cor", ".old"]
 CACHED = [0, 1, 1, 2, 3, 8, 20]  # writes that a cut finds in the disk's cache, or more
 
 
@@ -29,128 +29,124 @@ class Round:
     def __init__(self, system: FileSystem, place: Path, build: Path, seed: int):
         self.counts: Counter[str] = Counter()
         self.faults: Counter[str] = Counter()
+        self._system, self._place = system, place / "volume"
         self._tool = build / "zorreg"
         self._chance = random.Random(f"{seed} {system.name}")
         (place / "disk").mkdir(parents=True)
-        (place / "volume").mkdir()
-        self._series = all_series(place / "volume")
+        self._place.mkdir()
+        self._series = all_series(self._place)
         self._board = Board(len(self._series))
         disk = Disk(system.size, system.superblock, self._board, f"{seed} {system.name} disk")
         self._disk = DiskProcess(place / "disk", disk)
-        leave_namespace()
-        self._volume = Volume(system, self._disk.file, place / "volume")
         self._workers: list[BaseProcess] = []
 
     def run(self, cuts: int) -> None:
         self._make()
         for _ in range(cuts):
             self._work_until_cut()
-        self._volume.unmount()
-        requests = self._disk.requests()
-        self.counts.update(writes=requests.writes, flushes=requests.flushes)
+        execute("umount", self._place)
+        self.counts += self._disk.ask(attrgetter("requests"))
 
     def end(self) -> None:
         """Takes everything down, in whatever state it is."""
         self._kill_workers()
-        subprocess.run(["umount", "-q", self._volume.place], check=False)
-        subprocess.run(["umount", "-q", self._disk.file.parent], check=False)
+        subprocess.run(["umount", "-q", self._place, self._disk.file.parent], check=False)
         self._disk.end()
 
-    def _make(self) -> None:
-        self._volume.make()
-        self._volume.mount()
-        for index, series in enumerate(self._series):
-            self._begin(index, series)
+    def __str__(self) -> str:
+        counts = self.counts
+        failures = ", ".join(f"{kind} {count}" for kind, count in self.faults.items()) or "none"
+        left = ", ".join(f"{name} {counts[name]}" for name in LEFTOVERS)
+        return (f"{self._system.name}: {counts['cuts']} cuts while {counts['updates']} updates "
+                f"were acknowledged; {counts['dropping']} dropped writes, {counts['dropped']} "
+                f"blocks or sectors; {counts['recovering']} left something over ({left}); "
+                f"{counts['writes']} writes and {counts['flushes']} flushes; failures: {failures}")
 
-    def _begin(self, index: int, series: Series) -> None:
-        series.begin()
-        self._board.begin_at(index, 0)
+    def _make(self) -> None:
+        self._system.make(self._disk.file)
+        self._system.mount(self._disk.file, self._place)
+        for index, series in enumerate(self._series):
+            series.update(0)
+            self._board.started[index] = self._board.acknowledged[index] = 0
 
     def _work_until_cut(self) -> None:
-        begun = self._board.acknowledged()
+        begun = sum(self._board.acknowledged)
         self._start_workers()
         time.sleep(self._chance.uniform(0.0, 0.2))
         cached = self._chance.choice(CACHED)
-        cut = self._disk.cut(When(self._chance.randint(1, 4 if cached > 1 else 40), cached))
+        requests = self._chance.randint(1, 4 if cached > 1 else 40)
+        cut: Cut = self._disk.ask(Disk.cut, requests, cached)
         self._kill_workers()
-        self._volume.unmount()
-        self._disk.power_on()
-        self.counts["cuts"] += 1
-        self.counts["dropping"] += cut.dropped > 0
-        self.counts["dropped"] += cut.dropped
-        self.counts["updates"] += sum(cut.acknowledged) - sum(begun)
+        execute("umount", self._place)
+        self._disk.ask(Disk.power_on)
+        self.counts.update(cuts=1, dropping=cut.dropped > 0, dropped=cut.dropped,
+                           updates=sum(cut.acknowledged) - begun)
         try:
-            self._volume.mount()
+            self._system.mount(self._disk.file, self._place)
         except OSError as error:
-            self._report(Fault("not mounted", str(error)), "")
+            self._report(Fault("not mounted", str(error)))
             self._make()
-            return
-        self._judge(cut)
+        else:
+            self._judge(cut)
 
     def _judge(self, cut: Cut) -> None:
         leftovers: set[str] = set()
-        anew: set[Path] = set()
+        failures = self.faults.total()
         for index, series in enumerate(self._series):
-            if series.folder in anew:
-                continue
-            acknowledged, started = cut.acknowledged[index], cut.started[index]
             try:
-                number, left = judge(series, acknowledged, started, self._tool)
-                self._board.begin_at(index, number)
+                last, left = judge(series, cut.acknowledged[index], cut.started[index], self._tool)
+                self._board.started[index] = self._board.acknowledged[index] = last
                 leftovers |= left
             except Fault as fault:
-                self._report(fault, f"{series}\n{description(series.folder)}")
-                self._begin_anew(series.folder)
-                anew.add(series.folder)
-        for leftover in leftovers:
-            self.counts[leftover.rstrip("0123456789")] += 1
+                self._report(fault, series.folder)
+        self.counts.update(leftover.rstrip("0123456789") for leftover in leftovers)
         self.counts["recovering"] += bool(leftovers - {".lock"})
+        if self.faults.total() > failures:
+            execute("umount", self._place)
+            self._make()
 
-    def _begin_anew(self, folder: Path) -> None:
-        shutil.rmtree(folder)
-        for index, series in enumerate(self._series):
-            if series.folder == folder:
-                self._begin(index, series)
-
-    def _report(self, fault: Fault, particulars: str) -> None:
-        self.faults[fault.kind] += 1
-        if self.faults.total() <= SHOWN_FAULTS:
-            print(f"FAILED: cut {self.counts['cuts']} of {self._volume.kind.name}: {fault}\n"
-                  f"{particulars}", flush=True)
+    def _report(self, fault: Fault, folder: Path | None = None) -> None:
+        kind, particulars = fault.args
+        self.faults[kind] += 1
+        if self.faults.total() > SHOWN_FAULTS:
+            return
+        lines = [f"FAILED: cut {self.counts['cuts']} of {self._system.name}: {kind}: {particulars}"]
+        for file in sorted(folder.rglob("*")) if folder else ():
+            content = file.read_bytes() if file.is_file() else b""
+            lines.append(f"    {file.relative_to(self._place)}: inode {file.lstat().st_ino}, "
+                         f"{len(content)} bytes {content[:64]!r}")
+        print("\n".join(lines), flush=True)
 
     def _start_workers(self) -> None:
         context = multiprocessing.get_context("fork")
         for kind in KINDS:
-            own = [(index, series) for index, series in enumerate(self._series)
-                   if series.kind == kind]
-            worker = context.Process(target=work, args=(own, self._board, self._chance.random()))
-            worker.start()
-            self._workers.append(worker)
+            arguments = self._series, kind, self._board, self._chance.random()
+            self._workers.append(context.Process(target=work, args=arguments))
         if self._chance.random() < 0.5:
-            syncer = context.Process(target=sync_often, args=(self._volume.place,))
-            syncer.start()
-            self._workers.append(syncer)
+            self._workers.append(context.Process(target=sync_often, args=(self._place,)))
+        for worker in self._workers:
+            worker.start()
 
     def _kill_workers(self) -> None:
         for worker in self._workers:
             if worker.exitcode is not None:
-                self._report(Fault("update", "a worker has ended"), "")
+                self._report(Fault("update", "a worker has ended"))
             worker.kill()
-        for worker in self._workers:
             worker.join()
         self._workers.clear()
 
 
-def work(own: list[tuple[int, Series]], board: Board, seed: float) -> None:
+def work(all_of_them: list[Series], kind: str, board: Board, seed: float) -> None:
     """Updates the registries of one kind, until it is killed."""
     chance = random.Random(seed)
+    own = [index for index, series in enumerate(all_of_them) if series.kind == kind]
     while True:
-        index, series = chance.choice(own)
-        number = board.acknowledged()[index] + 1
-        board.start(index, number)
-        series.update(number)
-        board.acknowledge(index, number)
-        series.forget(number)
+        index = chance.choice(own)
+        number = board.acknowledged[index] + 1
+        board.started[index] = number
+        all_of_them[index].update(number)
+        board.acknowledged[index] = number
+        all_of_them[index].forget(number)
 
 
 def sync_often(place: Path) -> None:
@@ -163,32 +159,11 @@ def sync_often(place: Path) -> None:
         library.syncfs(folder)
 
 
-def shown(name: str, counts: Counter[str], faults: Counter[str]) -> str:
-    failures = ", ".join(f"{kind} {count}" for kind, count in faults.items()) or "none"
-    left = ", ".join(f"{name} {counts[name]}" for name in (".lock", ".bkp", ".tmp", ".cor", ".old"))
-    return (f"{name}: {counts['cuts']} cuts while {counts['updates']} updates were acknowledged; "
-            f"{counts['dropping']} dropped writes, {counts['dropped']} blocks or sectors; "
-            f"{counts['recovering']} left something over ({left}); {counts['writes']} writes and "
-            f"{counts['flushes']} flushes; failures: {failures}")
-
-
-def usable(only: str | None) -> list[FileSystem]:
-    systems = []
-    for system in FILE_SYSTEMS:
-        if only not in (None, system.name):
-            continue
-        reason = system.missing()
-        if reason:
-            print(f"{system.name}: skipped: {reason}", flush=True)
-        else:
-            systems.append(system)
-    return systems
-
-
 def all_rounds(cuts: int, seed: int, only: str | None, build: Path, place: Path) -> int:
     """The exit status."""
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", place], check=True)
-    systems = usable(only)
+    execute("mount", "-t", "tmpfs", "tmpfs", place)
+    chosen = [system for system in FILE_SYSTEMS if only in (None, system.name)]
+    systems = [system for system in chosen if system.is_usable()]
     failures = 0
     for number, system in enumerate(systems):
         each = Round(system, place / system.name, build, seed)
@@ -196,8 +171,6 @@ def all_rounds(cuts: int, seed: int, only: str | None, build: Path, place: Path)
             each.run(cuts // len(systems) + (number < cuts % len(systems)))
         finally:
             each.end()
-        print(shown(system.name, each.counts, each.faults), flush=True)
+        print(each, flush=True)
         failures += each.faults.total()
-    if not systems:
-        return SKIPPED
-    return 1 if failures else 0
+    return int(failures > 0) if systems else SKIPPED
