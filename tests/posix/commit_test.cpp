@@ -142,6 +142,12 @@ TEST_F(CommitTest, WhatCannotBeTidiedOrMadeDurableFailsTheUpdate) {
     BinVarValRecord absent = variable("absent");
     EXPECT_EQ(abandoning.Delete(byName, &absent), GENREG_RC_DELETE_TEMP_FAILED);
   }
+  // Nor does its handle hold up another one's update, with one that it left.
+  BinVarValRecord twin = variable("b");
+  EXPECT_EQ(abandoning.Add(byName, &twin), duplicate);
+  TestRegistry other(registry(), unique);
+  EXPECT_EQ(other.setLockTimeout(1000), 0u);
+  EXPECT_EQ(change(other), 0u);
   // Names that the recovery or the first Add made are durable before anything is built on them.
   for (const bool recovers : {true, false}) {
     clearDirectory();
