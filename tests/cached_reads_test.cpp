@@ -177,4 +177,17 @@ TYPED_TEST(CachedReadsTest, AScanStandsWhereItIsWhateverHappens) {
   EXPECT_EQ(TestFixture::Run::get(cached, "b"), -std::int64_t{GENREG_RC_NOT_FOUND});
 }
 
+TYPED_TEST(CachedReadsTest, EachScanHasAStreamOfItsOwn) {
+  writeFile(this->registry(), TypeParam::stored("a", 1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(80));  // else it is read for each of them
+  typename TestFixture::Handle cached(this->registry(), unique);
+  cached.setCachedReads(true);
+  for (int times = 0; times < 2; ++times) {
+    ASSERT_EQ(cached.OpenScan(), 0u);
+    EXPECT_NE(std::fgetc(cached.mainStream), EOF);
+    while (std::fgetc(cached.mainStream) != EOF) continue;
+    EXPECT_EQ(cached.CloseScan(), 0u);
+  }
+}
+
 }  // namespace
