@@ -1,6 +1,7 @@
 // zorreg on every system: what each command prints and leaves, and the status it exits with. Far
 // more of it is shown by tests/transcripts, which a shell runs.
-#include "support/tool.h"
+#include <cstdlib>
+#include <filesystem>
 
 #include "support/stored_record.h"
 #include "tools/report.h"
@@ -9,8 +10,47 @@ namespace {
 
 using namespace tool;
 
+struct ToolRun {
+  int status;
+  std::string output, error;
+};
+
+// One run of the tool: its arguments and input, and what must come of it. The arguments are words
+// with blanks between them, in single quotes where they hold any.
+struct ToolStep {
+  std::string arguments;
+  int status;
+  std::string output = "", error = "", input = "";  // of the error a part is enough
+};
+
 class ToolTest : public RegistryTest {
  protected:
+  // What a program wrote beside the directory of the test, with the ends of lines that the tests
+  // have.
+  static std::string takeText(const std::string& name) {
+    std::string text = readFile(name);
+    for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos;) text.erase(at, 1);
+    std::filesystem::remove(name);
+    return text;
+  }
+  ToolRun runTool(const std::string& arguments, const std::string& input = "") const {
+    const std::string in = directory_ + ".in", out = directory_ + ".out", err = directory_ + ".err";
+    writeFile(in, input);
+    const std::string streams = " <'" + in + "' >'" + out + "' 2>'" + err + "' ";
+    const int status = std::system(shellCommand("'" ZORREG_PATH "'" + streams + arguments).c_str());
+    std::filesystem::remove(in);
+    return {exitStatus(status), takeText(out), takeText(err)};
+  }
+  void expectSteps(const std::string& prefix, const std::vector<ToolStep>& steps) const {
+    for (const ToolStep& step : steps) {
+      SCOPED_TRACE(step.arguments);
+      const ToolRun run = runTool(prefix + step.arguments, step.input);
+      EXPECT_EQ(run.status, step.status) << run.error;
+      EXPECT_EQ(run.output, step.output);
+      EXPECT_NE(run.error.find(step.error), std::string::npos) << run.error;
+      EXPECT_TRUE(run.status == 0 || !run.error.empty()) << "a failure is explained";
+    }
+  }
   // Runs the steps on a registry of these bytes, which it must become in the end.
   void expectChange(const std::string& before, const std::string& command,
                     const std::vector<ToolStep>& steps, const std::string& after) {
