@@ -7,8 +7,6 @@
 
 namespace {
 
-const std::string content = frame(variable("a", 1)) + frame(variable("b", 2));
-
 bool isRoot() { return ::geteuid() == 0; }
 
 class PermissionsTest : public RegistryTest {
@@ -50,7 +48,7 @@ TEST_F(PermissionsTest, NoMaskOfTheProcessMakesTheFilesUnusable) {
 
 TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
   if (!isRoot()) GTEST_SKIP() << "needs two users";
-  writeFile(registry(), content);
+  writeFile(registry(), oneAndTwo);
   give(registry(), first, 0666);
   setPermissions(directory_, 0777);
   for (const uid_t user : {first, second, first}) {
