@@ -65,7 +65,7 @@ TEST_F(RegistryExport, IsParsedOnceUntilItsFileChangesAndAListKeepsWhatItSaid) {
   machine(keys("B; B/I"));
   makeOld(2);
   expectCopies("ZOR B;end;");
-  machineBytes("broken");
+  writeFile(path("machine.reg"), "broken");
   makeOld(1);
   for (int i = 0; i < 2; ++i) expectCopies("263", "1|not a registry export of version 5.00");
   EXPECT_EQ(reads.calls(), 4u);

@@ -48,30 +48,27 @@ TEST_F(PermissionsTest, NoMaskOfTheProcessMakesTheFilesUnusable) {
 
 TEST_F(PermissionsTest, WhoeverMayWriteTheRegistryMayUpdateIt) {
   if (!isRoot()) GTEST_SKIP() << "needs two users";
+  const auto add = [&](std::uint64_t features) {
+    TestRegistry handle(registry(), features);
+    return ::add(handle);
+  };
   writeFile(registry(), oneAndTwo);
   give(registry(), first, 0666);
   setPermissions(directory_, 0777);
   for (const uid_t user : {first, second, first}) {
-    expectAs(user, [&] {
-      TestRegistry handle(registry(), verified);
-      return add(handle) == 0;
-    });
+    expectAs(user, [&] { return add(verified) == 0; });
     EXPECT_EQ(permissionsOf(registry()), 0666u);
   }
   // One user's update dies and leaves its lock file to the other's.
   for (const std::uint64_t features : {verified, unverified}) {
     expectAs(first, [&] {
       return inChild([&] {
-               TestRegistry handle(registry(), features);
                const FaultPlan plan(2, 0, true, "fsync");
-               return static_cast<int>(add(handle));
+               return static_cast<int>(add(features));
              }) == -9;
     });
     EXPECT_TRUE(exists(lockFile()));
-    expectAs(second, [&] {
-      TestRegistry handle(registry(), features);
-      return add(handle) == 0;
-    });
+    expectAs(second, [&] { return add(features) == 0; });
     EXPECT_FALSE(exists(lockFile()));
   }
 }
