@@ -49,28 +49,6 @@ TEST_F(ZorregTest, WritersOfDifferentFieldsOfARecordKeepEachOthersChanges) {
   other.join();
 }
 
-TEST_F(ZorregTest, WrittenLinesEndAsTheOthersDo) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"A = 1\r\n#x\r\n", "A = 9\r\n#x\r\nB = 2\r\n"},
-      {"#x\r\nA = 1\n", "#x\r\nA = 9\nB = 2\n"},
-      {"#x\nA = 1\r\n", "#x\nA = 9\r\nB = 2\r\n"},
-      {"A = 1\r\n#x", "A = 9\r\n#x\r\nB = 2\r\n"}};
-  for (const auto& [before, after] : rows) {
-    for (const bool inOne : {false, true}) {
-      writeFile(registry(), before);
-      const auto handle = open("var");
-      EXPECT_EQ(inOne ? zorreg_begin(handle.get()) : 0u, 0u);
-      const Record added = recordOf({{"Variable", "B"}, {"Value", "2"}});
-      const Record changed = recordOf({{"Variable", "A"}, {"Value", "9"}});
-      EXPECT_EQ(zorreg_add(handle.get(), added.get()), 0u);
-      EXPECT_EQ(zorreg_change(handle.get(), recordOf({{"Variable", "A"}}).get(), changed.get()),
-                0u);
-      EXPECT_EQ(inOne ? zorreg_commit(handle.get()) : 0u, 0u);
-      EXPECT_EQ(readFile(registry()), after) << inOne;
-    }
-  }
-}
-
 TEST_F(ZorregTest, ANameMayBeAddedTwiceAlsoAfterAnEndOfMemory) {
   const Record nine = recordOf({{"Variable", "A"}, {"Value", "9"}});
   bool hasEnded = true;

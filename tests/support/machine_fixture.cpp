@@ -131,8 +131,6 @@ void MachineTest::TearDown() {
 
 void MachineTest::machine(const std::string& lines) { remoteMachine("machine", lines); }
 
-void MachineTest::machineBytes(const std::string& bytes) { writeFile(path("machine.reg"), bytes); }
-
 void MachineTest::remoteMachine(const std::string& name, const std::string& lines) {
   writeFile(path(name + ".reg"), "Windows Registry Editor Version 5.00\n" + lines);
 }

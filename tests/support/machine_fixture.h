@@ -33,8 +33,7 @@ class MachineTest : public RegistryTest {
   void SetUp() override;
   void TearDown() override;
 
-  // Gives the machine, or another one, a registry of these lines, or of bytes as they are.
+  // Gives the machine, or another one, a registry of these lines.
   void machine(const std::string& lines);
-  void machineBytes(const std::string& bytes);
   void remoteMachine(const std::string& name, const std::string& lines);
 };

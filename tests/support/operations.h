@@ -3,6 +3,8 @@
 
 #include "support/flavours.h"
 
+inline const std::string oneAndTwo = frame(variable("a", 1)) + frame(variable("b", 2));
+
 inline Code add(TestRegistry& registry) {
   return Operations<BinaryVariables>::add(registry, "new", 3);
 }

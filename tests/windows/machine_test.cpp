@@ -4,7 +4,6 @@
 
 #include "support/operations.h"
 #include "sysservices/file_system.h"
-#include "zorreg.h"
 
 namespace {
 
@@ -52,10 +51,9 @@ class Machine : public RegistryTest {
  protected:
   void SetUp() override {
     RegistryTest::SetUp();
-    writeFile(registry(), old);
+    writeFile(registry(), oneAndTwo);
   }
 
-  const std::string old = frame(variable("a", 1)) + frame(variable("b", 2));
   const std::string changed = frame(variable("a", 1)) + frame(variable("b", 22));
 };
 
@@ -92,7 +90,7 @@ TEST_F(Machine, ADeleteAsPosixDoesItLeavesNoNameBehind) {
 
 // As a program does that deletes a file that a third one has open.
 TEST_F(Machine, WhileADeleteOfTheBackupIsPendingAnUpdateFailsWholeOrSucceeds) {
-  writeFile(backup(), old);
+  writeFile(backup(), oneAndTwo);
   Foreign reader(backup(), GENERIC_READ);
   {
     const Foreign deleter(backup(), DELETE);
@@ -100,33 +98,11 @@ TEST_F(Machine, WhileADeleteOfTheBackupIsPendingAnUpdateFailsWholeOrSucceeds) {
   }
   TestRegistry handle(registry());
   const Code code = change(handle);
-  EXPECT_EQ(readFile(registry()), code == 0 ? changed : old) << code;
+  EXPECT_EQ(readFile(registry()), code == 0 ? changed : oneAndTwo) << code;
   reader.close();
   const Code next = change(handle);
   EXPECT_TRUE(next == 0 || (code == 0 && next == unchanged)) << next;
   EXPECT_EQ(readFile(registry()), changed);
-}
-
-TEST_F(Machine, ARegistryWithHiddenAndSystemAttributesIsRead) {
-  for (const DWORD attributes : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM}) {
-    ASSERT_NE(::SetFileAttributesA(registry().c_str(), attributes), 0);
-    TestRegistry handle(registry());
-    EXPECT_EQ(get(handle), 0u) << attributes;
-    EXPECT_EQ(scan(handle), 0u) << attributes;
-  }
-}
-
-TEST_F(Machine, APathInUtf8IsTheNameThatWindowsShows) {
-  zorreg* handle = nullptr;
-  ASSERT_EQ(zorreg_open("var", path("caf\xC3\xA9.var").c_str(), &handle), 0u);
-  zorreg_record* const record = zorreg_record_new();
-  EXPECT_EQ(zorreg_record_set(record, "Variable", "A"), 0u);
-  EXPECT_EQ(zorreg_record_set(record, "Value", "1"), 0u);
-  EXPECT_EQ(zorreg_set(handle, record), 0u);
-  zorreg_record_free(record);
-  zorreg_close(handle);
-  const std::wstring folder(directory_.begin(), directory_.end());  // ASCII
-  EXPECT_NE(::GetFileAttributesW((folder + L"\\caf\u00E9.var").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(Machine, ALinkInThePlaceOfACompanionIsRefused) {
@@ -141,11 +117,11 @@ TEST_F(Machine, ALinkInThePlaceOfACompanionIsRefused) {
     }
     TestRegistry handle(registry());
     const Code code = change(handle);
-    EXPECT_EQ(readFile(registry()), code == 0 ? changed : old) << name;
+    EXPECT_EQ(readFile(registry()), code == 0 ? changed : oneAndTwo) << name;
     EXPECT_TRUE(code != 0 || name == temporary()) << "a link served as a lock file";
     EXPECT_EQ(readFile(victim), "untouched") << name;
     ::DeleteFileA(name.c_str());
-    writeFile(registry(), old);
+    writeFile(registry(), oneAndTwo);
   }
 }
 
