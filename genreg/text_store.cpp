@@ -17,7 +17,7 @@ constexpr StoreKind textKind{
 
 constexpr std::string_view lineEnd = "\r\n";
 
-bool endsInBackslash(std::string_view text) { return !text.empty() && text.back() == '\\'; }
+bool endsIn(std::string_view text, char last) { return !text.empty() && text.back() == last; }
 
 }  // namespace
 
@@ -127,7 +127,7 @@ std::string_view TextStore::pack(Routine& routine, const void* record, const Fra
   const bool hasNewline = std::memchr(packed_, '\n', length) != nullptr;
   const bool isEnded = hasNewline && packed_[length - 1] == '\n';
   if (isEnded) --length;
-  const bool hasReturn = length > 0 && packed_[length - 1] == '\r';
+  const bool hasReturn = endsIn({packed_, length}, '\r');
   const bool isWhole = hasNewline && !isEnded;
   const std::string_view end = isWhole                                ? std::string_view()
                                : !hasReturn && endsInReturn(replaced) ? lineEnd
@@ -141,7 +141,7 @@ std::string_view TextStore::pack(Routine& routine, const void* record, const Fra
   const std::string_view line(packed_, length);
   // A line that joins what follows it would swallow a record.
   const std::size_t ending = isWhole ? 1 : end.size();
-  if (joins() && endsInBackslash(line.substr(0, length - ending))) {
+  if (joins() && endsIn(line.substr(0, length - ending), '\\')) {
     packed_[length - ending] = '\0';
     (void)routine.fail(GENREG_RC_PACK_LINE_FAILED, 96, text(packed_));
     return {};
@@ -162,9 +162,9 @@ bool TextStore::write(Routine& routine, File& to, std::string_view frames, Code 
 bool TextStore::mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
                         std::string_view* gained) const noexcept {
   const std::size_t length = frame.bytes.size();
-  const bool hasNewline = length > 0 && frame.bytes.back() == '\n';
+  const bool hasNewline = endsIn(frame.bytes, '\n');
   if (operation == GENREG_OP_ADD && (frame.unended || !hasNewline)) {
-    if (frame.unended && joins() && endsInBackslash(frame.bytes)) {
+    if (frame.unended && joins() && endsIn(frame.bytes, '\\')) {
       return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 105);
     }
     if (length + lineEnd.size() > longestRaw) {  // as a piece of a longer line is, too
@@ -215,7 +215,7 @@ bool TextStore::gapBehind(Routine& routine, std::string_view tail,
   const bool newline = tail.back() == '\n';
   if (newline) tail.remove_suffix(1);
   if (newline && !tail.empty() && tail.back() == '\r') tail.remove_suffix(1);
-  const bool continues = joins() && endsInBackslash(tail);
+  const bool continues = joins() && endsIn(tail, '\\');
   if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 99);
   if (continues || !newline) *gap = lineEnd;
   return true;

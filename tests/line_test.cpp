@@ -82,6 +82,12 @@ TEST(LineReader, RefusesWhatItCannotReadInto) {
   EXPECT_EQ(GenRegReadLine(buffer, nullptr, 8, stream.get(), nullptr, false), nullptr);
   EXPECT_EQ(GenRegReadLine(buffer, buffer, 8, nullptr, nullptr, false), nullptr);
   EXPECT_EQ(GenRegReadLine(buffer, buffer, 0, stream.get(), nullptr, false), nullptr);
+  const Stream empty = streamOf("");
+  Diagnostics diagnostics;
+  g_pGTCB->enabled = 1;
+  EXPECT_EQ(GenRegReadLine(buffer, buffer, 8, empty.get(), &code, false), nullptr);
+  g_pGTCB->enabled = 0;
+  EXPECT_EQ(diagnostics.records.back().code, GENREG_RC_NO_LINE);
 }
 
 TEST(LineWriter, FoldsSoThatTheReaderJoins) {

@@ -72,6 +72,8 @@ TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
        "A = 1\r\nC = 1\r\n"},
       {"delete beside NUL bytes", verified, nul, 'd', 0, nul.substr(0, 6)},
       {"delete a line with a NUL", verified, nulB, 'd', refused, nulB},
+      {"delete inside a long line that is continued", joining, full + "x\\\nB = 1\n", 'd', refused,
+       full + "x\\\nB = 1\n"},
       {"delete a long line", verified, longB, 'd', refused, longB},
       {"delete beside a long line", verified, tooLong + "\nB = 1\n", 'd', 0, tooLong + "\n"},
       {"delete beside high bytes", verified, "\xE4\xFF = \x80\nB = 1\n", 'd', 0,
