@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <new>
 
 namespace genreg {
@@ -271,20 +272,24 @@ void Pending::accept(const RecordForm* form) noexcept {
 }
 
 char* Pending::keepBytes(std::size_t count, std::size_t alignment) noexcept {
-  const auto start = [&] { return (blocks_->used + alignment - 1) / alignment * alignment; };
-  if (blocks_ == nullptr || blocks_->size < start() + count) {
-    const std::size_t grown =
-        blocks_ == nullptr ? smallestBlock : std::min(2 * blocks_->size, largestBlock);
-    const std::size_t size = std::max(count, grown);
-    void* memory = nullptr;
-    if (_ossMemAlloc(&memory, 0, sizeof(Block) + size, 1, sourceFile, __LINE__) != 0) {
-      return nullptr;
-    }
-    blocks_ = new (memory) Block{blocks_, 0, size};
-  }
-  char* const bytes = reinterpret_cast<char*>(blocks_ + 1) + start();
-  blocks_->used = start() + count;
-  return bytes;
+  if (char* const bytes = takeBytes(count, alignment); bytes != nullptr) return bytes;
+  const std::size_t grown =
+      blocks_ == nullptr ? smallestBlock : std::min(2 * blocks_->size, largestBlock);
+  const std::size_t size = std::max(count + alignment, grown);
+  void* memory = nullptr;
+  if (_ossMemAlloc(&memory, 0, sizeof(Block) + size, 1, sourceFile, __LINE__) != 0) return nullptr;
+  blocks_ = new (memory) Block{blocks_, 0, size};
+  return takeBytes(count, alignment);
+}
+
+// Of the last block; null when there is not so much left.
+char* Pending::takeBytes(std::size_t count, std::size_t alignment) noexcept {
+  if (blocks_ == nullptr) return nullptr;
+  std::size_t left = blocks_->size - blocks_->used;
+  void* place = reinterpret_cast<char*>(blocks_ + 1) + blocks_->used;
+  if (std::align(alignment, count, place, left) == nullptr) return nullptr;
+  blocks_->used = blocks_->size - left + count;
+  return static_cast<char*>(place);
 }
 
 void* Pending::keepCopy(const void* bytes, std::size_t size) noexcept {

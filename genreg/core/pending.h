@@ -139,6 +139,7 @@ class Pending {
   std::string_view storedOf(const Record& record) const noexcept;
   bool stage(std::uint32_t number, const Record& record) noexcept;
   char* keepBytes(std::size_t count, std::size_t alignment) noexcept;
+  char* takeBytes(std::size_t count, std::size_t alignment) noexcept;
   bool buildIndex(const RecordForm* form) noexcept;
   void enter(std::uint32_t number) noexcept;
   bool findOdd(const RecordForm* form) noexcept;
