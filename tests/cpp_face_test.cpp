@@ -292,39 +292,4 @@ TEST_F(CppFaceCases, FieldsOfALaterVersionSurviveAChangeOfTheGlobalRegistry) {
   EXPECT_EQ(readFile(registry()), bytes("new"));
 }
 
-// A flavour of one's own: pairs of numbers, the first of which identifies them.
-struct Pair {
-  std::uint64_t key, value;
-};
-struct Pairs : GenRegBin {
-  Pairs(const std::string& path, Code* code) : GenRegBin(path.c_str(), code) {
-    GenRegBase::CompareRecord = [](std::uint64_t mask, void* record, void* key) {
-      const auto& left = *static_cast<const Pair*>(record);
-      const auto& right = *static_cast<const Pair*>(key);
-      const bool wholly = mask == GENREG_ALL_FIELDS;
-      return left.key == right.key && (!wholly || left.value == right.value) ? 1u : 0u;
-    };
-    GenRegBase::ValidateKey = [](std::uint64_t, void*) { return 0u; };
-    GenRegFile::GetRecordSize = [](std::uint64_t* size) { return *size = sizeof(Pair), 0u; };
-    GenRegFile::GetRecordLength = [](const void*, std::uint64_t* length) {
-      return *length = sizeof(Pair), 0u;
-    };
-    (void)setFeature(GENREG_VERIFY_UPDATES);
-  }
-};
-
-TEST_F(CppFaceCases, AFlavourOfOnesOwnIsMadeFromAPath) {
-  Code code = 1;
-  Pairs pairs(registry(), &code);
-  Pair pair{7, 1};
-  Pair changed{7, 2};
-  EXPECT_EQ(code, 0u);
-  EXPECT_EQ(pairs.Add(1, &pair), 0u);
-  EXPECT_EQ(pairs.Add(1, &pair), duplicate);
-  EXPECT_EQ(pairs.Change(1, &pair, &changed), 0u);
-  EXPECT_EQ(readFile(registry()), frameBytes(16, little(7, 8) + little(2, 8)));
-  const Pairs nowhere("", &code);
-  EXPECT_EQ(code, GENREG_RC_NO_ARGUMENT);
-}
-
 }  // namespace

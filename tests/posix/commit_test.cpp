@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <tuple>
 
 #include "support/operations.h"
 
@@ -317,22 +316,6 @@ TEST_F(CommitTest, ABackupThatIsNoFileOrCannotBeReadFailsEveryOperation) {
   TestRegistry handle(registry());
   FaultPlan plan(2, EACCES, false, "open");
   EXPECT_EQ(get(handle), opening);
-}
-
-TEST_F(CommitTest, AnAbandonedAppendInPlaceLeavesNothingBehind) {
-  const std::tuple<const char*, unsigned long, Code> failures[] = {{"write", 1, writeNewFailed},
-                                                                   {"fsync", 1, writeNewFailed},
-                                                                   {"write", 2, writeNewFailed},
-                                                                   {"fsync", 2, closing}};
-  for (const auto& [call, nth, code] : failures) {
-    SCOPED_TRACE(call + std::to_string(nth));
-    TestRegistry handle(registry(), unverified);
-    const FaultPlan plan(nth, ENOSPC, false, call);
-    EXPECT_EQ(add(handle), code);
-    EXPECT_FALSE(handle.isUpdateCommitted());
-    EXPECT_EQ(readFile(registry()), before);
-    EXPECT_EQ(files(), "r");
-  }
 }
 
 // A wait is left to the system after two seconds; the fourth signal comes into it, and the last one

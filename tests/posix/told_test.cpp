@@ -1,10 +1,9 @@
 // What an operation does to the files, and writes into the trace and the log: undisturbed, and with
-// each of its calls failing in turn. tests/told/FLAVOUR.txt has all of it, for a person to read
-// what a change of the code does to it: `cp build/dev/told/*.txt tests/told` takes over what was
-// found.
+// each of its calls failing in turn.
+#include "support/told.h"
+
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <regex>
 #include <sstream>
 
@@ -13,7 +12,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using flavours::Verb;
 
 struct Case {
@@ -111,17 +109,13 @@ class ToldTest : public RegistryTest {
 };
 
 TEST_F(ToldTest, EachFailureIsToldAndEachStepTraced) {
-  fs::create_directories("told");
   for (const flavours::Row& row : flavours::rows) {
     std::ostringstream told;
     for (const Case& each : cases) {
       const unsigned long calls = run(row, each, 0, told);
       for (unsigned long k = 1; k <= calls; ++k) run(row, each, k, told);
     }
-    const std::string name = std::string("told/") + row.name + ".txt";
-    writeFile(name, told.str());
-    EXPECT_TRUE(told.str() == readFile(ZORGENREG_SOURCE_DIR "/tests/" + name))
-        << "diff " ZORGENREG_SOURCE_DIR "/tests/" << name << ' ' << name;
+    expectTold(row.name, told.str());
   }
 }
 
