@@ -1,7 +1,5 @@
 // What holds for both engines and all four kinds of registry: the rules of duplicates, appends that
 // were cut off.
-#include <cerrno>
-
 #include "support/flavours.h"
 
 namespace {
@@ -91,21 +89,6 @@ TYPED_TEST(EngineTest, AnAppendThatWasCutOffIsNoRecord) {
     const bool open = !left.empty() && left.back() != '\n';
     EXPECT_EQ(readFile(this->registry()),
               before + left + (open ? "\r\n" : "") + TypeParam::stored("c", 3));
-  }
-}
-
-TYPED_TEST(EngineTest, ALargeRegistryAsksForMemoryAndRoomThatMayBeMissing) {
-  std::string before;
-  while (before.size() < 9000) before += TypeParam::stored("a", 1);
-  writeFile(this->registry(), before);
-  typename TestFixture::Handle handle(this->registry(), verified);
-  for (const char* call : {"malloc", "write"}) {
-    const FaultPlan plan(1, ENOSPC, false, call);
-    const bool reads = std::string(call) == "malloc";
-    const std::int64_t code =
-        reads ? -TestFixture::Run::get(handle, "b") : TestFixture::Run::add(handle, "c", 3);
-    EXPECT_TRUE(reads ? code == opening : code == writeNewFailed || code == GENREG_RC_COPY_FAILED);
-    EXPECT_EQ(readFile(this->registry()), before);
   }
 }
 

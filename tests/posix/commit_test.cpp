@@ -120,19 +120,6 @@ TEST_F(CommitTest, AFileMadeWhileTheNameIsMissingStaysAndTheOldContentIsSetAside
   EXPECT_EQ(readFile(old()), before);
 }
 
-TEST_F(CommitTest, NoFileStandsAtAStandardDescriptorThatTheProcessGaveUp) {
-  expectInChild([&] {
-    closeTwoStandardDescriptors();
-    bool areFree = true;
-    const FaultHook watching([&](const std::string&) {
-      areFree = areFree && standardDescriptorsAreFree();
-      return 0;
-    });
-    TestRegistry handle(registry(), verified);
-    return change(handle) == 0 && areFree;
-  });
-}
-
 TEST_F(CommitTest, WhatCannotBeTidiedOrMadeDurableFailsTheUpdate) {
   // A temporary file that is not asked for any more and cannot go.
   TestRegistry abandoning(registry(), unique);
