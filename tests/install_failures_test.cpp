@@ -20,6 +20,7 @@ TEST_F(InstallFailures, AreToldByTheListsAndLogged) {
     std::string failing = "undisturbed";
     unsigned long calls = 0;
     const FaultHook hook([&](const std::string& call) {
+      if (call == "free") return 0;
       if (++calls == k) failing = call + " fails with " + std::to_string(error);
       return calls == k ? error : 0;
     });
