@@ -1,5 +1,5 @@
 // Walking a registry: open, positions, rewind, end, and Get while a scan is open.
-#include "support/registry_fixture.h"
+#include "support/operations.h"
 
 namespace {
 
@@ -126,6 +126,18 @@ TEST_F(ScanTest, BehindTheEndThatTheFileHadThereIsNothing) {
     EXPECT_EQ(code_, GENREG_RC_END);
     EXPECT_EQ(handle.Rewind(), 0u);
   }
+}
+
+TEST_F(ScanTest, AnErrorThatNobodyMetIsNoneOfTheNextOperation) {
+  writeFile(registry(), frame(variable("b", 2)));
+  TestRegistry handle(registry());
+  {
+    const FaultPlan plan(1, EIO, false, "read");
+    EXPECT_EQ(handle.OpenScan(), 0u);
+    EXPECT_EQ(plan.calls(), 1u);
+  }
+  EXPECT_EQ(handle.CloseScan(), 0u);
+  EXPECT_EQ(change(handle), 0u);
 }
 
 // --- the streams of a handle ---
