@@ -173,8 +173,8 @@ class Handle {
   virtual unsigned int closeScan() = 0;
   virtual unsigned int repair() = 0;
   virtual bool committed() const = 0;  // what the last update changed
-  virtual void keepReads() = 0;     // from now on
-  virtual Entry found() const = 0;  // by the last Get or next()
+  virtual void keepReads() = 0;        // from now on
+  virtual Entry found() const = 0;     // by the last Get or next()
 
   // Counts the records up to the end or the first failure, and keeps them where they are wanted.
   unsigned int scan(std::size_t* count, std::vector<Entry>* kept = nullptr) {
