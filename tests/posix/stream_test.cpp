@@ -23,7 +23,9 @@ TEST_F(StreamTest, AStreamGivesTheErrorsOfItsFile) {
       EXPECT_EQ(std::fseek(handle.mainStream, 0, SEEK_END) != 0, isGiven("fstat"));
       EXPECT_NE(std::fseek(handle.mainStream, -500, SEEK_END), 0) << "in front of the start";
       std::rewind(handle.mainStream);
+      errno = 0;
       EXPECT_EQ(std::fgetc(handle.mainStream), isGiven("read") ? EOF : before[0]);
+      EXPECT_EQ(errno, isGiven("read") ? EIO : 0);
       EXPECT_EQ(handle.CloseRegFile(GENREG_OP_READ), 0u);
       ASSERT_EQ(handle.OpenRegFile(GENREG_OP_CHANGE), 0u);
       EXPECT_EQ(std::fwrite(many.data(), many.size(), 1, handle.secondStream) == 0,
