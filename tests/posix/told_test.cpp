@@ -19,11 +19,12 @@ struct Case {
   Verb verb;
   Entry entry;
   std::uint64_t features;
-  const char* has;    // files before, "r bkp tmp", and whether "links" are to be had
+  const char* has;  // files before, "r bkp tmp", perhaps "large", and whether "links" are to be had
   bool fails = true;  // each of its calls is to
 };
 const Case cases[] = {
     {"get", Verb::Get, {"b", 2}, unique, "r links"},
+    {"get from a large file", Verb::Get, {"b", 2}, unique, "r large links"},
     {"get what is not there", Verb::Get, {"x", 2}, unique, "r links", false},
     {"get from a backup", Verb::Get, {"b", 2}, unique, "bkp links", false},
     {"scan", Verb::Scan, {}, unique, "r links"},
@@ -32,6 +33,7 @@ const Case cases[] = {
     {"add in place", Verb::Add, {"c", 3}, unverified, "r links"},
     {"add to no file", Verb::Add, {"c", 3}, verified, "links"},
     {"change", Verb::Change, {"b", 22}, verified, "r links"},
+    {"change in a large file", Verb::Change, {"b", 22}, verified, "r large links"},
     {"change unverified", Verb::Change, {"b", 22}, unverified, "r links"},
     {"change without links", Verb::Change, {"b", 22}, unverified, "r"},
     {"change what is not there", Verb::Change, {"x", 22}, unique, "r links", false},
@@ -49,6 +51,7 @@ class ToldTest : public RegistryTest {
  protected:
   void SetUp() override {
     RegistryTest::SetUp();
+    writeFile(log_, "");
     (void)ossEnvironmentSet("ZOROSSE_LOG", log_.c_str());
   }
   void TearDown() override {
@@ -60,8 +63,9 @@ class ToldTest : public RegistryTest {
   unsigned long run(const flavours::Row& row, const Case& each, unsigned long k,
                     std::ostream& told) {
     clearDirectory();
-    const std::string content = row.stored({"a", 1}) + row.stored({"b", 2});
     const auto has = [&](const char* what) { return std::strstr(each.has, what) != nullptr; };
+    std::string content = row.stored({"a", 1}) + row.stored({"b", 2});
+    while (has("large") && content.size() < 9000) content += row.stored({"c", 3});
     if (each.has[0] == 'r') writeFile(registry(), content);
     if (has("bkp")) writeFile(backup(), content);
     if (has("tmp")) writeFile(temporary(), "unfinished");
@@ -74,7 +78,7 @@ class ToldTest : public RegistryTest {
         if (++calls == k) failing = call;
         return calls == k ? EIO : call == "link" && !has("links") ? EPERM : 0;
       });
-      g_pGTCB->enabled = k == 0 ? 1 : 0;
+      g_pGTCB->enabled = k == 0 && !has("large") ? 1 : 0;
       code = handle->run(each.verb, each.entry);
       g_pGTCB->enabled = 0;
     }
