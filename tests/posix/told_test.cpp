@@ -82,10 +82,11 @@ class ToldTest : public RegistryTest {
       code = handle->run(each.verb, each.entry);
       g_pGTCB->enabled = 0;
     }
+    const std::string now = readFile(registry());
     const GenRegReturnCode* known = genRegFindReturnCode(code);
     told << "== " << each.name << ", " << failing << ' ' << k << ": "
          << (known == nullptr ? std::to_string(code) : known->name)
-         << (readFile(registry()) == content ? ", old" : ", new")
+         << (now == content ? ", old" : now.empty() ? ", empty" : ", new")
          << (handle->committed() ? ", committed" : "") << ", " << files() << '\n';
     std::istringstream lines(readFile(log_));
     for (std::string line; std::getline(lines, line);) told << shortened(line);
