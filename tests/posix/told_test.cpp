@@ -86,7 +86,9 @@ class ToldTest : public RegistryTest {
     const GenRegReturnCode* known = genRegFindReturnCode(code);
     told << "== " << each.name << ", " << failing << ' ' << k << ": "
          << (known == nullptr ? std::to_string(code) : known->name)
-         << (now == content ? ", old" : now.empty() ? ", empty" : ", new")
+         << (now == content ? ", old"
+             : now.empty()  ? ", empty"
+                            : ", new")
          << (handle->committed() ? ", committed" : "") << ", " << files() << '\n';
     std::istringstream lines(readFile(log_));
     for (std::string line; std::getline(lines, line);) told << shortened(line);
