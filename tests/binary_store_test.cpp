@@ -265,8 +265,12 @@ TEST_F(BinaryStoreTest, HooksHearOfAnUpdateThatSucceededInTheirOrder) {
     handle.NotifyChange = notify;
     handle.PostUpdate = row.post;
     calls.clear();
+    Diagnostics diagnostics;
     EXPECT_EQ(row.run(handle), row.result);
     EXPECT_EQ(calls, row.calls);
+    if (!calls.empty() && calls.back() == "post") {
+      EXPECT_EQ(diagnostics.records.size(), 1u) << "of what the hook answers";
+    }
   }
 }
 

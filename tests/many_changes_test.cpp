@@ -258,6 +258,24 @@ TYPED_TEST(ManyChangesTest, AnOperationWithoutMemoryChangesNothingAndTheUpdateGo
   }
 }
 
+using ManyLinesTest = ManyChangesTest<VariableLines>;
+
+TEST_F(ManyLinesTest, ALineThatNoIndexKnowsIsFoundWhateverMemoryWasLacking) {
+  for (unsigned long k = 1, calls = 1; k <= calls; ++k) {
+    writeFile(registry(), "a = 1\nb \\\n= 2\n");
+    Run::Handle handle(registry(), verified | GENREG_JOIN_CONTINUED_LINES);
+    ASSERT_EQ(handle.BeginUpdate(), 0u);
+    EXPECT_EQ(Run::add(handle, "c", 3), 0u);
+    {
+      const FaultPlan plan(k, ENOMEM, false, "malloc");
+      (void)Run::get(handle, "a");
+      calls = plan.calls();
+    }
+    EXPECT_EQ(Run::get(handle, "b"), 2);
+    EXPECT_EQ(handle.AbandonUpdate(), 0u);
+  }
+}
+
 using ManyVariablesTest = ManyChangesTest<BinaryVariables>;
 
 TEST_F(ManyVariablesTest, WhatDoesNotFitHasACodeAndChangesNothing) {

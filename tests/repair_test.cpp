@@ -34,6 +34,9 @@ class RepairTest : public RegistryTest {
       EXPECT_EQ(report.firstDamage, row.firstDamage);
       EXPECT_EQ(Operations<Flavour>::add(handle, "z", 9), 0u);
       EXPECT_EQ(readFile(registry()), row.after + Flavour::stored("z", 9));
+      EXPECT_EQ(files(), "r") << "an update keeps no original";
+      EXPECT_EQ(Operations<Flavour>::remove(handle, "x"), notFound);
+      EXPECT_FALSE(handle.isUpdateCommitted());
     }
   }
 

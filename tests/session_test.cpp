@@ -188,8 +188,9 @@ TEST_F(SessionTest, PlantedLinksPipesAndSecondNamesAreNotFollowed) {
 
 TEST_F(SessionTest, NamesOfCompanionFilesAreRefusedToUpdates) {
   const std::pair<const char*, bool> cases[] = {
-      {"conf.tmp", true},   {"conf.cor", true},  {".conf.bkp", true},    {".conf.lock", true},
-      {"conf.lock", false}, {"conf.bkp", false}, {".conf.tmp.x", false}, {"conftmp", false}};
+      {"conf.tmp", true},     {"conf.cor", true},   {".conf.bkp", true},
+      {".conf.lock", true},   {"conf.lock", false}, {"conf.bkp", false},
+      {".conf.tmp.x", false}, {"conftmp", false},   {".tmp", false}};
   for (const auto& [name, refused] : cases) {
     SCOPED_TRACE(name);
     clearDirectory();

@@ -80,16 +80,16 @@ void Pending::beginAt(std::uint64_t place) noexcept {
 }
 
 void Pending::beginAtLast() noexcept {
-  std::uint64_t place = records_.size();
-  while (place > 0 && records_[place - 1].gone != 0) --place;
-  beginAt(place == 0 ? 0 : place - 1);
+  const Record* each = records_.end();
+  while (each != records_.begin() && (--each)->gone != 0) continue;
+  beginAt(static_cast<std::uint64_t>(each - records_.begin()));
 }
 
 std::string_view Pending::last() const noexcept {
   std::string_view run;
   int left = 2;
-  for (std::uint64_t place = records_.size(); place > 0 && left > 0; --place) {
-    const Record& record = records_[place - 1];
+  for (const Record* each = records_.end(); each != records_.begin() && left != 0;) {
+    const Record& record = *--each;
     if (record.gone != 0) continue;
     if (!run.empty() && record.bytes + record.length != run.data()) break;
     run = {record.bytes, record.length + run.size()};
@@ -148,7 +148,7 @@ bool Pending::findCandidates(const RecordForm* form, std::uint64_t mask, const v
     const Record& record = records_[number];
     const bool fits = record.indexed != 0 && record.hash == hash.value() && record.gone == 0;
     if (fits && !candidates_.add(number)) return false;
-    at = at + 1 < slots_.size() ? at + 1 : 0;
+    if (++at == slots_.size()) at = 0;
   }
   sortCandidates();
   return true;
@@ -180,7 +180,7 @@ bool Pending::buildIndex(const RecordForm* form) noexcept {
   std::fill(slots_.begin(), slots_.end(), 0);
   used_ = 0;
   indexForm_ = form;
-  for (std::uint32_t number = 0; number < records_.size() && indexForm_ != nullptr; ++number) {
+  for (std::uint32_t number = 0; number != records_.size() && indexForm_ != nullptr; ++number) {
     if (records_[number].gone == 0) enter(number);
   }
   return indexForm_ != nullptr;
@@ -208,7 +208,9 @@ void Pending::enter(std::uint32_t number) noexcept {
   record.indexed = 1;
   record.hash = hash.value();
   std::size_t at = record.hash % slots_.size();
-  while (slots_[at] != 0) at = at + 1 < slots_.size() ? at + 1 : 0;
+  while (slots_[at] != 0) {
+    if (++at == slots_.size()) at = 0;
+  }
   slots_[at] = number + 1;
 }
 
@@ -223,12 +225,13 @@ bool Pending::add(std::string_view bytes) noexcept {
 }
 
 bool Pending::followsRemoved() const noexcept {
-  for (std::uint32_t number = current_; number-- > 0;) {
-    if (records_[number].gone != 0) continue;
-    const Edit* last = edits_.size() == 0 ? nullptr : edits_.end() - 1;
-    return last != nullptr && last->number == number && last->record.bytes == nullptr;
-  }
-  return false;
+  const Record* each = records_.begin() + current_;
+  do {
+    if (each == records_.begin()) return false;
+  } while ((--each)->gone != 0);
+  const Edit* last = edits_.size() == 0 ? nullptr : edits_.end() - 1;
+  return last != nullptr && last->record.bytes == nullptr &&
+         last->number == static_cast<std::uint32_t>(each - records_.begin());
 }
 
 bool Pending::end(std::string_view added) noexcept {

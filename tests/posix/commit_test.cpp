@@ -128,6 +128,15 @@ TEST_F(CommitTest, WhatCannotBeTidiedOrMadeDurableFailsTheUpdate) {
     BinVarValRecord absent = variable("absent");
     EXPECT_EQ(abandoning.Delete(byName, &absent), GENREG_RC_DELETE_TEMP_FAILED);
   }
+  // One that went with its failed update says nothing of the next one's.
+  TestRegistry twice(registry(), unique);
+  {
+    const FaultPlan plan(1, ENOSPC, false, "write");
+    EXPECT_NE(change(twice), 0u);
+  }
+  BinVarValRecord absent = variable("absent");
+  EXPECT_EQ(twice.Delete(byName, &absent), notFound);
+  EXPECT_FALSE(exists(temporary()));
   // Nor does its handle hold up another one's update, with one that it left.
   BinVarValRecord twin = variable("b");
   EXPECT_EQ(abandoning.Add(byName, &twin), duplicate);
@@ -297,6 +306,23 @@ TEST_F(CommitTest, ABackupThatIsNoFileOrCannotBeReadFailsEveryOperation) {
   TestRegistry linked(registry(), verified);
   EXPECT_EQ(change(linked), opening);
   EXPECT_EQ(readFile(backup()), before);
+  // A registry that came back since it was looked for is found.
+  clearDirectory();
+  {
+    int opens = 0;
+    const FaultHook late([&](const std::string& call) {
+      if (call == "open" && ++opens == 2) writeFile(registry(), before);
+      return 0;
+    });
+    TestRegistry reader(registry());
+    EXPECT_EQ(get(reader), 0u);
+  }
+  // A backup that no name is left for stays where it is, and nothing is committed beside it.
+  writeFile(backup(), theirs);
+  for (int i = 0; i < 100; ++i) writeFile(old() + (i == 0 ? "" : std::to_string(i)), "x");
+  TestRegistry crowded(registry(), verified);
+  EXPECT_EQ(change(crowded), opening);
+  EXPECT_EQ(readFile(backup()), theirs);
   // A reader that may not open the only file there is must not report that there is none.
   clearDirectory();
   writeFile(backup(), before);
