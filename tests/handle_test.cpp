@@ -1,7 +1,6 @@
 // Construction, names, features and paths of a registry handle; the table of return codes.
 #include <cstring>
 #include <set>
-#include <thread>
 
 #include "support/flavours.h"
 #include "sysservices/file_system.h"
@@ -118,23 +117,6 @@ TEST(Handle, TracingIsAskedBeforeEachRecord) {
   g_pGTCB->enabled = 0;
   for (const auto& seen : diagnostics.records) EXPECT_NE(seen.kind, OSSRecordKind::Entry);
   EXPECT_EQ(diagnostics.records.back().kind, OSSRecordKind::Exit);
-}
-
-TEST(Handle, AreMadeByThreadsAtTheSameTime) {
-  // What the constructors share is seen under ThreadSanitizer.
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
-      for (int k = 0; k < 50; ++k) {
-        Exposed<GenRegVarVal> handle("r");
-        VarValRecord record = assignment("A", "1");
-        char line[GENREG_LINE_SIZE] = "";
-        EXPECT_EQ(handle.PackRecord.text(&record, line), 0u);
-        EXPECT_EQ(GenRegBinVarVal("r", nullptr).OpenScan(), GENREG_RC_OPEN_FAILED);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(ReturnCodes, EachValueAndNameStandsOnceAndLiesInItsRange) {

@@ -119,22 +119,6 @@ TEST_F(ToolTest, SeesWhatIsBesideARegistryAndWaitsForNobodyWhereItIsTold) {
   EXPECT_EQ(readFile(corrupt()), a_ + "torn");
 }
 
-TEST_F(ToolTest, BacksUpAndRestoresTheSameBytes) {
-  const std::string to = path("to");
-  writeFile(backup(), a_);  // all that a commit left that crashed
-  setPermissions(backup(), 0640);
-  expectSteps("bin ", {{registry() + " backup " + to, 0},
-                       {registry() + " backup " + to, exitConflict, "", "--force"},
-                       {registry() + " backup " + lockFile(), exitUsage, "", "its updates use"},
-                       {registry() + " set a 2", 0},
-                       {registry() + " backup --force " + directory_, exitFailed, "", "no plain"},
-                       {path("new/r") + " restore " + to, 0,
-                        path("new/r") + ": 1 records restored from " + to + "\n"}});
-  for (const std::string& file : {to, path("new/r")}) EXPECT_EQ(readFile(file), a_);
-  EXPECT_EQ(permissionsOf(to), keptPermissions(0640));
-  EXPECT_EQ(files(), "new r to");
-}
-
 TEST_F(ToolTest, ReadsAnExportWithReturnsAndNamesTheNearestWord) {
   writeFile(registry(),
             "Windows Registry Editor Version 5.00\r\n\r\n"
