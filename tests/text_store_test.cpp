@@ -192,8 +192,13 @@ TEST_F(TextStoreTest, AMissingHookFailsTheOperation) {
     writeFile(registry(), "B = 1\n");
     VarVal file(registry(), verified);
     row.breakHook(file);
-    SCOPED_TRACE(&row - cases);
-    EXPECT_EQ(Run::add(file, "B", 2), row.add);
+    const auto number = static_cast<unsigned int>(&row - cases);
+    SCOPED_TRACE(number);
+    {
+      Diagnostics diagnostics;
+      EXPECT_EQ(Run::add(file, "B", 2), row.add);
+      EXPECT_EQ(diagnostics.records.front().point, 10 * (number + 1)) << "in the hooks' order";
+    }
     EXPECT_EQ(Run::change(file, "B", 2), row.change);
     EXPECT_EQ(Run::get(file, "B"), row.get == 0 ? 1 : -std::int64_t{row.get});
     EXPECT_EQ(Run::remove(file, "B"), row.remove);
