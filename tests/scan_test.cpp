@@ -183,9 +183,9 @@ TEST_F(ScanTest, WhatIsReadFromTheStreamIsGoneForGetNextAndTheOtherWayRound) {
 TEST_F(ScanTest, ASessionLedByHandCommitsWhatIsWrittenToItsStream) {
   const std::string before = readFile(registry());
   const std::string made = frame(variable("made", 7));
+  TestRegistry handle(registry(), unverified);
   for (const bool commits : {true, false}) {
     writeFile(registry(), before);
-    TestRegistry handle(registry(), unverified);
     ASSERT_EQ(handle.LockRegistry(5), 0u);
     ASSERT_EQ(handle.OpenRegFile(GENREG_OP_CHANGE), 0u);
     std::string read(before.size(), '\0');
