@@ -179,6 +179,13 @@ TEST_F(CommitTest, ATemporaryFileThatItsWriterHoldsIsWaitedFor) {
   }
   EXPECT_EQ(readFile(registry()), changed + theirs);
   EXPECT_EQ(readFile(corrupt()), "theirs");
+  // What a link there points to is nobody's temporary file, whoever holds it.
+  writeFile(path("victim"), "precious");
+  plantLink("victim", temporary());
+  writer = ::open(path("victim").c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+  EXPECT_EQ(add(handle), 0u);
+  EXPECT_EQ(::close(writer), 0);
 }
 
 // The new content stands then, and only a power cut may still take it back: the old one is kept.
