@@ -50,6 +50,8 @@ TEST_F(TextStoreTest, AnUpdateChangesItsOwnLineAndNothingElse) {
       {"change keeps the layout", verified, "    B\t=  1   # old\n", 'c', 0, "    B\t=  2\n"},
       {"change before an unended line", verified, "B = 1\n# x", 'c', 0, "B = 2\n# x\n"},
       {"change an unended line", verified, "A\nB = 1", 'c', 0, "A\nB = 2\n"},
+      {"change beside a full line without its end", verified, "B = 1\n" + full + "xx", 'c', 0,
+       "B = 2\n" + full + "xx"},
       {"change in a CRLF file", verified, "A = 1\r\nB = 1\r\n", 'c', 0,
        ossPathSeparator == '/' ? "A = 1\r\nB = 2\n" : "A = 1\r\nB = 2\r\n"},
       {"change a continued line", joining, folded, 'c', packLineFailed, folded},
