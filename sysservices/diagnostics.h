@@ -61,7 +61,8 @@ using OSSDiagnosticCallback = void (*)(const OSSDiagnosticRecord& record, void* 
 // Gives the name of a routine's probe or of a return code, or null when it is not known.
 using OSSNameLookup = const char* (*)(unsigned int value);
 
-// Installs the callback that receives every record from now on; null removes it.
+// Installs the callback that receives every record from now on; null removes it. Threads that
+// report at once call it at once; while it is exchanged, none may report.
 ZOROSSE_API void ossSetDiagnosticCallback(OSSDiagnosticCallback callback, void* context);
 
 // Tells the log how a library on top calls its routines and codes.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <regex>
 #include <sstream>
 
@@ -50,6 +51,8 @@ std::string walk(void* list, Code (*next)(void*, Record*), Code (*close)(void*))
 }
 
 void collect(const OSSDiagnosticRecord& record, void* context) {
+  static std::mutex one;  // threads of a test report at once
+  const std::lock_guard<std::mutex> alone(one);
   auto& log = *static_cast<FailureLog*>(context);
   const auto text = [&](unsigned int index) {
     const OSSDiagnosticValue& value = record.values[index];
