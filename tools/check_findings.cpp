@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "genreg.h"
+#include "listing.h"
 #include "report.h"
 
 namespace tool {

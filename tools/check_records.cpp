@@ -1,5 +1,6 @@
 #include "check_records.h"
 
+#include <cstring>
 #include <map>
 
 #include "faces/line_parser.h"

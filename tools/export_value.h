@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "output.h"
+#include "listing.h"
 #include "platform/registry_export/registry_tree.h"
 
 namespace tool {

@@ -12,8 +12,8 @@
 
 #include "commands.h"
 #include "faces/versions.h"
+#include "listing.h"
 #include "ossinstall.h"
-#include "output.h"
 #include "report.h"
 #include "sysservices/diagnostics.h"
 #include "sysservices/environment.h"

@@ -29,11 +29,6 @@ void cut(std::string& line, std::size_t from, std::size_t most) {
 
 }  // namespace
 
-void printJson(const Json& value) {
-  const std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
-  std::printf("%s\n", text.c_str());
-}
-
 std::string printable(const char* text, std::size_t size) {
   return printable(std::string(text, ::strnlen(text, size)));
 }

@@ -5,7 +5,7 @@
 
 #include "faces/named_fields.h"
 #include "kinds.h"
-#include "output.h"
+#include "listing.h"
 #include "record_words.h"
 
 namespace tool {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "output.h"
+#include "listing.h"
 #include "verbs.h"
 
 namespace tool {
