@@ -196,7 +196,8 @@ bool TextStore::mayTouch(Routine& routine, const Frame& frame) const noexcept {
 
 // In place, too, the new line must not run into a last one that lacks its newline or that it would
 // continue. A last line that begins with a NUL, as an append leaves it that did not finish, is
-// empty to everybody and stays: it may be somebody else's.
+// empty to everybody and stays: it may be somebody else's. A backslash that a NUL further ahead
+// hides from readers counts as one: an empty line too many does no harm.
 bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) noexcept {
   constexpr std::uint64_t looked = 3;  // bytes: a backslash, a carriage return, a newline
   const std::uint64_t size = file.size();

@@ -56,6 +56,16 @@ TYPED_TEST(LargeFileTest, AnUpdateTouchesOneRecord) {
   }
 }
 
+TYPED_TEST(LargeFileTest, WhatCannotBeKeptFailsTheUpdateAtOnce) {
+  const std::string all = this->joined(this->records(20000));
+  writeFile(this->registry(), all);
+  typename TestFixture::Handle handle(this->registry(), unique);
+  FaultPlan full(1, ENOSPC, false, "write");
+  EXPECT_EQ(TestFixture::Run::change(handle, this->nameAt(19999), 8), GENREG_RC_COPY_FAILED);
+  EXPECT_EQ(full.calls(), 1u);
+  EXPECT_TRUE(readFile(this->registry()) == all);
+}
+
 TYPED_TEST(LargeFileTest, VerificationSeesAnyBitOfAnyKeptRecord) {
   const std::vector<std::string> pieces = this->records(8000);
   const std::string all = this->joined(pieces);
