@@ -196,8 +196,9 @@ bool TextStore::mayTouch(Routine& routine, const Frame& frame) const noexcept {
 
 // In place, too, the new line must not run into a last one that lacks its newline or that it would
 // continue. A last line that begins with a NUL, as an append leaves it that did not finish, is
-// empty to everybody and stays: it may be somebody else's. A backslash that a NUL further ahead
-// hides from readers counts as one: an empty line too many does no harm.
+// empty to everybody and stays: it may be somebody else's. Whether a NUL hides a backslash from
+// readers does not show here, since they read a long line in pieces: an empty line too many does no
+// harm.
 bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) noexcept {
   constexpr std::uint64_t looked = 3;  // bytes: a backslash, a carriage return, a newline
   const std::uint64_t size = file.size();
@@ -208,7 +209,9 @@ bool TextStore::findEnd(Routine& routine, File& file, std::string_view* before) 
     const std::int32_t error = file.error();
     return routine.fail(GENREG_RC_READ_FAILED, 98, number(error));
   }
-  return gapBehind(routine, {file.window(), file.windowSize()}, before);
+  std::string_view tail{file.window(), file.windowSize()};
+  if (endsIn(tail, '\n')) tail.remove_prefix(tail.rfind('\0') + 1);
+  return gapBehind(routine, tail, before);
 }
 
 bool TextStore::gapBehind(Routine& routine, std::string_view tail,
@@ -216,7 +219,8 @@ bool TextStore::gapBehind(Routine& routine, std::string_view tail,
   const bool newline = tail.back() == '\n';
   if (newline) tail.remove_suffix(1);
   if (newline && !tail.empty() && tail.back() == '\r') tail.remove_suffix(1);
-  const bool continues = joins() && endsIn(tail, '\\');
+  const bool isHidden = newline && tail.find('\0') != std::string_view::npos;
+  const bool continues = joins() && endsIn(tail, '\\') && !isHidden;
   if (continues && !newline) return routine.fail(GENREG_RC_WRITE_NEW_FAILED, 99);
   if (continues || !newline) *gap = lineEnd;
   return true;
