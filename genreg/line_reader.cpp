@@ -87,7 +87,8 @@ Code nextLine(File& file, bool join, Frame& frame) noexcept {
   frame.goesOn = !ended && !isLast;
   frame.isPiece = inside || frame.goesOn;
   frame.goesOnInBackslash = frame.goesOn && frame.bytes.back() == '\\';
-  frame.isJoined = join && (lines > 1 || (ended && length > 1 && frame.bytes[length - 2] == '\\'));
+  const bool joinsLines = lines > (ended ? 1u : 0u);
+  frame.isJoined = join && (joinsLines || (ended && length > 1 && frame.bytes[length - 2] == '\\'));
   return GENREG_RC_OK;
 }
 
