@@ -88,7 +88,8 @@ Code nextLine(File& file, bool join, Frame& frame) noexcept {
   frame.isPiece = inside || frame.goesOn;
   frame.goesOnInBackslash = frame.goesOn && frame.bytes.back() == '\\';
   const bool joinsLines = lines > (ended ? 1u : 0u);
-  frame.isJoined = join && (joinsLines || (ended && length > 1 && frame.bytes[length - 2] == '\\'));
+  const bool inBackslash = ended && !frame.stored.empty() && frame.stored.back() == '\\';
+  frame.isJoined = join && (joinsLines || inBackslash);
   return GENREG_RC_OK;
 }
 
