@@ -46,12 +46,12 @@ bool isGiven(const Entry& entry, const Entry& given) {
 
 // `text` is the file, if it is one. The end of a line alone does not show whether a NUL hides its
 // backslash from readers: an empty line may be added. A backslash at the end of the file is not
-// read as part of its line until that has an end.
+// read as part of its line until that has an end, and a carriage return there is, until then.
 bool isDone(const Seen& was, const Seen& now, Verb verb, const Entry& given,
             const std::string& text) {
   auto at = now.entries.begin();
   const auto isNext = [&] { return at != now.entries.end() && isGiven(*at++, given); };
-  const bool mayTurn = !text.empty() && text.back() == '\\';
+  const bool mayTurn = !text.empty() && (text.back() == '\\' || text.back() == '\r');
   for (const Entry& entry : was.entries) {
     const bool isMeant = verb != Verb::Add && entry.name == given.name;
     const bool mayStay = !isMeant || (verb == Verb::Change && isGiven(entry, given));

@@ -61,7 +61,23 @@ std::size_t lengthOfLine(const char* bytes, std::size_t limit, bool join, bool* 
   return limit;
 }
 
+// What a frame's bytes are to a reader, the last of the file for all that is known here.
+void describe(Frame& frame, bool join, bool ended, unsigned int lines) noexcept {
+  frame.stored = ended ? frame.bytes.substr(0, frame.bytes.size() - 1) : frame.bytes;
+  frame.unended = !ended;
+  const bool joinsLines = lines > (ended ? 1u : 0u);
+  const bool inBackslash = ended && !frame.stored.empty() && frame.stored.back() == '\\';
+  frame.isJoined = join && (joinsLines || inBackslash);
+}
+
 }  // namespace
+
+void describeLast(Frame& frame, bool join) noexcept {
+  bool ended = false;
+  unsigned int lines = 0;
+  (void)lengthOfLine(frame.bytes.data(), frame.bytes.size(), join, &ended, &lines);
+  describe(frame, join, ended, lines);
+}
 
 Code nextLine(File& file, bool join, Frame& frame) noexcept {
   bool ended = false;
@@ -79,17 +95,13 @@ Code nextLine(File& file, bool join, Frame& frame) noexcept {
   if (join && frame.goesOnInBackslash && newlineOnly) ended = false;
 
   frame.bytes = {file.window(), length};
-  frame.stored = ended ? frame.bytes.substr(0, length - 1) : frame.bytes;
   frame.offset = file.offset();
   file.skip(length);
-  const bool isLast = !ended && file.atEnd();
-  frame.unended = !ended && isLast;
-  frame.goesOn = !ended && !isLast;
+  describe(frame, join, ended, lines);
+  frame.goesOn = !ended && !file.atEnd();
+  frame.unended = !ended && !frame.goesOn;
   frame.isPiece = inside || frame.goesOn;
   frame.goesOnInBackslash = frame.goesOn && frame.bytes.back() == '\\';
-  const bool joinsLines = lines > (ended ? 1u : 0u);
-  const bool inBackslash = ended && !frame.stored.empty() && frame.stored.back() == '\\';
-  frame.isJoined = join && (joinsLines || inBackslash);
   return GENREG_RC_OK;
 }
 

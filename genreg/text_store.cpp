@@ -179,6 +179,8 @@ bool TextStore::mayKeep(Routine& routine, const Frame& frame, std::uint64_t oper
   return true;
 }
 
+void TextStore::describeLast(Frame& frame) const noexcept { genreg::describeLast(frame, joins()); }
+
 // The same bytes, or those of a last line without its newline and the newline that an update gives
 // it: a plain one, or one behind a carriage return.
 bool TextStore::isKept(const Frame& before, const Frame& after) const noexcept {

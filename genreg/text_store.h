@@ -40,6 +40,7 @@ class TextStore final : public RecordStore {
              unsigned int point) const noexcept override;
   bool mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
                std::string_view* gained) const noexcept override;
+  void describeLast(Frame& frame) const noexcept override;
   bool canKeepRuns() const noexcept override { return true; }
   bool isKept(const Frame& before, const Frame& after) const noexcept override;
   bool mayTouch(Routine& routine, const Frame& frame) const noexcept override;

@@ -234,7 +234,7 @@ bool Pending::followsRemoved() const noexcept {
          last->number == static_cast<std::uint32_t>(each - records_.begin());
 }
 
-bool Pending::end(std::string_view added) noexcept {
+bool Pending::end(std::string_view added, const RecordStore& store) noexcept {
   Record record = records_[current_];
   char* const bytes = keepBytes(record.length + added.size(), 1);
   if (bytes == nullptr) return false;
@@ -242,7 +242,11 @@ bool Pending::end(std::string_view added) noexcept {
   std::memcpy(bytes + record.length, added.data(), added.size());
   record.bytes = bytes;
   record.length = (record.length + added.size()) & 0xFFFFFFu;
-  record.unended = 0;
+  Frame frame;
+  frame.bytes = record.view();
+  store.describeLast(frame);
+  record.unended = frame.unended;
+  record.isJoined = frame.isJoined;
   return edits_.add({current_, record});
 }
 

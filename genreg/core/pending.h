@@ -62,7 +62,7 @@ class Pending {
   // The record that next() gave last follows one that is to be removed.
   bool followsRemoved() const noexcept;
   // The record that next() gave last, ended by bytes that it lacks.
-  bool end(std::string_view added) noexcept;
+  bool end(std::string_view added, const RecordStore& store) noexcept;
   // Makes what was staged part of the content, or drops it.
   void accept(const RecordForm* form) noexcept;
   void drop() noexcept { edits_.resize(0); }

@@ -153,6 +153,8 @@ class RecordStore {
   // Whether an update of that kind can keep a frame, and the bytes that it then gains at its end.
   virtual bool mayKeep(Routine& routine, const Frame& frame, std::uint64_t operation,
                        std::string_view* gained) const noexcept = 0;
+  // What a reader will say of a last frame that has gained bytes: it may still have no end.
+  virtual void describeLast(Frame&) const noexcept {}
   // Writes a frame that an update of that kind keeps.
   bool keep(Routine& routine, File& to, const Frame& frame, std::uint64_t operation) noexcept;
   // Whether kept frames may be written as a run.

@@ -66,7 +66,7 @@ bool Update::endRecords() noexcept {
   while ((code = pending_->next(frame)) == 0) {
     std::string_view gap;
     if (!store_.gapBehind(routine_, frame.bytes, &gap)) return false;
-    if (!gap.empty() && !pending_->end(gap)) return failPending();
+    if (!gap.empty() && !pending_->end(gap, store_)) return failPending();
   }
   return code == GENREG_RC_END ||
          routine_.failFrom(store_.kind.readRecord, code, GENREG_RC_READ_FAILED, 96);
@@ -113,7 +113,7 @@ bool Update::keep(const Frame& frame) noexcept {
   }
   std::string_view gained;
   if (!store_.mayKeep(routine_, frame, kind_.operation, &gained)) return false;
-  return gained.empty() || pending_->end(gained) || failPending();
+  return gained.empty() || pending_->end(gained, store_) || failPending();
 }
 
 bool Update::drop() noexcept { return pending_ == nullptr || pending_->remove() || failPending(); }
