@@ -166,7 +166,7 @@ int main(int argc, char** argv) {
   board().isShort = proof::isShort(argc, argv);
   std::vector<Scenario> scenarios = proof::everyScenario("stopped updates", board().isShort);
   // One of so many; a prime number, so that the places differ from update to update.
-  const std::size_t stride = board().isShort ? 997 : 7;
+  const std::size_t stride = board().isShort ? 997 : 61;
   std::vector<Point> batch;
   const std::vector<Point> points = everyPoint(scenarios);
   for (std::size_t i = 0; i < points.size(); i += stride) {
