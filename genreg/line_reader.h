@@ -21,7 +21,8 @@ constexpr std::size_t longestRaw = GENREG_LINE_SIZE - 1;
 // file then stands before it again. `frame` is the line before it.
 Code nextLine(File& file, bool join, Frame& frame) noexcept;
 
-// Sets `stored`, `unended` and `isJoined` of a last line that has gained bytes, as nextLine() would.
+// Sets `stored`, `unended` and `isJoined` of a last line that has gained bytes, as nextLine()
+// would.
 void describeLast(Frame& frame, bool join) noexcept;
 
 // The logical line of a raw text, NUL-terminated; `out` needs no more room than `raw`.
