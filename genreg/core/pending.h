@@ -61,7 +61,7 @@ class Pending {
   bool remove() noexcept { return edits_.add({current_, Record()}); }
   // The record that next() gave last follows one that is to be removed.
   bool followsRemoved() const noexcept;
-  // The record that next() gave last, ended by bytes that it lacks.
+  // The record that next() gave last gains bytes at its end; `store` says what it is then.
   bool end(std::string_view added, const RecordStore& store) noexcept;
   // Makes what was staged part of the content, or drops it.
   void accept(const RecordForm* form) noexcept;
