@@ -50,8 +50,18 @@ Board& board() { return *static_cast<Board*>(proof::sharedMemory(sizeof(Board)))
 // By prefix and counter.
 using Counts = std::array<std::array<int, counters>, std::size(prefixes)>;
 
+// A record holds its count as a port can, from 1 to 65535 and then from 1 again, which comes soon.
+constexpr int numbers = 65535;
+int numberOf(int count) { return (count + numbers - 100) % numbers + 1; }
+// The count that is nearest to one known before; of a record that is not there, too low a one.
+int countOf(int number, int known) {
+  if (number == 0) return -1;
+  const int ahead = (number - numberOf(known) + numbers) % numbers;
+  return known + (ahead <= numbers / 2 ? ahead : ahead - numbers);
+}
+
 Entry counter(std::size_t prefix, int index, int count) {
-  return {prefixes[prefix] + std::to_string(index), count};
+  return {prefixes[prefix] + std::to_string(index), numberOf(count)};
 }
 
 void pause(unsigned long microseconds) {
@@ -89,7 +99,8 @@ struct Storm {
   bool count(int index) const {
     const auto handle = scenario.open();
     if (handle->run(Verb::Get, counter(0, index, 1)) != 0) return false;
-    for (int next = handle->found().value + 1; !board().stop; ++next) {
+    const int last = countOf(handle->found().value, shared.acknowledged[0][index]);
+    for (int next = last + 1; !board().stop; ++next) {
       const Code both = handle->inOneUpdate([&] {
         const Code first = handle->run(Verb::Change, counter(0, index, next));
         return first == 0 ? handle->run(Verb::Change, counter(1, index, next)) : first;
@@ -111,11 +122,12 @@ struct Storm {
     for (const Entry& record : found) values[record.name] = record.value;
     for (std::size_t prefix = 0; prefix < std::size(prefixes); ++prefix) {
       for (int i = 0; i < counters; ++i) {
-        const int value = values[counter(prefix, i, 0).name];
+        const int number = values[counter(prefix, i, 0).name];
         int& old = oldest[prefix][static_cast<std::size_t>(i)];
-        if (value < old || values[counter(0, i, 0).name] != values[counter(1, i, 0).name])
+        const int count = countOf(number, old);
+        if (count < old || values[counter(0, i, 0).name] != values[counter(1, i, 0).name])
           return false;
-        old = value;
+        old = count;
       }
     }
     return true;
@@ -141,7 +153,7 @@ struct Storm {
       if (!isNoOlder(handle, oldest)) return false;
       catchUp(oldest);
       if (handle.run(Verb::Get, counter(0, 0, 1)) != 0) return false;
-      if (handle.found().value < oldest[0][0]) return false;
+      if (countOf(handle.found().value, oldest[0][0]) < oldest[0][0]) return false;
       ++shared.reads;
     }
     return true;
